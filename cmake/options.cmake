@@ -1,0 +1,35 @@
+# Compiler settings that every target of the project shares.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# Tests and the simulated host run from the build tree; every product lands in its root.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+
+add_library(kx_options INTERFACE)
+target_compile_options(kx_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(KXLINHW_STRICT)
+  target_compile_options(kx_options INTERFACE -Werror)
+endif()
+
+# Exported functions are called by their exported names, so that an agent or a simulated host can
+# put its own in front. clang would inline them otherwise.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(kx_options INTERFACE -fsemantic-interposition)
+endif()
+
+if(KXLINHW_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(KXLINHW_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()

@@ -1,0 +1,134 @@
+// Addresses and MTU of an interface.
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <kxlinhw/inventory.h>
+#include <kxlinhw/status.h>
+#include <net/if.h>
+#include <netinet/in.h>
+
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "support/call_snapshot.hpp"
+#include "support/handle.hpp"
+#include "support/small_file.hpp"
+#include "support/text.hpp"
+
+namespace {
+
+constexpr char kInterfaceDirectory[] = "/sys/class/net";
+constexpr std::size_t kLongestMac = 31;  // characters read of the kernel's files
+constexpr std::size_t kLongestMtu = 19;
+
+using AddressList = kx::Handle<ifaddrs, &freeifaddrs>;
+
+// The last address of each family.
+struct Addresses {
+    std::optional<in_addr> ipv4;
+    std::optional<in_addr> netmask;
+    std::optional<in6_addr> ipv6;
+};
+
+template <class SocketAddress>
+SocketAddress read_address(const sockaddr* address) {
+    SocketAddress copy;
+    std::memcpy(&copy, address, sizeof copy);
+    return copy;
+}
+
+// The addresses of all interfaces, by name: looking one up costs the same however many there are.
+class AddressTable {
+public:
+    AddressTable() {
+        ifaddrs* first = nullptr;
+        readable_ = getifaddrs(&first) == 0;
+        const AddressList list(readable_ ? first : nullptr);
+        for (const ifaddrs* entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
+            add(*entry);
+        }
+    }
+
+    [[nodiscard]] bool readable() const { return readable_; }
+    [[nodiscard]] bool empty() const { return by_name_.empty(); }
+
+    [[nodiscard]] Addresses find(const char* interface_name) const {
+        const auto found = by_name_.find(interface_name);
+        return found == by_name_.end() ? Addresses{} : found->second;
+    }
+
+private:
+    void add(const ifaddrs& entry) {
+        Addresses& addresses = by_name_[entry.ifa_name];
+        if (entry.ifa_addr == nullptr) {
+            return;
+        }
+        if (entry.ifa_addr->sa_family == AF_INET) {
+            addresses.ipv4 = read_address<sockaddr_in>(entry.ifa_addr).sin_addr;
+            if (entry.ifa_netmask != nullptr) {
+                addresses.netmask = read_address<sockaddr_in>(entry.ifa_netmask).sin_addr;
+            }
+        } else if (entry.ifa_addr->sa_family == AF_INET6) {
+            addresses.ipv6 = read_address<sockaddr_in6>(entry.ifa_addr).sin6_addr;
+        }
+    }
+
+    bool readable_;
+    std::unordered_map<std::string, Addresses> by_name_;
+};
+
+kx::Snapshot<AddressTable> address_table;
+
+template <class Address>
+std::string address_text(int family, const std::optional<Address>& address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    if (address) {
+        inet_ntop(family, &*address, text, sizeof text);
+    }
+    return text;
+}
+
+void copy_addresses(const AddressTable& table, const char* interface_name, PortInfo& port) {
+    if (table.empty()) {
+        return;  // without any entry nothing is copied over what the port holds
+    }
+    const Addresses addresses = table.find(interface_name);
+    kx::copy_text(port.ipv4_address, address_text(AF_INET, addresses.ipv4));
+    kx::copy_text(port.ipv4_netmask, address_text(AF_INET, addresses.netmask));
+    kx::copy_text(port.ipv6_address, address_text(AF_INET6, addresses.ipv6));
+}
+
+// Copy the first line of a file of the interface into a field; a missing or empty file leaves it.
+template <std::size_t N>
+void copy_first_line(
+    const char* interface_name, const char* file, std::size_t longest, char (&field)[N]) {
+    const std::string path = std::string(kInterfaceDirectory) + "/" + interface_name + "/" + file;
+    const auto content = kx::read_file(path.c_str(), longest);
+    if (!content || content->empty()) {
+        return;
+    }
+    const std::string_view text = kx::c_text(*content);
+    kx::copy_text(field, text.substr(0, text.find('\n')));
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t getAddress(const char* interface_name, PortInfo* port) {
+    if (interface_name == nullptr || port == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    const AddressTable& table = address_table.get([] { return AddressTable(); });
+    if (!table.readable()) {
+        return KX_UNKNOWN_ERROR;
+    }
+    copy_addresses(table, interface_name, *port);
+    copy_first_line(interface_name, "address", kLongestMac, port->mac);
+    copy_first_line(interface_name, "mtu", kLongestMtu, port->settings.mtu);
+    return KX_SUCCESS;
+}
+
+}  // extern "C"

@@ -1,0 +1,62 @@
+// Which kernel modules are loaded, after /proc/modules.
+#include <kxlinhw/modules.h>
+#include <kxlinhw/status.h>
+
+#include <optional>
+#include <string>
+
+#include "support/call_snapshot.hpp"
+#include "support/small_file.hpp"
+#include "support/text.hpp"
+
+namespace {
+
+constexpr char kLoadedModules[] = "/proc/modules";
+constexpr char kBondingDirectory[] = "/proc/net/bonding";
+constexpr char kZfab3Directory[] = "/proc/net/zfab3";
+
+// A line is looked at in pieces of this many characters, and each piece is compared on its own.
+constexpr std::size_t kLongestPiece = 63;
+
+kx::Snapshot<std::optional<std::string>> loaded_modules;
+
+uint32_t check_directory_or_list(const char* directory, const char* module) {
+    return kx::path_exists(directory) ? 1 : lsmod(module);
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t lsmod(const char* name) {
+    if (name == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    const auto& list = loaded_modules.get([] { return kx::read_file(kLoadedModules); });
+    if (!list) {
+        return KX_RESOURCE_UNAVAILABLE;
+    }
+    kx::Pieces pieces(*list, kLongestPiece);
+    while (const auto piece = pieces.next()) {
+        if (kx::c_text(*piece).starts_with(name)) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+// Callers that ask "is it not 0?" take an unreadable list (63) for a loaded module.
+uint32_t isFCOELoaded(void) { return lsmod("kxstor"); }
+uint32_t isOffedLoaded(void) { return lsmod("iw_zfab3"); }
+uint32_t isq4OffedLoaded(void) { return lsmod("iw_zfab4"); }
+uint32_t isIscsiQ3Loaded(void) { return lsmod("kxiscsi_q3"); }
+uint32_t isIscsiQ4Loaded(void) { return lsmod("kxiscsi_q4"); }
+uint32_t isIscsiLoaded(void) { return lsmod("kxiscsi_base"); }
+uint32_t isTOELoaded(void) { return lsmod("toecore"); }
+uint32_t isq4TOELoaded(void) { return lsmod("q4_tom"); }
+uint32_t isq3TOELoaded(void) { return lsmod("q3_tom"); }
+uint32_t isZfab4Loaded(void) { return lsmod("zfab4"); }
+uint32_t isBondingLoaded(void) { return check_directory_or_list(kBondingDirectory, "bonding"); }
+uint32_t isZfab3Loaded(void) { return check_directory_or_list(kZfab3Directory, "zfab3"); }
+
+}  // extern "C"

@@ -1,0 +1,225 @@
+// From the PCI bus to the cards of an inventory.
+//
+// The host of the adapters sees their physical functions, a guest only virtual ones. Physical
+// functions make the list; virtual ones stay pending and make it only when nothing else is there,
+// which leaves the count at 0 and so tells the caller that there is no card to manage.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+#include <kxlinhw/status.h>
+
+#include "inventory/inventory_steps.hpp"
+#include "support/handle.hpp"
+#include "support/pci_bus.hpp"
+#include "support/text.hpp"
+
+namespace kx::inventory {
+namespace {
+
+struct DeviceModel {
+    uint32_t device_id;
+    const char* text;
+};
+
+constexpr DeviceModel kDeviceModelTable[] = {
+    {0x20, "Kestrix Q302-SR dual-port 10GbE offload adapter"},
+    {0x21, "Kestrix Q302-LR dual-port 10GbE long-reach offload adapter"},
+    {0x24, "Kestrix Q304-T quad-port 1GbE offload adapter"},
+    {0x22, "Kestrix Q301-SR single-port 10GbE offload adapter"},
+    {0x26, "Kestrix Q301-CX single-port 10GbE CX4 offload adapter"},
+    {0x25, "Kestrix Q302-CX dual-port 10GbE CX4 offload adapter"},
+    {0x23, "Kestrix Q302-N dual-port 10GbE network adapter"},
+    {0x30, "Kestrix Q310-CR single-port 10GbE SFP+ offload adapter"},
+    {0x31, "Kestrix Q320-CR dual-port 10GbE SFP+ offload adapter"},
+    {0x32, "Kestrix Q310-BT single-port 10GBASE-T offload adapter"},
+    {0x33, "Kestrix Q310-SO single-port 10GbE low-profile adapter"},
+    {0x36, "Kestrix Q320-BC dual-port 10GbE blade mezzanine adapter"},
+    {0x37, "Kestrix Q320-CX dual-port 10GbE CX4 blade adapter"},
+    {0, nullptr},
+};
+
+constexpr uint16_t kVirtualFunctionBit = 0x800;
+constexpr uint8_t kManagedFunction = 4;  // of a Q4 or Q5 adapter; its siblings serve storage
+constexpr uint8_t kDiscovered = 6;
+constexpr uint8_t kMostCards = 255;  // what the count byte of the list holds
+
+enum class Kind { kOther, kPhysical, kVirtual };
+
+char first_digit(uint16_t device_id) {
+    char text[8];
+    std::snprintf(text, sizeof text, "%X", device_id);
+    return text[0];
+}
+
+// The order of the tests decides: an id that begins neither with 4 nor with 5 is a Q3 before
+// anything else is asked, so the two ids 0xA007 and 0xB007 are never seen as virtual functions.
+Kind classify(const pci_dev& device) {
+    const char digit = first_digit(device.device_id);
+    if (device.device_id != 0 && digit != '4' && digit != '5') {
+        return Kind::kPhysical;
+    }
+    if ((device.device_id & kVirtualFunctionBit) != 0 || device.device_id == 0xA007 ||
+        device.device_id == 0xB007) {
+        return Kind::kVirtual;
+    }
+    return device.func == kManagedFunction ? Kind::kPhysical : Kind::kOther;
+}
+
+const char* physical_chip_type(uint16_t device_id) {
+    switch (first_digit(device_id)) {
+        case '5':
+            return "Q5";
+        case '4':
+            return "Q4";
+        default:
+            return "Q3";
+    }
+}
+
+const char* virtual_chip_type(uint16_t device_id) {
+    return first_digit(device_id) == '5' ? "Q5-VF" : "Q4-VF";
+}
+
+// A virtual function's text is a byte longer than its field; its NUL lands on the first byte of
+// the model, which virtual functions leave empty.
+void write_chip_type(CardInfo& card, const char* text) {
+    std::memcpy(
+        reinterpret_cast<char*>(&card) + offsetof(CardInfo, chip_type), text,
+        std::strlen(text) + 1);
+}
+
+const char* model_text(uint16_t device_id) {
+    const DeviceModel* row = kDeviceModelTable;
+    while (row->device_id != 0 && row->device_id != device_id) {
+        ++row;
+    }
+    return row->device_id == 0 ? "" : row->text;
+}
+
+Block<CardInfo> make_card(const pci_dev& device) {
+    Block<CardInfo> card = allocate_record<CardInfo>();
+    if (card) {
+        copy_text(card->pci_bus_location, pci_bus_location(device));
+        card->vendor_id = device.vendor_id;
+        card->device_id = device.device_id;
+        card->pci_class = device.device_class;
+        card->params.state = kDiscovered;
+    }
+    return card;
+}
+
+Block<CardInfo> make_physical_card(pci_dev& device) {
+    fill_pci_device(&device, PCI_FILL_CLASS | PCI_FILL_IRQ);
+    Block<CardInfo> card = make_card(device);
+    if (card) {
+        write_chip_type(*card, physical_chip_type(device.device_id));
+        card->irq = static_cast<uint32_t>(device.irq);
+        copy_text(card->model, model_text(device.device_id));
+    }
+    return card;
+}
+
+Block<CardInfo> make_virtual_card(pci_dev& device) {
+    fill_pci_device(&device, PCI_FILL_CLASS);
+    Block<CardInfo> card = make_card(device);
+    if (card) {
+        write_chip_type(*card, virtual_chip_type(device.device_id));
+    }
+    return card;
+}
+
+// A chain of cards with its tail; frees what it still holds.
+class CardChain {
+public:
+    CardChain() = default;
+    ~CardChain() { clear(); }
+    CardChain(const CardChain&) = delete;
+    CardChain& operator=(const CardChain&) = delete;
+
+    void append(Block<CardInfo> card) {
+        CardInfo* const added = card.release();
+        if (last_ == nullptr) {
+            first_ = added;
+        } else {
+            last_->next = added;
+        }
+        last_ = added;
+    }
+
+    void clear() {
+        while (first_ != nullptr) {
+            const Block<CardInfo> card(first_);
+            first_ = card->next;
+        }
+        last_ = nullptr;
+    }
+
+    [[nodiscard]] CardInfo* release() {
+        last_ = nullptr;
+        return std::exchange(first_, nullptr);
+    }
+
+private:
+    CardInfo* first_ = nullptr;
+    CardInfo* last_ = nullptr;
+};
+
+// Several functions of one device follow one another on the bus and count once.
+class LastDevice {
+public:
+    bool is(const pci_dev& device) const { return device.bus == bus_ && device.dev == dev_; }
+    void remember(const pci_dev& device) {
+        bus_ = device.bus;
+        dev_ = device.dev;
+    }
+
+private:
+    uint32_t bus_ = 0xFFFFFFFF;
+    uint32_t dev_ = 0xFFFFFFFF;
+};
+
+}  // namespace
+
+uint32_t scan_cards(CardList& list) {
+    const PciBus bus;
+    CardChain physical;
+    CardChain pending;
+    LastDevice last;
+    uint8_t count = 0;
+    for (pci_dev* device = bus.first(); device != nullptr; device = device->next) {
+        fill_pci_device(device, PCI_FILL_IDENT);
+        if (device->vendor_id != KESTRIX_PCI_VENDOR_ID) {
+            continue;
+        }
+        const Kind kind = classify(*device);
+        if (kind == Kind::kOther || (kind == Kind::kPhysical && last.is(*device))) {
+            continue;
+        }
+        if (kind == Kind::kVirtual && count > 0) {
+            pending.clear();
+            continue;
+        }
+        Block<CardInfo> card =
+            kind == Kind::kPhysical ? make_physical_card(*device) : make_virtual_card(*device);
+        if (!card) {
+            return KX_NO_MEMORY;
+        }
+        if (kind == Kind::kVirtual) {
+            pending.append(std::move(card));
+            continue;
+        }
+        last.remember(*device);
+        count = count == kMostCards ? count : static_cast<uint8_t>(count + 1);
+        physical.append(std::move(card));
+    }
+    list.cards = count > 0 ? physical.release() : pending.release();
+    list.card_count = count;
+    return KX_SUCCESS;
+}
+
+}  // namespace kx::inventory

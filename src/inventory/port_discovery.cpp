@@ -1,0 +1,142 @@
+// From the host's network interfaces to the ports of the cards.
+#include <kxlinhw/status.h>
+#include <linux/ethtool.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "inventory/inventory_steps.hpp"
+#include "support/handle.hpp"
+#include "support/interface_socket.hpp"
+#include "support/text.hpp"
+
+namespace kx::inventory {
+namespace {
+
+constexpr char kInterfaceDirectory[] = "/sys/class/net";
+constexpr uint8_t kDiscovered = 2;
+constexpr uint8_t kUnnumbered = 255;      // an interface that is not named "eth" and a number
+constexpr std::size_t kDomainPrefix = 5;  // "0000:" before the bus in a driver's bus text
+constexpr std::size_t kLocationWidth = sizeof(CardInfo::pci_bus_location);
+
+// VLANs and bonds report the bus of the adapter below them; "." and ".." go with them.
+bool is_stacked(std::string_view name) {
+    return name.find('.') != name.npos || name.find("vlan") != name.npos ||
+           name.find("bond") != name.npos;
+}
+
+// Ports of one card in ascending order of their number, which is the order in which agents count
+// them. A port goes behind the head when their numbers are equal, otherwise before its equals.
+class PortChain {
+public:
+    explicit PortChain(CardInfo& card) : card_(card) {}
+
+    // The card keeps the firmware text of the port attached last.
+    void attach(Block<PortInfo> port, const char (&firmware)[ETHTOOL_FWVERS_LEN]) {
+        static_assert(sizeof card_.firmware == sizeof firmware);
+        std::memcpy(card_.firmware, firmware, sizeof firmware);
+        PortInfo* const added = port.release();
+        PortInfo* const before = place(added->instance);
+        if (before == nullptr) {
+            added->next = card_.ports;
+            card_.ports = added;
+        } else {
+            added->next = before->next;
+            before->next = added;
+        }
+        PortInfo*& last = last_[added->instance];
+        if (last == nullptr || last == before) {
+            last = added;
+        }
+        ++card_.port_count;
+    }
+
+private:
+    // The port behind which a port of that number goes; null when it becomes the head.
+    PortInfo* place(uint8_t number) const {
+        if (card_.ports == nullptr || number < card_.ports->instance) {
+            return nullptr;
+        }
+        if (number == card_.ports->instance) {
+            return card_.ports;
+        }
+        std::size_t smaller = number;
+        do {
+            --smaller;
+        } while (last_[smaller] == nullptr);
+        return last_[smaller];
+    }
+
+    CardInfo& card_;
+    std::array<PortInfo*, 256> last_{};  // the last port of each number
+};
+
+// Cards by their location; of several with one location the first counts.
+class CardIndex {
+public:
+    explicit CardIndex(const CardList& list) {
+        for (CardInfo* card = list.cards; card != nullptr; card = card->next) {
+            chains_.try_emplace(std::string(field_text(card->pci_bus_location)), *card);
+        }
+    }
+
+    PortChain* find(std::string_view location) {
+        const auto found = chains_.find(std::string(location.substr(0, kLocationWidth)));
+        return found == chains_.end() ? nullptr : &found->second;
+    }
+
+private:
+    std::unordered_map<std::string, PortChain> chains_;
+};
+
+Block<PortInfo> make_port(const char* interface_name) {
+    Block<PortInfo> port = allocate_record<PortInfo>();
+    if (port) {
+        copy_text(port->interface_name, interface_name);
+        port->settings.state = kDiscovered;
+        // The number fills the record's first four bytes; its low byte orders the ports.
+        unsigned number = 0;
+        if (std::sscanf(interface_name, "eth%u", &number) == 1) {
+            std::memcpy(port.get(), &number, sizeof number);
+        } else {
+            port->instance = kUnnumbered;
+        }
+    }
+    return port;
+}
+
+}  // namespace
+
+uint32_t discover_ports(CardList& list) {
+    const Directory directory(opendir(kInterfaceDirectory));
+    if (!directory) {
+        return KX_UNKNOWN_ERROR;
+    }
+    const InterfaceSocket socket;
+    CardIndex cards(list);
+    while (const dirent* entry = readdir(directory.get())) {
+        ethtool_drvinfo info{};
+        info.cmd = ETHTOOL_GDRVINFO;
+        if (is_stacked(entry->d_name) || !socket.ethtool(entry->d_name, &info)) {
+            continue;
+        }
+        const std::string_view bus = field_text(info.bus_info);
+        PortChain* const chain =
+            bus.size() < kDomainPrefix ? nullptr : cards.find(bus.substr(kDomainPrefix));
+        if (chain == nullptr) {
+            continue;
+        }
+        Block<PortInfo> port = make_port(entry->d_name);
+        if (!port) {
+            return KX_NO_MEMORY;
+        }
+        chain->attach(std::move(port), info.fw_version);
+    }
+    return KX_SUCCESS;
+}
+
+}  // namespace kx::inventory

@@ -1,0 +1,28 @@
+// The strings that a kernel module's file carries in its ".modinfo" section.
+//
+// The file is untrusted: every offset, count and size in it is checked against the mapping before
+// use, and a file that does not hold together has no section.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace kx::settings {
+
+// The ".modinfo" section of a module file, or nothing. Both ELF classes and byte orders.
+[[nodiscard]] std::optional<std::string_view> modinfo_section(std::span<const std::byte> file);
+
+// Walks the key=value strings of a section. A string ends at its NUL or at the section's end, and
+// any number of NUL bytes may follow it.
+class ModinfoStrings {
+public:
+    explicit ModinfoStrings(std::string_view section) : rest_(section) {}
+    [[nodiscard]] std::optional<std::string_view> next();
+
+private:
+    std::string_view rest_;
+};
+
+}  // namespace kx::settings

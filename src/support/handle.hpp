@@ -1,0 +1,72 @@
+// Owners for what the C library and its neighbours hand out: one template over (type, free
+// function), an alias for each resource, and the two that are no pointers (descriptor, mapping).
+#pragma once
+
+#include <dirent.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+namespace kx {
+
+template <auto Free>
+struct FreeBy {
+    template <class T>
+    void operator()(T* object) const {
+        static_cast<void>(Free(object));
+    }
+};
+
+template <class T, auto Free>
+using Handle = std::unique_ptr<T, FreeBy<Free>>;
+
+struct FreeMemory {
+    void operator()(void* block) const { std::free(block); }
+};
+
+using File = Handle<std::FILE, &std::fclose>;
+using Pipe = Handle<std::FILE, &pclose>;
+using Directory = Handle<DIR, &closedir>;
+
+// A block of the C allocator; what leaves the library to be freed by the agent is released from it.
+template <class T>
+using Block = std::unique_ptr<T, FreeMemory>;
+
+// A zeroed record of the C allocator, or null.
+template <class T>
+[[nodiscard]] Block<T> allocate_record() {
+    return Block<T>(static_cast<T*>(std::calloc(1, sizeof(T))));
+}
+
+// Closing and unmapping keep errno: callers report why the call before them failed.
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~Descriptor() {
+        if (number_ >= 0) {
+            const int reason = errno;
+            close(number_);
+            errno = reason;
+        }
+    }
+
+    [[nodiscard]] int get() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+
+private:
+    int number_ = -1;
+};
+
+}  // namespace kx

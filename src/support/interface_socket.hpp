@@ -1,0 +1,31 @@
+// The one door to interface requests: a datagram socket through which drivers answer Ethernet tool
+// commands and the few other requests that name an interface.
+#pragma once
+
+#include <net/if.h>
+
+#include "support/handle.hpp"
+
+namespace kx {
+
+class InterfaceSocket {
+public:
+    // May fail; requests on a socket that failed are refused without reaching the kernel.
+    InterfaceSocket();
+
+    explicit operator bool() const { return static_cast<bool>(socket_); }
+
+    // SIOCETHTOOL: command is one of the kernel's ethtool_... records with its cmd field set.
+    [[nodiscard]] bool ethtool(const char* interface_name, void* command) const;
+
+    // Any request whose data is a pointer. Names are cut at 15 characters, as the kernel's are.
+    [[nodiscard]] bool request(const char* interface_name, unsigned long code, void* data) const;
+
+private:
+    Descriptor socket_;
+};
+
+// An interface request that names an interface, all else zero.
+[[nodiscard]] ifreq interface_request(const char* interface_name);
+
+}  // namespace kx

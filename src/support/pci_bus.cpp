@@ -1,0 +1,79 @@
+#include "support/pci_bus.hpp"
+
+#include <csetjmp>
+#include <cstdio>
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+namespace kx {
+namespace {
+
+// libpci's error callback must not return, so it jumps back to the call that entered libpci. Only
+// libpci's C frames lie between, and the entering functions hold nothing that needs destruction.
+std::jmp_buf* entered_at = nullptr;
+
+[[noreturn]] void leave_libpci(char*, ...) { std::longjmp(*entered_at, 1); }
+
+void drop_message(char*, ...) {}
+
+template <class Call>
+bool inside_libpci(Call call) {
+    std::jmp_buf here;
+    entered_at = &here;
+    if (setjmp(here) != 0) {
+        return false;
+    }
+    call();
+    return true;
+}
+
+// What a failed scan found so far is no bus to rely on.
+void drop_devices(pci_access* access) {
+    while (access->devices != nullptr) {
+        pci_dev* const device = access->devices;
+        access->devices = device->next;
+        pci_free_dev(device);
+    }
+}
+
+}  // namespace
+
+pci_access* open_pci_bus() {
+    pci_access* const access = pci_alloc();
+    if (access == nullptr) {
+        return nullptr;
+    }
+    access->error = leave_libpci;
+    access->warning = drop_message;
+    access->debug = drop_message;
+    const bool scanned = inside_libpci([access] {
+        pci_init(access);
+        pci_scan_bus(access);
+    });
+    if (!scanned) {
+        drop_devices(access);
+    }
+    return access;
+}
+
+void free_pci_bus(pci_access* access) {
+    if (access != nullptr) {
+        inside_libpci([access] { pci_cleanup(access); });
+    }
+}
+
+pci_dev* PciBus::first() const { return access_ == nullptr ? nullptr : access_->devices; }
+
+void fill_pci_device(pci_dev* device, int fields) {
+    inside_libpci([device, fields] { pci_fill_info(device, fields); });
+}
+
+std::string pci_bus_location(const pci_dev& device) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%02x:%02x.%x", device.bus, device.dev, device.func);
+    return text;
+}
+
+}  // namespace kx

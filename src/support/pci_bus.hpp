@@ -1,0 +1,38 @@
+// A scan of the PCI bus through libpci. libpci's own way out of an error is to end the process;
+// here an error makes the bus look empty instead.
+#pragma once
+
+#include <string>
+
+struct pci_access;
+struct pci_dev;
+
+namespace kx {
+
+// Allocate a libpci handle and scan the bus with it. Null when libpci gives no handle; a handle
+// without devices when the bus cannot be read. Free it with free_pci_bus.
+[[nodiscard]] pci_access* open_pci_bus();
+void free_pci_bus(pci_access* access);
+
+// Owns one scan; devices live as long as it does.
+class PciBus {
+public:
+    PciBus() : access_(open_pci_bus()) {}
+    ~PciBus() { free_pci_bus(access_); }
+    PciBus(const PciBus&) = delete;
+    PciBus& operator=(const PciBus&) = delete;
+
+    // First device in libpci's order; follow `next`. Null on an empty bus.
+    [[nodiscard]] pci_dev* first() const;
+
+private:
+    pci_access* access_;
+};
+
+// Have libpci read the fields of a device (PCI_FILL_... bits) that its scan leaves out.
+void fill_pci_device(pci_dev* device, int fields);
+
+// "%02x:%02x.%x" of bus, device and function: the key by which agents name a card.
+[[nodiscard]] std::string pci_bus_location(const pci_dev& device);
+
+}  // namespace kx

@@ -1,0 +1,39 @@
+// Bounded text: copies into fixed fields, reading fields that may lack their NUL.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace kx {
+
+// The text of a field, which ends at its NUL or at the field's end.
+[[nodiscard]] inline std::string_view field_text(const char* field, std::size_t size) {
+    return {field, strnlen(field, size)};
+}
+
+template <std::size_t N>
+[[nodiscard]] std::string_view field_text(const char (&field)[N]) {
+    return field_text(field, N);
+}
+
+// Copy a text into a field, cut so that its NUL fits; the bytes behind it become zero.
+template <std::size_t N>
+void copy_text(char (&field)[N], std::string_view text) {
+    const std::size_t length = std::min(text.size(), N - 1);
+    std::memcpy(field, text.data(), length);
+    std::memset(field + length, 0, N - length);
+}
+
+// strncmp(a, b, bound) == 0 for two texts, each of which may end before the bound.
+[[nodiscard]] inline bool equal_over(std::string_view a, std::string_view b, std::size_t bound) {
+    return a.substr(0, bound) == b.substr(0, bound);
+}
+
+// Cut a text at its first NUL: what C functions would see of bytes that were read.
+[[nodiscard]] inline std::string_view c_text(std::string_view bytes) {
+    return bytes.substr(0, bytes.find('\0'));
+}
+
+}  // namespace kx
