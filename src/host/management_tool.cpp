@@ -34,6 +34,7 @@ private:
 
 std::vector<std::string> texts_of(int count, char** arguments) {
     std::vector<std::string> texts;
+    texts.reserve(static_cast<std::size_t>(count));
     for (int k = 0; k < count; ++k) {
         texts.emplace_back(kx::field_text(arguments[k], kArgumentWidth));
     }
@@ -43,6 +44,7 @@ std::vector<std::string> texts_of(int count, char** arguments) {
 // Start the tool with its standard output in `out`. The pid, or -1.
 pid_t start(std::vector<std::string>& texts, const kx::Descriptor& out) {
     std::vector<char*> vector;
+    vector.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         vector.push_back(text.data());
     }

@@ -2,6 +2,7 @@
 
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 
 extern "C" {
 #include <pci/pci.h>
@@ -14,19 +15,25 @@ namespace {
 // libpci's C frames lie between, and the entering functions hold nothing that needs destruction.
 std::jmp_buf* entered_at = nullptr;
 
-[[noreturn]] void leave_libpci(char*, ...) { std::longjmp(*entered_at, 1); }
+__attribute__((noreturn)) void leave_libpci(char*, ...) {
+    if (entered_at == nullptr) {
+        std::abort();  // an agent that calls libpci itself gets what libpci does: the end
+    }
+    std::longjmp(*entered_at, 1);
+}
 
 void drop_message(char*, ...) {}
 
 template <class Call>
 bool inside_libpci(Call call) {
     std::jmp_buf here;
-    entered_at = &here;
-    if (setjmp(here) != 0) {
-        return false;
+    const bool entered = setjmp(here) == 0;
+    if (entered) {
+        entered_at = &here;
+        call();
     }
-    call();
-    return true;
+    entered_at = nullptr;
+    return entered;
 }
 
 // What a failed scan found so far is no bus to rely on.
