@@ -4,6 +4,7 @@
 #include <kxlinhw/status.h>
 
 #include <cstdio>
+#include <new>
 #include <string_view>
 
 #include "inventory/inventory_steps.hpp"
@@ -39,7 +40,7 @@ bool no_ethernet_driver_loaded() { return isZfab3Loaded() == 0 && isZfab4Loaded(
 
 extern "C" {
 
-uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) {
+uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) try {
     using namespace kx::inventory;
     if (list == nullptr || *list == nullptr) {
         return KX_INVALID_PARAMETER;
@@ -65,6 +66,8 @@ uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) {
         }
     }
     return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
 }  // extern "C"

@@ -27,13 +27,14 @@ void drop_message(char*, ...) {}
 template <class Call>
 bool inside_libpci(Call call) {
     std::jmp_buf here;
-    const bool entered = setjmp(here) == 0;
-    if (entered) {
-        entered_at = &here;
-        call();
+    if (setjmp(here) != 0) {
+        entered_at = nullptr;
+        return false;
     }
+    entered_at = &here;
+    call();
     entered_at = nullptr;
-    return entered;
+    return true;
 }
 
 // What a failed scan found so far is no bus to rely on.

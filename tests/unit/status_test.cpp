@@ -30,26 +30,25 @@ protected:
 
 TEST_F(Status, TableHoldsEveryRowInSearchOrder) {
     EXPECT_THAT(
-        rows_in_order(),
-        ElementsAreArray(std::vector<std::pair<uint32_t, std::string>>{
-            {0, "Success"},
-            {1, "Unknown Error"},
-            {60, "No Kestrix cards"},
-            {61, "Invalid set value"},
-            {62, "Kestrix driver not loaded/installed"},
-            {63, "Resource unavailable"},
-            {64, "Invalid port instance for the specified pci bus location"},
-            {65, "No device with the specified pci bus location found"},
-            {66, "No memory"},
-            {67, "Driver zfab3 not loaded"},
-            {68, "TOE driver q3_tom not loaded"},
-            {69, "No such stat exists"},
-            {71, "Operation not supported: NIC-Only card"},
-            {72, "No port configured for the device"},
-            {317, "Invalid parameter"},
-            {301, "Unsupported Driver"},
-            {0xFFFFFFFF, "(null)"},
-        }));
+        rows_in_order(), ElementsAreArray(std::vector<std::pair<uint32_t, std::string>>{
+                             {0, "Success"},
+                             {1, "Unknown Error"},
+                             {60, "No Kestrix cards"},
+                             {61, "Invalid set value"},
+                             {62, "Kestrix driver not loaded/installed"},
+                             {63, "Resource unavailable"},
+                             {64, "Invalid port instance for the specified pci bus location"},
+                             {65, "No device with the specified pci bus location found"},
+                             {66, "No memory"},
+                             {67, "Driver zfab3 not loaded"},
+                             {68, "TOE driver q3_tom not loaded"},
+                             {69, "No such stat exists"},
+                             {71, "Operation not supported: NIC-Only card"},
+                             {72, "No port configured for the device"},
+                             {317, "Invalid parameter"},
+                             {301, "Unsupported Driver"},
+                             {0xFFFFFFFF, "(null)"},
+                         }));
 }
 
 TEST_F(Status, TableIsPackedInStepsOfTwelveBytes) {
