@@ -63,14 +63,26 @@ int stream_flags(const char* mode) {
     }
 }
 
-template <FunctionName kName, class Function, class... Rest>
-FILE* open_stream(Call call, const char* path, const char* mode, Rest... rest) {
+template <FunctionName kName, class Function>
+FILE* open_stream(const char* path, const char* mode) {
     const int flags = stream_flags(mode);
     const Target target(AT_FDCWD, path, intent_of(flags));
-    if (const int error = stopped_open(call, target, flags); error != 0) {
+    if (const int error = stopped_open(Call::kFopen, target, flags); error != 0) {
         return refuse<FILE*>(error);
     }
-    return next<kName, Function>()(target.path(), mode, rest...);
+    return next<kName, Function>()(target.path(), mode);
+}
+
+// A stream that cannot be opened again is closed all the same.
+template <FunctionName kName, class Function>
+FILE* reopen_stream(const char* path, const char* mode, FILE* stream) {
+    const int flags = stream_flags(mode);
+    const Target target(AT_FDCWD, path, intent_of(flags));
+    if (const int error = stopped_open(Call::kFreopen, target, flags); error != 0) {
+        next<"fclose", decltype(::fclose)>()(stream);
+        return refuse<FILE*>(error);
+    }
+    return next<kName, Function>()(target.path(), mode, stream);
 }
 
 // The mode argument is there only when the flags make a file.
@@ -135,16 +147,16 @@ int creat64(const char* path, mode_t mode) {
 }
 
 FILE* fopen(const char* path, const char* mode) {
-    return open_stream<"fopen", decltype(::fopen)>(Call::kFopen, path, mode);
+    return open_stream<"fopen", decltype(::fopen)>(path, mode);
 }
 FILE* fopen64(const char* path, const char* mode) {
-    return open_stream<"fopen64", decltype(::fopen64)>(Call::kFopen, path, mode);
+    return open_stream<"fopen64", decltype(::fopen64)>(path, mode);
 }
 FILE* freopen(const char* path, const char* mode, FILE* stream) {
-    return open_stream<"freopen", decltype(::freopen)>(Call::kFreopen, path, mode, stream);
+    return reopen_stream<"freopen", decltype(::freopen)>(path, mode, stream);
 }
 FILE* freopen64(const char* path, const char* mode, FILE* stream) {
-    return open_stream<"freopen64", decltype(::freopen64)>(Call::kFreopen, path, mode, stream);
+    return reopen_stream<"freopen64", decltype(::freopen64)>(path, mode, stream);
 }
 
 DIR* opendir(const char* path) {
