@@ -1,6 +1,8 @@
 // Calls that open a path: descriptors, streams and directories.
 #include <dirent.h>
 #include <fcntl.h>
+#include <glob.h>
+#include <sys/stat.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -83,6 +85,22 @@ FILE* reopen_stream(const char* path, const char* mode, FILE* stream) {
         return refuse<FILE*>(error);
     }
     return next<kName, Function>()(target.path(), mode, stream);
+}
+
+// Patterns are matched by the C library, which can be told how to look at directories.
+template <FunctionName kName, class Function, class Entry, class Found, class Read, class Look>
+int glob_on_host(
+    const char* pattern, int flags, int (*on_error)(const char*, int), Found* found, Read read,
+    Look look, Look look_at_link) {
+    if (host() == nullptr || (flags & GLOB_ALTDIRFUNC) != 0) {
+        return next<kName, Function>()(pattern, flags, on_error, found);
+    }
+    found->gl_opendir = [](const char* path) -> void* { return ::opendir(path); };
+    found->gl_closedir = [](void* directory) { ::closedir(static_cast<DIR*>(directory)); };
+    found->gl_readdir = reinterpret_cast<Entry* (*)(void*)>(read);
+    found->gl_stat = look;
+    found->gl_lstat = look_at_link;
+    return next<kName, Function>()(pattern, flags | GLOB_ALTDIRFUNC, on_error, found);
 }
 
 // The mode argument is there only when the flags make a file.
@@ -182,6 +200,17 @@ int scandir64(
     int (*compare)(const dirent64**, const dirent64**)) {
     return on_path<"scandir64", decltype(::scandir64)>(
         {Call::kOpendir}, path, list, select, compare);
+}
+
+int glob(
+    const char* pattern, int flags, int (*on_error)(const char* path, int error), glob_t* found) {
+    return glob_on_host<"glob", decltype(::glob), dirent>(
+        pattern, flags, on_error, found, ::readdir, ::stat, ::lstat);
+}
+int glob64(
+    const char* pattern, int flags, int (*on_error)(const char* path, int error), glob64_t* found) {
+    return glob_on_host<"glob64", decltype(::glob64), dirent64>(
+        pattern, flags, on_error, found, ::readdir64, ::stat64, ::lstat64);
 }
 
 #pragma GCC visibility pop

@@ -2,6 +2,7 @@
 // of calls that takes a path.
 #include <dirent.h>
 #include <fcntl.h>
+#include <glob.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -386,6 +387,30 @@ TEST_F(Paths, NothingIsMadeOrRemovedInTheKernelsFileSystems) {
         EXPECT_EQ(change(), -1);
         EXPECT_EQ(errno, EPERM);
     }
+}
+
+TEST_F(Paths, SettingsOfTheRealKernelCannotBeChanged) {
+    EXPECT_EQ(open("/proc/sys/kernel/panic", O_WRONLY), -1);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(std::fopen("/sys/kernel/mm/ksm/run", "w"), nullptr);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_TRUE(done(open("/proc/sys/kernel/panic", O_RDONLY), true));
+}
+
+TEST_F(Paths, PatternsMatchPathsOfTheHost) {
+    host_.file("/sys/module/zfab4/parameters/b", "");
+    host_.file("/sys/module/zfab4/parameters/a", "");
+    glob_t found{};
+    ASSERT_EQ(glob("/sys/module/zfab4/*/[ab]", 0, nullptr, &found), 0);
+    ASSERT_EQ(found.gl_pathc, 2U);
+    EXPECT_STREQ(found.gl_pathv[0], "/sys/module/zfab4/parameters/a");
+    EXPECT_STREQ(found.gl_pathv[1], "/sys/module/zfab4/parameters/b");
+    globfree(&found);
+    glob64_t found64{};
+    EXPECT_EQ(glob64("/sys/module/zfab3/*", 0, nullptr, &found64), GLOB_NOMATCH);
+    ASSERT_EQ(glob64("/etc/pass*d", 0, nullptr, &found64), 0);
+    EXPECT_STREQ(found64.gl_pathv[0], "/etc/passwd");
+    globfree64(&found64);
 }
 
 TEST_F(Paths, ErrnoIsLeftAloneByCallsThatSucceed) {

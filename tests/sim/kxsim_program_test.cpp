@@ -90,6 +90,14 @@ TEST(Program, SettingsOfOneCommandAreThereForTheNext) {
         "77\n");
 }
 
+TEST(Program, SavedSettingsAreAppliedByTheRealSysctl) {
+    EXPECT_EQ(
+        on_lab("echo toe.toe0_tom.mss = 9000 >> /etc/sysctl.conf; sysctl -p; "
+               "cat /proc/sys/toe/toe0_tom/mss /proc/sys/toe/toe0_tom/ddp")
+            .output,
+        "toe.toe0_tom.ddp = 0\ntoe.toe0_tom.max_wr = 64\ntoe.toe0_tom.mss = 9000\n9000\n0\n");
+}
+
 TEST(Program, NothingReachesTheRealMachine) {
     const Outcome outcome = on_lab("echo changed > /etc/sysctl.conf; rm /etc/kestrix-plexo/*");
     EXPECT_EQ(outcome.code, 0);
