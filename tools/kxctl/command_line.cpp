@@ -59,6 +59,7 @@ public:
         root_.set_help_flag(kHelp);
         root_.require_subcommand(0, 1);
         root_.allow_extras();
+        root_.prefix_command();  // behind a word that nothing takes, nothing is understood
         for (const Argument& option : global_options()) {
             if (std::string_view(option.name) != kHelp) {
                 register_argument(root_, option);
@@ -138,13 +139,19 @@ std::string verbs_of(std::string_view noun) {
     return fmt::format("{}", fmt::join(verbs, ", "));
 }
 
-// Words that nothing took. The parser leaves a "--" among them, which only ends the options.
-std::vector<std::string> left_over(const CLI::App& root) {
-    std::vector<std::string> words = root.remaining(true);
-    if (const auto mark = std::ranges::find(words, "--"); mark != words.end()) {
-        words.erase(mark);
+// Words that nothing took. The parser keeps the "--" that ends the options among them, unless no
+// positional word was to follow; then it has forgotten the mark and read on.
+std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::string>& words) {
+    std::vector<std::string> left = root.remaining(true);
+    const auto mark = std::ranges::find(words, "--");
+    if (mark == words.end()) {
+        return left;
     }
-    return words;
+    if (const auto kept = std::ranges::find(left, "--"); kept != left.end()) {
+        left.erase(kept);
+        return left;
+    }
+    return {mark + 1, words.end()};
 }
 
 [[noreturn]] void refuse_word(const Invocation& invocation, const std::string& word) {
@@ -175,7 +182,7 @@ Invocation parse(const std::vector<std::string>& words) {
     }
     Invocation invocation = tree.result();
     invocation.wish = invocation.options.has(kVersion) ? Wish::kVersion : wish;
-    if (const std::vector<std::string> extras = left_over(tree.root()); !extras.empty()) {
+    if (const std::vector<std::string> extras = left_over(tree.root(), words); !extras.empty()) {
         refuse_word(invocation, extras[0]);
     }
     if (!complaint.empty()) {

@@ -155,12 +155,15 @@ int BridgeUtils::getOutput(std::string command, std::string& output) {
 
 int mx_cmd_wraper(int count, char** arguments) {
     constexpr std::size_t kArgumentWidth = 64;  // a longer argument has no NUL in its field
+    if (count < 1 || arguments == nullptr) {
+        return kNotRun;
+    }
     std::vector<std::string> words;
     for (int k = 0; k < count; ++k) {
         words.emplace_back(arguments[k], strnlen(arguments[k], kArgumentWidth));
     }
     int ends[2];
-    if (words.empty() || pipe2(ends, O_CLOEXEC) != 0) {
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         return kNotRun;
     }
     Descriptor in(ends[0]);
