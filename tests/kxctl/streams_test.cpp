@@ -1,14 +1,12 @@
 // What kxctl does when its standard streams are full, gone, closed or a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
 
 #include "kxctl/process.hpp"
 
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 class OwnedDescriptor {
 public:

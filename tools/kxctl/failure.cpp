@@ -23,7 +23,7 @@ std::string text_of_status(std::uint32_t status) {
     return text == nullptr ? fmt::format("The library returned status {}", status) : text;
 }
 
-bool has_no_adapter(std::optional<std::uint32_t> status) {
+bool means_no_adapter(std::uint32_t status) {
     return status == KX_NO_CARDS || status == KX_DRIVER_NOT_LOADED;
 }
 
@@ -43,7 +43,7 @@ std::string Failure::line() const {
     if (!detail_.empty()) {
         line += fmt::format(": {}", fmt::join(detail_, "; "));
     }
-    if (has_no_adapter(status_)) {
+    if (means_no_adapter(status_.value_or(KX_SUCCESS))) {
         line += " (--sim runs the command on a simulated host)";
     }
     return line;

@@ -16,11 +16,13 @@
 #include <string>
 #include <vector>
 
+#include "argument_vector.hpp"
 #include "descriptor.hpp"
 #include "library_call.hpp"
 
 namespace {
 
+using kx::ctl::argument_vector;
 using kx::ctl::Descriptor;
 
 constexpr int kNotRun = -1;
@@ -77,12 +79,6 @@ int wait_for(pid_t child) {
 // Start a program from PATH with its standard output in `out` and no signal ignored. Its process
 // id, or kNotRun.
 pid_t start(std::vector<std::string>& words, const Descriptor& out) {
-    std::vector<char*> vector;
-    for (std::string& word : words) {
-        vector.push_back(word.data());
-    }
-    vector.push_back(nullptr);
-
     sigset_t defaults;
     sigemptyset(&defaults);
     sigaddset(&defaults, SIGPIPE);
@@ -94,8 +90,8 @@ pid_t start(std::vector<std::string>& words, const Descriptor& out) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out.get(), STDOUT_FILENO);
     pid_t child = kNotRun;
-    const int reason =
-        posix_spawnp(&child, vector[0], &actions, &attributes, vector.data(), environ);
+    const int reason = posix_spawnp(
+        &child, words[0].c_str(), &actions, &attributes, argument_vector(words).data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     return reason == 0 ? child : kNotRun;
@@ -139,6 +135,7 @@ void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, .
 
 ModName KxLogger::MapSVCToModName(int service) { return static_cast<ModName>(service); }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the library fixes the signature.
 int BridgeUtils::getOutput(std::string command, std::string& output) {
     std::FILE* const pipe = popen(command.c_str(), "re");
     if (pipe == nullptr) {
@@ -159,6 +156,7 @@ int mx_cmd_wraper(int count, char** arguments) {
         return kNotRun;
     }
     std::vector<std::string> words;
+    words.reserve(static_cast<std::size_t>(count));
     for (int k = 0; k < count; ++k) {
         words.emplace_back(arguments[k], strnlen(arguments[k], kArgumentWidth));
     }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "argument_vector.hpp"
 #include "command.hpp"
 #include "failure.hpp"
 #include "standard_streams.hpp"
@@ -72,13 +73,8 @@ void run_simulated(const std::string& scenario, const std::vector<std::string>& 
     std::vector<std::string> line = {simulator_path(own), "run", "--scenario", scenario, "--",
                                      own.string()};
     line.insert(line.end(), words.begin(), words.end());
-    std::vector<char*> vector;
-    for (std::string& word : line) {
-        vector.push_back(word.data());
-    }
-    vector.push_back(nullptr);
     restore_signal_defaults();
-    execvp(vector[0], vector.data());
+    execvp(line[0].c_str(), argument_vector(line).data());
     if (errno == ENOENT) {
         throw Failure(
             ExitCode::kFailed, fmt::format(
