@@ -7,6 +7,7 @@
 
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/modules.h>
+#include <kxlinhw/offload.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/records.h>
 #include <kxlinhw/status.h>
