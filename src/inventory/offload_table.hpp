@@ -27,8 +27,8 @@ struct OffloadParameter {
 
 namespace offload_rows {
 
-constexpr int64_t kLeast = INT32_MIN;
-constexpr int64_t kMost = INT32_MAX;
+inline constexpr int64_t kLeast = INT32_MIN;
+inline constexpr int64_t kMost = INT32_MAX;
 
 constexpr uint32_t bit(unsigned number) { return uint32_t{1} << number; }
 
@@ -36,7 +36,7 @@ constexpr uint32_t bit(unsigned number) { return uint32_t{1} << number; }
 #define KX_PLACE(field) offsetof(CardParams, field), sizeof(CardParams::field)
 #define KX_NAMED(field) #field, KX_PLACE(field)
 
-constexpr auto kRows = std::to_array<OffloadParameter>({
+inline constexpr auto kRows = std::to_array<OffloadParameter>({
     {KX_NAMED(activated), bit(1), 0, 1, 20},
     {KX_NAMED(max_host_sndbuf), bit(2), 0, kMost, 1},
     {KX_NAMED(tx_hold_thres), bit(3), 0, kMost, 2},
@@ -65,7 +65,7 @@ constexpr auto kRows = std::to_array<OffloadParameter>({
 #undef KX_NAMED
 #undef KX_PLACE
 
-constexpr std::size_t kRead = 22;  // rows that the query reads
+inline constexpr std::size_t kRead = 22;  // rows that the query reads
 
 constexpr std::array<OffloadParameter, kRead> in_reading_order() {
     std::array<OffloadParameter, kRead> rows{};
