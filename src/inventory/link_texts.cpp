@@ -61,7 +61,6 @@ std::string advertised_modes_text(uint32_t advertising) {
     return texts_or(kAdvertisedModes, advertising, "Not reported");
 }
 
-// The adapters' own numbering: the kernel's has BNC at 2, MII at 3 and fibre at 4.
 std::string connector_text(uint8_t port) {
     switch (port) {
         case 0:

@@ -72,7 +72,7 @@ TEST(LinkTexts, AllTextsFitTheirFields) {
     }
 }
 
-TEST(LinkTexts, ConnectorFollowsTheAdaptersNumberingNotTheKernels) {
+TEST(LinkTexts, ConnectorHasATextForEveryPortByte) {
     const std::pair<int, const char*> rows[] = {
         {0, "Twisted Pair"},         {1, "AUI"},    {2, "MII"},    {3, "FIBRE"}, {4, "BNC"},
         {5, "Direct Attach Copper"}, {239, "None"}, {255, "Other"}};
