@@ -1,0 +1,103 @@
+// Fault rules and windows.
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "host/host_state.hpp"
+#include "host/quiet.hpp"
+#include "state/calls.hpp"
+
+namespace kxsim {
+namespace {
+
+state::Call find_call(std::string_view name) {
+    const auto* const found = std::find(state::kCallNames.begin(), state::kCallNames.end(), name);
+    if (found == state::kCallNames.end()) {
+        throw std::invalid_argument("\"" + std::string(name) + "\" is no kind of call");
+    }
+    return static_cast<state::Call>(found - state::kCallNames.begin());
+}
+
+std::string_view name_of(state::Call call) {
+    return state::kCallNames[static_cast<std::size_t>(call)];
+}
+
+}  // namespace
+
+std::vector<std::string_view> call_names() {
+    return {state::kCallNames.begin(), state::kCallNames.end()};
+}
+
+FaultRule Host::fail(const Fault& fault) {
+    const state::Call call = find_call(fault.call);
+    if (fault.nth == 0) {
+        throw std::invalid_argument("calls are counted from 1");
+    }
+    auto& rules = state_->session->rules;
+    auto* const rule = std::find_if(
+        std::begin(rules), std::end(rules), [](const auto& each) { return each.in_use == 0; });
+    if (rule == std::end(rules)) {
+        throw std::invalid_argument("too many fault rules");
+    }
+    copy_field(rule->object, fault.object, "object of a fault");
+    copy_field(rule->from, fault.from, "origin of a fault");
+    rule->call = call;
+    rule->nth = fault.nth;
+    rule->times = fault.times;
+    rule->error = fault.error;
+    rule->command = fault.command;
+    rule->seen = 0;
+    rule->fired = 0;
+    rule->in_use = 1;
+    return {*this, static_cast<std::size_t>(rule - std::begin(rules))};
+}
+
+void Host::clear_faults() {
+    for (state::FaultRule& rule : state_->session->rules) {
+        rule.in_use = 0;
+    }
+}
+
+unsigned FaultRule::seen() const { return host_->state_->session->rules[place_].seen; }
+
+unsigned FaultRule::fired() const { return host_->state_->session->rules[place_].fired; }
+
+void FaultRule::remove() { host_->state_->session->rules[place_].in_use = 0; }
+
+void Host::open_window() {
+    state::Session& session = *state_->session;
+    for (auto& count : session.counts) {
+        count = 0;
+    }
+    session.logged = 0;
+    session.window_process = static_cast<std::uint32_t>(::getpid());
+}
+
+void Host::close_window() { state_->session->window_process = 0; }
+
+Calls Host::calls() const {
+    const state::Session& session = *state_->session;
+    Calls calls;
+    calls.counts_.assign(std::begin(session.counts), std::end(session.counts));
+    const std::uint32_t kept = std::min<std::uint32_t>(session.logged, state::kMostLogged);
+    for (std::uint32_t i = 0; i < kept; ++i) {
+        const state::LoggedCall& entry = session.log[i];
+        calls.log_.push_back(
+            {std::string(name_of(entry.call)), entry.object, entry.command, entry.error});
+    }
+    return calls;
+}
+
+std::uint64_t Calls::operator[](std::string_view call) const {
+    return counts_.at(static_cast<std::size_t>(find_call(call)));
+}
+
+std::uint64_t Calls::on(std::string_view call, std::string_view object) const {
+    static_cast<void>(find_call(call));
+    return static_cast<std::uint64_t>(std::count_if(
+        log_.begin(), log_.end(),
+        [&](const LoggedCall& each) { return each.call == call && each.object == object; }));
+}
+
+}  // namespace kxsim

@@ -1,0 +1,169 @@
+// The host as such: its directory, its files, its modules and its adapters.
+#include <kxsim/host.hpp>
+
+#include <kxlinhw/export.h>
+#include <sys/utsname.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "host/defaults.hpp"
+#include "host/host_state.hpp"
+#include "host/module_file.hpp"
+#include "host/pci_function.hpp"
+#include "host/quiet.hpp"
+
+namespace kxsim {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path new_directory() {
+    const Quiet quiet;
+    std::string path = (fs::temp_directory_path() / "kxsim-XXXXXX").string();
+    if (::mkdtemp(path.data()) == nullptr) {
+        fail_with_errno(path);
+    }
+    return path;
+}
+
+std::string module_tree() {
+    utsname kernel{};
+    ::uname(&kernel);
+    return std::string("/lib/modules/") + kernel.release;
+}
+
+void furnish(Tree& tree) {
+    if (tree.exists("/proc/modules")) {
+        return;
+    }
+    tree.write("/proc/modules", "", 0444);
+    tree.write("/usr/share/misc/pci.ids", pci_names(), 0644);
+    tree.make_directory("/sys/bus/pci/devices");
+    tree.make_directory("/sys/bus/pci/drivers");
+    tree.make_directory("/sys/class/net");
+    tree.make_directory("/sys/module");
+    tree.make_directory(module_tree());
+}
+
+}  // namespace
+
+fs::path session_directory(const fs::path& wanted) {
+    const Quiet quiet;
+    fs::create_directories(wanted / (state::kTreeDirectory + 1));
+    fs::create_directories(wanted / (state::kOrderDirectory + 1));
+    fs::create_directories((wanted.string() + state::kSessionFile)
+                               .substr(0, (wanted.string() + state::kSessionFile).rfind('/')));
+    return fs::canonical(wanted);
+}
+
+void copy_field(char* field, std::size_t size, std::string_view text, const char* what) {
+    if (text.size() >= size) {
+        throw std::invalid_argument(
+            std::string(what) + " \"" + std::string(text) + "\" is longer than " +
+            std::to_string(size - 1) + " characters");
+    }
+    std::memset(field, 0, size);
+    std::memcpy(field, text.data(), text.size());
+}
+
+Host::Host() : state_(std::make_unique<State>(new_directory(), true)) { furnish(state_->tree); }
+
+Host::Host(const fs::path& directory) : state_(std::make_unique<State>(directory, false)) {
+    furnish(state_->tree);
+}
+
+Host::~Host() {
+    if (state_->temporary) {
+        const Quiet quiet;
+        std::error_code ignored;
+        fs::remove_all(state_->root, ignored);
+    }
+}
+
+const std::string& Host::root() const { return state_->root; }
+
+void Host::file(std::string_view path, std::string_view content, mode_t mode) {
+    state_->tree.write(path, content, mode);
+}
+
+void Host::append(std::string_view path, std::string_view content) {
+    state_->tree.append(path, content);
+}
+
+void Host::directory(std::string_view path) { state_->tree.make_directory(path); }
+
+void Host::link(std::string_view path, std::string_view target) {
+    state_->tree.make_link(path, target);
+}
+
+void Host::remove(std::string_view path) { state_->tree.remove(path); }
+
+bool Host::exists(std::string_view path) const { return state_->tree.exists(path); }
+
+std::string Host::read(std::string_view path) const { return state_->tree.read(path); }
+
+mode_t Host::mode(std::string_view path) const { return state_->tree.mode(path); }
+
+void Host::order(std::string_view directory, const std::vector<std::string>& names) {
+    state_->tree.order(directory, names);
+}
+
+void Host::hide_entry_types(bool hide) { state_->session->hide_entry_types = hide ? 1 : 0; }
+
+std::uint64_t Host::slept_microseconds() const { return state_->session->slept_microseconds; }
+
+void Host::module(const Module& module) {
+    Tree& tree = state_->tree;
+    if (module.name.empty()) {
+        throw std::invalid_argument("a module needs a name");
+    }
+    if (!module.where.empty()) {
+        const std::string file = module.file.empty() ? module.name + ".ko" : module.file;
+        const std::string object = module_object(module);
+        tree.write(
+            module_tree() + "/" + module.where + "/" + file,
+            file.ends_with(".gz") ? gzip(object) : object, 0644);
+    }
+    if (module.loaded) {
+        tree.append(
+            "/proc/modules",
+            module.name + " 163840 0 " + module.used_by + " Live 0x0000000000000000 (O)\n");
+        tree.make_directory("/sys/module/" + module.name);
+    }
+    for (const auto& [name, value] : module.parameters) {
+        tree.write("/sys/module/" + module.name + "/parameters/" + name, value + "\n", 0644);
+    }
+}
+
+void Host::toe_device(const ToeDevice& device) {
+    const std::string name = "toe" + std::to_string(device.index);
+    std::string interfaces;
+    for (const std::string& interface : device.interfaces) {
+        interfaces += " " + interface;
+    }
+    Tree& tree = state_->tree;
+    const auto list = [&](const char* path) {
+        if (!tree.exists(path)) {
+            tree.write(path, "Device           Interfaces\n", 0444);
+        }
+        tree.append(
+            path, name + std::string(16 - std::min<std::size_t>(name.size(), 16), ' ') +
+                      interfaces + "\n");
+    };
+    list("/proc/net/offload/devices");
+    if (device.of_zfab3) {
+        list("/proc/net/zfab3/devices");
+    }
+    if (device.control_files) {
+        std::map<std::string, std::string> parameters = device.parameters;
+        parameters.insert(offload_defaults().begin(), offload_defaults().end());
+        for (const auto& [parameter, value] : parameters) {
+            tree.write("/proc/sys/toe/" + name + "_tom/" + parameter, value + "\n", 0644);
+        }
+    }
+}
+
+}  // namespace kxsim

@@ -1,0 +1,43 @@
+// What a builder holds of its host.
+#pragma once
+
+#include <kxsim/host.hpp>
+
+#include "host/shared_record.hpp"
+#include "host/tree.hpp"
+#include "state/network.hpp"
+#include "state/session.hpp"
+
+namespace kxsim {
+
+// The directories of a session, made when they are missing.
+[[nodiscard]] std::filesystem::path session_directory(const std::filesystem::path& wanted);
+
+struct Host::State {
+    explicit State(const std::filesystem::path& wanted, bool remove_at_end)
+        : root(session_directory(wanted)),
+          temporary(remove_at_end),
+          tree(root),
+          session(root + state::kSessionFile),
+          network(root + state::kNetworkFile) {}
+
+    std::string root;
+    bool temporary;
+    Tree tree;
+    SharedRecord<state::Session> session;
+    SharedRecord<state::Network> network;
+};
+
+// The record of an interface, or an invalid argument.
+[[nodiscard]] state::Interface& interface_record(
+    state::Network& network, std::string_view interface_name);
+
+// Copy a text into a field of a record; one that does not fit is an invalid argument.
+void copy_field(char* field, std::size_t size, std::string_view text, const char* what);
+
+template <std::size_t kSize>
+void copy_field(char (&field)[kSize], std::string_view text, const char* what) {
+    copy_field(field, kSize, text, what);
+}
+
+}  // namespace kxsim

@@ -1,0 +1,29 @@
+// A PCI function as the kernel shows it: its directory under /sys/bus/pci/devices.
+#pragma once
+
+#include <kxsim/host.hpp>
+
+#include <string>
+
+#include "host/tree.hpp"
+
+namespace kxsim {
+
+// Where a function sits.
+struct Location {
+    unsigned domain = 0;
+    unsigned bus = 0;
+    unsigned device = 0;
+    unsigned function = 0;
+
+    // "03:00.4" or "0001:03:00.4"; anything else is an invalid argument.
+    [[nodiscard]] static Location parse(const std::string& text);
+
+    // "0000:03:00.4", by which the kernel knows it.
+    [[nodiscard]] std::string full() const;
+    [[nodiscard]] std::string directory() const;
+};
+
+void write_pci_function(Tree& tree, const PciDevice& device);
+
+}  // namespace kxsim

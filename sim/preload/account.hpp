@@ -1,0 +1,33 @@
+// Counting, logging and refusing calls: every wrapper asks here before it goes on.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <type_traits>
+
+#include "state/calls.hpp"
+
+namespace kxsim::preload {
+
+// Count and log one call. Returns the errno with which a fault rule has it fail, or 0. object is
+// the path or the interface that the call is about; command the request of an ioctl.
+[[nodiscard]] int account(state::Call call, const char* object = "", std::uint32_t command = 0);
+
+// As account, for calls on a descriptor; the path it is open on is found when something asks.
+[[nodiscard]] int account_descriptor(state::Call call, int descriptor);
+
+// Note that the call that was counted last was refused by the host rather than by a rule.
+void note_refusal(int error);
+
+// The result of a call that failed: -1 or null, with errno set.
+template <class Result>
+[[nodiscard]] Result refuse(int error) {
+    errno = error;
+    if constexpr (std::is_pointer_v<Result>) {
+        return nullptr;
+    } else {
+        return static_cast<Result>(-1);
+    }
+}
+
+}  // namespace kxsim::preload

@@ -1,0 +1,147 @@
+#include "preload/attached.hpp"
+
+#include <fcntl.h>
+#include <kxsim/preload.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "preload/export.hpp"
+#include "preload/next.hpp"
+
+namespace kxsim::preload {
+namespace {
+
+enum class Phase { kUnknown, kSearching, kReal, kSimulated };
+
+constinit Host the_host{};
+constinit std::atomic<Phase> phase = Phase::kUnknown;
+
+// getenv without its lock and its need for an initialised C library.
+const char* session_in_environment() {
+    const std::size_t length = sizeof state::kRootVariable - 1;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        if (std::strncmp(*entry, state::kRootVariable, length) == 0 && (*entry)[length] == '=') {
+            return *entry + length + 1;
+        }
+    }
+    return nullptr;
+}
+
+template <class Record>
+int map_file(const char* root, const char* file, Record*& record) {
+    char path[PATH_MAX];
+    if (std::strlen(root) + std::strlen(file) >= sizeof path) {
+        return ENAMETOOLONG;
+    }
+    std::strcpy(path, root);
+    std::strcat(path, file);
+    const int descriptor = next<"open", decltype(::open)>()(path, O_RDWR | O_CLOEXEC);
+    if (descriptor < 0) {
+        return errno;
+    }
+    void* const address = next<"mmap", decltype(::mmap)>()(
+        nullptr, sizeof(Record), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    const int reason = errno;
+    ::close(descriptor);
+    if (address == MAP_FAILED) {
+        return reason;
+    }
+    record = static_cast<Record*>(address);
+    return 0;
+}
+
+template <class Record>
+void unmap(Record*& record) {
+    if (record != nullptr) {
+        ::munmap(record, sizeof(Record));
+        record = nullptr;
+    }
+}
+
+void drop_host() {
+    unmap(the_host.session);
+    unmap(the_host.network);
+}
+
+int map_host(const char* root) {
+    the_host.root_length = std::strlen(root);
+    if (the_host.root_length + sizeof state::kTreeDirectory > sizeof the_host.tree) {
+        return ENAMETOOLONG;
+    }
+    std::strcpy(the_host.tree, root);
+    std::strcat(the_host.tree, state::kTreeDirectory);
+    the_host.tree_length = std::strlen(the_host.tree);
+    struct stat status {};
+    if (next<"lstat", decltype(::lstat)>()(the_host.tree, &status) != 0) {
+        return errno;
+    }
+    the_host.device = status.st_dev;
+    int error = map_file(root, state::kSessionFile, the_host.session);
+    if (error == 0) {
+        error = map_file(root, state::kNetworkFile, the_host.network);
+    }
+    if (error != 0) {
+        drop_host();
+    }
+    return error;
+}
+
+// A session that is named but cannot be mapped must not leave the process on the real machine,
+// whose adapters it would change.
+void find_host() {
+    const KeepErrno keep;
+    const char* const root = session_in_environment();
+    if (root == nullptr || *root == '\0') {
+        phase = Phase::kReal;
+        return;
+    }
+    if (map_host(root) != 0) {
+        complain("libkxsim: KXSIM_ROOT names no session\n");
+        _exit(127);
+    }
+    phase = Phase::kSimulated;
+}
+
+}  // namespace
+
+Host* host() {
+    if (Pause::active()) {
+        return nullptr;
+    }
+    Phase now = phase.load(std::memory_order_acquire);
+    if (now == Phase::kUnknown &&
+        phase.compare_exchange_strong(now, Phase::kSearching, std::memory_order_acq_rel)) {
+        find_host();
+        now = phase;
+    }
+    return now == Phase::kSimulated ? &the_host : nullptr;
+}
+
+}  // namespace kxsim::preload
+
+using kxsim::preload::Pause;
+using kxsim::preload::Phase;
+
+extern "C" {
+
+KXSIM_EXPORT int kxsim_attach(const char* root) {
+    kxsim_detach();
+    const int error = kxsim::preload::map_host(root);
+    kxsim::preload::phase = error == 0 ? Phase::kSimulated : Phase::kReal;
+    return error;
+}
+
+KXSIM_EXPORT void kxsim_detach(void) {
+    kxsim::preload::phase = Phase::kReal;
+    kxsim::preload::drop_host();
+}
+
+KXSIM_EXPORT void kxsim_pause(void) { Pause::begin(); }
+
+KXSIM_EXPORT void kxsim_resume(void) { Pause::end(); }
+
+}  // extern "C"

@@ -1,0 +1,40 @@
+// The functions that the wrappers stand in front of: the next definition of each name in the
+// process, looked up when it is first needed.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace kxsim::preload {
+
+// Ends the process when there is none: a wrapper without its function has no answer to give.
+[[nodiscard]] void* find_next(const char* name);
+
+// A line for standard error, when the process is about to end.
+void complain(const char* text);
+
+// A function's name as a template argument.
+template <std::size_t kSize>
+struct FunctionName {
+    consteval FunctionName(const char (&name)[kSize]) {
+        for (std::size_t i = 0; i < kSize; ++i) {
+            text[i] = name[i];
+        }
+    }
+    char text[kSize];
+};
+
+// next<"open", decltype(::open)>() is what open would be without this library. Safe before
+// constructors ran: it needs no initialisation and takes no lock.
+template <FunctionName kName, class Function>
+[[nodiscard]] Function* next() {
+    static constinit std::atomic<void*> found = nullptr;
+    void* function = found.load(std::memory_order_relaxed);
+    if (function == nullptr) {
+        function = find_next(kName.text);
+        found.store(function, std::memory_order_relaxed);
+    }
+    return reinterpret_cast<Function*>(function);
+}
+
+}  // namespace kxsim::preload

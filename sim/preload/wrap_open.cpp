@@ -1,0 +1,177 @@
+// Calls that open a path: descriptors, streams and directories.
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "preload/listing.hpp"
+#include "preload/on_path.hpp"
+
+namespace {
+
+using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
+using kxsim::state::Call;
+
+bool creates(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+
+Intent intent_of(int flags) { return creates(flags) ? Intent::kCreate : Intent::kUse; }
+
+int stopped_open(Call call, const Target& target, int flags) {
+    if (const int error = account(call, target.name(), static_cast<unsigned>(flags)); error != 0) {
+        return error;
+    }
+    const int error = target.refusal(flags);
+    if (error != 0) {
+        note_refusal(error);
+    }
+    return error;
+}
+
+template <FunctionName kName, class Function>
+int open_path(const char* path, int flags, mode_t mode) {
+    const Target target(AT_FDCWD, path, intent_of(flags));
+    if (const int error = stopped_open(Call::kOpen, target, flags); error != 0) {
+        return refuse<int>(error);
+    }
+    return next<kName, Function>()(target.path(), flags, mode);
+}
+
+template <FunctionName kName, class Function>
+int open_path_at(int directory, const char* path, int flags, mode_t mode) {
+    const Target target(directory, path, intent_of(flags));
+    if (const int error = stopped_open(Call::kOpen, target, flags); error != 0) {
+        return refuse<int>(error);
+    }
+    return next<kName, Function>()(directory, target.path(), flags, mode);
+}
+
+// The flags that a stream's mode stands for.
+int stream_flags(const char* mode) {
+    bool update = false;
+    for (const char* letter = mode; *letter != '\0' && *letter != ','; ++letter) {
+        update = update || *letter == '+';
+    }
+    const int access = update ? O_RDWR : O_WRONLY;
+    switch (*mode) {
+        case 'w':
+            return access | O_CREAT | O_TRUNC;
+        case 'a':
+            return access | O_CREAT | O_APPEND;
+        default:
+            return update ? O_RDWR : O_RDONLY;
+    }
+}
+
+template <FunctionName kName, class Function, class... Rest>
+FILE* open_stream(Call call, const char* path, const char* mode, Rest... rest) {
+    const int flags = stream_flags(mode);
+    const Target target(AT_FDCWD, path, intent_of(flags));
+    if (const int error = stopped_open(call, target, flags); error != 0) {
+        return refuse<FILE*>(error);
+    }
+    return next<kName, Function>()(target.path(), mode, rest...);
+}
+
+// The mode argument is there only when the flags make a file.
+mode_t mode_argument(int flags, va_list arguments) {
+    return creates(flags) ? va_arg(arguments, mode_t) : 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+#pragma GCC visibility push(default)
+
+int open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = mode_argument(flags, arguments);
+    va_end(arguments);
+    return open_path<"open", decltype(::open)>(path, flags, mode);
+}
+int open64(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = mode_argument(flags, arguments);
+    va_end(arguments);
+    return open_path<"open64", decltype(::open64)>(path, flags, mode);
+}
+int openat(int directory, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = mode_argument(flags, arguments);
+    va_end(arguments);
+    return open_path_at<"openat", decltype(::openat)>(directory, path, flags, mode);
+}
+int openat64(int directory, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = mode_argument(flags, arguments);
+    va_end(arguments);
+    return open_path_at<"openat64", decltype(::openat64)>(directory, path, flags, mode);
+}
+
+// What open becomes in a program that was built with checks and gives no mode.
+int __open_2(const char* path, int flags) {
+    return open_path<"open", decltype(::open)>(path, flags, 0);
+}
+int __open64_2(const char* path, int flags) {
+    return open_path<"open64", decltype(::open64)>(path, flags, 0);
+}
+int __openat_2(int directory, const char* path, int flags) {
+    return open_path_at<"openat", decltype(::openat)>(directory, path, flags, 0);
+}
+int __openat64_2(int directory, const char* path, int flags) {
+    return open_path_at<"openat64", decltype(::openat64)>(directory, path, flags, 0);
+}
+
+int creat(const char* path, mode_t mode) {
+    return open_path<"open", decltype(::open)>(path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+int creat64(const char* path, mode_t mode) {
+    return open_path<"open64", decltype(::open64)>(path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+
+FILE* fopen(const char* path, const char* mode) {
+    return open_stream<"fopen", decltype(::fopen)>(Call::kFopen, path, mode);
+}
+FILE* fopen64(const char* path, const char* mode) {
+    return open_stream<"fopen64", decltype(::fopen64)>(Call::kFopen, path, mode);
+}
+FILE* freopen(const char* path, const char* mode, FILE* stream) {
+    return open_stream<"freopen", decltype(::freopen)>(Call::kFreopen, path, mode, stream);
+}
+FILE* freopen64(const char* path, const char* mode, FILE* stream) {
+    return open_stream<"freopen64", decltype(::freopen64)>(Call::kFreopen, path, mode, stream);
+}
+
+DIR* opendir(const char* path) {
+    const Target target(AT_FDCWD, path, Intent::kUse);
+    if (const int error = stopped_open(Call::kOpendir, target, O_RDONLY | O_DIRECTORY);
+        error != 0) {
+        return refuse<DIR*>(error);
+    }
+    return listed(next<"opendir", decltype(::opendir)>()(target.path()));
+}
+DIR* fdopendir(int descriptor) {
+    return listed(next<"fdopendir", decltype(::fdopendir)>()(descriptor));
+}
+
+// Sorts by its own comparison, so the order that the host gives does not show.
+int scandir(
+    const char* path, dirent*** list, int (*select)(const dirent*),
+    int (*compare)(const dirent**, const dirent**)) {
+    return on_path<"scandir", decltype(::scandir)>({Call::kOpendir}, path, list, select, compare);
+}
+int scandir64(
+    const char* path, dirent64*** list, int (*select)(const dirent64*),
+    int (*compare)(const dirent64**, const dirent64**)) {
+    return on_path<"scandir64", decltype(::scandir64)>(
+        {Call::kOpendir}, path, list, select, compare);
+}
+
+#pragma GCC visibility pop
+
+}  // extern "C"

@@ -1,0 +1,20 @@
+// The adapters' delays cost no time here: they are added up instead.
+#include <unistd.h>
+
+#include "preload/account.hpp"
+#include "preload/attached.hpp"
+#include "preload/next.hpp"
+
+using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
+
+extern "C" __attribute__((visibility("default"))) int usleep(useconds_t microseconds) {
+    Host* const on = host();
+    if (on == nullptr) {
+        return next<"usleep", decltype(::usleep)>()(microseconds);
+    }
+    if (const int error = account(kxsim::state::Call::kUsleep, "", microseconds); error != 0) {
+        return refuse<int>(error);
+    }
+    on->session->slept_microseconds.fetch_add(microseconds, std::memory_order_relaxed);
+    return 0;
+}

@@ -1,0 +1,67 @@
+// The kinds of calls that the simulated host counts and can make fail.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace kxsim::state {
+
+// Each stands for all spellings of a call: kOpen for open, open64, openat, creat and so on.
+enum class Call : std::uint16_t {
+    kAccess,
+    kCalloc,
+    kChdir,
+    kChmod,
+    kChown,
+    kFclose,
+    kFflush,
+    kFopen,
+    kFreopen,
+    kFsync,
+    kGetifaddrs,
+    kIoctl,
+    kLink,
+    kMalloc,
+    kMkdir,
+    kMmap,
+    kOpen,
+    kOpendir,
+    kRead,
+    kReaddir,
+    kReadlink,
+    kRealloc,
+    kRealpath,
+    kRename,
+    kRmdir,
+    kSocket,
+    kStat,
+    kSymlink,
+    kTruncate,
+    kUnlink,
+    kUsleep,
+    kUtime,
+    kWrite,
+    kXattr,
+    kCount,
+};
+
+inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::kCount);
+
+// By kind; also the names that fault rules and counters use.
+inline constexpr std::array<std::string_view, kCallCount> kCallNames{
+    "access",   "calloc",   "chdir",  "chmod",      "chown",  "fclose",  "fflush",
+    "fopen",    "freopen",  "fsync",  "getifaddrs", "ioctl",  "link",    "malloc",
+    "mkdir",    "mmap",     "open",   "opendir",    "read",   "readdir", "readlink",
+    "realloc",  "realpath", "rename", "rmdir",      "socket", "stat",    "symlink",
+    "truncate", "unlink",   "usleep", "utime",      "write",  "xattr",
+};
+
+static_assert(!kCallNames.back().empty(), "every kind of call has a name");
+
+// Memory is what everything uses; these fail only while a window is open.
+constexpr bool is_allocation(Call call) {
+    return call == Call::kMalloc || call == Call::kCalloc || call == Call::kRealloc;
+}
+
+}  // namespace kxsim::state

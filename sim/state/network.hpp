@@ -1,0 +1,57 @@
+// The simulated host's network interfaces, as all processes of a session share them.
+//
+// A plain record in a mapped file: the builder writes it, the models read and change it from
+// whichever process made the request, so a setting that one command made is there for the next.
+#pragma once
+
+#include <linux/ethtool.h>
+#include <netinet/in.h>
+
+#include <cstdint>
+
+namespace kxsim::state {
+
+inline constexpr std::size_t kNameSize = 16;  // of an interface, with its NUL
+inline constexpr std::uint32_t kMostInterfaces = 4096;
+inline constexpr std::uint32_t kMostAddresses = 16;  // of one interface
+inline constexpr std::uint32_t kMostRefusals = 64;   // of one interface
+
+struct Address {
+    std::uint16_t family;  // AF_INET, AF_INET6
+    std::uint8_t prefix;
+    std::uint8_t has_netmask;
+    union {
+        in_addr ipv4;
+        in6_addr ipv6;
+    };
+};
+
+// A request that the driver of an interface answers with an error.
+struct Refusal {
+    std::uint32_t command;  // an Ethernet tool command, or the number of another request
+    std::int32_t error;     // errno
+};
+
+struct Interface {
+    char driver[sizeof ethtool_drvinfo::driver];
+    char driver_version[sizeof ethtool_drvinfo::version];
+    char firmware[sizeof ethtool_drvinfo::fw_version];
+    char bus_info[sizeof ethtool_drvinfo::bus_info];
+    std::uint8_t mac[6];
+    std::uint16_t reserved;
+    std::uint32_t index;
+    std::uint32_t flags;  // IFF_...
+    std::uint32_t mtu;
+    std::uint32_t address_count;
+    Address addresses[kMostAddresses];
+    std::uint32_t refusal_count;
+    Refusal refusals[kMostRefusals];
+};
+
+struct Network {
+    std::uint32_t count;  // slots used; a removed interface leaves an empty name behind
+    char names[kMostInterfaces][kNameSize];
+    Interface interfaces[kMostInterfaces];
+};
+
+}  // namespace kxsim::state

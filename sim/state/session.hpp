@@ -1,0 +1,62 @@
+// What the processes of one session share beside files and interfaces: fault rules, counters, the
+// log of an open window, and the time that nobody slept.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "state/calls.hpp"
+
+namespace kxsim::state {
+
+// Below the session's directory.
+inline constexpr char kTreeDirectory[] = "/tree";    // the simulated files, by their paths
+inline constexpr char kOrderDirectory[] = "/order";  // the order of directory entries
+inline constexpr char kOrderFile[] = "/@";           // in the order directory of a directory
+inline constexpr char kSessionFile[] = "/state/session";
+inline constexpr char kNetworkFile[] = "/state/network";
+
+inline constexpr char kRootVariable[] = "KXSIM_ROOT";  // names the session in the environment
+
+inline constexpr std::uint32_t kMostRules = 64;
+inline constexpr std::uint32_t kMostLogged = 1U << 16;
+inline constexpr std::size_t kObjectSize = 104;  // of a path or name, cut if need be
+
+// "The nth call of a kind fails."
+struct FaultRule {
+    std::atomic<std::uint32_t> in_use;
+    Call call;
+    std::uint16_t reserved;
+    std::uint32_t nth;         // of the calls that match, counted from 1
+    std::uint32_t times;       // how many fail from there on; 0 for all
+    std::int32_t error;        // errno
+    std::uint32_t command;     // of an ioctl; 0 for any
+    char object[kObjectSize];  // path or interface name, "*" at its end for any rest; empty for any
+    char from[32];             // allocations: part of the calling object's file name; empty for any
+    std::atomic<std::uint32_t> seen;   // calls that matched
+    std::atomic<std::uint32_t> fired;  // calls that failed
+};
+
+// One call made while a window was open.
+struct LoggedCall {
+    Call call;
+    std::uint16_t reserved;
+    std::int32_t error;     // errno of the fault or the model's refusal; 0 when the call went on
+    std::uint32_t command;  // of an ioctl, flags of an open
+    char object[kObjectSize];
+};
+
+struct Session {
+    std::atomic<std::uint32_t> window_process;  // the process that counts its calls; 0 for none
+    std::uint32_t hide_entry_types;             // directory entries are of unknown type
+    std::atomic<std::uint64_t> slept_microseconds;
+    std::atomic<std::uint64_t> counts[kCallCount];
+    std::atomic<std::uint32_t> logged;  // may run past kMostLogged; the rest was not kept
+    LoggedCall log[kMostLogged];
+    FaultRule rules[kMostRules];
+};
+
+static_assert(
+    std::atomic<std::uint64_t>::is_always_lock_free, "the counters are shared between processes");
+
+}  // namespace kxsim::state
