@@ -8,7 +8,6 @@
 #include <kxsim/host.hpp>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/stat_entries.hpp"
@@ -67,7 +66,7 @@ protected:
 
     std::vector<Entry> q3_entries(const std::string& content) {
         host_.file(kSnmp, content);
-        test::free_entries(std::exchange(chain_, nullptr));
+        test::drop_entries(&chain_);
         read_q3();
         EXPECT_EQ(status_, 0U);
         return test::entries_of(chain_);
@@ -75,7 +74,7 @@ protected:
 
     std::vector<Entry> q4_entries(const std::string& content) {
         host_.file(kTcp, content);
-        test::free_entries(std::exchange(card_.stats, nullptr));
+        test::drop_entries(&card_.stats);
         read_q4();
         EXPECT_EQ(status_, 0U);
         return test::entries_of(card_.stats);
@@ -113,7 +112,7 @@ TEST_F(CardStatistics, Q3FileThatCannotBeOpenedGives1AndLeavesTheSlot) {
     read_q3();
     EXPECT_EQ(status_, 1U);
     EXPECT_THAT(test::entries_of(chain_), ElementsAre(Entry{9, "old", 999}));
-    test::free_entries(std::exchange(chain_, nullptr));
+    test::drop_entries(&chain_);
     read_q3();
     EXPECT_TRUE(chain_ == nullptr);
 }
@@ -205,10 +204,10 @@ TEST_F(CardStatistics, OverwrittenEntryKeepsNothingOfTheOldOne) {
 TEST_F(CardStatistics, Q3SlotMayStandAtAnyAddress) {
     host_.file(kSnmp, counter_lines(1, 2));
     char bytes[sizeof(StatEntry*) + 1] = {};
-    auto* const slot = reinterpret_cast<KxStatEntryPtr*>(bytes + 1);
+    KxStatEntryPtr* const slot = reinterpret_cast<KxStatEntryPtr*>(bytes + 1);
     output_of([&] { return getCardStats(slot, "toe0"); });
     EXPECT_THAT(test::entries_of(*slot), SizeIs(2));
-    test::free_entries(*slot);
+    test::drop_entries(slot);
 }
 
 TEST_F(CardStatistics, Q3AllocationThatFailsGives66AndKeepsWhatWasRead) {
@@ -217,7 +216,7 @@ TEST_F(CardStatistics, Q3AllocationThatFailsGives66AndKeepsWhatWasRead) {
         host_, {.call = "calloc", .error = ENOMEM, .from = "libkxlinhw"}, [&](unsigned nth) {
             EXPECT_EQ(getCardStats(&chain_, "toe0"), nth <= 3 ? 66U : 0U) << nth;
             EXPECT_EQ(test::entries_of(chain_).size(), nth - 1);
-            test::free_entries(std::exchange(chain_, nullptr));
+            test::drop_entries(&chain_);
         });
     EXPECT_EQ(positions, 3U);
 }
@@ -287,7 +286,7 @@ TEST_F(CardStatistics, Q4TakesTheFirstEntryThatContainsTheLocation) {
     read_q4();
     EXPECT_THAT(test::entries_of(card_.stats), ElementsAre(Entry{2, "First", 1}));
     host_.order("/proc/driver/zfab4", {"0000:04:00.4", "x04:00.4y"});
-    test::free_entries(std::exchange(card_.stats, nullptr));
+    test::drop_entries(&card_.stats);
     read_q4();
     EXPECT_THAT(test::entries_of(card_.stats), ElementsAre(Entry{2, "Second", 2}));
 }
@@ -319,7 +318,7 @@ TEST_F(CardStatistics, Q4AllocationThatFailsIsAFailure) {
     const unsigned positions = kxsim::sweep(
         host_, {.call = "calloc", .error = ENOMEM, .from = "libkxlinhw"}, [&](unsigned nth) {
             EXPECT_EQ(getQ4CardStats(&card_), nth <= 3 ? 0xFFFFFFFF : 0U) << nth;
-            test::free_entries(std::exchange(card_.stats, nullptr));
+            test::drop_entries(&card_.stats);
         });
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(positions, 3U);

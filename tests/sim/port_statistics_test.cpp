@@ -184,13 +184,13 @@ TEST_F(PortStatistics, SmallestOfTheThreeNumbersCounts) {
     change([](kxsim::Nic& nic) { nic.announced_counters = 2; });
     EXPECT_EQ(read().size(), 2U);
     change([](kxsim::Nic& nic) { nic.announced_counters = 1000; });
-    test::free_entries(std::exchange(port_.stats, nullptr));
+    test::drop_entries(&port_.stats);
     EXPECT_EQ(read().size(), 3U);
     change([](kxsim::Nic& nic) { nic.announced_counters = {}; });
     for (const auto member : {&kxsim::Nic::named_counters, &kxsim::Nic::valued_counters}) {
         for (const uint32_t number : {0U, 1U, 2U, 3U, 4U, 0xFFFFFFFFU}) {
             change([&](kxsim::Nic& nic) { nic.*member = number; });
-            test::free_entries(std::exchange(port_.stats, nullptr));
+            test::drop_entries(&port_.stats);
             EXPECT_EQ(read().size(), std::min(number, 3U)) << number;
             change([&](kxsim::Nic& nic) { nic.*member = {}; });
         }
@@ -215,7 +215,7 @@ TEST_F(PortStatistics, EveryAllocationThatFailsGives66AndKeepsWhatWasRead) {
         host_, {.call = "calloc", .error = ENOMEM, .from = "libkxlinhw"}, [&](unsigned nth) {
             EXPECT_EQ(getTxRxStats("eth2", &port_), nth <= 5 ? 66U : 0U) << nth;
             EXPECT_EQ(test::entries_of(port_.stats).size(), nth <= 2 ? 0U : nth - 3);
-            test::free_entries(std::exchange(port_.stats, nullptr));
+            test::drop_entries(&port_.stats);
         });
     EXPECT_EQ(positions, 5U);
 }

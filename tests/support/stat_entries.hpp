@@ -40,6 +40,12 @@ inline void free_entries(StatEntry* first) {
     }
 }
 
+// Free a chain and empty its slot, which may stand at any address.
+inline void drop_entries(KxStatEntryPtr* slot) {
+    free_entries(*slot);
+    *slot = nullptr;
+}
+
 // A chain of entries that read {9, "old", 999}, for readers to overwrite.
 inline StatEntry* make_chain(std::size_t length) {
     StatEntry* first = nullptr;
