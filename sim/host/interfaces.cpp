@@ -102,6 +102,7 @@ void Host::interface(const Interface& interface) {
     }
     const std::uint32_t slot = network.count;
     network.interfaces[slot] = make_record(interface, slot + 1);
+    write_nic(network, network.interfaces[slot], interface.nic);
     copy_field(network.names[slot], interface.name, "interface name");
     ++network.count;
     write_directory(state_->tree, interface.name, network.interfaces[slot]);
