@@ -28,8 +28,10 @@ KX_EXPORT uint32_t InitAndFillInfo_Kxcard(CardList** list, uint32_t mask);
 
 /* Fill the groups of mask into an inventory that is already built.
    Returns 0; 62 when the driver inventory was asked for and is empty, or when neither Ethernet
-   driver is loaded (prints a line); 1 when the statistics of the last Q3 card could not be read
-   (the rest is filled all the same); 317 for a null list. */
+   driver is loaded (prints a line); the failure of the last Q3 card's statistics (1 or 66, the rest
+   is filled all the same); 317 for a null list. Prints "Card of type: TYPE" for each card whose
+   statistics it reads, and what the readers print. A group that is not asked for nulls the
+   statistics it would have filled, without freeing them. */
 KX_EXPORT uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask);
 
 /* Free an inventory with all its records; null is accepted. Returns 0. */

@@ -7,8 +7,11 @@
 
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/modules.h>
+#include <kxlinhw/offload.h>
+#include <kxlinhw/port.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/records.h>
+#include <kxlinhw/statistics.h>
 #include <kxlinhw/status.h>
 
 #endif

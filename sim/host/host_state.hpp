@@ -32,6 +32,9 @@ struct Host::State {
 [[nodiscard]] state::Interface& interface_record(
     state::Network& network, std::string_view interface_name);
 
+// Have the driver of an interface answer as nic tells.
+void write_nic(state::Network& network, state::Interface& record, const Nic& nic);
+
 // Copy a text into a field of a record; one that does not fit is an invalid argument.
 void copy_field(char* field, std::size_t size, std::string_view text, const char* what);
 

@@ -37,16 +37,21 @@ void add_addresses(
     }
 }
 
+// Texts of drivers may fill their fields without a NUL.
+template <std::size_t N>
+void copy_driver_text(char (&field)[N], const std::string& text, const char* what) {
+    if (text.size() > N) {
+        throw std::invalid_argument(std::string(what) + " \"" + text + "\" is too long");
+    }
+    text.copy(field, N);
+}
+
 state::Interface make_record(const Interface& interface, std::uint32_t index) {
     state::Interface record{};
     copy_field(record.driver, interface.driver, "driver name");
     copy_field(record.driver_version, interface.driver_version, "driver version");
-    copy_field(record.bus_info, interface.bus_info, "bus information");
-    // The driver's text may fill its field without a NUL.
-    if (interface.firmware.size() > sizeof record.firmware) {
-        throw std::invalid_argument("firmware text \"" + interface.firmware + "\" is too long");
-    }
-    std::memcpy(record.firmware, interface.firmware.data(), interface.firmware.size());
+    copy_driver_text(record.bus_info, interface.bus_info, "bus information");
+    copy_driver_text(record.firmware, interface.firmware, "firmware text");
     parse_mac(interface.mac.empty() ? made_up_mac(interface.name) : interface.mac, record.mac);
     record.index = index;
     record.mtu = interface.mtu;
@@ -69,10 +74,9 @@ void write_directory(Tree& tree, const std::string& name, const state::Interface
     tree.write(directory + "/mtu", std::to_string(record.mtu) + "\n", 0644);
     tree.write(directory + "/ifindex", std::to_string(record.index) + "\n", 0444);
     tree.write(directory + "/operstate", (record.flags & IFF_UP) != 0 ? "up\n" : "down\n", 0444);
-    const std::string device = std::string("/sys/bus/pci/devices/") + record.bus_info;
-    if (record.bus_info[0] != '\0' && tree.exists(device)) {
-        tree.make_link(
-            directory + "/device", "../../../bus/pci/devices/" + std::string(record.bus_info));
+    const std::string bus(record.bus_info, strnlen(record.bus_info, sizeof record.bus_info));
+    if (!bus.empty() && tree.exists("/sys/bus/pci/devices/" + bus)) {
+        tree.make_link(directory + "/device", "../../../bus/pci/devices/" + bus);
     }
 }
 
@@ -98,6 +102,7 @@ void Host::interface(const Interface& interface) {
     }
     const std::uint32_t slot = network.count;
     network.interfaces[slot] = make_record(interface, slot + 1);
+    write_nic(network, network.interfaces[slot], interface.nic);
     copy_field(network.names[slot], interface.name, "interface name");
     ++network.count;
     write_directory(state_->tree, interface.name, network.interfaces[slot]);

@@ -2,52 +2,21 @@
 // a few more). Effect: the interface's record in the session's network file is read or changed, so
 // the setting is there for every process of the session. What can be made to fail: each request of
 // each interface, by a refusal that carries an errno; the ioctl as such, by a fault rule.
-//
-// One more Ethernet tool command is one more row of kEthtoolCommands.
 #include "models/nic.hpp"
 
-#include <linux/ethtool.h>
 #include <linux/sockios.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "models/ethtool.hpp"
 #include "preload/tree_file.hpp"
 
 namespace kxsim::models {
 namespace {
 
 using state::Interface;
-
-int get_driver_info(Interface& interface, void* data) {
-    ethtool_drvinfo info{};
-    info.cmd = ETHTOOL_GDRVINFO;
-    std::memcpy(info.driver, interface.driver, sizeof info.driver);
-    std::memcpy(info.version, interface.driver_version, sizeof info.version);
-    std::memcpy(info.fw_version, interface.firmware, sizeof info.fw_version);
-    std::memcpy(info.bus_info, interface.bus_info, sizeof info.bus_info);
-    std::memcpy(data, &info, sizeof info);
-    return 0;
-}
-
-struct EthtoolCommand {
-    std::uint32_t command;
-    int (*run)(Interface& interface, void* data);  // returns an errno, or 0
-};
-
-constexpr EthtoolCommand kEthtoolCommands[] = {
-    {ETHTOOL_GDRVINFO, get_driver_info},
-};
-
-int run_ethtool(Interface& interface, std::uint32_t command, void* data) {
-    for (const EthtoolCommand& row : kEthtoolCommands) {
-        if (row.command == command) {
-            return row.run(interface, data);
-        }
-    }
-    return EOPNOTSUPP;
-}
 
 // The kernel shows an interface's MTU in its directory too.
 void show_mtu(const preload::Host& host, const char* name, const Interface& interface) {
@@ -104,8 +73,9 @@ int answer(preload::Host& host, unsigned long request, ifreq& asked) {
     }
     switch (request) {
         case SIOCETHTOOL:
-            return asked.ifr_data == nullptr ? EFAULT
-                                             : run_ethtool(*interface, command, asked.ifr_data);
+            return asked.ifr_data == nullptr
+                       ? EFAULT
+                       : run_ethtool(*host.network, *interface, command, asked.ifr_data);
         case SIOCSIFMTU:
             return set_mtu(host, *interface, name, asked.ifr_mtu);
         default:

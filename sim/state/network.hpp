@@ -8,13 +8,15 @@
 #include <netinet/in.h>
 
 #include <cstdint>
+#include <kxsim/nic.hpp>
 
 namespace kxsim::state {
 
 inline constexpr std::size_t kNameSize = 16;  // of an interface, with its NUL
 inline constexpr std::uint32_t kMostInterfaces = 4096;
-inline constexpr std::uint32_t kMostAddresses = 16;  // of one interface
-inline constexpr std::uint32_t kMostRefusals = 64;   // of one interface
+inline constexpr std::uint32_t kMostAddresses = 16;       // of one interface
+inline constexpr std::uint32_t kMostRefusals = 64;        // of one interface
+inline constexpr std::uint32_t kMostCounters = 1U << 17;  // of all interfaces
 
 struct Address {
     std::uint16_t family;  // AF_INET, AF_INET6
@@ -32,6 +34,22 @@ struct Refusal {
     std::int32_t error;     // errno
 };
 
+// A counter of a driver. All interfaces take theirs from one pool.
+struct Counter {
+    char name[ETH_GSTRING_LEN];
+    std::uint64_t value;
+    std::uint64_t step;
+};
+
+// The counters of one interface, and the numbers that its driver gives of them: -1 for the truth.
+struct CounterRange {
+    std::uint32_t first;
+    std::uint32_t count;
+    std::int64_t announced;
+    std::int64_t named;
+    std::int64_t valued;
+};
+
 struct Interface {
     char driver[sizeof ethtool_drvinfo::driver];
     char driver_version[sizeof ethtool_drvinfo::version];
@@ -46,12 +64,16 @@ struct Interface {
     Address addresses[kMostAddresses];
     std::uint32_t refusal_count;
     Refusal refusals[kMostRefusals];
+    NicSettings nic;
+    CounterRange counters;
 };
 
 struct Network {
     std::uint32_t count;  // slots used; a removed interface leaves an empty name behind
     char names[kMostInterfaces][kNameSize];
     Interface interfaces[kMostInterfaces];
+    std::uint32_t counters_used;
+    Counter counters[kMostCounters];
 };
 
 }  // namespace kxsim::state

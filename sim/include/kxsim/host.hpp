@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
+#include <kxsim/nic.hpp>
 #include <map>
 #include <memory>
 #include <optional>
@@ -46,6 +47,7 @@ struct Interface {
     std::string bus_info = {};  // an adapter's port: "0000:" and the adapter's location
     bool up = true;
     bool loopback = false;
+    Nic nic = {};  // what its driver answers
 };
 
 // One PCI function of any maker.
@@ -250,6 +252,10 @@ public:
 
     // The MTU that the interface's driver has.
     [[nodiscard]] unsigned mtu(std::string_view interface_name) const;
+
+    // What the interface's driver answers, as it stands now; and giving it other answers.
+    [[nodiscard]] Nic nic(std::string_view interface_name) const;
+    void nic(std::string_view interface_name, const Nic& nic);
 
     // The directory of the session; a process with KXSIM_ROOT set to it and libkxsim.so preloaded
     // is on the host.

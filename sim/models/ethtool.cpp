@@ -1,0 +1,227 @@
+// Trigger: a SIOCETHTOOL request. Effect: a getting command copies the answer out of the
+// interface's record, a setting command puts it there, for every process of the session. Counters
+// grow by their steps after each reading while there is a link. What can be made to fail: each
+// command of each interface, by a refusal; the numbers of counters that the driver gives.
+//
+// One more command is one more row of kCommands.
+#include "models/ethtool.hpp"
+
+#include <linux/ethtool.h>
+#include <net/if.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace kxsim::models {
+namespace {
+
+using state::Counter;
+using state::Interface;
+using state::Network;
+
+// A command of one interface, with the caller's record.
+struct Request {
+    Network& network;
+    Interface& interface;
+    std::uint32_t command;
+    void* data;
+
+    template <class Record>
+    [[nodiscard]] Record asked() const {
+        Record record;
+        std::memcpy(&record, data, sizeof record);
+        return record;
+    }
+
+    template <class Record>
+    void answer(Record record) const {
+        record.cmd = command;
+        std::memcpy(data, &record, sizeof record);
+    }
+
+    // Behind the head of a record whose length the caller chose.
+    [[nodiscard]] char* behind(std::size_t head) const { return static_cast<char*>(data) + head; }
+
+    [[nodiscard]] Counter* counters() const { return network.counters + interface.counters.first; }
+};
+
+using Run = int (*)(const Request&);  // returns an errno, or 0
+
+std::uint32_t told(std::int64_t instead, std::uint32_t truth) {
+    return instead < 0 ? truth : static_cast<std::uint32_t>(instead);
+}
+
+bool has_link(const Interface& interface) {
+    return (interface.flags & IFF_UP) != 0 && interface.nic.link != 0;
+}
+
+int get_driver_info(const Request& request) {
+    const Interface& interface = request.interface;
+    ethtool_drvinfo info{};
+    std::memcpy(info.driver, interface.driver, sizeof info.driver);
+    std::memcpy(info.version, interface.driver_version, sizeof info.version);
+    std::memcpy(info.fw_version, interface.firmware, sizeof info.fw_version);
+    std::memcpy(info.bus_info, interface.bus_info, sizeof info.bus_info);
+    info.n_stats = told(interface.counters.announced, interface.counters.count);
+    request.answer(info);
+    return 0;
+}
+
+int get_link(const Request& request) {
+    const bool up = (request.interface.flags & IFF_UP) != 0;
+    request.answer(ethtool_value{.cmd = 0, .data = up ? request.interface.nic.link : 0});
+    return 0;
+}
+
+// Settings that are records of their own: read and written whole.
+template <auto Setting>
+int get(const Request& request) {
+    request.answer(request.interface.nic.*Setting);
+    return 0;
+}
+
+template <auto Setting>
+int set(const Request& request) {
+    auto& setting = request.interface.nic.*Setting;
+    setting = request.asked<std::remove_reference_t<decltype(setting)>>();
+    return 0;
+}
+
+// Settings that are numbers.
+template <auto Setting>
+int get_number(const Request& request) {
+    request.answer(ethtool_value{.cmd = 0, .data = request.interface.nic.*Setting});
+    return 0;
+}
+
+template <auto Setting>
+int set_number(const Request& request) {
+    request.interface.nic.*Setting = request.asked<ethtool_value>().data;
+    return 0;
+}
+
+template <auto Setting>
+int set_switch(const Request& request) {
+    request.interface.nic.*Setting = request.asked<ethtool_value>().data != 0 ? 1 : 0;
+    return 0;
+}
+
+// What a port supports, and what its transceiver is, nobody sets.
+int set_link_settings(const Request& request) {
+    auto wanted = request.asked<ethtool_cmd>();
+    ethtool_cmd& link = request.interface.nic.link_settings;
+    wanted.supported = link.supported;
+    wanted.transceiver = link.transceiver;
+    wanted.lp_advertising = link.lp_advertising;
+    link = wanted;
+    return 0;
+}
+
+int set_rings(const Request& request) {
+    auto wanted = request.asked<ethtool_ringparam>();
+    ethtool_ringparam& rings = request.interface.nic.rings;
+    if (wanted.rx_pending > rings.rx_max_pending ||
+        wanted.rx_mini_pending > rings.rx_mini_max_pending ||
+        wanted.rx_jumbo_pending > rings.rx_jumbo_max_pending ||
+        wanted.tx_pending > rings.tx_max_pending) {
+        return EINVAL;
+    }
+    wanted.rx_max_pending = rings.rx_max_pending;
+    wanted.rx_mini_max_pending = rings.rx_mini_max_pending;
+    wanted.rx_jumbo_max_pending = rings.rx_jumbo_max_pending;
+    wanted.tx_max_pending = rings.tx_max_pending;
+    rings = wanted;
+    return 0;
+}
+
+int negotiate_again(const Request& request) {
+    if (request.interface.nic.link_settings.autoneg == AUTONEG_DISABLE) {
+        return EINVAL;
+    }
+    ++request.interface.nic.negotiations;
+    return 0;
+}
+
+int get_strings(const Request& request) {
+    auto head = request.asked<ethtool_gstrings>();
+    if (head.string_set != ETH_SS_STATS) {
+        return EOPNOTSUPP;
+    }
+    const state::CounterRange& range = request.interface.counters;
+    const std::uint32_t fitting = std::min(head.len, range.count);
+    for (std::uint32_t i = 0; i < fitting; ++i) {
+        std::memcpy(
+            request.behind(sizeof head + std::size_t{i} * ETH_GSTRING_LEN),
+            request.counters()[i].name, ETH_GSTRING_LEN);
+    }
+    head.len = told(range.named, range.count);
+    std::memcpy(request.data, &head, sizeof head);
+    return 0;
+}
+
+int get_counters(const Request& request) {
+    auto head = request.asked<ethtool_stats>();
+    const state::CounterRange& range = request.interface.counters;
+    const std::uint32_t fitting = std::min(head.n_stats, range.count);
+    const bool moving = has_link(request.interface);
+    for (std::uint32_t i = 0; i < fitting; ++i) {
+        Counter& counter = request.counters()[i];
+        std::memcpy(
+            request.behind(sizeof head + i * sizeof counter.value), &counter.value,
+            sizeof counter.value);
+        counter.value += moving ? counter.step : 0;
+    }
+    head.n_stats = told(range.valued, range.count);
+    std::memcpy(request.data, &head, sizeof head);
+    return 0;
+}
+
+struct Command {
+    std::uint32_t command;
+    Run run;
+};
+
+using Settings = NicSettings;
+
+constexpr Command kCommands[] = {
+    {ETHTOOL_GSET, get<&Settings::link_settings>},
+    {ETHTOOL_SSET, set_link_settings},
+    {ETHTOOL_GDRVINFO, get_driver_info},
+    {ETHTOOL_GWOL, get<&Settings::wake_on_lan>},
+    {ETHTOOL_GMSGLVL, get_number<&Settings::message_level>},
+    {ETHTOOL_SMSGLVL, set_number<&Settings::message_level>},
+    {ETHTOOL_NWAY_RST, negotiate_again},
+    {ETHTOOL_GLINK, get_link},
+    {ETHTOOL_GCOALESCE, get<&Settings::coalescing>},
+    {ETHTOOL_SCOALESCE, set<&Settings::coalescing>},
+    {ETHTOOL_GRINGPARAM, get<&Settings::rings>},
+    {ETHTOOL_SRINGPARAM, set_rings},
+    {ETHTOOL_GPAUSEPARAM, get<&Settings::pause>},
+    {ETHTOOL_SPAUSEPARAM, set<&Settings::pause>},
+    {ETHTOOL_GRXCSUM, get_number<&Settings::rx_checksum>},
+    {ETHTOOL_SRXCSUM, set_switch<&Settings::rx_checksum>},
+    {ETHTOOL_GTXCSUM, get_number<&Settings::tx_checksum>},
+    {ETHTOOL_STXCSUM, set_switch<&Settings::tx_checksum>},
+    {ETHTOOL_GSG, get_number<&Settings::scatter_gather>},
+    {ETHTOOL_SSG, set_switch<&Settings::scatter_gather>},
+    {ETHTOOL_GSTRINGS, get_strings},
+    {ETHTOOL_GSTATS, get_counters},
+    {ETHTOOL_GTSO, get_number<&Settings::tso>},
+    {ETHTOOL_STSO, set_switch<&Settings::tso>},
+    {ETHTOOL_GGSO, get_number<&Settings::gso>},
+    {ETHTOOL_SGSO, set_switch<&Settings::gso>},
+};
+
+}  // namespace
+
+int run_ethtool(Network& network, Interface& interface, std::uint32_t command, void* data) {
+    for (const Command& row : kCommands) {
+        if (row.command == command) {
+            return row.run({network, interface, command, data});
+        }
+    }
+    return EOPNOTSUPP;
+}
+
+}  // namespace kxsim::models

@@ -1,0 +1,26 @@
+// The texts in which agents read a driver's link settings.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kx::inventory {
+
+// Connectors of a supported mask, each followed by a blank; "N/A" when the mask names none.
+[[nodiscard]] std::string connector_list_text(uint32_t supported);
+
+// Link modes of a supported mask; "Not Reported" when the mask names none.
+[[nodiscard]] std::string supported_modes_text(uint32_t supported);
+
+// Link modes of an advertising mask; "Not reported" when the mask names none.
+[[nodiscard]] std::string advertised_modes_text(uint32_t advertising);
+
+// The connector in use, by the driver's port byte.
+[[nodiscard]] std::string connector_text(uint8_t port);
+
+[[nodiscard]] const char* transceiver_text(uint8_t transceiver);
+
+// A letter for each wake-on-LAN mode; "d" (disabled) for an empty mask.
+[[nodiscard]] std::string wake_letters(uint32_t modes);
+
+}  // namespace kx::inventory

@@ -1,0 +1,171 @@
+// Command lines that need no adapter, half of them wrong on purpose.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "kxctl/process.hpp"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using Json = nlohmann::json;
+
+struct Row {
+    std::vector<const char*> words;
+    int exit;
+    const char* out;  // what standard output begins with; "" for nothing at all
+    const char* err;  // all of standard error
+};
+
+std::ostream& operator<<(std::ostream& stream, const Row& row) {
+    stream << "kxctl";
+    for (const char* word : row.words) {
+        stream << ' ' << word;
+    }
+    return stream;
+}
+
+constexpr const char* kVersions = "kxctl          6.2\nlibkxlinhw     6.2\n";
+
+const Row kRows[] = {
+    // done
+    {{"version"}, 0, kVersions, ""},
+    {{"-v", "version"}, 0, kVersions, ""},
+    {{"version", "-v"}, 0, kVersions, ""},
+    {{"version", "--color", "never"}, 0, kVersions, ""},
+    {{"--color=auto", "version"}, 0, kVersions, ""},
+    {{"version", "--color", "always", "--color", "never"}, 0, kVersions, ""},
+    {{"version", "--"}, 0, kVersions, ""},
+    {{"-j", "version", "--"}, 0, "{\n  \"kxctl\"", ""},
+    {{"version", "-j"}, 0, "{\n  \"kxctl\"", ""},
+    {{"version", "--json"}, 0, "{\n  \"kxctl\"", ""},
+    {{"-jv", "version"}, 0, "{\n  \"kxctl\"", ""},
+    {{"-j", "-j", "version"}, 0, "{\n  \"kxctl\"", ""},
+    {{"--version"}, 0, "kxctl 6.2\n", ""},
+    {{"card", "list", "--version"}, 0, "kxctl 6.2\n", ""},
+    {{"-j", "--version"}, 0, "{\n  \"kxctl\"", ""},
+    {{"--help"}, 0, "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n", ""},
+    {{"-h"}, 0, "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n", ""},
+    {{"--sim", "--help"}, 0, "Usage: kxctl [OPTION...] NOUN", ""},
+    {{"card", "--help"}, 0, "Usage: kxctl [OPTION...] card VERB [ARGUMENT...]\n", ""},
+    {{"card", "list", "--help"}, 0, "Usage: kxctl [OPTION...] card list\n", ""},
+    {{"--help", "card", "list"}, 0, "Usage: kxctl [OPTION...] card list\n", ""},
+    {{"port", "list", "-h"}, 0, "Usage: kxctl [OPTION...] port list LOCATION\n", ""},
+    {{"module", "list", "-vh"}, 0, "Usage: kxctl [OPTION...] module list\n", ""},
+    {{"version", "-h"}, 0, "Usage: kxctl [OPTION...] version\n", ""},
+    {{"--help", "--json"}, 0, "{\n  \"commands\"", ""},
+    // wrong
+    {{}, 2, "", "kxctl: No command given (see --help)\n"},
+    {{""}, 2, "", "kxctl: Unknown command  (see --help)\n"},
+    {{"-v"}, 2, "", "kxctl: No command given (see --help)\n"},
+    {{"--sim"}, 2, "", "kxctl: No command given (see --help)\n"},
+    {{"crad", "list"}, 2, "", "kxctl: Unknown command crad (see --help)\n"},
+    {{"crad", "--help"}, 2, "", "kxctl: Unknown command crad (see --help)\n"},
+    {{"list", "card"}, 2, "", "kxctl: Unknown command list (see --help)\n"},
+    {{"Card", "list"}, 2, "", "kxctl: Unknown command Card (see --help)\n"},
+    {{"\033[2J"}, 2, "", "kxctl: Unknown command \uFFFD[2J (see --help)\n"},
+    {{"--bogus"}, 2, "", "kxctl: Unknown option --bogus (see --help)\n"},
+    {{"-x", "card", "list"}, 2, "", "kxctl: card list does not take -x (see --help)\n"},
+    {{"card"}, 2, "", "kxctl: card needs a verb: list (see --help)\n"},
+    {{"card", "lst"}, 2, "", "kxctl: card knows list, not lst (see --help)\n"},
+    {{"card", "--all"}, 2, "", "kxctl: Unknown option --all (see --help)\n"},
+    {{"card", "list", "03:00.4"}, 2, "", "kxctl: card list does not take 03:00.4 (see --help)\n"},
+    {{"card", "list", "port", "list"}, 2, "", "kxctl: card list does not take port (see --help)\n"},
+    {{"card", "list", "list"}, 2, "", "kxctl: card list does not take list (see --help)\n"},
+    {{"version", "--", "x"}, 2, "", "kxctl: version does not take x (see --help)\n"},
+    {{"port", "list", "--", "-x", "-y"}, 2, "", "kxctl: port list does not take -y (see --help)\n"},
+    {{"--", "version"}, 2, "", "kxctl: No command given (see --help)\n"},
+    {{"port", "list"}, 2, "", "kxctl: port list: LOCATION is required (see --help)\n"},
+    {{"port", "list", "--all"}, 2, "", "kxctl: port list does not take --all (see --help)\n"},
+    {{"port", "list", "a", "b"}, 2, "", "kxctl: port list does not take b (see --help)\n"},
+    {{"version", "show"}, 2, "", "kxctl: version does not take show (see --help)\n"},
+    {{"version", "--color"},
+     2,
+     "",
+     "kxctl: version: --color: 1 required WHEN missing (see --help)\n"},
+    {{"version", "--color", "green"},
+     2,
+     "",
+     "kxctl: version: --color: green is none of auto, always, never (see --help)\n"},
+    {{"version", "--json=no"},
+     2,
+     "",
+     "kxctl: version: json was given a disallowed flag override (see --help)\n"},
+    {{"version", "--verbos"}, 2, "", "kxctl: version does not take --verbos (see --help)\n"},
+    {{"--sim=", "version"}, 2, "", "kxctl: --sim= names no scenario\n"},
+};
+
+class CommandLine : public testing::TestWithParam<Row> {};
+
+TEST_P(CommandLine, AnswersAsItsRowSays) {
+    const Row& row = GetParam();
+    const test::Result result = test::run({row.words.begin(), row.words.end()});
+    EXPECT_EQ(result.exit, row.exit);
+    EXPECT_EQ(result.err, row.err);
+    if (*row.out == '\0') {
+        EXPECT_EQ(result.out, "");
+    } else {
+        EXPECT_THAT(result.out, StartsWith(row.out));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, CommandLine, testing::ValuesIn(kRows));
+
+// Every wrong line once more, for machines: the same text and exit code as JSON.
+class WrongCommandLine : public testing::TestWithParam<Row> {};
+
+TEST_P(WrongCommandLine, IsReportedAsJsonWhenAsked) {
+    std::vector<std::string> words = {GetParam().words.begin(), GetParam().words.end()};
+    words.insert(words.begin(), "-j");
+    const test::Result result = test::run(words);
+    const Json reply = Json::parse(result.out);
+    ASSERT_EQ(reply.size(), 1U);
+    const Json& error = reply.at("error");
+    EXPECT_EQ(error.size(), 4U);
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(error.at("code"), 2);
+    EXPECT_TRUE(error.at("status").is_null());
+    EXPECT_EQ(error.at("detail"), Json::array());
+    EXPECT_FALSE(error.at("text").get<std::string>().empty());
+    EXPECT_EQ(result.err, GetParam().err);
+}
+
+std::vector<Row> wrong_rows() {
+    std::vector<Row> rows;
+    for (const Row& row : kRows) {
+        if (row.exit != 0) {
+            rows.push_back(row);
+        }
+    }
+    return rows;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, WrongCommandLine, testing::ValuesIn(wrong_rows()));
+
+TEST(WrongCommandLines, AreAboutHalfOfTheRows) {
+    EXPECT_GE(wrong_rows().size() * 2, std::size(kRows));
+}
+
+TEST(JsonWish, BehindTheEndOfOptionsIsAWordLikeAnyOther) {
+    const test::Result result = test::run({"card", "list", "--", "-j"});
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr("does not take -j"));
+}
+
+TEST(Version, TellsTheLibrarysOwnVersionAsJson) {
+    const test::Result result = test::run({"version", "--json"});
+    const Json reply = Json::parse(result.out);
+    EXPECT_EQ(reply.at("kxctl"), Json({{"version", "6.2"}}));
+    EXPECT_EQ(
+        reply.at("library"),
+        Json({{"name", "libkxlinhw"}, {"version", "6.2"}, {"version_word", 0x00060002}}));
+    EXPECT_EQ(reply.at("pci_vendor_id"), KXLINHW_PCI_VENDOR_ID);
+    EXPECT_EQ(reply.size(), 3U);
+}
+
+}  // namespace

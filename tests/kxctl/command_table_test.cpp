@@ -1,0 +1,247 @@
+// The command table as a table, and the help that is made from it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+
+#include "command_line.hpp"
+#include "failure.hpp"
+#include "help.hpp"
+#include "kxctl/process.hpp"
+#include "printable.hpp"
+#include "simulation.hpp"
+
+namespace {
+
+using namespace kx::ctl;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+std::vector<std::string> words_of(const std::string& line) {
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+// "-j,--json" and the like as its single names.
+std::vector<std::string> names_of(const Argument& argument) {
+    std::vector<std::string> names;
+    std::istringstream stream(argument.name);
+    for (std::string name; std::getline(stream, name, ',');) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+class EveryCommand : public testing::TestWithParam<const Command*> {
+protected:
+    const Command& command = *GetParam();
+};
+
+TEST_P(EveryCommand, IsDescribed) {
+    EXPECT_STRNE(command.noun, "");
+    EXPECT_STRNE(command.help, "");
+    EXPECT_THAT(command.help, Not(EndsWith(".")));
+    EXPECT_THAT(command.about, EndsWith("."));
+    EXPECT_NE(command.run, nullptr);
+    for (const Argument& argument : command.arguments) {
+        EXPECT_STRNE(argument.help, "") << argument.name;
+    }
+}
+
+TEST_P(EveryCommand, TakesEachArgumentOnce) {
+    std::set<std::string> names;
+    for (const Argument& argument : global_options()) {
+        for (const std::string& name : names_of(argument)) {
+            EXPECT_TRUE(names.insert(name).second) << name;
+        }
+    }
+    for (const Argument& argument : command.arguments) {
+        for (const std::string& name : names_of(argument)) {
+            EXPECT_TRUE(names.insert(name).second) << name;
+        }
+    }
+}
+
+TEST_P(EveryCommand, HasOnlyItsLastWordsOptionalOrRepeated) {
+    Count before = Count::kOne;
+    for (const Argument& argument : command.arguments) {
+        if (!argument.is_option()) {
+            EXPECT_TRUE(before == Count::kOne || argument.count == Count::kOptional)
+                << argument.name;
+            EXPECT_NE(before, Count::kSeveral) << argument.name;
+            before = argument.count;
+        }
+    }
+}
+
+TEST_P(EveryCommand, HasTwoExamplesThatParse) {
+    ASSERT_EQ(command.examples.size(), 2U);
+    for (const char* example : command.examples) {
+        std::vector<std::string> words = words_of(example);
+        ASSERT_EQ(words.at(0), "kxctl") << example;
+        words.erase(words.begin());
+        const Invocation invocation = parse(take_simulation(words).words);
+        EXPECT_EQ(invocation.command, &command) << example;
+    }
+}
+
+TEST_P(EveryCommand, PrintsItsOwnHelp) {
+    std::vector<std::string> words = words_of(command.name());
+    words.emplace_back("--help");
+    const test::Result result = test::run(words);
+    EXPECT_EQ(result.exit, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(result.out, HasSubstr("kxctl [OPTION...] " + command.name()));
+    EXPECT_THAT(result.out, HasSubstr(std::string(command.help) + "."));
+    for (const char* example : command.examples) {
+        EXPECT_THAT(result.out, HasSubstr(std::string("\n  ") + example + "\n"));
+    }
+    for (const Argument& argument : command.arguments) {
+        EXPECT_THAT(result.out, HasSubstr(names_of(argument).back()));
+    }
+}
+
+std::string test_name(const testing::TestParamInfo<const Command*>& info) {
+    return std::string(info.param->noun) + "_" + info.param->verb;
+}
+
+std::vector<const Command*> all_commands() {
+    std::vector<const Command*> all;
+    for (const Command& command : commands()) {
+        all.push_back(&command);
+    }
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, EveryCommand, testing::ValuesIn(all_commands()), test_name);
+
+TEST(CommandTable, NamesEachCommandOnceAndKeepsNounsTogether) {
+    std::set<std::string> names;
+    std::set<std::string> nouns;
+    std::string last;
+    for (const Command& command : commands()) {
+        EXPECT_TRUE(names.insert(command.name()).second) << command.name();
+        if (command.noun != last) {
+            EXPECT_TRUE(nouns.insert(command.noun).second) << command.noun;
+            last = command.noun;
+        }
+    }
+}
+
+TEST(CommandTable, HasNoNounThatIsBothACommandAndAGroup) {
+    for (const Command& command : commands()) {
+        for (const Command& other : commands()) {
+            if (*command.verb == '\0' && &command != &other) {
+                EXPECT_STRNE(command.noun, other.noun);
+            }
+        }
+    }
+}
+
+// Every help text there is: of the program, of each noun, of each command.
+std::vector<std::string> all_helps() {
+    std::vector<std::string> helps = {help_text({})};
+    for (const Command& command : commands()) {
+        Invocation invocation;
+        invocation.noun = command.noun;
+        helps.push_back(help_text(invocation));
+        invocation.command = &command;
+        helps.push_back(help_text(invocation));
+    }
+    return helps;
+}
+
+TEST(Help, FitsEightyColumnsAndLeavesNoBlankAtALinesEnd) {
+    for (const std::string& help : all_helps()) {
+        std::istringstream stream(help);
+        for (std::string line; std::getline(stream, line);) {
+            EXPECT_LE(display_width(line), 80U) << line;
+            EXPECT_THAT(line, Not(EndsWith(" ")));
+        }
+    }
+}
+
+TEST(Help, EndsInTwoExamples) {
+    for (const std::string& help : all_helps()) {
+        const std::size_t at = help.find("\nExamples:\n");
+        ASSERT_NE(at, help.npos) << help;
+        const std::string examples = help.substr(at);
+        EXPECT_EQ(std::count(examples.begin(), examples.end(), '\n'), 4) << help;
+    }
+}
+
+TEST(Help, OfTheProgramNamesEveryCommandOptionAndExitCode) {
+    const std::string help = help_text({});
+    for (const Command& command : commands()) {
+        EXPECT_THAT(help, HasSubstr("\n  " + command.name()));
+        EXPECT_THAT(help, HasSubstr(command.help));
+    }
+    for (const Argument& option : global_options()) {
+        for (const std::string& name : names_of(option)) {
+            EXPECT_THAT(help, HasSubstr(name));
+        }
+    }
+    for (const ExitCodeRow& row : exit_codes()) {
+        EXPECT_THAT(
+            help, HasSubstr(std::to_string(static_cast<int>(row.code)) + "  " + row.meaning));
+    }
+}
+
+TEST(Help, AsDataHoldsTheRowsOfTheTable) {
+    const Json all = help_json({});
+    ASSERT_EQ(all.at("commands").size(), commands().size());
+    EXPECT_EQ(all.at("options").size(), global_options().size());
+    for (std::size_t k = 0; k < commands().size(); ++k) {
+        const Json& row = all.at("commands").at(k);
+        const Command& command = commands()[k];
+        EXPECT_EQ(row.at("noun"), command.noun);
+        EXPECT_EQ(row.at("verb"), command.verb);
+        EXPECT_EQ(row.at("help"), command.help);
+        EXPECT_EQ(row.at("about"), command.about);
+        EXPECT_EQ(row.at("examples").size(), 2U);
+        ASSERT_EQ(row.at("arguments").size(), command.arguments.size());
+        for (std::size_t n = 0; n < command.arguments.size(); ++n) {
+            EXPECT_EQ(row.at("arguments").at(n).at("name"), command.arguments[n].name);
+        }
+    }
+}
+
+TEST(Help, AsDataOfANounHoldsItsCommandsOnly) {
+    Invocation invocation;
+    invocation.noun = "port";
+    for (const Json& row : help_json(invocation).at("commands")) {
+        EXPECT_EQ(row.at("noun"), "port");
+    }
+    invocation.command = &commands()[0];
+    EXPECT_EQ(help_json(invocation).at("commands").size(), 1U);
+}
+
+TEST(GlobalOptions, AreTakenBehindEveryCommand) {
+    for (const Command& command : commands()) {
+        std::vector<std::string> words = words_of(command.name());
+        for (const Argument& argument : command.arguments) {
+            if (!argument.is_option()) {
+                words.emplace_back(argument.choices.empty() ? "1" : argument.choices[0]);
+            }
+        }
+        for (const Argument& option : global_options()) {
+            for (const std::string& name : names_of(option)) {
+                std::vector<std::string> with_option = words;
+                with_option.push_back(name);
+                if (*option.value != '\0' && option.count != Count::kOptional) {
+                    with_option.push_back(option.choices.at(0));
+                }
+                EXPECT_NO_THROW(parse(take_simulation(with_option).words))
+                    << command.name() << name;
+            }
+        }
+    }
+}
+
+}  // namespace

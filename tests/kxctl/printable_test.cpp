@@ -1,0 +1,63 @@
+// Texts made fit for a terminal.
+#include "printable.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using kx::ctl::display_width;
+using kx::ctl::printable;
+
+TEST(Printable, LeavesValidTextAsItIs) {
+    for (const char* text : {"", "plain", "\u00E9", "\u20AC", "\U0001F600", "\U0010FFFF"}) {
+        EXPECT_EQ(printable(text), text);
+    }
+}
+
+TEST(Printable, ReplacesControlCharacters) {
+    for (const char* text :
+         {"\n", "\t", "\r", "\033", "\x7F", "\u0080", "\u009B", "\u2028", "\u202E", "\u2066"}) {
+        EXPECT_EQ(printable(text), "\uFFFD") << text;
+    }
+    EXPECT_EQ(printable(std::string(1, '\0')), "\uFFFD");
+}
+
+TEST(Printable, ReplacesEachByteThatStartsNoCharacter) {
+    const struct {
+        const char* text;
+        const char* expected;
+    } rows[] = {
+        {"\x80", "\uFFFD"},                                // continuation alone
+        {"\xC3", "\uFFFD"},                                // cut at the end
+        {"\xC3(", "\uFFFD("},                              // cut before another character
+        {"\xE2\x82", "\uFFFD\uFFFD"},                      // cut after two of three bytes
+        {"\xF0\x9F\x98", "\uFFFD\uFFFD\uFFFD"},            // cut after three of four
+        {"\xC0\xAF", "\uFFFD\uFFFD"},                      // longer than needed
+        {"\xE0\x80\xAF", "\uFFFD\uFFFD\uFFFD"},            // longer than needed
+        {"\xF0\x80\x80\xAF", "\uFFFD\uFFFD\uFFFD\uFFFD"},  // longer than needed
+        {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},            // half of a surrogate pair
+        {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond the last character
+        {"\xFF\xFE", "\uFFFD\uFFFD"},                      // never part of UTF-8
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(printable(row.text), row.expected) << row.expected;
+    }
+}
+
+TEST(DisplayWidth, FollowsTheBlocksOfWideAndCombiningCharacters) {
+    EXPECT_EQ(display_width(""), 0U);
+    EXPECT_EQ(display_width("abc"), 3U);
+    EXPECT_EQ(display_width("\uFFFD"), 1U);
+    EXPECT_EQ(display_width("\u02FF"), 1U) << "before the combining marks";
+    EXPECT_EQ(display_width("\u0300"), 0U);
+    EXPECT_EQ(display_width("\u036F"), 0U);
+    EXPECT_EQ(display_width("\u0370"), 1U) << "after the combining marks";
+    EXPECT_EQ(display_width("\u8A9E\u8A9E"), 4U);
+    EXPECT_EQ(display_width("\uAC00"), 2U);
+    EXPECT_EQ(display_width("\U0001F600"), 2U);
+    EXPECT_EQ(display_width("\U0010FFFF"), 1U) << "behind the last block";
+}
+
+}  // namespace

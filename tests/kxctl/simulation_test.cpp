@@ -1,0 +1,158 @@
+// --sim: what is taken out of the command line, and what is run then.
+#include "simulation.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "failure.hpp"
+#include "kxctl/process.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using Words = std::vector<std::string>;
+
+struct Row {
+    Words words;
+    std::optional<std::string> scenario;
+    Words rest;
+};
+
+TEST(SimulationWords, NameTheScenarioAndLeaveTheCommand) {
+    const Row rows[] = {
+        {{"card", "list"}, std::nullopt, {"card", "list"}},
+        {{"--sim", "card", "list"}, "lab", {"card", "list"}},
+        {{"card", "list", "--sim"}, "lab", {"card", "list"}},
+        {{"card", "--sim", "list"}, "lab", {"card", "list"}},
+        {{"--sim", "-j", "card", "list"}, "lab", {"-j", "card", "list"}},
+        {{"--sim", "q4", "card", "list"}, "q4", {"card", "list"}},
+        {{"card", "list", "--sim", "q4"}, "q4", {"card", "list"}},
+        {{"--sim=q4", "card", "list"}, "q4", {"card", "list"}},
+        {{"--sim=card", "card", "list"}, "card", {"card", "list"}},
+        {{"--sim", "./card", "card", "list"}, "./card", {"card", "list"}},
+        {{"port", "list", "--sim", "03:00.4"}, "lab", {"port", "list", "03:00.4"}},
+        {{"port", "list", "03:00.4", "--sim"}, "lab", {"port", "list", "03:00.4"}},
+        {{"--sim", "/a:b/c.toml", "version"}, "/a:b/c.toml", {"version"}},
+        {{"--sim", "", "version"}, "lab", {"", "version"}},
+        {{"--sim", "a", "--sim=b", "version"}, "b", {"version"}},
+        {{"--sim", "version"}, "lab", {"version"}},
+        {{"--simple"}, std::nullopt, {"--simple"}},
+        {{"port", "list", "--", "--sim"}, std::nullopt, {"port", "list", "--", "--sim"}},
+        {{"--sim", "--", "x"}, "lab", {"--", "x"}},
+        {{"--sim"}, "lab", {}},
+        {{}, std::nullopt, {}},
+    };
+    for (const Row& row : rows) {
+        const kx::ctl::SimulationWords taken = kx::ctl::take_simulation(row.words);
+        EXPECT_EQ(taken.scenario, row.scenario) << testing::PrintToString(row.words);
+        EXPECT_EQ(taken.words, row.rest) << testing::PrintToString(row.words);
+    }
+}
+
+TEST(SimulationWords, RefuseAnEmptyScenario) {
+    EXPECT_THROW(static_cast<void>(kx::ctl::take_simulation({"--sim="})), kx::ctl::Failure);
+}
+
+// A directory with a copy of kxctl and, when asked, a "kxsim" that tells how it was called.
+class Installation {
+public:
+    Installation() { fs::copy_file(KXCTL_PROGRAM, kxctl()); }
+    ~Installation() { fs::remove_all(root_); }
+    Installation(const Installation&) = delete;
+    Installation& operator=(const Installation&) = delete;
+
+    fs::path kxctl() const { return root_ / "kxctl"; }
+
+    fs::path add_kxsim(const std::string& directory, const std::string& script) const {
+        fs::create_directories(root_ / directory);
+        const fs::path tool = root_ / directory / "kxsim";
+        std::ofstream(tool) << "#!/bin/sh\n" << script;
+        fs::permissions(tool, fs::perms::owner_all);
+        return tool.parent_path();
+    }
+
+    // PATH has nothing but the basic tools and `front`.
+    test::Result run(const Words& words, const std::string& front = "/nowhere") const {
+        test::Setup setup;
+        setup.program = kxctl();
+        setup.environment = {"PATH=" + front + ":/usr/bin:/bin"};
+        return test::run(words, setup);
+    }
+
+private:
+    static fs::path make_root() {
+        char name[] = "/tmp/kxctl-simulation-XXXXXX";
+        return mkdtemp(name);
+    }
+
+    fs::path root_ = make_root();
+};
+
+constexpr const char* kTell = "printf '%s|' \"$@\"\n";
+
+TEST(SimulatedRun, UsesTheSimulatorBesideKxctl) {
+    const Installation installation;
+    installation.add_kxsim(".", kTell);
+    const fs::path other = installation.add_kxsim("other", "echo other\n");
+    const test::Result result =
+        installation.run({"-j", "port", "list", "--sim", "--", "a b"}, other);
+    EXPECT_EQ(
+        result.out,
+        "run|--scenario|lab|--|" + installation.kxctl().string() + "|-j|port|list|--|a b|");
+    EXPECT_EQ(result.exit, 0);
+}
+
+TEST(SimulatedRun, FallsBackToTheSimulatorInThePath) {
+    const Installation installation;
+    const fs::path other = installation.add_kxsim("other", kTell);
+    EXPECT_THAT(
+        installation.run({"--sim", "q3", "version"}, other).out,
+        testing::StartsWith("run|--scenario|q3|--|"));
+}
+
+TEST(SimulatedRun, GivesTheExitCodeOfTheSimulator) {
+    const Installation installation;
+    installation.add_kxsim(".", "exit 77\n");
+    EXPECT_EQ(installation.run({"--sim", "version"}).exit, 77);
+}
+
+TEST(SimulatedRun, HandsOverDefaultSignals) {
+    const Installation installation;
+    installation.add_kxsim(".", "kill -PIPE $$\nexit 0\n");
+    EXPECT_EQ(installation.run({"--sim", "version"}).exit, 128 + SIGPIPE);
+}
+
+TEST(SimulatedRun, WithoutASimulatorSaysSo) {
+    const Installation installation;
+    const test::Result result = installation.run({"--sim", "version"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(
+        result.err, "kxctl: The simulated host is not installed: no kxsim in " +
+                        installation.kxctl().parent_path().string() + " or in PATH\n");
+}
+
+TEST(SimulatedRun, WithoutASimulatorSaysSoInJsonToo) {
+    const Installation installation;
+    const test::Result result = installation.run({"--sim", "version", "-j"});
+    const nlohmann::json error = nlohmann::json::parse(result.out).at("error");
+    EXPECT_EQ(error.at("code"), 1);
+    EXPECT_THAT(error.at("text").get<std::string>(), HasSubstr("no kxsim"));
+}
+
+TEST(SimulatedRun, NeverStartsForAWrongCommandLine) {
+    const Installation installation;
+    installation.add_kxsim(".", kTell);
+    const test::Result result = installation.run({"--sim", "lab", "port", "list"});
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.out, "");
+}
+
+}  // namespace

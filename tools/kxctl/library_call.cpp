@@ -1,0 +1,66 @@
+#include "library_call.hpp"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "failure.hpp"
+
+namespace kx::ctl {
+namespace {
+
+bool messages_shown = false;
+
+int must(int result) {
+    if (result == -1) {
+        throw Failure(
+            ExitCode::kFailed,
+            fmt::format("Cannot redirect the library's messages: {}", std::strerror(errno)));
+    }
+    return result;
+}
+
+Descriptor duplicate(int descriptor) {
+    return Descriptor(must(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)));
+}
+
+Descriptor message_target() {
+    return messages_shown ? duplicate(STDERR_FILENO)
+                          : Descriptor(must(open("/dev/null", O_WRONLY | O_CLOEXEC)));
+}
+
+// The library prints through stdio; what its buffers hold belongs to where the descriptors lead.
+void flush_stdio() {
+    static_cast<void>(std::fflush(stdout));
+    static_cast<void>(std::fflush(stderr));
+}
+
+}  // namespace
+
+void show_library_messages() {
+    messages_shown = true;
+    // In the order in which they happen, between the lines of the logger.
+    static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, 0));
+}
+
+bool library_messages_shown() { return messages_shown; }
+
+Redirection::Redirection(int descriptor, const Descriptor& target)
+    : descriptor_(descriptor), saved_(duplicate(descriptor)) {
+    must(dup2(target.get(), descriptor_));
+}
+
+Redirection::~Redirection() { dup2(saved_.get(), descriptor_); }
+
+LibraryCall::LibraryCall()
+    : target_((flush_stdio(), message_target())),
+      output_(STDOUT_FILENO, target_),
+      errors_(STDERR_FILENO, target_) {}
+
+LibraryCall::~LibraryCall() { flush_stdio(); }
+
+}  // namespace kx::ctl

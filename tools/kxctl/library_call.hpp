@@ -1,0 +1,48 @@
+// Calls into the library, whose functions print diagnostics on standard output as they work.
+#pragma once
+
+#include "descriptor.hpp"
+
+namespace kx::ctl {
+
+// Show what the library prints and logs, on standard error. At first nothing is shown.
+void show_library_messages();
+[[nodiscard]] bool library_messages_shown();
+
+// While it lives, a descriptor leads to where another one does.
+class Redirection {
+public:
+    Redirection(int descriptor, const Descriptor& target);
+    ~Redirection();
+    Redirection(const Redirection&) = delete;
+    Redirection& operator=(const Redirection&) = delete;
+
+private:
+    int descriptor_;
+    Descriptor saved_;
+};
+
+// While it lives, what the library and the commands that it runs print is kept out of kxctl's own
+// output: standard output goes to standard error when library messages are shown; otherwise both
+// go nowhere. Throws Failure when the process has no descriptor left.
+class LibraryCall {
+public:
+    LibraryCall();
+    ~LibraryCall();
+    LibraryCall(const LibraryCall&) = delete;
+    LibraryCall& operator=(const LibraryCall&) = delete;
+
+private:
+    Descriptor target_;
+    Redirection output_;
+    Redirection errors_;
+};
+
+// The result of a function, called with its messages kept out of the way.
+template <class Function>
+auto call_library(Function function) {
+    const LibraryCall call;
+    return function();
+}
+
+}  // namespace kx::ctl

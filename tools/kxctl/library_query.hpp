@@ -1,0 +1,23 @@
+// The library's query functions, which fill flat buffers, as functions that give records.
+#pragma once
+
+#include <kxlinhw/records.h>
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kx::ctl {
+
+// Each throws Failure with the library's status.
+[[nodiscard]] std::vector<CardInfo> query_cards();
+[[nodiscard]] std::vector<PortInfo> query_ports(const std::string& location);
+[[nodiscard]] std::vector<DriverEntry> query_modules();
+
+// The records of a reply: flat copies, each without the pointers at its end. A torn copy at the
+// reply's end is left out.
+template <class Record>
+[[nodiscard]] std::vector<Record> records_of(std::span<const std::byte> reply);
+
+}  // namespace kx::ctl

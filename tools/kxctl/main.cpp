@@ -1,0 +1,85 @@
+// kxctl: the reference agent, a command line over libkxlinhw.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "command_line.hpp"
+#include "failure.hpp"
+#include "help.hpp"
+#include "library_call.hpp"
+#include "output.hpp"
+#include "simulation.hpp"
+#include "standard_streams.hpp"
+
+namespace {
+
+using namespace kx::ctl;
+
+ColourWish colour_wish(const Arguments& options) {
+    const std::string wish = options.get("--color", "auto");
+    return wish == "always"  ? ColourWish::kAlways
+           : wish == "never" ? ColourWish::kNever
+                             : ColourWish::kAuto;
+}
+
+ExitCode show_help(const Invocation& invocation, Output& output) {
+    if (output.wants_json()) {
+        output.json(help_json(invocation));
+    } else {
+        output.text(help_text(invocation));
+    }
+    return ExitCode::kDone;
+}
+
+ExitCode show_version(Output& output) {
+    if (output.wants_json()) {
+        output.json(Json{{"kxctl", {{"version", KXCTL_VERSION}}}});
+    } else {
+        output.text("kxctl " KXCTL_VERSION "\n");
+    }
+    return ExitCode::kDone;
+}
+
+ExitCode execute(const std::vector<std::string>& words, Output& output) {
+    const SimulationWords simulation = take_simulation(words);
+    const Invocation invocation = parse(simulation.words);
+    switch (invocation.wish) {
+        case Wish::kHelp:
+            return show_help(invocation, output);
+        case Wish::kVersion:
+            return show_version(output);
+        case Wish::kRun:
+            break;
+    }
+    if (simulation.scenario) {
+        run_simulated(*simulation.scenario, simulation.words);
+    }
+    output.set_colour(decide_colour(
+        colour_wish(invocation.options), isatty(STDOUT_FILENO) == 1, std::getenv("NO_COLOR"),
+        std::getenv("TERM")));
+    if (invocation.options.has("--verbose")) {
+        show_library_messages();
+    }
+    return invocation.command->run(invocation.arguments, output);
+}
+
+ExitCode execute_and_report(const std::vector<std::string>& words, Output& output) {
+    try {
+        return execute(words, output);
+    } catch (const Failure& failure) {
+        return output.report(failure);
+    } catch (const std::exception& error) {
+        return output.report(Failure(ExitCode::kFailed, error.what()));
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    prepare_standard_streams();
+    const std::vector<std::string> words(argc > 0 ? argv + 1 : argv, argv + argc);
+    Output output(asks_for_json(words));
+    return static_cast<int>(output.finish(execute_and_report(words, output)));
+}

@@ -1,0 +1,25 @@
+// --sim: run the same command on the simulated host.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kx::ctl {
+
+struct SimulationWords {
+    std::optional<std::string> scenario;  // set when --sim was given
+    std::vector<std::string> words;       // the command line without it
+};
+
+// Take "--sim", "--sim=SCENARIO" or "--sim SCENARIO" out of a command line (without the program's
+// name). The word behind a bare --sim is the scenario unless it is an option, a noun or verb, or
+// a PCI bus location. Words behind "--" stay. Of several scenarios the last one counts.
+// Throws Failure for "--sim=".
+[[nodiscard]] SimulationWords take_simulation(const std::vector<std::string>& words);
+
+// Replace this process by kxctl with these words on the simulated host. kxsim is the program beside
+// kxctl's own, otherwise the one in PATH. Throws Failure when it cannot be started.
+[[noreturn]] void run_simulated(const std::string& scenario, const std::vector<std::string>& words);
+
+}  // namespace kx::ctl
