@@ -96,6 +96,10 @@ int map_host(const char* root) {
 // whose adapters it would change.
 void find_host() {
     const KeepErrno keep;
+    if (environ == nullptr) {
+        phase = Phase::kUnknown;  // the C library is not initialised yet
+        return;
+    }
     const char* const root = session_in_environment();
     if (root == nullptr || *root == '\0') {
         phase = Phase::kReal;
