@@ -87,10 +87,8 @@ void Host::adapter(const Adapter& adapter) {
         state_->tree.make_link(
             managed.directory() + "/virtfn" + std::to_string(i), "../" + at.full());
     }
-    for (Interface port : adapter.ports) {
-        port.driver = port.driver.empty() ? driver : port.driver;
-        port.bus_info = port.bus_info.empty() ? managed.full() : port.bus_info;
-        interface(port);
+    for (const Interface& each : adapter.ports) {
+        port(managed.full(), each);
     }
 }
 

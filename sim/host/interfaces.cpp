@@ -1,14 +1,13 @@
 // Network interfaces: the record that their drivers answer from, and their directories.
-#include <arpa/inet.h>
 #include <net/if.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
-#include <functional>
 #include <stdexcept>
 
 #include "host/host_state.hpp"
-#include "host/quiet.hpp"
+#include "host/interface_text.hpp"
+#include "host/pci_function.hpp"
 
 namespace kxsim {
 namespace {
@@ -27,65 +26,6 @@ std::uint32_t find_slot(const state::Network& network, std::string_view name) {
     return slot;
 }
 
-void parse_mac(const std::string& text, std::uint8_t (&mac)[6]) {
-    unsigned bytes[6];
-    int used = 0;
-    if (std::sscanf(
-            text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%n", &bytes[0], &bytes[1], &bytes[2], &bytes[3],
-            &bytes[4], &bytes[5], &used) != 6 ||
-        text.size() != 17 || used != 17) {
-        throw std::invalid_argument("\"" + text + "\" is no MAC address like 02:4b:58:00:00:01");
-    }
-    for (std::size_t i = 0; i < 6; ++i) {
-        mac[i] = static_cast<std::uint8_t>(bytes[i]);
-    }
-}
-
-// A locally administered address, the same for a name every time.
-std::string made_up_mac(const std::string& name) {
-    std::uint32_t hash = 2166136261;
-    for (const char letter : name) {
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 16777619;
-    }
-    char text[18];
-    std::snprintf(
-        text, sizeof text, "02:4b:58:%02x:%02x:%02x", hash >> 16 & 0xFF, hash >> 8 & 0xFF,
-        hash & 0xFF);
-    return text;
-}
-
-std::string mac_text(const std::uint8_t (&mac)[6]) {
-    char text[18];
-    std::snprintf(
-        text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
-        mac[5]);
-    return text;
-}
-
-state::Address parse_address(const std::string& text, sa_family_t family) {
-    const unsigned longest = family == AF_INET ? 32 : 128;
-    const std::size_t slash = text.find('/');
-    state::Address address{};
-    address.family = family;
-    address.has_netmask = slash != text.npos ? 1 : 0;
-    unsigned prefix = longest;
-    char end = '\0';
-    const bool prefix_good =
-        slash == text.npos ||
-        (std::sscanf(text.c_str() + slash + 1, "%3u%c", &prefix, &end) == 1 && prefix <= longest);
-    address.prefix = static_cast<std::uint8_t>(prefix);
-    const std::string digits = text.substr(0, slash);
-    void* const place =
-        family == AF_INET ? static_cast<void*>(&address.ipv4) : static_cast<void*>(&address.ipv6);
-    if (!prefix_good || ::inet_pton(family, digits.c_str(), place) != 1) {
-        throw std::invalid_argument(
-            "\"" + text + "\" is no " +
-            (family == AF_INET ? "IPv4 address like 192.0.2.1/24"
-                               : "IPv6 address like 2001:db8::1/64"));
-    }
-    return address;
-}
-
 void add_addresses(
     state::Interface& record, const std::vector<std::string>& texts, sa_family_t family) {
     for (const std::string& text : texts) {
@@ -97,16 +37,21 @@ void add_addresses(
     }
 }
 
+// Texts of drivers may fill their fields without a NUL.
+template <std::size_t N>
+void copy_driver_text(char (&field)[N], const std::string& text, const char* what) {
+    if (text.size() > N) {
+        throw std::invalid_argument(std::string(what) + " \"" + text + "\" is too long");
+    }
+    text.copy(field, N);
+}
+
 state::Interface make_record(const Interface& interface, std::uint32_t index) {
     state::Interface record{};
     copy_field(record.driver, interface.driver, "driver name");
     copy_field(record.driver_version, interface.driver_version, "driver version");
-    copy_field(record.bus_info, interface.bus_info, "bus information");
-    // The driver's text may fill its field without a NUL.
-    if (interface.firmware.size() > sizeof record.firmware) {
-        throw std::invalid_argument("firmware text \"" + interface.firmware + "\" is too long");
-    }
-    std::memcpy(record.firmware, interface.firmware.data(), interface.firmware.size());
+    copy_driver_text(record.bus_info, interface.bus_info, "bus information");
+    copy_driver_text(record.firmware, interface.firmware, "firmware text");
     parse_mac(interface.mac.empty() ? made_up_mac(interface.name) : interface.mac, record.mac);
     record.index = index;
     record.mtu = interface.mtu;
@@ -123,23 +68,15 @@ state::Interface make_record(const Interface& interface, std::uint32_t index) {
     return record;
 }
 
-void check_name(const std::string& name) {
-    if (name.empty() || name.size() >= state::kNameSize || name == "." || name == ".." ||
-        name.find_first_of("/ \t\n") != name.npos) {
-        throw std::invalid_argument("\"" + name + "\" is no interface name of 1 to 15 characters");
-    }
-}
-
 void write_directory(Tree& tree, const std::string& name, const state::Interface& record) {
     const std::string directory = kDirectory + name;
     tree.write(directory + "/address", mac_text(record.mac) + "\n", 0444);
     tree.write(directory + "/mtu", std::to_string(record.mtu) + "\n", 0644);
     tree.write(directory + "/ifindex", std::to_string(record.index) + "\n", 0444);
     tree.write(directory + "/operstate", (record.flags & IFF_UP) != 0 ? "up\n" : "down\n", 0444);
-    const std::string device = std::string("/sys/bus/pci/devices/") + record.bus_info;
-    if (record.bus_info[0] != '\0' && tree.exists(device)) {
-        tree.make_link(
-            directory + "/device", "../../../bus/pci/devices/" + std::string(record.bus_info));
+    const std::string bus(record.bus_info, strnlen(record.bus_info, sizeof record.bus_info));
+    if (!bus.empty() && tree.exists("/sys/bus/pci/devices/" + bus)) {
+        tree.make_link(directory + "/device", "../../../bus/pci/devices/" + bus);
     }
 }
 
@@ -156,7 +93,7 @@ state::Interface& interface_record(state::Network& network, std::string_view int
 
 void Host::interface(const Interface& interface) {
     state::Network& network = *state_->network;
-    check_name(interface.name);
+    check_interface_name(interface.name);
     if (find_slot(network, interface.name) != network.count) {
         throw std::invalid_argument("interface name " + interface.name + " is taken");
     }
@@ -169,6 +106,18 @@ void Host::interface(const Interface& interface) {
     copy_field(network.names[slot], interface.name, "interface name");
     ++network.count;
     write_directory(state_->tree, interface.name, network.interfaces[slot]);
+}
+
+void Host::port(std::string_view location, const Interface& port) {
+    const Location at = Location::parse(std::string(location));
+    Interface complete = port;
+    if (complete.bus_info.empty()) {
+        complete.bus_info = at.full();
+    }
+    if (complete.driver.empty()) {
+        complete.driver = bound_driver(state_->tree, at);
+    }
+    interface(complete);
 }
 
 void Host::remove_interface(std::string_view name) {

@@ -132,4 +132,9 @@ void write_pci_function(Tree& tree, const PciDevice& device) {
     }
 }
 
+std::string bound_driver(const Tree& tree, const Location& at) {
+    const std::string link = tree.read_link(at.directory() + "/driver");
+    return link.substr(link.rfind('/') + 1);
+}
+
 }  // namespace kxsim

@@ -26,4 +26,7 @@ struct Location {
 
 void write_pci_function(Tree& tree, const PciDevice& device);
 
+// The driver that a function is bound to; empty when it is bound to none.
+[[nodiscard]] std::string bound_driver(const Tree& tree, const Location& at);
+
 }  // namespace kxsim

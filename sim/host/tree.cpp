@@ -181,6 +181,12 @@ std::string Tree::read(std::string_view path) const {
     return read_whole(place(path));
 }
 
+std::string Tree::read_link(std::string_view path) const {
+    const Quiet quiet;
+    std::error_code none;
+    return fs::read_symlink(place(path), none).string();
+}
+
 mode_t Tree::mode(std::string_view path) const {
     const Quiet quiet;
     struct stat status {};

@@ -23,6 +23,7 @@ public:
 
     [[nodiscard]] bool exists(std::string_view path) const;
     [[nodiscard]] std::string read(std::string_view path) const;
+    [[nodiscard]] std::string read_link(std::string_view path) const;  // empty: there is none
     [[nodiscard]] mode_t mode(std::string_view path) const;
 
 private:

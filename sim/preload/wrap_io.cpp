@@ -6,14 +6,17 @@
 
 #include <cstdio>
 
-#include "models/control_file.hpp"
+#include "models/modelled_file.hpp"
 #include "preload/account.hpp"
 #include "preload/attached.hpp"
 #include "preload/next.hpp"
+#include "preload/target.hpp"
 
 namespace {
 
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
+using kxsim::models::FileAccess;
+using kxsim::models::ModelledFile;
 using kxsim::state::Call;
 
 template <FunctionName kName, class Function, class... Rest>
@@ -25,6 +28,54 @@ auto on_descriptor(Call call, int descriptor, Rest... rest) {
     return next<kName, Function>()(descriptor, rest...);
 }
 
+// Reads and writes reach the model of a file that has one; transfer is its function for this
+// direction, go the C library's.
+template <class Bytes, class Transfer, class Go>
+ssize_t transfer_bytes(
+    Call call, int descriptor, Bytes* bytes, std::size_t size, std::optional<off_t> offset,
+    Transfer ModelledFile::*transfer, Go go) {
+    if (const int error = account_descriptor(call, descriptor); error != 0) {
+        return refuse<ssize_t>(error);
+    }
+    Host* const on = host();
+    PathText path;
+    if (on != nullptr && simulated_path(*on, descriptor, path)) {
+        const ModelledFile* const model = kxsim::models::find_model(path.view());
+        if (model != nullptr && model->*transfer != nullptr) {
+            return (model->*transfer)(
+                FileAccess{*on, descriptor, path.view(), offset}, bytes, size);
+        }
+    }
+    return go();
+}
+
+ssize_t read_bytes(int descriptor, void* buffer, size_t size) {
+    return transfer_bytes(
+        Call::kRead, descriptor, buffer, size, std::nullopt, &ModelledFile::read,
+        [=] { return next<"read", decltype(::read)>()(descriptor, buffer, size); });
+}
+
+ssize_t read_bytes_at(int descriptor, void* buffer, size_t size, off_t offset) {
+    return transfer_bytes(Call::kRead, descriptor, buffer, size, offset, &ModelledFile::read, [=] {
+        return next<"pread", decltype(::pread)>()(descriptor, buffer, size, offset);
+    });
+}
+
+ssize_t write_bytes(int descriptor, const void* data, size_t size) {
+    return transfer_bytes(
+        Call::kWrite, descriptor, data, size, std::nullopt, &ModelledFile::write,
+        [=] { return next<"write", decltype(::write)>()(descriptor, data, size); });
+}
+
+ssize_t write_bytes_at(int descriptor, const void* data, size_t size, off_t offset) {
+    return transfer_bytes(Call::kWrite, descriptor, data, size, offset, &ModelledFile::write, [=] {
+        return next<"pwrite", decltype(::pwrite)>()(descriptor, data, size, offset);
+    });
+}
+
+// Offsets are 64 bits wide in either spelling.
+static_assert(sizeof(off_t) == sizeof(off64_t));
+
 }  // namespace
 
 extern "C" {
@@ -32,42 +83,32 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 ssize_t read(int descriptor, void* buffer, size_t size) {
-    return on_descriptor<"read", decltype(::read)>(Call::kRead, descriptor, buffer, size);
+    return read_bytes(descriptor, buffer, size);
 }
 ssize_t __read_chk(int descriptor, void* buffer, size_t size, size_t) {
-    return read(descriptor, buffer, size);
+    return read_bytes(descriptor, buffer, size);
 }
 ssize_t pread(int descriptor, void* buffer, size_t size, off_t offset) {
-    return on_descriptor<"pread", decltype(::pread)>(Call::kRead, descriptor, buffer, size, offset);
+    return read_bytes_at(descriptor, buffer, size, offset);
 }
 ssize_t pread64(int descriptor, void* buffer, size_t size, off64_t offset) {
-    return on_descriptor<"pread64", decltype(::pread64)>(
-        Call::kRead, descriptor, buffer, size, offset);
+    return read_bytes_at(descriptor, buffer, size, offset);
 }
 ssize_t __pread_chk(int descriptor, void* buffer, size_t size, off_t offset, size_t) {
-    return pread(descriptor, buffer, size, offset);
+    return read_bytes_at(descriptor, buffer, size, offset);
 }
 ssize_t __pread64_chk(int descriptor, void* buffer, size_t size, off64_t offset, size_t) {
-    return pread64(descriptor, buffer, size, offset);
+    return read_bytes_at(descriptor, buffer, size, offset);
 }
 
 ssize_t write(int descriptor, const void* data, size_t size) {
-    if (const int error = account_descriptor(Call::kWrite, descriptor); error != 0) {
-        return refuse<ssize_t>(error);
-    }
-    const Host* const on = host();
-    if (on != nullptr && kxsim::models::is_control_file(*on, descriptor)) {
-        return kxsim::models::write_control_file(descriptor, data, size);
-    }
-    return next<"write", decltype(::write)>()(descriptor, data, size);
+    return write_bytes(descriptor, data, size);
 }
 ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset) {
-    return on_descriptor<"pwrite", decltype(::pwrite)>(
-        Call::kWrite, descriptor, data, size, offset);
+    return write_bytes_at(descriptor, data, size, offset);
 }
 ssize_t pwrite64(int descriptor, const void* data, size_t size, off64_t offset) {
-    return on_descriptor<"pwrite64", decltype(::pwrite64)>(
-        Call::kWrite, descriptor, data, size, offset);
+    return write_bytes_at(descriptor, data, size, offset);
 }
 
 int fsync(int descriptor) {
@@ -79,7 +120,7 @@ int fdatasync(int descriptor) {
 
 void* mmap(
     void* place, size_t size, int protection, int flags, int descriptor, off_t offset) noexcept {
-    if (descriptor >= 0) {
+    if (descriptor >= 0) {  // anonymous memory is nothing of a host's
         if (const int error = account_descriptor(Call::kMmap, descriptor); error != 0) {
             errno = error;
             return MAP_FAILED;

@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 
 #include <cstring>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -117,7 +118,7 @@ void copy_first_line(
 
 extern "C" {
 
-uint32_t getAddress(const char* interface_name, PortInfo* port) {
+uint32_t getAddress(const char* interface_name, PortInfo* port) try {
     if (interface_name == nullptr || port == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -129,6 +130,8 @@ uint32_t getAddress(const char* interface_name, PortInfo* port) {
     copy_first_line(interface_name, "address", kLongestMac, port->mac);
     copy_first_line(interface_name, "mtu", kLongestMtu, port->settings.mtu);
     return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_UNKNOWN_ERROR;
 }
 
 }  // extern "C"

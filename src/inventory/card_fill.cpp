@@ -7,6 +7,7 @@
 #include <kxlinhw/status.h>
 
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "inventory/inventory_steps.hpp"
@@ -76,7 +77,7 @@ bool no_ethernet_driver_loaded() { return isZfab3Loaded() == 0 && isZfab4Loaded(
 
 extern "C" {
 
-uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) {
+uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) try {
     using namespace kx::inventory;
     if (list == nullptr || *list == nullptr) {
         return KX_INVALID_PARAMETER;
@@ -103,6 +104,8 @@ uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) {
         }
     }
     return result;
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 #include <kxlinhw/status.h>
 
 #include <cstdio>
+#include <new>
 
 #include "inventory/inventory_steps.hpp"
 #include "support/call_snapshot.hpp"
@@ -21,7 +22,7 @@ void number_ports(const CardList& list) {
     }
 }
 
-uint32_t build(CardList*& list, uint32_t mask) {
+uint32_t build(CardList*& list, uint32_t mask) try {
     using namespace kx::inventory;
     if (const uint32_t status = scan_cards(*list); status != KX_SUCCESS) {
         return status;
@@ -34,6 +35,8 @@ uint32_t build(CardList*& list, uint32_t mask) {
         return KX_NO_CARDS;
     }
     return FillInfo_Kxcard(&list, mask);
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
 template <class Record>

@@ -2,6 +2,7 @@
 #include <kxlinhw/modules.h>
 #include <kxlinhw/status.h>
 
+#include <new>
 #include <optional>
 #include <string>
 
@@ -28,7 +29,7 @@ uint32_t check_directory_or_list(const char* directory, const char* module) {
 
 extern "C" {
 
-uint32_t lsmod(const char* name) {
+uint32_t lsmod(const char* name) try {
     if (name == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -43,6 +44,8 @@ uint32_t lsmod(const char* name) {
         }
     }
     return 0;
+} catch (const std::bad_alloc&) {
+    return KX_RESOURCE_UNAVAILABLE;
 }
 
 // Callers that ask "is it not 0?" take an unreadable list (63) for a loaded module.

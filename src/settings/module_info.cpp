@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -156,7 +157,7 @@ extern "C" {
 
 uint8_t modfound;
 
-uint32_t getModinfo(char* moduleName, char* versionOut, char* descriptionOut) {
+uint32_t getModinfo(char* moduleName, char* versionOut, char* descriptionOut) try {
     if (moduleName == nullptr || versionOut == nullptr || descriptionOut == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -174,6 +175,8 @@ uint32_t getModinfo(char* moduleName, char* versionOut, char* descriptionOut) {
     }
     modfound = 1;
     return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_DRIVER_NOT_LOADED;
 }
 
 void* grab_file(const char* path, size_t* length) {

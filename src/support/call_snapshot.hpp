@@ -12,17 +12,17 @@ namespace kx {
 
 class SnapshotScope {
 public:
-    SnapshotScope() { ++depth_; }
-    ~SnapshotScope() {
-        if (--depth_ == 0) {
+    SnapshotScope() {
+        if (depth_++ == 0) {
             ++generation_;
         }
     }
+    ~SnapshotScope() { --depth_; }
     SnapshotScope(const SnapshotScope&) = delete;
     SnapshotScope& operator=(const SnapshotScope&) = delete;
 
     static bool open() { return depth_ > 0; }
-    // Grows when the outermost scope ends; what an older generation read is stale.
+    // Grows when an outermost scope begins; what was read before is stale.
     static unsigned long generation() { return generation_; }
 
 private:
@@ -37,7 +37,8 @@ public:
     // The shared reading of the open scope, or a fresh one when there is no scope.
     template <class Read>
     const T& get(Read read) {
-        if (!SnapshotScope::open() || !value_ || generation_ != SnapshotScope::generation()) {
+        const bool shared = SnapshotScope::open() && generation_ == SnapshotScope::generation();
+        if (!shared || !value_) {
             value_.emplace(read());
             generation_ = SnapshotScope::generation();
         }

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 
-#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "support/records.hpp"
 #include "support/shell.hpp"
 
 // Stands in front of the library's own: no machine that runs the tests has the drivers loaded.
@@ -65,27 +65,7 @@ std::string netmask_text(int prefix_length) {
     return inet_ntoa(mask);
 }
 
-std::vector<CardInfo> cards() {
-    std::vector<char> buffer(256 * KX_CARD_COPY);
-    uint32_t length = 0;
-    EXPECT_EQ(GetCardInfo(buffer.data(), &length), 0U);
-    std::vector<CardInfo> records(length / KX_CARD_COPY);
-    for (std::size_t k = 0; k < records.size(); ++k) {
-        std::memcpy(&records[k], buffer.data() + k * KX_CARD_COPY, KX_CARD_COPY);
-    }
-    return records;
-}
-
-std::vector<PortInfo> ports(const char* location) {
-    std::vector<char> buffer(1024 * KX_PORT_COPY);
-    uint32_t length = 0;
-    EXPECT_EQ(GetPortInfo(location, buffer.data(), &length), 0U);
-    std::vector<PortInfo> records(length / KX_PORT_COPY);
-    for (std::size_t k = 0; k < records.size(); ++k) {
-        std::memcpy(&records[k], buffer.data() + k * KX_PORT_COPY, KX_PORT_COPY);
-    }
-    return records;
-}
+std::vector<CardInfo> cards() { return test::card_info().records; }
 
 class HostInventory : public testing::Test {
 protected:
@@ -119,7 +99,7 @@ TEST_F(HostInventory, PortsCarryWhatEthtoolAndIpSay) {
         if (card.port_count == 0) {
             continue;
         }
-        for (const PortInfo& port : ports(card.pci_bus_location)) {
+        for (const PortInfo& port : test::port_info(card.pci_bus_location).records) {
             ++found;
             const std::string name = port.interface_name;
             const Fields driver = ethtool_driver(name);

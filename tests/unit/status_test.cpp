@@ -17,7 +17,7 @@ using testing::Pair;
 std::vector<std::pair<uint32_t, std::string>> rows_in_order() {
     std::vector<std::pair<uint32_t, std::string>> rows;
     for (const ErrStrEntry& row : ErrStr) {
-        rows.emplace_back(row.code, row.text == nullptr ? "(null)" : row.text);
+        rows.emplace_back(+row.code, row.text == nullptr ? "(null)" : row.text);
     }
     return rows;
 }
@@ -59,8 +59,9 @@ TEST_F(Status, TableIsPackedInStepsOfTwelveBytes) {
 
 TEST_F(Status, EveryRowGivesItsOwnText) {
     for (const ErrStrEntry& row : ErrStr) {
-        if (row.text != nullptr) {
-            EXPECT_EQ(GetErrStr(static_cast<int32_t>(row.code)), row.text) << row.code;
+        const char* const text = row.text;
+        if (text != nullptr) {
+            EXPECT_EQ(GetErrStr(static_cast<int32_t>(row.code)), text) << +row.code;
         }
     }
 }

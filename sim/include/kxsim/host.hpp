@@ -53,8 +53,8 @@ struct Interface {
 // One PCI function of any maker.
 struct PciDevice {
     std::string location;  // "03:00.4" or, in another domain, "0001:03:00.4"
-    unsigned vendor_id;
-    unsigned device_id;
+    unsigned vendor_id = 0;
+    unsigned device_id = 0;
     unsigned pci_class = 0x020000;     // base class, subclass, interface
     unsigned subsystem_vendor_id = 0;  // 0: the function's own ids
     unsigned subsystem_id = 0;
@@ -192,6 +192,7 @@ public:
     void adapter(const Adapter& adapter);
     void pci_device(const PciDevice& device);
     void interface(const Interface& interface);
+    void port(std::string_view location, const Interface& port);  // one more of an adapter
     void remove_interface(std::string_view name);
     void module(const Module& module);
     void toe_device(const ToeDevice& device);

@@ -1,0 +1,42 @@
+// Files that do not just hold bytes: reading or writing them reaches a model.
+//
+// A model is one row of the table in modelled_file.cpp. It sees every read and write on a
+// descriptor that is open on its files, in any process of the session and however the descriptor
+// got there.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "preload/attached.hpp"
+
+namespace kxsim::models {
+
+// One read or write.
+struct FileAccess {
+    preload::Host& host;
+    int descriptor;
+    std::string_view path;        // on the simulated host
+    std::optional<off_t> offset;  // of pread and pwrite; nothing: where the descriptor stands
+};
+
+// Results as of read and write, with errno set. A null function leaves the call to the file in the
+// tree.
+struct ModelledFile {
+    bool (*is_one)(std::string_view path);
+    ssize_t (*read)(const FileAccess& access, void* buffer, std::size_t size);
+    ssize_t (*write)(const FileAccess& access, const void* data, std::size_t size);
+};
+
+// The model of a file, or null.
+[[nodiscard]] const ModelledFile* find_model(std::string_view path);
+
+// The kernel's control files: what is written replaces what is there, wherever the writer stands in
+// the file, and reads back as a line.
+[[nodiscard]] bool is_control_file(std::string_view path);
+ssize_t write_control_file(const FileAccess& access, const void* data, std::size_t size);
+
+}  // namespace kxsim::models

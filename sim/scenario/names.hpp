@@ -1,0 +1,16 @@
+// Numbers that scenarios give by their names in the C library's and the kernel's headers.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kxsim {
+
+// "EBUSY"
+[[nodiscard]] std::optional<int> error_number(const std::string& name);
+
+// "ETHTOOL_GSET", "SIOCSIFMTU"
+[[nodiscard]] std::optional<std::uint32_t> request_number(const std::string& name);
+
+}  // namespace kxsim

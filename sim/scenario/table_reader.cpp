@@ -1,0 +1,269 @@
+#include "scenario/table_reader.hpp"
+
+#include <algorithm>
+#include <sstream>
+
+#include "scenario/names.hpp"
+
+namespace kxsim {
+namespace {
+
+// What a value looks like in a message.
+std::string shown(const toml::node& node) {
+    std::ostringstream out;
+    if (node.is_table()) {
+        return "a table";
+    }
+    if (node.is_array()) {
+        return "an array";
+    }
+    node.visit([&](const auto& value) {
+        if constexpr (toml::is_string<decltype(value)>) {
+            out << '"' << value.get() << '"';
+        } else if constexpr (toml::is_value<decltype(value)>) {
+            out << value.get();
+        }
+    });
+    return out.str();
+}
+
+}  // namespace
+
+void complain_at(
+    const std::string& file, const toml::source_position& place, const std::string& message) {
+    throw ScenarioError(file + ":" + std::to_string(place.line) + ": " + message);
+}
+
+const toml::node* TableReader::take(std::string_view key) {
+    allow(key);
+    return table_.get(key);
+}
+
+void TableReader::complain(std::string_view key, const std::string& message) const {
+    const toml::node* const node = table_.get(key);
+    complain_at(
+        file_, (node == nullptr ? table_.source() : node->source()).begin,
+        std::string(key) + " " + message);
+}
+
+void TableReader::checked(
+    const toml::node& node, const std::string& value, const Check& check) const {
+    try {
+        if (check) {
+            check(value);
+        }
+    } catch (const std::invalid_argument& mistake) {
+        complain_at(file_, node.source().begin, mistake.what());
+    }
+}
+
+TableReader& TableReader::text(std::string_view key, std::string& value, const Check& check) {
+    if (const toml::node* const node = take(key); node != nullptr) {
+        if (!node->is_string()) {
+            complain(key, "is " + shown(*node) + ", expected a text");
+        }
+        value = *node->value<std::string>();
+        checked(*node, value, check);
+    }
+    return *this;
+}
+
+TableReader& TableReader::texts(
+    std::string_view key, std::vector<std::string>& values, const Check& check) {
+    const toml::node* const node = take(key);
+    if (node == nullptr) {
+        return *this;
+    }
+    if (!node->is_array()) {
+        complain(key, "is " + shown(*node) + ", expected an array of texts");
+    }
+    values.clear();
+    for (const toml::node& element : *node->as_array()) {
+        if (!element.is_string()) {
+            complain_at(
+                file_, element.source().begin,
+                std::string(key) + " holds " + shown(element) + ", expected texts only");
+        }
+        values.push_back(*element.value<std::string>());
+        checked(element, values.back(), check);
+    }
+    return *this;
+}
+
+TableReader& TableReader::flag(std::string_view key, bool& value) {
+    if (const toml::node* const node = take(key); node != nullptr) {
+        if (!node->is_boolean()) {
+            complain(key, "is " + shown(*node) + ", expected true or false");
+        }
+        value = *node->value<bool>();
+    }
+    return *this;
+}
+
+TableReader& TableReader::number(std::string_view key, std::uint64_t& value, std::uint64_t most) {
+    if (const toml::node* const node = take(key); node != nullptr) {
+        const auto number = node->is_integer() ? node->value<std::int64_t>() : std::nullopt;
+        if (!number || *number < 0 || static_cast<std::uint64_t>(*number) > most) {
+            complain(
+                key,
+                "is " + shown(*node) + ", expected a number from 0 to " + std::to_string(most));
+        }
+        value = static_cast<std::uint64_t>(*number);
+    }
+    return *this;
+}
+
+TableReader& TableReader::number(std::string_view key, unsigned& value, unsigned most) {
+    std::uint64_t wide = value;
+    number(key, wide, most);
+    value = static_cast<unsigned>(wide);
+    return *this;
+}
+
+TableReader& TableReader::numbers(
+    std::string_view key, std::vector<unsigned>& values, unsigned most) {
+    const toml::node* const node = take(key);
+    if (node == nullptr) {
+        return *this;
+    }
+    if (!node->is_array()) {
+        complain(key, "is " + shown(*node) + ", expected an array of numbers");
+    }
+    values.clear();
+    for (const toml::node& element : *node->as_array()) {
+        const auto number = element.is_integer() ? element.value<std::int64_t>() : std::nullopt;
+        if (!number || *number < 0 || *number > most) {
+            complain_at(
+                file_, element.source().begin,
+                std::string(key) + " holds " + shown(element) + ", expected numbers from 0 to " +
+                    std::to_string(most));
+        }
+        values.push_back(static_cast<unsigned>(*number));
+    }
+    return *this;
+}
+
+TableReader& TableReader::values(std::string_view key, std::map<std::string, std::string>& values) {
+    const toml::node* const node = take(key);
+    if (node == nullptr) {
+        return *this;
+    }
+    if (!node->is_table()) {
+        complain(key, "is " + shown(*node) + ", expected a table of names and values");
+    }
+    for (const auto& [name, value] : *node->as_table()) {
+        if (value.is_string()) {
+            values[std::string(name)] = *value.value<std::string>();
+        } else if (value.is_integer()) {
+            values[std::string(name)] = std::to_string(*value.value<std::int64_t>());
+        } else {
+            complain_at(
+                file_, value.source().begin,
+                std::string(name) + " is " + shown(value) + ", expected a number or a text");
+        }
+    }
+    return *this;
+}
+
+TableReader& TableReader::error(std::string_view key, int& value) {
+    std::string name;
+    text(key, name, [&](const std::string& given) {
+        const auto number = error_number(given);
+        if (!number) {
+            throw std::invalid_argument(
+                std::string(key) + " is \"" + given + "\", expected an error name such as EBUSY");
+        }
+        value = *number;
+    });
+    return *this;
+}
+
+TableReader& TableReader::request(std::string_view key, std::uint32_t& value) {
+    std::string name;
+    text(key, name, [&](const std::string& given) {
+        const auto number = request_number(given);
+        if (!number) {
+            throw std::invalid_argument(
+                std::string(key) + " is \"" + given +
+                "\", expected a request name such as ETHTOOL_GSET or SIOCSIFMTU");
+        }
+        value = *number;
+    });
+    return *this;
+}
+
+TableReader& TableReader::mode(std::string_view key, mode_t& value) {
+    std::string digits;
+    text(key, digits, [&](const std::string& given) {
+        if (given.empty() || given.size() > 4 ||
+            given.find_first_not_of("01234567") != given.npos) {
+            throw std::invalid_argument(
+                std::string(key) + " is \"" + given + "\", expected an octal text such as 0644");
+        }
+        value = static_cast<mode_t>(std::stoul(given, nullptr, 8));
+    });
+    return *this;
+}
+
+TableReader& TableReader::required(std::string_view key) {
+    if (!has(key)) {
+        complain_at(
+            file_, table_.source().begin, what_ + " has no " + std::string(key) + ", expected one");
+    }
+    return *this;
+}
+
+TableReader& TableReader::allow(std::string_view key) {
+    if (std::find(known_.begin(), known_.end(), key) == known_.end()) {
+        known_.emplace_back(key);
+    }
+    return *this;
+}
+
+void TableReader::tables(
+    std::string_view key, const std::function<void(TableReader& table)>& each) {
+    const toml::node* const node = take(key);
+    if (node == nullptr) {
+        return;
+    }
+    const std::string name = "[[" + std::string(key) + "]]";
+    const toml::array* const array = node->as_array();
+    if (array == nullptr) {
+        complain(key, "is " + shown(*node) + ", expected tables " + name);
+    }
+    for (const toml::node& element : *array) {
+        if (!element.is_table()) {
+            complain_at(
+                file_, element.source().begin,
+                std::string(key) + " holds " + shown(element) + ", expected tables " + name);
+        }
+        TableReader reader(file_, *element.as_table(), name);
+        each(reader);
+    }
+}
+
+void TableReader::finish() const {
+    for (const auto& [key, node] : table_) {
+        if (std::find(known_.begin(), known_.end(), key.str()) != known_.end()) {
+            continue;
+        }
+        std::string expected;
+        for (const std::string& known : known_) {
+            expected += (expected.empty() ? "" : ", ") + known;
+        }
+        complain_at(
+            file_, key.source().begin,
+            what_ + " has the unknown key " + std::string(key.str()) + ", expected " + expected);
+    }
+}
+
+void TableReader::build(const std::function<void()>& body) const {
+    finish();
+    try {
+        body();
+    } catch (const std::invalid_argument& mistake) {
+        complain_at(file_, table_.source().begin, mistake.what());
+    }
+}
+
+}  // namespace kxsim
