@@ -1,0 +1,417 @@
+// Faults with a position and a report, and the counting of calls.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <ifaddrs.h>
+#include <kxlinhw/kxlinhw.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <kxsim/host.hpp>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::Each;
+
+constexpr char kFile[] = "/etc/sysctl.conf";
+
+int driver_info(const char* name, int socket) {
+    ethtool_drvinfo info{};
+    info.cmd = ETHTOOL_GDRVINFO;
+    ifreq request{};
+    std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
+    request.ifr_data = reinterpret_cast<char*>(&info);
+    return ioctl(socket, SIOCETHTOOL, &request);
+}
+
+class Faults : public testing::Test {
+protected:
+    Faults() : attached_(host_.attach()), socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
+        host_.file(kFile, "text\n");
+        host_.directory("/etc/kestrix-plexo");
+        host_.interface({.name = "eth0"});
+        host_.interface({.name = "eth1"});
+    }
+    ~Faults() override { close(socket_); }
+
+    kxsim::Host host_;
+    kxsim::Attached attached_;
+    int socket_;
+};
+
+// --- Every kind of call ---
+
+struct Failing {
+    const char* kind;
+    std::function<bool()> fails;  // makes one call of the kind; true when it failed
+};
+
+class AnOpenFile {
+public:
+    explicit AnOpenFile(int flags = O_RDWR) : number_(open(kFile, flags)) {}
+    ~AnOpenFile() { close(number_); }
+    int operator*() const { return number_; }
+
+private:
+    int number_;
+};
+
+std::vector<Failing> failing_calls() {
+    return {
+        {"access", [] { return access(kFile, F_OK) != 0; }},
+        {"chdir", [] { return chdir("/etc/kestrix-plexo") != 0; }},
+        {"chmod", [] { return chmod(kFile, 0600) != 0; }},
+        {"chown", [] { return chown(kFile, getuid(), getgid()) != 0; }},
+        {"fclose", [] { return std::fclose(std::fopen(kFile, "r")) != 0; }},
+        {"fflush",
+         [] {
+             std::FILE* const stream = std::fopen(kFile, "a");
+             const bool failed = std::fputs("x", stream) < 0 || std::fflush(stream) != 0;
+             const int reason = errno;
+             std::fclose(stream);
+             errno = reason;
+             return failed;
+         }},
+        {"fopen", [] { return std::fopen(kFile, "r") == nullptr; }},
+        {"freopen",
+         [] { return std::freopen(kFile, "r", std::fopen("/dev/null", "r")) == nullptr; }},
+        {"fsync", [] { return fsync(*AnOpenFile()) != 0; }},
+        {"getifaddrs",
+         [] {
+             ifaddrs* list = nullptr;
+             return getifaddrs(&list) != 0;
+         }},
+        {"ioctl", [] { return ioctl(0, SIOCETHTOOL, nullptr) != 0; }},
+        {"link", [] { return link(kFile, "/etc/sysctl.conf.bk") != 0; }},
+        {"mkdir", [] { return mkdir("/etc/kestrix-plexo/new", 0755) != 0; }},
+        {"mmap",
+         [] {
+             return mmap(nullptr, 4, PROT_READ, MAP_PRIVATE, *AnOpenFile(), 0) == MAP_FAILED;
+         }},
+        {"open", [] { return open(kFile, O_RDONLY) < 0; }},
+        {"opendir", [] { return opendir("/sys/class/net") == nullptr; }},
+        {"read",
+         [] {
+             char byte;
+             return read(*AnOpenFile(), &byte, 1) < 0;
+         }},
+        {"readdir",
+         [] {
+             DIR* const directory = opendir("/sys/class/net");
+             errno = 0;
+             const bool failed = readdir(directory) == nullptr && errno != 0;
+             const int reason = errno;
+             closedir(directory);
+             errno = reason;
+             return failed;
+         }},
+        {"readlink",
+         [] {
+             char text[8];
+             return readlink(kFile, text, sizeof text) < 0;
+         }},
+        {"realpath", [] { return realpath(kFile, nullptr) == nullptr; }},
+        {"rename", [] { return rename(kFile, "/etc/sysctl.conf.bk") != 0; }},
+        {"rmdir", [] { return rmdir("/etc/kestrix-plexo") != 0; }},
+        {"socket", [] { return socket(AF_INET, SOCK_DGRAM, 0) < 0; }},
+        {"stat",
+         [] {
+             struct stat status {};
+             return stat(kFile, &status) != 0;
+         }},
+        {"symlink", [] { return symlink("a", "/etc/kestrix-plexo/link") != 0; }},
+        {"truncate", [] { return truncate(kFile, 0) != 0; }},
+        {"unlink", [] { return unlink(kFile) != 0; }},
+        {"usleep", [] { return usleep(1) != 0; }},
+        {"utime", [] { return utimensat(AT_FDCWD, kFile, nullptr, 0) != 0; }},
+        {"write", [] { return write(*AnOpenFile(), "x", 1) < 0; }},
+        {"xattr", [] { return getxattr(kFile, "user.any", nullptr, 0) < 0; }},
+    };
+}
+
+TEST_F(Faults, EveryKindOfCallCanBeMadeToFailWithItsErrno) {
+    for (const Failing& call : failing_calls()) {
+        kxsim::FaultRule rule = host_.fail({.call = call.kind, .error = EXFULL});
+        errno = 0;
+        EXPECT_TRUE(call.fails()) << call.kind;
+        EXPECT_EQ(errno, EXFULL) << call.kind;
+        EXPECT_EQ(rule.fired(), 1U) << call.kind;
+        rule.remove();
+    }
+}
+
+TEST_F(Faults, TheTableAboveHoldsEveryKindButAllocations) {
+    std::vector<std::string> covered;
+    for (const Failing& call : failing_calls()) {
+        covered.emplace_back(call.kind);
+    }
+    for (const std::string_view name : kxsim::call_names()) {
+        if (name != "malloc" && name != "calloc" && name != "realloc") {
+            EXPECT_THAT(covered, testing::Contains(name));
+        }
+    }
+}
+
+TEST_F(Faults, WithoutARuleNothingFailsThatShouldNot) {
+    EXPECT_EQ(access(kFile, F_OK), 0);
+    EXPECT_EQ(driver_info("eth0", socket_), 0);
+    EXPECT_EQ(usleep(1), 0);
+    EXPECT_EQ(fsync(*AnOpenFile()), 0);
+}
+
+// --- Position and extent ---
+
+std::vector<int> results_of(int count, const std::function<int()>& call) {
+    std::vector<int> results;
+    for (int i = 0; i < count; ++i) {
+        results.push_back(call());
+    }
+    return results;
+}
+
+TEST_F(Faults, OnlyTheNthCallFails) {
+    kxsim::FaultRule rule = host_.fail({.call = "ioctl", .nth = 3, .error = EBUSY});
+    EXPECT_THAT(
+        results_of(5, [&] { return driver_info("eth0", socket_); }), ElementsAre(0, 0, -1, 0, 0));
+    EXPECT_EQ(rule.seen(), 5U);
+    EXPECT_EQ(rule.fired(), 1U);
+}
+
+TEST_F(Faults, SeveralCallsInARowMayFail) {
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "access", .nth = 2, .times = 2, .error = EIO});
+    EXPECT_THAT(results_of(5, [] { return access(kFile, F_OK); }), ElementsAre(0, -1, -1, 0, 0));
+    EXPECT_EQ(rule.fired(), 2U);
+}
+
+TEST_F(Faults, AllCallsFromOneOnMayFail) {
+    host_.fail({.call = "access", .nth = 2, .times = 0, .error = EIO});
+    EXPECT_THAT(results_of(4, [] { return access(kFile, F_OK); }), ElementsAre(0, -1, -1, -1));
+    host_.clear_faults();
+    EXPECT_EQ(access(kFile, F_OK), 0);
+}
+
+TEST_F(Faults, ARuleMayBeAboutOnePath) {
+    host_.fail({.call = "open", .times = 0, .error = EIO, .object = kFile});
+    EXPECT_EQ(open(kFile, O_RDONLY), -1);
+    const int other = open("/proc/modules", O_RDONLY);
+    EXPECT_GE(other, 0);
+    close(other);
+}
+
+TEST_F(Faults, ARuleMayBeAboutAllPathsThatBeginAlike) {
+    host_.fail({.call = "open", .times = 0, .error = EIO, .object = "/proc/*"});
+    EXPECT_EQ(open("/proc/modules", O_RDONLY), -1);
+    EXPECT_EQ(open("/proc/self/status", O_RDONLY), -1);
+    const int other = open(kFile, O_RDONLY);
+    EXPECT_GE(other, 0);
+    close(other);
+}
+
+TEST_F(Faults, ARuleOnReadsKnowsThePathThatIsOpen) {
+    host_.fail({.call = "read", .error = EIO, .object = kFile});
+    char byte;
+    const int other = open("/proc/modules", O_RDONLY);
+    EXPECT_EQ(read(other, &byte, 1), 0);
+    close(other);
+    EXPECT_EQ(read(*AnOpenFile(), &byte, 1), -1);
+}
+
+TEST_F(Faults, ARuleOnRequestsMayNameInterfaceAndCommand) {
+    const kxsim::FaultRule rule = host_.fail(
+        {.call = "ioctl", .error = EBUSY, .object = "eth1", .command = ETHTOOL_GDRVINFO});
+    EXPECT_EQ(driver_info("eth0", socket_), 0);
+    EXPECT_EQ(driver_info("eth1", socket_), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(rule.seen(), 1U);
+}
+
+TEST_F(Faults, SeveralRulesMayStandBesideOneAnother) {
+    host_.fail({.call = "access", .nth = 1, .error = EIO});
+    host_.fail({.call = "access", .nth = 3, .error = EPERM});
+    EXPECT_THAT(results_of(4, [] { return access(kFile, F_OK); }), ElementsAre(-1, 0, -1, 0));
+}
+
+TEST_F(Faults, TheBuildersOwnCallsNeitherFailNorCount) {
+    const kxsim::FaultRule rule = host_.fail({.call = "open", .times = 0, .error = EIO});
+    host_.fail({.call = "fopen", .times = 0, .error = EIO});
+    host_.file("/etc/kestrix-plexo/new", "text");
+    EXPECT_EQ(host_.read("/etc/kestrix-plexo/new"), "text");
+    EXPECT_EQ(rule.seen(), 0U);
+}
+
+TEST_F(Faults, UnknownCallsAndPositionsAreRefused) {
+    EXPECT_THROW(host_.fail({.call = "frobnicate", .error = EIO}), std::invalid_argument);
+    EXPECT_THROW(host_.fail({.call = "open", .nth = 0, .error = EIO}), std::invalid_argument);
+}
+
+TEST_F(Faults, AFailedCloseLosesWhatWasNotWritten) {
+    host_.fail({.call = "fclose", .error = ENOSPC});
+    std::FILE* const stream = std::fopen(kFile, "a");
+    std::fputs("lost", stream);
+    EXPECT_EQ(std::fclose(stream), EOF);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(host_.read(kFile), "text\n");
+}
+
+TEST_F(Faults, ChildrenAreUnderTheSameRules) {
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "open", .error = EIO, .object = "/proc/sys/toe/toe0_tom/mss"});
+    host_.file("/proc/sys/toe/toe0_tom/mss", "1\n");
+    EXPECT_NE(std::system("echo 2 2>/dev/null > /proc/sys/toe/toe0_tom/mss"), 0);
+    EXPECT_EQ(rule.fired(), 1U);
+    EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/mss"), "1\n");
+}
+
+// --- Sweeps ---
+
+TEST_F(Faults, ASweepMeetsEveryPosition) {
+    std::vector<std::vector<int>> runs;
+    const unsigned positions =
+        kxsim::sweep(host_, {.call = "access", .error = EIO}, [&](unsigned) {
+            runs.push_back(results_of(3, [] { return access(kFile, F_OK); }));
+        });
+    EXPECT_EQ(positions, 3U);
+    EXPECT_THAT(
+        runs, ElementsAre(
+                  ElementsAre(-1, 0, 0), ElementsAre(0, -1, 0), ElementsAre(0, 0, -1),
+                  ElementsAre(0, 0, 0)));
+}
+
+// --- Allocations ---
+
+void* volatile kept_block;  // or the compiler would drop a block that nobody uses
+
+bool allocates() {
+    kept_block = std::malloc(64);
+    const bool got = kept_block != nullptr;
+    std::free(kept_block);
+    return got;
+}
+
+TEST_F(Faults, AllocationsFailInsideAWindowOnly) {
+    host_.fail({.call = "malloc", .times = 0, .error = ENOMEM});
+    EXPECT_TRUE(allocates());
+    bool inside = true;
+    host_.count([&] { inside = allocates(); });
+    EXPECT_FALSE(inside);
+    EXPECT_TRUE(allocates());
+}
+
+TEST_F(Faults, TheNthAllocationFails) {
+    host_.fail({.call = "calloc", .nth = 2, .error = ENOMEM});
+    bool got[3] = {};
+    host_.count([&] {
+        for (bool& each : got) {
+            kept_block = std::calloc(4, 4);
+            each = kept_block != nullptr;
+            std::free(kept_block);
+        }
+    });
+    EXPECT_THAT(got, ElementsAre(true, false, true));
+}
+
+TEST_F(Faults, AFailedReallocationKeepsTheBlock) {
+    kept_block = std::malloc(8);
+    std::strcpy(static_cast<char*>(kept_block), "kept");
+    host_.fail({.call = "realloc", .error = ENOMEM});
+    bool moved = true;
+    host_.count([&] { moved = std::realloc(kept_block, 1U << 20) != nullptr; });
+    ASSERT_FALSE(moved);
+    EXPECT_STREQ(static_cast<char*>(kept_block), "kept");
+    std::free(kept_block);
+}
+
+TEST_F(Faults, AllocationsMayBeThoseOfOneLibrary) {
+    host_.module({.name = "zfab4", .loaded = true});
+    host_.adapter({.chip = "Q5", .location = "03:00.4"});
+    const kxsim::FaultRule rule = host_.fail(
+        {.call = "calloc", .nth = 2, .error = ENOMEM, .from = "libkxlinhw"});
+    CardInfo card{};
+    uint32_t length = 1;
+    uint32_t status = 0;
+    host_.count([&] {
+        kept_block = std::calloc(1, 1);  // the test's own
+        std::free(kept_block);
+        status = GetCardInfo(&card, &length);
+    });
+    EXPECT_EQ(status, 66U);
+    EXPECT_EQ(rule.fired(), 1U);
+}
+
+// --- Windows ---
+
+TEST_F(Faults, AWindowCountsCallsInAllTheirSpellings) {
+    const kxsim::Calls calls = host_.count([] {
+        close(open(kFile, O_RDONLY));
+        close(open64(kFile, O_RDONLY));
+        close(openat(AT_FDCWD, "/proc/modules", O_RDONLY));
+        closedir(opendir("/sys/class/net"));
+    });
+    EXPECT_EQ(calls["open"], 3U);
+    EXPECT_EQ(calls["opendir"], 1U);
+    EXPECT_EQ(calls["socket"], 0U);
+    EXPECT_EQ(calls.on("open", kFile), 2U);
+    EXPECT_EQ(calls.on("open", "/proc/modules"), 1U);
+}
+
+TEST_F(Faults, AWindowKeepsTheOrderOfCalls) {
+    const kxsim::Calls calls = host_.count([&] {
+        driver_info("eth0", socket_);
+        driver_info("nosuch", socket_);
+        close(open("/proc/modules", O_RDONLY));
+    });
+    EXPECT_THAT(
+        calls.log(),
+        ElementsAre(
+            kxsim::LoggedCall{"ioctl", "eth0", ETHTOOL_GDRVINFO, 0},
+            kxsim::LoggedCall{"ioctl", "nosuch", ETHTOOL_GDRVINFO, ENODEV},
+            kxsim::LoggedCall{"open", "/proc/modules", O_RDONLY, 0}));
+}
+
+TEST_F(Faults, AWindowLeavesOutWhatChildrenDo) {
+    const kxsim::Calls calls =
+        host_.count([] { EXPECT_EQ(std::system("cat /etc/sysctl.conf >/dev/null"), 0); });
+    EXPECT_EQ(calls.on("open", kFile), 0U);
+}
+
+TEST_F(Faults, WindowsStartFromZero) {
+    host_.count([] { close(open(kFile, O_RDONLY)); });
+    const kxsim::Calls calls = host_.count([] {});
+    EXPECT_EQ(calls["open"], 0U);
+    EXPECT_TRUE(calls.log().empty());
+}
+
+TEST_F(Faults, AWindowCountsAllocations) {
+    const kxsim::Calls calls = host_.count([] {
+        EXPECT_TRUE(allocates());
+        EXPECT_TRUE(allocates());
+    });
+    EXPECT_EQ(calls["malloc"], 2U);
+}
+
+// --- Time ---
+
+TEST_F(Faults, SleepTakesNoTimeAndIsAddedUp) {
+    EXPECT_EQ(usleep(3'000'000), 0);
+    EXPECT_EQ(usleep(5), 0);
+    EXPECT_EQ(host_.slept_microseconds(), 3'000'005U);
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+// Under a sanitizer its allocator stands in front of libkxsim's wrappers, which so never see an
+// allocation. A program's own definitions stand in front of both: these ask the fault rules, then go
+// on to whatever allocator the process has.
+#include <dlfcn.h>
+#include <kxsim/preload.h>
+
+#include <cerrno>
+#include <cstddef>
+
+namespace {
+
+// Set before main runs: nothing here may allocate.
+template <class Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+bool fails(const char* call, const void* caller) {
+    if (kxsim_allocation_fails(call, caller) == 0) {
+        return false;
+    }
+    errno = ENOMEM;
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+#pragma GCC visibility push(default)
+
+void* malloc(std::size_t size) noexcept {
+    static auto* const function = next<void*(std::size_t)>("malloc");
+    return fails("malloc", __builtin_return_address(0)) ? nullptr : function(size);
+}
+
+void* calloc(std::size_t count, std::size_t size) noexcept {
+    static auto* const function = next<void*(std::size_t, std::size_t)>("calloc");
+    return fails("calloc", __builtin_return_address(0)) ? nullptr : function(count, size);
+}
+
+void* realloc(void* block, std::size_t size) noexcept {
+    static auto* const function = next<void*(void*, std::size_t)>("realloc");
+    return fails("realloc", __builtin_return_address(0)) ? nullptr : function(block, size);
+}
+
+#pragma GCC visibility pop
+
+}  // extern "C"
