@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <stdexcept>
 
 #include "host/defaults.hpp"
@@ -35,6 +36,11 @@ std::string module_tree() {
     return std::string("/lib/modules/") + kernel.release;
 }
 
+constexpr int kModuleSize = 163840;  // in memory; nobody looks closer
+
+// Without its indexes tools complain that they cannot look modules up. Magic, version, no root.
+std::string empty_module_index() { return {"\xb0\x07\xf4\x57\0\x02\0\x01\0\0\0\0", 12}; }
+
 void furnish(Tree& tree) {
     if (tree.exists("/proc/modules")) {
         return;
@@ -45,7 +51,32 @@ void furnish(Tree& tree) {
     tree.make_directory("/sys/bus/pci/drivers");
     tree.make_directory("/sys/class/net");
     tree.make_directory("/sys/module");
-    tree.make_directory(module_tree());
+    tree.make_directory("/etc");
+    for (const char* index : {"dep", "alias", "symbols", "builtin", "builtin.alias"}) {
+        tree.write(module_tree() + "/modules." + index + ".bin", empty_module_index(), 0644);
+    }
+}
+
+// A loaded module as the kernel shows it: its line in the list, its directory.
+void show_module(Tree& tree, const Module& module) {
+    const std::string directory = "/sys/module/" + module.name;
+    std::istringstream users(module.used_by == "-" ? "" : module.used_by);
+    int count = 0;
+    tree.make_directory(directory + "/holders");
+    for (std::string user; std::getline(users, user, ',');) {
+        tree.make_link(directory + "/holders/" + user, "../../" + user);
+        ++count;
+    }
+    tree.write(directory + "/refcnt", std::to_string(count) + "\n", 0444);
+    tree.write(directory + "/coresize", std::to_string(kModuleSize) + "\n", 0444);
+    tree.write(directory + "/initstate", "live\n", 0444);
+    if (!module.version.empty()) {
+        tree.write(directory + "/version", module.version + "\n", 0444);
+    }
+    tree.append(
+        "/proc/modules", module.name + " " + std::to_string(kModuleSize) + " " +
+                             std::to_string(count) + " " + module.used_by +
+                             " Live 0x0000000000000000 (O)\n");
 }
 
 }  // namespace
@@ -128,10 +159,7 @@ void Host::module(const Module& module) {
             file.ends_with(".gz") ? gzip(object) : object, 0644);
     }
     if (module.loaded) {
-        tree.append(
-            "/proc/modules",
-            module.name + " 163840 0 " + module.used_by + " Live 0x0000000000000000 (O)\n");
-        tree.make_directory("/sys/module/" + module.name);
+        show_module(tree, module);
     }
     for (const auto& [name, value] : module.parameters) {
         tree.write("/sys/module/" + module.name + "/parameters/" + name, value + "\n", 0644);

@@ -110,6 +110,9 @@ void Host::interface(const Interface& interface) {
 
 void Host::port(std::string_view location, const Interface& port) {
     const Location at = Location::parse(std::string(location));
+    if (!state_->tree.exists(at.directory())) {
+        throw std::invalid_argument("there is no adapter at " + at.full());
+    }
     Interface complete = port;
     if (complete.bus_info.empty()) {
         complete.bus_info = at.full();

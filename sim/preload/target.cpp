@@ -105,9 +105,15 @@ int Target::refusal() const {
     return simulated_ && intent_ == Intent::kChange && is_kernel_path(absolute_.view()) ? EPERM : 0;
 }
 
+// A process on a simulated host does not change the settings of the real machine's kernel.
+bool Target::changes_kernel(int open_flags) const {
+    return host() != nullptr && (open_flags & O_ACCMODE) != O_RDONLY &&
+           (is_in(name_, "/proc/sys") || is_in(name_, "/sys"));
+}
+
 int Target::refusal(int open_flags) const {
     if (!simulated_) {
-        return 0;
+        return changes_kernel(open_flags) ? EACCES : 0;
     }
     const KeepErrno keep;
     const bool of_kernel = is_kernel_path(absolute_.view());

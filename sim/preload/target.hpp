@@ -32,6 +32,7 @@ public:
 private:
     void decide(const Host& host, Intent intent);
     void lead_into_tree(const Host& host);
+    [[nodiscard]] bool changes_kernel(int open_flags) const;
 
     const char* target_;
     const char* name_;

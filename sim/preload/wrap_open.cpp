@@ -1,6 +1,8 @@
 // Calls that open a path: descriptors, streams and directories.
 #include <dirent.h>
 #include <fcntl.h>
+#include <glob.h>
+#include <sys/stat.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -63,14 +65,42 @@ int stream_flags(const char* mode) {
     }
 }
 
-template <FunctionName kName, class Function, class... Rest>
-FILE* open_stream(Call call, const char* path, const char* mode, Rest... rest) {
+template <FunctionName kName, class Function>
+FILE* open_stream(const char* path, const char* mode) {
     const int flags = stream_flags(mode);
     const Target target(AT_FDCWD, path, intent_of(flags));
-    if (const int error = stopped_open(call, target, flags); error != 0) {
+    if (const int error = stopped_open(Call::kFopen, target, flags); error != 0) {
         return refuse<FILE*>(error);
     }
-    return next<kName, Function>()(target.path(), mode, rest...);
+    return next<kName, Function>()(target.path(), mode);
+}
+
+// A stream that cannot be opened again is closed all the same.
+template <FunctionName kName, class Function>
+FILE* reopen_stream(const char* path, const char* mode, FILE* stream) {
+    const int flags = stream_flags(mode);
+    const Target target(AT_FDCWD, path, intent_of(flags));
+    if (const int error = stopped_open(Call::kFreopen, target, flags); error != 0) {
+        next<"fclose", decltype(::fclose)>()(stream);
+        return refuse<FILE*>(error);
+    }
+    return next<kName, Function>()(target.path(), mode, stream);
+}
+
+// Patterns are matched by the C library, which can be told how to look at directories.
+template <FunctionName kName, class Function, class Entry, class Found, class Read, class Look>
+int glob_on_host(
+    const char* pattern, int flags, int (*on_error)(const char*, int), Found* found, Read read,
+    Look look, Look look_at_link) {
+    if (host() == nullptr || (flags & GLOB_ALTDIRFUNC) != 0) {
+        return next<kName, Function>()(pattern, flags, on_error, found);
+    }
+    found->gl_opendir = [](const char* path) -> void* { return ::opendir(path); };
+    found->gl_closedir = [](void* directory) { ::closedir(static_cast<DIR*>(directory)); };
+    found->gl_readdir = reinterpret_cast<Entry* (*)(void*)>(read);
+    found->gl_stat = look;
+    found->gl_lstat = look_at_link;
+    return next<kName, Function>()(pattern, flags | GLOB_ALTDIRFUNC, on_error, found);
 }
 
 // The mode argument is there only when the flags make a file.
@@ -135,16 +165,16 @@ int creat64(const char* path, mode_t mode) {
 }
 
 FILE* fopen(const char* path, const char* mode) {
-    return open_stream<"fopen", decltype(::fopen)>(Call::kFopen, path, mode);
+    return open_stream<"fopen", decltype(::fopen)>(path, mode);
 }
 FILE* fopen64(const char* path, const char* mode) {
-    return open_stream<"fopen64", decltype(::fopen64)>(Call::kFopen, path, mode);
+    return open_stream<"fopen64", decltype(::fopen64)>(path, mode);
 }
 FILE* freopen(const char* path, const char* mode, FILE* stream) {
-    return open_stream<"freopen", decltype(::freopen)>(Call::kFreopen, path, mode, stream);
+    return reopen_stream<"freopen", decltype(::freopen)>(path, mode, stream);
 }
 FILE* freopen64(const char* path, const char* mode, FILE* stream) {
-    return open_stream<"freopen64", decltype(::freopen64)>(Call::kFreopen, path, mode, stream);
+    return reopen_stream<"freopen64", decltype(::freopen64)>(path, mode, stream);
 }
 
 DIR* opendir(const char* path) {
@@ -170,6 +200,17 @@ int scandir64(
     int (*compare)(const dirent64**, const dirent64**)) {
     return on_path<"scandir64", decltype(::scandir64)>(
         {Call::kOpendir}, path, list, select, compare);
+}
+
+int glob(
+    const char* pattern, int flags, int (*on_error)(const char* path, int error), glob_t* found) {
+    return glob_on_host<"glob", decltype(::glob), dirent>(
+        pattern, flags, on_error, found, ::readdir, ::stat, ::lstat);
+}
+int glob64(
+    const char* pattern, int flags, int (*on_error)(const char* path, int error), glob64_t* found) {
+    return glob_on_host<"glob64", decltype(::glob64), dirent64>(
+        pattern, flags, on_error, found, ::readdir64, ::stat64, ::lstat64);
 }
 
 #pragma GCC visibility pop

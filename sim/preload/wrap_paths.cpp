@@ -260,6 +260,12 @@ ssize_t llistxattr(const char* path, char* list, size_t size) noexcept {
     return on_path<"llistxattr", decltype(::llistxattr)>(kXattr, path, list, size);
 }
 
+int name_to_handle_at(
+    int directory, const char* path, struct file_handle* handle, int* mount, int flags) noexcept {
+    return on_path_at<"name_to_handle_at", decltype(::name_to_handle_at)>(
+        kStat, directory, path, handle, mount, flags);
+}
+
 int chdir(const char* path) noexcept { return on_path<"chdir", decltype(::chdir)>(kChdir, path); }
 
 char* getcwd(char* buffer, size_t size) noexcept {

@@ -26,8 +26,8 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::Each;
+using testing::ElementsAre;
 
 constexpr char kFile[] = "/etc/sysctl.conf";
 
@@ -101,9 +101,7 @@ std::vector<Failing> failing_calls() {
         {"link", [] { return link(kFile, "/etc/sysctl.conf.bk") != 0; }},
         {"mkdir", [] { return mkdir("/etc/kestrix-plexo/new", 0755) != 0; }},
         {"mmap",
-         [] {
-             return mmap(nullptr, 4, PROT_READ, MAP_PRIVATE, *AnOpenFile(), 0) == MAP_FAILED;
-         }},
+         [] { return mmap(nullptr, 4, PROT_READ, MAP_PRIVATE, *AnOpenFile(), 0) == MAP_FAILED; }},
         {"open", [] { return open(kFile, O_RDONLY) < 0; }},
         {"opendir", [] { return opendir("/sys/class/net") == nullptr; }},
         {"read",
@@ -283,10 +281,9 @@ TEST_F(Faults, ChildrenAreUnderTheSameRules) {
 
 TEST_F(Faults, ASweepMeetsEveryPosition) {
     std::vector<std::vector<int>> runs;
-    const unsigned positions =
-        kxsim::sweep(host_, {.call = "access", .error = EIO}, [&](unsigned) {
-            runs.push_back(results_of(3, [] { return access(kFile, F_OK); }));
-        });
+    const unsigned positions = kxsim::sweep(host_, {.call = "access", .error = EIO}, [&](unsigned) {
+        runs.push_back(results_of(3, [] { return access(kFile, F_OK); }));
+    });
     EXPECT_EQ(positions, 3U);
     EXPECT_THAT(
         runs, ElementsAre(
@@ -341,8 +338,8 @@ TEST_F(Faults, AFailedReallocationKeepsTheBlock) {
 TEST_F(Faults, AllocationsMayBeThoseOfOneLibrary) {
     host_.module({.name = "zfab4", .loaded = true});
     host_.adapter({.chip = "Q5", .location = "03:00.4"});
-    const kxsim::FaultRule rule = host_.fail(
-        {.call = "calloc", .nth = 2, .error = ENOMEM, .from = "libkxlinhw"});
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "calloc", .nth = 2, .error = ENOMEM, .from = "libkxlinhw"});
     CardInfo card{};
     uint32_t length = 1;
     uint32_t status = 0;
@@ -378,11 +375,10 @@ TEST_F(Faults, AWindowKeepsTheOrderOfCalls) {
         close(open("/proc/modules", O_RDONLY));
     });
     EXPECT_THAT(
-        calls.log(),
-        ElementsAre(
-            kxsim::LoggedCall{"ioctl", "eth0", ETHTOOL_GDRVINFO, 0},
-            kxsim::LoggedCall{"ioctl", "nosuch", ETHTOOL_GDRVINFO, ENODEV},
-            kxsim::LoggedCall{"open", "/proc/modules", O_RDONLY, 0}));
+        calls.log(), ElementsAre(
+                         kxsim::LoggedCall{"ioctl", "eth0", ETHTOOL_GDRVINFO, 0},
+                         kxsim::LoggedCall{"ioctl", "nosuch", ETHTOOL_GDRVINFO, ENODEV},
+                         kxsim::LoggedCall{"open", "/proc/modules", O_RDONLY, 0}));
 }
 
 TEST_F(Faults, AWindowLeavesOutWhatChildrenDo) {

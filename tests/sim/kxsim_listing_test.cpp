@@ -46,21 +46,18 @@ protected:
 };
 
 TEST_F(Listing, GivesEntriesInTheOrderOfMaking) {
-    EXPECT_THAT(
-        list("/sys/class/net"), ElementsAre(".", "..", "eth10", "eth2", "lo", "ens1f4"));
+    EXPECT_THAT(list("/sys/class/net"), ElementsAre(".", "..", "eth10", "eth2", "lo", "ens1f4"));
 }
 
 TEST_F(Listing, CanBeGivenAnotherOrderWhoseRestFollowsByName) {
     host_.order("/sys/class/net", {"lo", "eth2", "nosuch"});
-    EXPECT_THAT(
-        list("/sys/class/net"), ElementsAre(".", "..", "lo", "eth2", "ens1f4", "eth10"));
+    EXPECT_THAT(list("/sys/class/net"), ElementsAre(".", "..", "lo", "eth2", "ens1f4", "eth10"));
 }
 
 TEST_F(Listing, PutsWhatIsMadeAgainLast) {
     host_.remove_interface("eth10");
     host_.interface({.name = "eth10"});
-    EXPECT_THAT(
-        list("/sys/class/net"), ElementsAre(".", "..", "eth2", "lo", "ens1f4", "eth10"));
+    EXPECT_THAT(list("/sys/class/net"), ElementsAre(".", "..", "eth2", "lo", "ens1f4", "eth10"));
 }
 
 TEST_F(Listing, KeepsThePlaceOfWhatIsReplaced) {

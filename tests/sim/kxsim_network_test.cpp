@@ -53,11 +53,12 @@ protected:
 };
 
 TEST_F(Network, DriversTellWhatTheyAre) {
-    host_.interface({.name = "eth0",
-                     .firmware = "1.27.5.0",
-                     .driver = "zfab4",
-                     .driver_version = "3.19.0.1",
-                     .bus_info = "0000:03:00.4"});
+    host_.interface(
+        {.name = "eth0",
+         .firmware = "1.27.5.0",
+         .driver = "zfab4",
+         .driver_version = "3.19.0.1",
+         .bus_info = "0000:03:00.4"});
     ethtool_drvinfo info;
     ASSERT_EQ(driver_info("eth0", info), 0);
     EXPECT_STREQ(info.driver, "zfab4");
@@ -164,16 +165,14 @@ std::vector<std::string> addresses() {
 
 TEST_F(Network, AddressesAreListedInTheKernelsOrder) {
     host_.interface({.name = "lo", .ipv4 = {"127.0.0.1/8"}, .ipv6 = {"::1/128"}, .loopback = true});
-    host_.interface({.name = "eth0",
-                     .ipv4 = {"192.0.2.1/25", "192.0.2.129/25"},
-                     .ipv6 = {"2001:db8::1/64"}});
+    host_.interface(
+        {.name = "eth0", .ipv4 = {"192.0.2.1/25", "192.0.2.129/25"}, .ipv6 = {"2001:db8::1/64"}});
     EXPECT_THAT(
-        addresses(),
-        ElementsAre(
-            "lo link none", "eth0 link none", "lo 127.0.0.1 255.0.0.0",
-            "eth0 192.0.2.1 255.255.255.128", "eth0 192.0.2.129 255.255.255.128",
-            "lo ::1 ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
-            "eth0 2001:db8::1 ffff:ffff:ffff:ffff::"));
+        addresses(), ElementsAre(
+                         "lo link none", "eth0 link none", "lo 127.0.0.1 255.0.0.0",
+                         "eth0 192.0.2.1 255.255.255.128", "eth0 192.0.2.129 255.255.255.128",
+                         "lo ::1 ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
+                         "eth0 2001:db8::1 ffff:ffff:ffff:ffff::"));
 }
 
 TEST_F(Network, AnAddressMayLackItsNetmask) {

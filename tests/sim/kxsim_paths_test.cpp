@@ -2,6 +2,7 @@
 // of calls that takes a path.
 #include <dirent.h>
 #include <fcntl.h>
+#include <glob.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -36,9 +37,7 @@ namespace fs = std::filesystem;
 // True when the call succeeded, whatever it returns.
 bool done(long result) { return result >= 0; }
 
-bool done(int descriptor, bool) {
-    return descriptor >= 0 && close(descriptor) == 0;
-}
+bool done(int descriptor, bool) { return descriptor >= 0 && close(descriptor) == 0; }
 
 bool done(std::FILE* stream) { return stream != nullptr && std::fclose(stream) == 0; }
 
@@ -74,7 +73,11 @@ const PathCall kFileCalls[] = {
     {"fopen", [](const char* p) { return done(std::fopen(p, "r")); }},
     {"fopen64", [](const char* p) { return done(fopen64(p, "r")); }},
     {"freopen",
-     [](const char* p) { return done(std::freopen(p, "r", std::fopen("/dev/null", "r"))); }},
+     [](const char* p) {
+         static std::FILE* stream;  // the C library does not release one that it cannot reopen
+         stream = std::fopen("/dev/null", "r");
+         return done(std::freopen(p, "r", stream));
+     }},
     {"stat", [](const char* p) { return done(stat(p, scratch<struct stat>())); }},
     {"stat64", [](const char* p) { return done(stat64(p, scratch<struct stat64>())); }},
     {"lstat", [](const char* p) { return done(lstat(p, scratch<struct stat>())); }},
@@ -102,8 +105,7 @@ const PathCall kFileCalls[] = {
     {"fchmodat", [](const char* p) { return done(fchmodat(AT_FDCWD, p, 0644, 0)); }},
     {"chown", [](const char* p) { return done(chown(p, getuid(), getgid())); }},
     {"lchown", [](const char* p) { return done(lchown(p, getuid(), getgid())); }},
-    {"fchownat",
-     [](const char* p) { return done(fchownat(AT_FDCWD, p, getuid(), getgid(), 0)); }},
+    {"fchownat", [](const char* p) { return done(fchownat(AT_FDCWD, p, getuid(), getgid(), 0)); }},
     {"truncate", [](const char* p) { return done(truncate(p, 3)); }},
     {"truncate64", [](const char* p) { return done(truncate64(p, 3)); }},
     {"utime", [](const char* p) { return done(utime(p, nullptr)); }},
@@ -216,8 +218,7 @@ TEST_F(Paths, BothEndsOfARenameLieOnTheHost) {
     ASSERT_EQ(rename("/etc/sysctl.conf.tmp", "/etc/sysctl.conf"), 0);
     EXPECT_EQ(host_.read("/etc/sysctl.conf"), "new");
     ASSERT_EQ(renameat(AT_FDCWD, "/etc/sysctl.conf", AT_FDCWD, "/etc/sysctl.conf.bk"), 0);
-    ASSERT_EQ(
-        renameat2(AT_FDCWD, "/etc/sysctl.conf.bk", AT_FDCWD, "/etc/sysctl.conf.tmp", 0), 0);
+    ASSERT_EQ(renameat2(AT_FDCWD, "/etc/sysctl.conf.bk", AT_FDCWD, "/etc/sysctl.conf.tmp", 0), 0);
     EXPECT_EQ(host_.read("/etc/sysctl.conf.tmp"), "new");
 }
 
@@ -238,8 +239,9 @@ TEST_F(Paths, WhatTheRealMachineHasIsMissingWhereTheHostHasItNot) {
     host_.remove("/proc/modules");
     host_.remove("/sys/class/net");
     host_.remove("/sys/bus/pci");
-    for (const char* path : {"/proc/modules", "/sys/class/net", "/sys/class/net/lo",
-                             "/sys/bus/pci/devices", "/sys/module", "/dev/mem"}) {
+    for (const char* path :
+         {"/proc/modules", "/sys/class/net", "/sys/class/net/lo", "/sys/bus/pci/devices",
+          "/sys/module", "/dev/mem"}) {
         errno = 0;
         if (std::string(path) != "/sys/module") {
             EXPECT_EQ(access(path, F_OK), -1) << path;
@@ -295,8 +297,9 @@ TEST_F(Paths, BytesOfAFileMayBeAny) {
 
 TEST_F(Paths, DotsAndSlashesAreSeenThrough) {
     host_.file("/proc/modules", "ours");
-    for (const char* path : {"/proc//modules", "/proc/./modules", "//proc/modules",
-                             "/proc/../proc/modules", "/sys/../proc/modules", "/../proc/modules"}) {
+    for (const char* path :
+         {"/proc//modules", "/proc/./modules", "//proc/modules", "/proc/../proc/modules",
+          "/sys/../proc/modules", "/../proc/modules"}) {
         EXPECT_EQ(content_of(path), "ours") << path;
     }
 }
@@ -384,6 +387,30 @@ TEST_F(Paths, NothingIsMadeOrRemovedInTheKernelsFileSystems) {
         EXPECT_EQ(change(), -1);
         EXPECT_EQ(errno, EPERM);
     }
+}
+
+TEST_F(Paths, SettingsOfTheRealKernelCannotBeChanged) {
+    EXPECT_EQ(open("/proc/sys/kernel/panic", O_WRONLY), -1);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(std::fopen("/sys/kernel/mm/ksm/run", "w"), nullptr);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_TRUE(done(open("/proc/sys/kernel/panic", O_RDONLY), true));
+}
+
+TEST_F(Paths, PatternsMatchPathsOfTheHost) {
+    host_.file("/sys/module/zfab4/parameters/b", "");
+    host_.file("/sys/module/zfab4/parameters/a", "");
+    glob_t found{};
+    ASSERT_EQ(glob("/sys/module/zfab4/*/[ab]", 0, nullptr, &found), 0);
+    ASSERT_EQ(found.gl_pathc, 2U);
+    EXPECT_STREQ(found.gl_pathv[0], "/sys/module/zfab4/parameters/a");
+    EXPECT_STREQ(found.gl_pathv[1], "/sys/module/zfab4/parameters/b");
+    globfree(&found);
+    glob64_t found64{};
+    EXPECT_EQ(glob64("/sys/module/zfab3/*", 0, nullptr, &found64), GLOB_NOMATCH);
+    ASSERT_EQ(glob64("/etc/pass*d", 0, nullptr, &found64), 0);
+    EXPECT_STREQ(found64.gl_pathv[0], "/etc/passwd");
+    globfree64(&found64);
 }
 
 TEST_F(Paths, ErrnoIsLeftAloneByCallsThatSucceed) {

@@ -1,6 +1,6 @@
 // Under a sanitizer its allocator stands in front of libkxsim's wrappers, which so never see an
-// allocation. A program's own definitions stand in front of both: these ask the fault rules, then go
-// on to whatever allocator the process has.
+// allocation. A program's own definitions stand in front of both: these ask the fault rules, then
+// go on to whatever allocator the process has.
 #include <dlfcn.h>
 #include <kxsim/preload.h>
 

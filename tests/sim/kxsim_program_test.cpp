@@ -1,0 +1,326 @@
+// kxsim: commands on hosts from scenarios.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/shell.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::shell;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// The program lies one directory above the tests.
+std::string kxsim() {
+    return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "kxsim").string();
+}
+
+struct Outcome {
+    int code;
+    std::string output;  // standard output and standard error
+};
+
+Outcome run(const std::string& arguments) {
+    const auto [status, output] = shell(kxsim() + " " + arguments + " 2>&1");
+    return {WEXITSTATUS(status), output};
+}
+
+Outcome on_lab(const std::string& script) { return run("run -- sh -c '" + script + "'"); }
+
+class Scratch {
+public:
+    Scratch() {
+        std::string path = (fs::temp_directory_path() / "kxsim-test-XXXXXX").string();
+        path_ = mkdtemp(path.data());
+    }
+    ~Scratch() { fs::remove_all(path_); }
+
+    std::string write(const std::string& name, const std::string& text) const {
+        std::ofstream(path_ / name) << text;
+        return path_ / name;
+    }
+    std::string operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    fs::path path_;
+};
+
+// --- Running ---
+
+TEST(Program, RunsACommandOnTheLabHost) {
+    const Outcome outcome = on_lab("lspci | grep Kestrix | head -1; cat /sys/class/net/eth2/mtu");
+    EXPECT_EQ(
+        outcome.output,
+        "03:00.4 Ethernet controller: Kestrix Communications Q520-CR dual-port 40GbE adapter "
+        "(rev 01)\n9000\n");
+    EXPECT_EQ(outcome.code, 0);
+}
+
+TEST(Program, LspciOutputFitsThePipelinesOfAgents) {
+    EXPECT_EQ(
+        on_lab("lspci -D | grep \"Kestrix\" | cut -d\" \" -f1 | tail -1").output, "0000:05:00.0\n");
+    EXPECT_EQ(on_lab("lspci -Dn | grep -c \"4b58:48\"").output, "8\n");
+}
+
+TEST(Program, TheCommandsExitCodeIsItsOwn) {
+    EXPECT_EQ(run("run -- true").code, 0);
+    EXPECT_EQ(run("run -- sh -c 'exit 42'").code, 42);
+    EXPECT_EQ(run("run -- sh -c 'kill -9 $$'").code, 128 + 9);
+    EXPECT_EQ(run("run -- /nosuch").code, 127);
+    EXPECT_EQ(run("run -- /etc/passwd").code, 126);
+}
+
+TEST(Program, ArgumentsOfTheCommandAreLeftAlone) {
+    EXPECT_EQ(run("run -- echo --help -s x '*' 'a b'").output, "--help -s x * a b\n");
+}
+
+TEST(Program, SettingsOfOneCommandAreThereForTheNext) {
+    EXPECT_EQ(
+        on_lab("echo 77 > /proc/sys/toe/toe0_tom/mss; sh -c \"cat /proc/sys/toe/toe0_tom/mss\"")
+            .output,
+        "77\n");
+}
+
+TEST(Program, SavedSettingsAreAppliedByTheRealSysctl) {
+    EXPECT_EQ(
+        on_lab("echo toe.toe0_tom.mss = 9000 >> /etc/sysctl.conf; sysctl -p; "
+               "cat /proc/sys/toe/toe0_tom/mss /proc/sys/toe/toe0_tom/ddp")
+            .output,
+        "toe.toe0_tom.ddp = 0\ntoe.toe0_tom.max_wr = 64\ntoe.toe0_tom.mss = 9000\n9000\n0\n");
+}
+
+TEST(Program, NothingReachesTheRealMachine) {
+    const Outcome outcome = on_lab("echo changed > /etc/sysctl.conf; rm /etc/kestrix-plexo/*");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_FALSE(fs::exists("/etc/kestrix-plexo"));
+}
+
+TEST(Program, AHostThatIsKeptGoesOnWhereItWasLeft) {
+    const Scratch scratch;
+    const std::string keep = "run --keep " + scratch / "host";
+    EXPECT_EQ(run(keep + " -s empty -- sh -c 'echo 1 > /etc/sysctl.conf'").code, 0);
+    EXPECT_EQ(run(keep + " -- cat /etc/sysctl.conf").output, "1\n");
+    const Outcome refused = run(keep + " -s lab -- true");
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_THAT(refused.output, HasSubstr("holds a host already"));
+}
+
+TEST(Program, AHostThatIsNotKeptLeavesNothingBehind) {
+    const Scratch scratch;
+    const std::string command = "TMPDIR=" + scratch / "" + " " + kxsim() + " run -s empty -- true";
+    EXPECT_EQ(shell(command).status, 0);
+    EXPECT_TRUE(fs::is_empty(scratch / ""));
+}
+
+TEST(Program, AHostWhoseSessionIsGoneIsNeverTakenForTheRealMachine) {
+    const std::string library = fs::path(kxsim()).parent_path() / "libkxsim.so";
+    const auto [status, output] =
+        shell("KXSIM_ROOT=/nosuch LD_PRELOAD=" + library + " cat /proc/modules 2>&1");
+    EXPECT_EQ(WEXITSTATUS(status), 127);
+    EXPECT_THAT(output, HasSubstr("KXSIM_ROOT names no session"));
+}
+
+TEST(Program, TheLibraryAloneChangesNothing) {
+    const std::string library = fs::path(kxsim()).parent_path() / "libkxsim.so";
+    const std::string command = " sh -c 'cat /proc/version; ls /sys/class/net /etc; lspci'";
+    EXPECT_EQ(
+        shell("LD_PRELOAD=" + library + command + " 2>&1").output,
+        shell("env" + command + " 2>&1").output);
+}
+
+// --- Scenarios ---
+
+TEST(Scenarios, AreListedWithTheirTitles) {
+    const Outcome outcome = run("list");
+    EXPECT_EQ(outcome.code, 0);
+    for (const char* name :
+         {"empty ", "guest-vfs-only ", "lab ", "many-ports ", "nic-only-q3 ", "no-driver "}) {
+        EXPECT_THAT(outcome.output, HasSubstr(name));
+    }
+    EXPECT_THAT(outcome.output, HasSubstr("The lab: a dual-port Q5"));
+}
+
+TEST(Scenarios, CanBeShownAndRunFromTheirText) {
+    const Scratch scratch;
+    const std::string file = scratch.write("copy.toml", run("show many-ports").output);
+    EXPECT_EQ(run("run -s " + file + " -- sh -c 'ls /sys/class/net | wc -l'").output, "20\n");
+}
+
+TEST(Scenarios, AllThatShipCanBeRun) {
+    for (const std::string& line : test::lines_of(run("list").output)) {
+        const std::string name = line.substr(0, line.find(' '));
+        const Outcome outcome = run("run -s " + name + " -- true");
+        EXPECT_EQ(outcome.code, 0) << name << ": " << outcome.output;
+    }
+}
+
+TEST(Scenarios, OfUnknownNamesAreRefused) {
+    const Outcome outcome = run("run -s nosuch -- true");
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_EQ(
+        outcome.output,
+        "scenario \"nosuch\", expected empty, guest-vfs-only, lab, many-ports, nic-only-q3, "
+        "no-driver or a file\n");
+    EXPECT_THAT(run("run -s /no/such.toml -- true").output, StartsWith("/no/such.toml:1: "));
+}
+
+struct Mistake {
+    const char* text;
+    const char* line;     // where it is told
+    const char* message;  // part of what is told
+};
+
+const Mistake kMistakes[] = {
+    {"x = 1", "1", "the scenario has the unknown key x, expected title, "},
+    {"title = 'a'\n\n[[adaptor]]", "3", "unknown key adaptor"},
+    {"title = 4", "1", "title is 4, expected a text"},
+    {"hide_entry_types = 'yes'", "1", "hide_entry_types is \"yes\", expected true or false"},
+    {"title = [[[", "1", "expected a TOML document"},
+    {"title = 'a'\ntitle = 'b'", "2", "expected a TOML document"},
+    {"[adapter]\nchip = 'Q5'", "1", "adapter is a table, expected tables [[adapter]]"},
+    {"adapter = [1]", "1", "adapter holds 1, expected tables [[adapter]]"},
+    {"[[adapter]]\nchip = 'Q5'", "1", "[[adapter]] has no location, expected one"},
+    {"[[adapter]]\nlocation = '03:00.4'", "1", "[[adapter]] has no chip, expected one"},
+    {"[[adapter]]\nchip = 'Q9'\nlocation = '03:00.4'", "1", "chip \"Q9\" is none of Q3, Q4, Q5"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00:4'", "3", "is not of the form 03:00.4"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\ndevice_id = 65536", "4",
+     "device_id is 65536, expected a number from 0 to 65535"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\nsiblings = [8]", "4",
+     "siblings holds 8, expected numbers from 0 to 7"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\nvirtual_functions = -1", "4",
+     "virtual_functions is -1, expected a number"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\ncolour = 'red'", "4",
+     "[[adapter]] has the unknown key colour, expected chip, location, "},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[[adapter]]\nchip = 'Q4'\n"
+     "location = '03:00.4'",
+     "4", "PCI location 0000:03:00.4 is taken"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[[adapter.port]]\nnmae = 'eth0'", "4",
+     "[[port]] has no name, expected one"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[[adapter.port]]\nname = 'eth0'\n"
+     "[[adapter.port]]\nname = 'eth0'",
+     "6", "interface name eth0 is taken"},
+    {"[[interface]]\nname = 'a name'", "2", "is no interface name of 1 to 15 characters"},
+    {"[[interface]]\nname = 'eth0'\nmac = '00:11'", "3", "is no MAC address like"},
+    {"[[interface]]\nname = 'eth0'\nipv4 = [\n'192.0.2.1/24',\n'192.0.2/24']", "5",
+     "\"192.0.2/24\" is no IPv4 address like"},
+    {"[[interface]]\nname = 'eth0'\nipv6 = ['192.0.2.1/24']", "3", "is no IPv6 address like"},
+    {"[[interface]]\nname = 'eth0'\nipv4 = '192.0.2.1/24'", "3", "expected an array of texts"},
+    {"[[interface]]\nname = 'eth0'\nmtu = 'big'", "3", "mtu is \"big\", expected a number"},
+    {"[[pci_device]]\nlocation = '01:00.0'\nvendor_id = 1", "1", "has no device_id"},
+    {"[[module]]\nname = 'a'\nelf_class = 16", "1", "a module file is of class 32 or 64"},
+    {"[[module]]\nname = 'a'\nparameters = 1", "3", "expected a table of names and values"},
+    {"[[module]]\nname = 'a'\nparameters = {a = 1.5}", "3", "expected a number or a text"},
+    {"[[toe_device]]\ninterfaces = ['eth0']", "1", "[[toe_device]] has no index"},
+    {"[[file]]\npath = 'etc/x'", "2", "expected one that begins with /"},
+    {"[[file]]\npath = '/etc/x'\nmode = '999'", "3", "expected an octal text such as 0644"},
+    {"[[file]]\npath = '/etc/x'\ncontent = 'a'\nbytes = [1]", "4", "expected one of them"},
+    {"[[file]]\npath = '/etc/x'\nbytes = [256]", "3", "bytes holds 256"},
+    {"[[refusal]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_GSET'", "1", "has no interface \"eth0\""},
+    {"[[refusal]]\ninterface = 'eth0'\nrequest = 'GSET'", "3", "expected a request name such as"},
+    {"[[fault]]\ncall = 'frob'", "1", "\"frob\" is no kind of call"},
+    {"[[fault]]\ncall = 'open'\nerror = 'EWHAT'", "3", "expected an error name such as EBUSY"},
+    {"[[fault]]\ncall = 'malloc'", "1", "expected one that fails outside of tests too"},
+};
+
+TEST(Scenarios, MistakesAreToldInOneLineWithTheirPlace) {
+    const Scratch scratch;
+    for (const Mistake& mistake : kMistakes) {
+        const std::string file = scratch.write("wrong.toml", mistake.text);
+        const Outcome outcome = run("run -s " + file + " -- echo ran");
+        EXPECT_EQ(outcome.code, 2) << mistake.text;
+        EXPECT_THAT(
+            outcome.output, AllOf(
+                                StartsWith(file + ":" + mistake.line + ": "),
+                                HasSubstr(mistake.message), EndsWith("\n")))
+            << mistake.text;
+        EXPECT_EQ(test::lines_of(outcome.output).size(), 1U) << outcome.output;
+    }
+}
+
+TEST(Scenarios, MayHoldFilesDirectoriesLinksAndGaps) {
+    const Scratch scratch;
+    const std::string file = scratch.write("files.toml", R"(
+[[file]]
+path = "/etc/kestrix-plexo/text"
+content = "hello\n"
+
+[[file]]
+path = "/etc/kestrix-plexo/bytes"
+bytes = [0x66, 0x6f, 0x6f, 0]
+
+[[file]]
+path = "/proc/net/zfab3/devices"
+mode = "0000"
+
+[[directory]]
+path = "/lib/modules/x"
+order = ["b", "a"]
+
+[[link]]
+path = "/etc/kestrix-plexo/link"
+target = "text"
+
+[[missing]]
+path = "/proc/modules"
+)");
+    EXPECT_EQ(
+        run("run -s " + file +
+            " -- sh -c 'cat /etc/kestrix-plexo/link; wc -c < /etc/kestrix-plexo/bytes; "
+            "cat /proc/net/zfab3/devices /proc/modules'")
+            .output,
+        "hello\n4\ncat: /proc/net/zfab3/devices: Permission denied\n"
+        "cat: /proc/modules: No such file or directory\n");
+}
+
+TEST(Scenarios, MayHoldFaultsAndRefusals) {
+    const Scratch scratch;
+    const std::string file = scratch.write("faults.toml", R"(
+[[interface]]
+name = "eth0"
+
+[[refusal]]
+interface = "eth0"
+request = "ETHTOOL_GDRVINFO"
+error = "EPERM"
+
+[[fault]]
+call = "open"
+nth = 2
+error = "ENFILE"
+object = "/proc/modules"
+)");
+    EXPECT_EQ(
+        run("run -s " + file +
+            " -- sh -c 'cat /proc/modules; cat /proc/modules; cat /proc/modules'")
+            .output,
+        "cat: /proc/modules: Too many open files in system\n");
+    EXPECT_THAT(
+        run("run -s " + file + " -- ethtool -i eth0").output, HasSubstr("Operation not permitted"));
+}
+
+// --- The command line ---
+
+TEST(Program, TellsItsVersionAndItsUse) {
+    EXPECT_EQ(run("--version").output, "kxsim 6.2\n");
+    EXPECT_EQ(run("--help").code, 0);
+    EXPECT_THAT(
+        run("--help").output, AllOf(HasSubstr("run"), HasSubstr("list"), HasSubstr("show")));
+    EXPECT_THAT(run("run --help").output, HasSubstr("--scenario"));
+}
+
+TEST(Program, WrongCommandLinesAreRefused) {
+    for (const char* wrong : {"", "frobnicate", "run", "run -s", "show", "run --frob -- true"}) {
+        EXPECT_EQ(run(wrong).code, 2) << wrong;
+    }
+}
+
+}  // namespace
