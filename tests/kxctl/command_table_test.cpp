@@ -215,7 +215,8 @@ TEST(Help, AsDataHoldsTheRowsOfTheTable) {
 TEST(Help, AsDataOfANounHoldsItsCommandsOnly) {
     Invocation invocation;
     invocation.noun = "port";
-    for (const Json& row : help_json(invocation).at("commands")) {
+    const Json help = help_json(invocation);
+    for (const Json& row : help.at("commands")) {
         EXPECT_EQ(row.at("noun"), "port");
     }
     invocation.command = &commands()[0];
