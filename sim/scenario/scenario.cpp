@@ -9,6 +9,7 @@
 
 #include "host/interface_text.hpp"
 #include "host/pci_function.hpp"
+#include "scenario/nic_keys.hpp"
 #include "scenario/table_reader.hpp"
 
 namespace kxsim {
@@ -34,7 +35,8 @@ void read_common_keys(TableReader& table, Interface& interface) {
         .number("mtu", interface.mtu, kMost16)
         .text("firmware", interface.firmware)
         .text("driver_version", interface.driver_version)
-        .flag("up", interface.up);
+        .flag("up", interface.up)
+        .table("nic", [&](TableReader& nic) { read_nic(nic, interface.nic); });
 }
 
 void read_adapter(TableReader& table, Host& host) {
