@@ -3,23 +3,11 @@
 #include <kxlinhw/status.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 #include "support/text.hpp"
 
 namespace kx::settings {
-
-std::string cut_message(std::size_t buffer_size, const char* format, ...) {
-    std::string text(buffer_size, '\0');
-    std::va_list values;
-    va_start(values, format);
-    const int length = std::vsnprintf(text.data(), text.size(), format, values);
-    va_end(values);
-    text.resize(std::min(static_cast<std::size_t>(std::max(length, 0)), buffer_size - 1));
-    return text;
-}
 
 void clear_detail() { std::memset(errStr, 0, sizeof errStr); }
 

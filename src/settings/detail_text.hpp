@@ -2,19 +2,33 @@
 // nothing is written past its last byte and it stays terminated.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
-#include <string>
+#include <cstdio>
 #include <string_view>
 
 namespace kx::settings {
 
-// A message as printf makes it in a buffer of that many bytes: cut so that its NUL fits. Agents
-// know the messages in their cut form.
-[[nodiscard]] __attribute__((format(printf, 2, 3))) std::string cut_message(
-    std::size_t buffer_size, const char* format, ...);
+// A message as printf makes it in a buffer of Size bytes: cut so that its NUL fits. Agents know the
+// messages in their cut form.
+template <std::size_t Size>
+class CutMessage {
+public:
+    __attribute__((format(printf, 2, 3))) explicit CutMessage(const char* format, ...) {
+        std::va_list values;
+        va_start(values, format);
+        std::vsnprintf(text_, sizeof text_, format, values);
+        va_end(values);
+    }
+    [[nodiscard]] const char* c_str() const { return text_; }
+    operator std::string_view() const { return text_; }
 
-inline constexpr std::size_t kPortMessage = 256;    // buffer of every message about a port
-inline constexpr std::size_t kOffloadMessage = 64;  // buffer of a message about an offload setting
+private:
+    char text_[Size]{};
+};
+
+using PortMessage = CutMessage<256>;
+using OffloadMessage = CutMessage<64>;
 
 // Zero the whole detail text.
 void clear_detail();

@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "settings/iwarp_table.hpp"
 #include "settings/module_parameter.hpp"
@@ -34,18 +33,17 @@ struct Target {
 };
 
 // The name is tried as loaded first, so an unknown module counts as not loaded while it is not.
-Target find_module(const std::string& name) {
-    if (lsmod(name.c_str()) == 0) {  // an unreadable module list counts as loaded
-        KxLogger::KestrixLogMsg(
-            log_origin(), KX_LOG_ERROR, "Module %s is not loaded", name.c_str());
+Target find_module(const char* name) {
+    if (lsmod(name) == 0) {  // an unreadable module list counts as loaded
+        KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, "Module %s is not loaded", name);
         return {KX_DRIVER_NOT_LOADED, nullptr};
     }
     for (const IwarpModule& module : kIwarpModules) {
-        if (name == module.name) {
+        if (std::strcmp(name, module.name) == 0) {
             return {KX_SUCCESS, &module};
         }
     }
-    KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, "Unsupported Driver: %s", name.c_str());
+    KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, "Unsupported Driver: %s", name);
     return {KX_UNSUPPORTED_DRIVER, nullptr};
 }
 
@@ -71,9 +69,9 @@ uint32_t SetIwarpProps(void* record) {
         return KX_INVALID_PARAMETER;
     }
     const auto& props = *static_cast<const IwarpProps*>(record);
-    const std::string name(kx::field_text(props.module));
+    const kx::TerminatedText name(props.module);
     std::printf("SetIwarpProps:: Module: %s\n", name.c_str());
-    const auto [status, module] = find_module(name);
+    const auto [status, module] = find_module(name.c_str());
     if (module == nullptr) {
         return status;
     }
@@ -96,10 +94,10 @@ uint32_t GetIwarpProps(void* record, uint32_t* recordSize) {
         return KX_INVALID_PARAMETER;
     }
     auto& props = *static_cast<IwarpProps*>(record);
-    const std::string name(kx::field_text(props.module));
+    const kx::TerminatedText name(props.module);
     std::printf("GetIwarpProps:: Module: %s\n", name.c_str());
     *recordSize = 0;
-    const auto [status, module] = find_module(name);
+    const auto [status, module] = find_module(name.c_str());
     if (module == nullptr) {
         return status;
     }

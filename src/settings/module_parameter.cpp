@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -50,16 +51,20 @@ void report_missing_file(const char* path) {
 
 }  // namespace
 
-void write_module_parameter(const char* module, const char* parameter, int value) {
+void write_module_parameter(const char* module, const char* parameter, int value) try {
     const std::string file = shell_word(parameter_file(module, parameter));
     const std::string command = "echo " + std::to_string(value) + " > " + file;
     static_cast<void>(executeCommand(command.c_str()));
+} catch (const std::bad_alloc&) {
+    // goes unnoticed like any refusal
 }
 
-uint32_t read_module_parameter(const char* module, const char* parameter) {
+uint32_t read_module_parameter(const char* module, const char* parameter) try {
     uint32_t value = 0;
     static_cast<void>(read_from_file(parameter_file(module, parameter).c_str(), &value));
     return value;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 }  // namespace kx::settings

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "inventory/offload_table.hpp"
@@ -39,7 +40,7 @@ uint32_t set_parameter(
 // Write a value as text. The status of that.
 uint32_t write_control_file(const char* path, int64_t value) {
     const Descriptor file(open(path, O_RDWR | O_CLOEXEC));
-    // Descriptor 0 counts as a failure: no agent has its standard input closed on purpose.
+    // 0 counts as a failure too: it is the agent's standard input, closed or not.
     if (file.get() <= 0) {
         return KX_RESOURCE_UNAVAILABLE;
     }
@@ -51,9 +52,18 @@ uint32_t write_control_file(const char* path, int64_t value) {
     return KX_SUCCESS;
 }
 
-// The index of the offload device behind an interface; it stays as it was when there is none.
-void find_device(const std::string& interface_name, int& index) {
-    static_cast<void>(getTOEDeviceIndex(interface_name.c_str(), &index));
+// The index of the offload device behind a port; it stays as it was when there is none.
+void find_device(const PortInfo* port, int& index) {
+    if (port != nullptr) {
+        const TerminatedText name(port->interface_name);
+        static_cast<void>(getTOEDeviceIndex(name.c_str(), &index));
+    }
+}
+
+void bring_device_up(const PortInfo* port) {
+    if (port != nullptr) {
+        static_cast<void>(zfabtool_devup(TerminatedText(port->interface_name).c_str()));
+    }
 }
 
 }  // namespace
@@ -65,27 +75,21 @@ std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
         set_detail(kNicOnly);
         return std::nullopt;
     }
-    const bool has_port = card.ports != nullptr;
-    const std::string port_name(
-        has_port ? field_text(card.ports->interface_name) : std::string_view());
-    int device_index = 0;
-    if (has_port) {
-        find_device(port_name, device_index);
-    }
+    const PortInfo* const port = card.ports;
+    int device_index = 0;  // of a card without a port, or whose port is not listed
+    find_device(port, device_index);
     uint32_t status = KX_SUCCESS;
     const inventory::OffloadParameter& activation = inventory::kOffloadActivation;
     if ((mask & activation.change_bit) != 0) {
-        if (has_port) {
-            if (card.params.activated == 1) {
-                static_cast<void>(zfabtool_devup(port_name.c_str()));
-            }
-            find_device(port_name, device_index);  // it may appear only once the device is up
+        if (card.params.activated == 1) {
+            bring_device_up(port);
         }
+        find_device(port, device_index);  // it may appear only once the device is up
         status = set_parameter(activation, device_index, card.params);
     }
     if (!path_exists(inventory::offload_directory(device_index).c_str())) {
-        set_detail(cut_message(
-            kPortMessage, "Set TOE Parameter(s) failed for %s: Resource not available", card_name));
+        set_detail(
+            PortMessage("Set TOE Parameter(s) failed for %s: Resource not available", card_name));
         return std::nullopt;
     }
     return status | setTOEParams(&card.params, mask, device_index);
@@ -95,7 +99,7 @@ std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
 
 extern "C" {
 
-uint32_t setTOEParam(char* name, int deviceIndex, int64_t value, int64_t min, int64_t max) {
+uint32_t setTOEParam(char* name, int deviceIndex, int64_t value, int64_t min, int64_t max) try {
     using namespace kx::settings;
     if (name == nullptr) {
         return KX_INVALID_PARAMETER;
@@ -105,13 +109,15 @@ uint32_t setTOEParam(char* name, int deviceIndex, int64_t value, int64_t min, in
     const uint32_t status =
         in_range ? write_control_file(path.c_str(), value) : uint32_t{KX_INVALID_SET_VALUE};
     if (status != KX_SUCCESS) {
-        append_detail(cut_message(
-            kOffloadMessage, "Set %s for %s failed: %s; ", name, card_name,
+        append_detail(OffloadMessage(
+            "Set %s for %s failed: %s; ", name, card_name,
             GetErrStr(static_cast<int32_t>(status))));
         return KX_SET_FAILED;
     }
     static_cast<void>(saveSysctlParam(path.c_str(), value));  // applied all the same
     return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_SET_FAILED;
 }
 
 uint32_t setTOEParams(CardParams* block, uint32_t mask, int deviceIndex) {

@@ -111,9 +111,9 @@ private:
     }
 
     void refused(int result, const char* setting) {
-        const std::string reason = system_reason();
+        const char* const reason = system_reason();
         status_ = result;
-        port_.report_link(setting, interface_, reason.c_str());
+        port_.report_link(setting, interface_, reason);
     }
 
     const PortSetter& port_;

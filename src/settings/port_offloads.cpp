@@ -9,6 +9,7 @@
 
 #include "settings/detail_text.hpp"
 #include "settings/port_setter.hpp"
+#include "support/text.hpp"
 
 namespace kx::settings {
 namespace {
@@ -23,7 +24,7 @@ struct Switch {
 };
 
 Switch of_text(const char (&field)[2]) {
-    const uint8_t value = strToBool(switch_text(field).c_str());
+    const uint8_t value = strToBool(TerminatedText(field).c_str());
     return {value != kNeither, value};
 }
 
@@ -86,9 +87,8 @@ int setOffloads(const char* interface_name, PortSettings* settings, uint32_t mas
         }
         const int status = apply(port, offload, *settings);
         if (status != KX_SUCCESS) {
-            append_detail(cut_message(
-                kPortMessage, "Set %s for %s failed: %s; ", offload.name, interface_name,
-                GetErrStr(status)));
+            append_detail(PortMessage(
+                "Set %s for %s failed: %s; ", offload.name, interface_name, GetErrStr(status)));
             failed |= offload.bit;
         }
     }

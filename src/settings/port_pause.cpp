@@ -9,6 +9,7 @@
 
 #include "settings/detail_text.hpp"
 #include "settings/port_setter.hpp"
+#include "support/text.hpp"
 
 namespace kx::settings {
 namespace {
@@ -32,17 +33,17 @@ public:
         // Issued also when nothing was accepted.
         pause.cmd = ETHTOOL_SPAUSEPARAM;
         if (port_.request(&pause) != 0) {
-            port_.report("Pause parameter", system_reason().c_str());
+            port_.report("Pause parameter", system_reason());
             return kRefused;
         }
         if (negotiation) {
             port_.save("pauseautoneg", settings_.pause_autoneg);
         }
         if (transmit) {
-            port_.save("txpfsupport", std::atoi(switch_text(settings_.tx_pause).c_str()));
+            port_.save("txpfsupport", std::atoi(TerminatedText(settings_.tx_pause).c_str()));
         }
         if (receive) {
-            port_.save("rxpfsupport", std::atoi(switch_text(settings_.rx_pause).c_str()));
+            port_.save("rxpfsupport", std::atoi(TerminatedText(settings_.rx_pause).c_str()));
         }
         return status_;
     }
@@ -51,9 +52,8 @@ private:
     bool choose_negotiation(ethtool_pauseparam& pause) {
         if (isBool(settings_.pause_autoneg) == 0) {
             status_ = KX_UNKNOWN_ERROR;
-            append_detail(cut_message(
-                kPortMessage, "Set %s failed for %s :  %s; ", "pause_autonegotiation", interface_,
-                kInvalid));
+            append_detail(PortMessage(
+                "Set %s failed for %s :  %s; ", "pause_autonegotiation", interface_, kInvalid));
             return false;
         }
         pause.autoneg = settings_.pause_autoneg;
@@ -61,7 +61,7 @@ private:
     }
 
     bool choose_transmit(ethtool_pauseparam& pause) {
-        const uint8_t wanted = strToBool(switch_text(settings_.tx_pause).c_str());
+        const uint8_t wanted = strToBool(TerminatedText(settings_.tx_pause).c_str());
         if (isBool(wanted) == 0) {
             status_ = KX_INVALID_SET_VALUE;
             port_.report("tx_pause", kInvalid);
@@ -72,7 +72,7 @@ private:
     }
 
     bool choose_receive(ethtool_pauseparam& pause) {
-        const uint8_t wanted = strToBool(switch_text(settings_.rx_pause).c_str());
+        const uint8_t wanted = strToBool(TerminatedText(settings_.rx_pause).c_str());
         if (isBool(wanted) == 0) {
             status_ = KX_INVALID_SET_VALUE;
             std::printf("err %s\n", port_.report("rx_pause", kInvalid).c_str());

@@ -93,7 +93,7 @@ int setRingParams(const char* interface_name, PortSettings* settings, uint32_t m
     // Issued in every case, also when every size was refused.
     rings.cmd = ETHTOOL_SRINGPARAM;
     if (port.request(&rings) != 0) {
-        port.report("Ethtool ring parameter", system_reason().c_str());
+        port.report("Ethtool ring parameter", system_reason());
         return KX_INVALID_SET_VALUE;
     }
     save(port, *settings, accepted);

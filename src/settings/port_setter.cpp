@@ -21,31 +21,25 @@ constexpr long kLargestMtu = 10222;
 constexpr uint32_t kMtuInstance = 1;  // what is handed to the recording for every port
 
 long mtu_of(const PortSettings& settings) {
-    const std::string text(field_text(settings.mtu));
-    return std::strtol(text.c_str(), nullptr, 0);
+    return std::strtol(TerminatedText(settings.mtu).c_str(), nullptr, 0);
 }
 
 }  // namespace
 
-std::string PortSetter::report(const char* setting, const char* reason) const {
-    std::string message =
-        cut_message(kPortMessage, "Set %s failed for %s: %s; ", setting, interface_, reason);
+PortMessage PortSetter::report(const char* setting, const char* reason) const {
+    const PortMessage message("Set %s failed for %s: %s; ", setting, interface_, reason);
     append_detail(message);
     return message;
 }
 
 void PortSetter::report_link(const char* setting, const char* a, const char* b) {
-    append_detail(cut_message(kPortMessage, "Set %s failed: %s for %s; ", setting, a, b));
+    append_detail(PortMessage("Set %s failed: %s for %s; ", setting, a, b));
 }
 
 void PortSetter::save(const char* key, int value) const {
     // Agents are told about settings, not about their recording.
     static_cast<void>(savePortParam(key, interface_, instance_, value));
 }
-
-std::string switch_text(const char (&field)[2]) { return std::string(field_text(field)); }
-
-std::string system_reason() { return std::strerror(errno); }
 
 }  // namespace kx::settings
 
@@ -90,7 +84,7 @@ int setCoalesce(const char* interface_name, PortSettings* settings, uint32_t mas
     }
     coalescing.cmd = ETHTOOL_SCOALESCE;
     if (const int result = port.request(&coalescing); result != 0) {
-        port.report("rx_usecs", system_reason().c_str());
+        port.report("rx_usecs", system_reason());
         return result;
     }
     if (wanted) {
@@ -116,9 +110,10 @@ int resetAutoneg(const char* interface_name, PortSettings*, uint32_t) {
     restart.cmd = ETHTOOL_NWAY_RST;
     const int result = port.request(&restart);
     if (result != 0) {
-        append_detail(cut_message(
-            kPortMessage, "Reset auto-negotiation failed for %s: %s; ", interface_name,
-            system_reason().c_str()));
+        append_detail(
+            PortMessage(
+                "Reset auto-negotiation failed for %s: %s; ", interface_name, system_reason())
+                .c_str());
     }
     return result;
 }

@@ -4,9 +4,11 @@
 
 #include <kxlinhw/records.h>
 
+#include <cerrno>
 #include <cstdint>
-#include <string>
+#include <cstring>
 
+#include "settings/detail_text.hpp"
 #include "support/interface_socket.hpp"
 
 namespace kx::settings {
@@ -31,7 +33,7 @@ public:
 
     // Append the commonest message, "Set SETTING failed for INTERFACE: REASON; ".
     // Returns the message.
-    std::string report(const char* setting, const char* reason) const;
+    PortMessage report(const char* setting, const char* reason) const;
 
     // Append the message of the link settings, "Set SETTING failed: A for B; ".
     static void report_link(const char* setting, const char* a, const char* b);
@@ -45,10 +47,7 @@ private:
     InterfaceSocket socket_;
 };
 
-// The text that a field of "1" or "0" holds, which may fill the field without a NUL.
-[[nodiscard]] std::string switch_text(const char (&field)[2]);
-
-// Why the request before this call failed.
-[[nodiscard]] std::string system_reason();
+// The system's text for why the request before this call failed; good until the next call.
+[[nodiscard]] inline const char* system_reason() { return std::strerror(errno); }
 
 }  // namespace kx::settings

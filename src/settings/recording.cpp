@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -38,7 +39,7 @@ LineTest begins_with(std::string_view key) {
 
 extern "C" {
 
-int savePortParam(const char* key, const char* interface_name, uint32_t, int value) {
+int savePortParam(const char* key, const char* interface_name, uint32_t, int value) try {
     using namespace kx::settings;
     if (key == nullptr || interface_name == nullptr) {
         return KX_INVALID_PARAMETER;
@@ -58,15 +59,19 @@ int savePortParam(const char* key, const char* interface_name, uint32_t, int val
         default:
             return kNotSaved;
     }
+} catch (const std::bad_alloc&) {
+    return kx::settings::kNotSaved;
 }
 
-int replacePortConfLine(const char* path, const char* newLine, const char* searchKey) {
+int replacePortConfLine(const char* path, const char* newLine, const char* searchKey) try {
     using namespace kx::settings;
     if (path == nullptr || newLine == nullptr || searchKey == nullptr) {
         return KX_INVALID_PARAMETER;
     }
     std::printf("new_line %s\n", newLine);
     return replace_lines(path, newLine, holds(searchKey)) ? kSaved : kNotSaved;
+} catch (const std::bad_alloc&) {
+    return kx::settings::kNotSaved;
 }
 
 int sysctlPathToKey(const char* path, char* key, int size) {
@@ -86,7 +91,7 @@ int sysctlPathToKey(const char* path, char* key, int size) {
     return length == name.size() ? kSaved : kNotSaved;
 }
 
-int saveSysctlParam(const char* path, int64_t value) {
+int saveSysctlParam(const char* path, int64_t value) try {
     using namespace kx::settings;
     std::array<char, kSysctlKeySize> key;
     if (sysctlPathToKey(path, key.data(), static_cast<int>(key.size())) != 0) {
@@ -105,9 +110,11 @@ int saveSysctlParam(const char* path, int64_t value) {
         default:
             return kNotSaved;
     }
+} catch (const std::bad_alloc&) {
+    return kx::settings::kNotSaved;
 }
 
-int replaceSysctlLine(const char* file, const char* key, const char* newLine, int keyLength) {
+int replaceSysctlLine(const char* file, const char* key, const char* newLine, int keyLength) try {
     using namespace kx::settings;
     if (file == nullptr || key == nullptr || newLine == nullptr || keyLength < 0) {
         return KX_INVALID_PARAMETER;
@@ -115,6 +122,8 @@ int replaceSysctlLine(const char* file, const char* key, const char* newLine, in
     const std::string_view name =
         std::string_view(key).substr(0, static_cast<std::size_t>(keyLength));
     return replace_lines(file, newLine, begins_with(name)) ? kSaved : kNotSaved;
+} catch (const std::bad_alloc&) {
+    return kx::settings::kNotSaved;
 }
 
 }  // extern "C"

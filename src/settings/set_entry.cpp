@@ -7,7 +7,7 @@
 #include <kxlinhw/status.h>
 
 #include <cstring>
-#include <string>
+#include <new>
 
 #include "settings/detail_text.hpp"
 #include "settings/offload_settings.hpp"
@@ -51,9 +51,8 @@ constexpr Group kGroups[] = {
 bool apply_mtu(const char* interface_name, PortSettings* settings, uint32_t mask) {
     const int status = setMTU(interface_name, settings, mask);
     if (status != 0) {
-        set_detail(cut_message(
-            kPortMessage, "Set %s for interface %sfailed: %s ", "MTU", interface_name,
-            GetErrStr(status)));
+        set_detail(PortMessage(
+            "Set %s for interface %sfailed: %s ", "MTU", interface_name, GetErrStr(status)));
     }
     return status == 0;
 }
@@ -125,12 +124,12 @@ uint32_t setPortParams(PortInfo* port) {
         return KX_INVALID_PARAMETER;
     }
     const uint32_t mask = port->settings.change_mask;
-    const std::string interface_name(kx::field_text(port->interface_name));
+    const kx::TerminatedText interface_name(port->interface_name);
     clear_detail();
     return apply_groups(interface_name.c_str(), &port->settings, mask) ? KX_SUCCESS : KX_SET_FAILED;
 }
 
-uint32_t setCardParams(CardInfo* card) {
+uint32_t setCardParams(CardInfo* card) try {
     using namespace kx::settings;
     if (card == nullptr) {
         return KX_INVALID_PARAMETER;
@@ -150,6 +149,8 @@ uint32_t setCardParams(CardInfo* card) {
         status |= setDriverParams(&card->params, mask, kEthernetDriver);
     }
     return status;
+} catch (const std::bad_alloc&) {
+    return KX_SET_FAILED;
 }
 
 PortInfo* lookupPortInfo(CardList* list, char* cardLocation, uint32_t portNumber) {

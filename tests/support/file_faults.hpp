@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-namespace kx::test {
+namespace test {
 
 enum class Fault { kNone, kOneCall, kPowerCut };
 
@@ -93,7 +93,7 @@ inline bool strikes(const char* call) {
     return FileFaults::current() != nullptr && FileFaults::current()->strikes(call);
 }
 
-}  // namespace kx::test
+}  // namespace test
 
 #define KX_PASSED_ON __attribute__((visibility("default")))
 
@@ -101,31 +101,31 @@ extern "C" {
 
 KX_PASSED_ON int open(const char* path, int flags, ...) {
     using Call = int (*)(const char*, int, ...);
-    static const Call next = kx::test::next_call<Call>("open");
+    static const Call next = test::next_call<Call>("open");
     std::va_list values;
     va_start(values, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(values, mode_t) : 0;
     va_end(values);
-    if (kx::test::strikes("open")) {
+    if (test::strikes("open")) {
         return -1;
     }
     const int descriptor = next(path, flags, mode);
-    if (kx::test::FileFaults::current() != nullptr && descriptor >= 0) {
-        kx::test::FileFaults::current()->safe(descriptor);
+    if (test::FileFaults::current() != nullptr && descriptor >= 0) {
+        test::FileFaults::current()->safe(descriptor);
     }
     return descriptor;
 }
 
 KX_PASSED_ON ssize_t read(int descriptor, void* buffer, size_t size) {
     using Call = ssize_t (*)(int, void*, size_t);
-    static const Call next = kx::test::next_call<Call>("read");
-    return kx::test::strikes("read") ? -1 : next(descriptor, buffer, size);
+    static const Call next = test::next_call<Call>("read");
+    return test::strikes("read") ? -1 : next(descriptor, buffer, size);
 }
 
 KX_PASSED_ON ssize_t write(int descriptor, const void* buffer, size_t size) {
     using Call = ssize_t (*)(int, const void*, size_t);
-    static const Call next = kx::test::next_call<Call>("write");
-    if (!kx::test::strikes("write")) {
+    static const Call next = test::next_call<Call>("write");
+    if (!test::strikes("write")) {
         return next(descriptor, buffer, size);
     }
     // A full disk takes a part first; the next call tells the reason.
@@ -137,44 +137,44 @@ KX_PASSED_ON ssize_t write(int descriptor, const void* buffer, size_t size) {
 
 KX_PASSED_ON int fsync(int descriptor) {
     using Call = int (*)(int);
-    static const Call next = kx::test::next_call<Call>("fsync");
-    if (kx::test::strikes("fsync")) {
+    static const Call next = test::next_call<Call>("fsync");
+    if (test::strikes("fsync")) {
         return -1;
     }
-    if (kx::test::FileFaults::current() != nullptr) {
-        kx::test::FileFaults::current()->safe(descriptor);
+    if (test::FileFaults::current() != nullptr) {
+        test::FileFaults::current()->safe(descriptor);
     }
     return next(descriptor);
 }
 
 KX_PASSED_ON int fchmod(int descriptor, mode_t mode) noexcept {
     using Call = int (*)(int, mode_t);
-    static const Call next = kx::test::next_call<Call>("fchmod");
-    return kx::test::strikes("fchmod") ? -1 : next(descriptor, mode);
+    static const Call next = test::next_call<Call>("fchmod");
+    return test::strikes("fchmod") ? -1 : next(descriptor, mode);
 }
 
 KX_PASSED_ON int fchown(int descriptor, uid_t user, gid_t group) noexcept {
     using Call = int (*)(int, uid_t, gid_t);
-    static const Call next = kx::test::next_call<Call>("fchown");
-    return kx::test::strikes("fchown") ? -1 : next(descriptor, user, group);
+    static const Call next = test::next_call<Call>("fchown");
+    return test::strikes("fchown") ? -1 : next(descriptor, user, group);
 }
 
 KX_PASSED_ON int ftruncate(int descriptor, off_t size) noexcept {
     using Call = int (*)(int, off_t);
-    static const Call next = kx::test::next_call<Call>("ftruncate");
-    return kx::test::strikes("ftruncate") ? -1 : next(descriptor, size);
+    static const Call next = test::next_call<Call>("ftruncate");
+    return test::strikes("ftruncate") ? -1 : next(descriptor, size);
 }
 
 KX_PASSED_ON int rename(const char* from, const char* to) noexcept {
     using Call = int (*)(const char*, const char*);
-    static const Call next = kx::test::next_call<Call>("rename");
-    return kx::test::strikes("rename") ? -1 : next(from, to);
+    static const Call next = test::next_call<Call>("rename");
+    return test::strikes("rename") ? -1 : next(from, to);
 }
 
 KX_PASSED_ON int unlink(const char* path) noexcept {
     using Call = int (*)(const char*);
-    static const Call next = kx::test::next_call<Call>("unlink");
-    return kx::test::strikes("unlink") ? -1 : next(path);
+    static const Call next = test::next_call<Call>("unlink");
+    return test::strikes("unlink") ? -1 : next(path);
 }
 
 }  // extern "C"

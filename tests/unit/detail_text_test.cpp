@@ -13,7 +13,7 @@ namespace {
 
 using kx::settings::append_detail;
 using kx::settings::clear_detail;
-using kx::settings::cut_message;
+using kx::settings::CutMessage;
 using kx::settings::set_detail;
 using testing::Each;
 
@@ -65,10 +65,10 @@ TEST_F(DetailText, ClearingZeroesAllBytes) {
 }
 
 TEST_F(DetailText, MessagesAreCutForTheirBuffer) {
-    EXPECT_EQ(cut_message(256, "%s", std::string(255, 'x').c_str()), std::string(255, 'x'));
-    EXPECT_EQ(cut_message(256, "%s", std::string(256, 'x').c_str()), std::string(255, 'x'));
-    EXPECT_EQ(cut_message(64, "%s; ", std::string(62, 'x').c_str()), std::string(62, 'x') + ";");
-    EXPECT_EQ(cut_message(64, "%s", ""), "");
+    const std::string text(300, 'x');
+    EXPECT_EQ(CutMessage<256>("%s", text.c_str()).c_str(), std::string(255, 'x'));
+    EXPECT_EQ(CutMessage<64>("%.62s; ", text.c_str()).c_str(), std::string(62, 'x') + ";");
+    EXPECT_STREQ(CutMessage<64>("Set %s for %d", "mtu", 7).c_str(), "Set mtu for 7");
 }
 
 }  // namespace
