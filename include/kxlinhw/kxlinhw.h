@@ -6,11 +6,13 @@
 #define KXLINHW_KXLINHW_H
 
 #include <kxlinhw/inventory.h>
+#include <kxlinhw/iwarp.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/offload.h>
 #include <kxlinhw/port.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/records.h>
+#include <kxlinhw/settings.h>
 #include <kxlinhw/statistics.h>
 #include <kxlinhw/status.h>
 

@@ -1,4 +1,5 @@
 // card list, port list and module list on simulated hosts.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -216,7 +217,9 @@ std::string on_terminal(kxsim::Host& host, const std::vector<std::string>& envir
     test::Setup setup;
     setup.environment = environment;
     setup.standard_output = slave;
-    EXPECT_EQ(test::run({"card", "list"}, setup).exit, 0);
+    const test::Result result = test::run({"card", "list"}, setup);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    fcntl(master, F_SETFL, O_NONBLOCK);  // it has all that will come
     std::array<char, 4096> text;
     const ssize_t length = read(master, text.data(), text.size());
     close(slave);

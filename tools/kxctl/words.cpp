@@ -49,8 +49,8 @@ std::uint64_t parse_count(const std::string& word) {
 std::uint32_t port_instance(const Arguments& arguments) {
     const std::string word = arguments.get("PORT");
     const auto instance = parse<std::uint32_t>(word);
-    if (!instance) {
-        refuse(fmt::format("PORT {}: expected a number, as \"port list\" shows it", word));
+    if (!instance || *instance == 0) {
+        refuse(fmt::format("{} is no port number", word));
     }
     return *instance;
 }
