@@ -99,6 +99,12 @@ void read_rings(TableReader& table, ethtool_ringparam& rings) {
          &rings.tx_max_pending});
 }
 
+void check_counter_name(const std::string& name) {
+    if (name.empty() || name.size() > ETH_GSTRING_LEN) {
+        throw std::invalid_argument("counter name \"" + name + "\", expected 1 to 32 characters");
+    }
+}
+
 void read_counters(TableReader& table, Nic& nic) {
     table.allow("counter");
     if (!table.has("counter")) {
@@ -108,7 +114,7 @@ void read_counters(TableReader& table, Nic& nic) {
     table.tables("counter", [&](TableReader& entry) {
         NicCounter counter;
         entry.required("name")
-            .text("name", counter.name)
+            .text("name", counter.name, check_counter_name)
             .number("value", counter.value, INT64_MAX)
             .number("step", counter.step, INT64_MAX);
         entry.finish();

@@ -1,13 +1,10 @@
-// Running kxctl on simulated hosts.
+// kxctl on a simulated host.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <kxsim/host.hpp>
 #include <nlohmann/json.hpp>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "kxctl/process.hpp"
 
@@ -18,12 +15,12 @@ inline Result run_on(kxsim::Host& host, std::vector<std::string> words) {
     return run(std::move(words));
 }
 
-// The JSON value that a command prints; it must succeed and print nothing else.
-inline nlohmann::json json_on(kxsim::Host& host, std::vector<std::string> words) {
+// The JSON answer of a command that ends with that exit code.
+inline nlohmann::json json_on(
+    kxsim::Host& host, std::vector<std::string> words, int expected_exit = 0) {
     words.emplace_back("--json");
     const Result result = run_on(host, std::move(words));
-    EXPECT_EQ(result.exit, 0) << result.err;
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.exit, expected_exit) << result.err;
     return nlohmann::json::parse(result.out);
 }
 

@@ -215,6 +215,10 @@ const Mistake kMistakes[] = {
     {"[[interface]]\nname = 'eth0'\nipv6 = ['192.0.2.1/24']", "3", "is no IPv6 address like"},
     {"[[interface]]\nname = 'eth0'\nipv4 = '192.0.2.1/24'", "3", "expected an array of texts"},
     {"[[interface]]\nname = 'eth0'\nmtu = 'big'", "3", "mtu is \"big\", expected a number"},
+    {"[[interface]]\nname = 'eth0'\n[[interface.nic.counter]]\nname = ''", "4",
+     "counter name \"\", expected 1 to 32 characters"},
+    {"[[interface]]\nname = 'eth0'\n[[interface.nic.counter]]\nname = 'rx'\nstop = 1", "5",
+     "[[counter]] has the unknown key stop"},
     {"[[pci_device]]\nlocation = '01:00.0'\nvendor_id = 1", "1", "has no device_id"},
     {"[[module]]\nname = 'a'\nelf_class = 16", "1", "a module file is of class 32 or 64"},
     {"[[module]]\nname = 'a'\nparameters = 1", "3", "expected a table of names and values"},
@@ -279,6 +283,37 @@ path = "/proc/modules"
             .output,
         "hello\n4\ncat: /proc/net/zfab3/devices: Permission denied\n"
         "cat: /proc/modules: No such file or directory\n");
+}
+
+TEST(Scenarios, MayTellWhatADriverAnswers) {
+    const Scratch scratch;
+    const std::string file = scratch.write("driver.toml", R"(
+[[interface]]
+name = "eth0"
+
+[interface.nic]
+link = false
+speed = 40000
+duplex = "half"
+autoneg = false
+connector = 0
+
+  [[interface.nic.counter]]
+  name = "tx_frames"
+  value = 7
+
+  [[interface.nic.counter]]
+  name = "rx_frames"
+  value = 70
+  step = 5
+)");
+    const Outcome outcome =
+        run("run -s " + file + " -- sh -c 'ethtool eth0; ethtool -S eth0; ethtool -S eth0'");
+    for (const char* part :
+         {"Speed: 40000Mb/s", "Duplex: Half", "Auto-negotiation: off", "Port: Twisted Pair",
+          "Link detected: no", "     tx_frames: 7\n     rx_frames: 70\n"}) {
+        EXPECT_THAT(outcome.output, HasSubstr(part));
+    }
 }
 
 TEST(Scenarios, MayHoldFaultsAndRefusals) {
