@@ -13,6 +13,20 @@ const Argument kLocation{
     .name = "LOCATION",
     .help = "PCI bus location of the card, as \"card list\" shows it",
 };
+const Argument kPort{
+    .name = "PORT",
+    .help = "Number of the port within its card, as \"port list\" shows it",
+};
+const Argument kWatch{
+    .name = "--watch",
+    .help = "Read again after every so many seconds (0.01 to 86400) and show change and rate",
+    .value = "SECONDS",
+};
+const Argument kCount{
+    .name = "--count",
+    .help = "With --watch: end after so many readings",
+    .value = "N",
+};
 
 const Argument kChanges{
     .name = "KEY=VALUE",
@@ -41,6 +55,17 @@ std::span<const Command> commands() {
             .run = card::list,
         },
         {
+            .noun = "card",
+            .verb = "stats",
+            .help = "Show the counters of a card's offload engine",
+            .about = "One line a counter, under the name that the driver gives it. With --watch: "
+                     "each counter's change since the reading before and its rate a second; with "
+                     "--json one line of JSON a reading.",
+            .arguments = {kLocation, kWatch, kCount},
+            .examples = {"kxctl card stats 03:00.4", "kxctl card stats 03:00.4 --watch 5"},
+            .run = card::stats,
+        },
+        {
             .noun = "port",
             .verb = "list",
             .help = "Show the ports of a card",
@@ -50,6 +75,29 @@ std::span<const Command> commands() {
             .arguments = {kLocation},
             .examples = {"kxctl port list 03:00.4", "kxctl --sim port list 03:00.4 --json"},
             .run = port::list,
+        },
+        {
+            .noun = "port",
+            .verb = "show",
+            .help = "Show everything about a port",
+            .about = "Link, addresses, offloads, pause, coalescing, rings (current and largest "
+                     "size in descriptors) and wake-on-LAN. Wake-on-LAN modes are letters: p PHY "
+                     "activity, u unicast, m multicast, b broadcast, a ARP, g magic packet, s "
+                     "secured magic packet, d none.",
+            .arguments = {kLocation, kPort},
+            .examples = {"kxctl port show 03:00.4 1", "kxctl port show 03:00.4 1 --json"},
+            .run = port::show,
+        },
+        {
+            .noun = "port",
+            .verb = "stats",
+            .help = "Show the counters of a port",
+            .about = "One line a counter, under the name that the driver gives it. With --watch: "
+                     "each counter's change since the reading before and its rate a second; with "
+                     "--json one line of JSON a reading.",
+            .arguments = {kLocation, kPort, kWatch, kCount},
+            .examples = {"kxctl port stats 03:00.4 1", "kxctl port stats 03:00.4 1 --watch 2"},
+            .run = port::stats,
         },
         {
             .noun = "port",
@@ -69,6 +117,18 @@ std::span<const Command> commands() {
                  "kxctl --sim port set 03:00.4 1 autoneg=off speed=1000 duplex=full --dry-run"},
             .run = port::set,
             .settings = terms_of(port_settings()),
+        },
+        {
+            .noun = "offload",
+            .verb = "show",
+            .help = "Show the parameters of a card's offload engine",
+            .about = "One line a parameter, under the name of its control file in "
+                     "/proc/sys/toe/toeN_tom; tx_coal is a parameter of the Ethernet driver's "
+                     "module. Parameters without a unit are switches, or counted as the driver "
+                     "does.",
+            .arguments = {kLocation},
+            .examples = {"kxctl offload show 03:00.4", "kxctl --sim offload show 03:00.4 --json"},
+            .run = offload::show,
         },
         {
             .noun = "offload",

@@ -14,7 +14,8 @@ struct Setting;
 
 namespace card {
 ExitCode list(const Arguments& arguments, Output& output);
-}
+ExitCode stats(const Arguments& arguments, Output& output);
+}  // namespace card
 
 namespace module {
 ExitCode list(const Arguments& arguments, Output& output);
@@ -22,12 +23,15 @@ ExitCode list(const Arguments& arguments, Output& output);
 
 namespace port {
 ExitCode list(const Arguments& arguments, Output& output);
+ExitCode show(const Arguments& arguments, Output& output);
+ExitCode stats(const Arguments& arguments, Output& output);
 ExitCode set(const Arguments& arguments, Output& output);
 // The messages of a failed set, one a setting. The one about the MTU lacks the others' ending.
 [[nodiscard]] std::vector<std::string> split_set_messages(std::string_view text);
 }  // namespace port
 
 namespace offload {
+ExitCode show(const Arguments& arguments, Output& output);
 ExitCode set(const Arguments& arguments, Output& output);
 [[nodiscard]] std::span<const Setting> settings();
 }  // namespace offload

@@ -11,7 +11,6 @@
 #include "library_query.hpp"
 #include "nouns.hpp"
 #include "output.hpp"
-#include "record_text.hpp"
 
 namespace kx::ctl::offload {
 namespace {
@@ -56,16 +55,6 @@ constexpr Setting kSettings[] = {
 
 #undef KX_NAMED
 
-CardParams query_params(const std::string& location) {
-    const std::vector<CardInfo> cards = query_cards();
-    const auto found = std::ranges::find_if(
-        cards, [&](const CardInfo& card) { return field_text(card.pci_bus_location) == location; });
-    if (found == cards.end()) {
-        throw Failure::of_status(KX_NO_SUCH_DEVICE);
-    }
-    return found->params;
-}
-
 const Change* find(std::span<const Change> changes, std::string_view key) {
     const auto found = std::ranges::find_if(
         changes, [key](const Change& change) { return change.setting->key == key; });
@@ -95,7 +84,7 @@ std::span<const Setting> settings() { return kSettings; }
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
-    CardParams params = query_params(location);
+    CardParams params = query_card(location).params;
     const ChangeReport report(Json{{"location", location}}, changes, &params);
     const std::uint64_t mask = apply_changes(changes, &params);
     check_credits(changes, mask);
@@ -111,7 +100,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
     const std::vector<std::string> messages = status == KX_SET_FAILED
                                                   ? split_detail(GetErrStr(KX_SET_FAILED))
                                                   : std::vector<std::string>();
-    const CardParams after = query_params(location);
+    const CardParams after = query_card(location).params;
     return report.tell_result(output, &after, messages);
 }
 

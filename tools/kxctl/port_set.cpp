@@ -4,9 +4,6 @@
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
 
-#include <algorithm>
-#include <charconv>
-
 #include "change_report.hpp"
 #include "failure.hpp"
 #include "library_call.hpp"
@@ -15,29 +12,10 @@
 #include "output.hpp"
 #include "port_settings.hpp"
 #include "record_text.hpp"
+#include "words.hpp"
 
 namespace kx::ctl::port {
 namespace {
-
-int parse_instance(const std::string& text) {
-    int instance = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, instance);
-    if (error != std::errc() || rest != end || instance < 1) {
-        throw Failure(ExitCode::kUsage, fmt::format("{} is no port number", text));
-    }
-    return instance;
-}
-
-PortInfo query_port(const std::string& location, int instance) {
-    const std::vector<PortInfo> ports = query_ports(location);
-    const auto found = std::ranges::find_if(
-        ports, [instance](const PortInfo& port) { return port.instance == instance; });
-    if (found == ports.end()) {
-        throw Failure::of_status(KX_INVALID_PORT);
-    }
-    return *found;
-}
 
 // With auto-negotiation on the library ignores speed and duplex without a word.
 void check_forced_link(std::span<const Change> changes, const PortSettings& settings) {
@@ -74,7 +52,7 @@ std::vector<std::string> split_set_messages(std::string_view text) {
 
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
-    const int instance = parse_instance(arguments.get("PORT"));
+    const std::uint32_t instance = port_instance(arguments);
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
     PortInfo port = query_port(location, instance);
     const ChangeReport report(
@@ -84,13 +62,13 @@ ExitCode set(const Arguments& arguments, Output& output) {
             {"interface", field_text(port.interface_name)}},
         changes, &port.settings);
     port.settings.change_mask = static_cast<std::uint32_t>(apply_changes(changes, &port.settings));
-    port.settings.port_instance = static_cast<std::uint32_t>(instance);
+    port.settings.port_instance = instance;
     check_forced_link(changes, port.settings);
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
     }
-    const std::uint32_t status =
-        call_library([&] { return SetPortParam(&port, location.data(), instance); });
+    const std::uint32_t status = call_library(
+        [&] { return SetPortParam(&port, location.data(), static_cast<int>(instance)); });
     if (status != KX_SUCCESS && status != KX_SET_FAILED) {
         throw Failure::of_status(status);
     }
