@@ -5,6 +5,11 @@
 #ifndef KXLINHW_KXLINHW_H
 #define KXLINHW_KXLINHW_H
 
+#include <kxlinhw/adapter.h>
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/boot_config.h>
+#include <kxlinhw/flash.h>
+#include <kxlinhw/flash_images.h>
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/offload.h>
