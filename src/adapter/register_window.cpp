@@ -41,7 +41,7 @@ constexpr uint32_t round_down(uint32_t value, uint32_t page_size) {
 int open_descriptor = -1;
 
 int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {
-    memfd = open("/dev/mem", O_RDWR);
+    memfd = open("/dev/mem", O_RDWR | O_CLOEXEC);
     open_descriptor = memfd;
     if (memfd < 0) {
         std::fputs("open /dev/mem failed!", stderr);
@@ -94,7 +94,8 @@ bool window_holds(uint32_t offset) {
 }  // namespace
 
 void close_window_descriptor() {
-    if (memfd != 0 && memfd == std::exchange(open_descriptor, -1)) {
+    const int ours = std::exchange(open_descriptor, -1);
+    if (memfd > 0 && memfd == ours) {
         close(memfd);
     }
 }
