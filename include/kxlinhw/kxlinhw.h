@@ -14,6 +14,7 @@
 #include <kxlinhw/modules.h>
 #include <kxlinhw/offload.h>
 #include <kxlinhw/port.h>
+#include <kxlinhw/q3_boot.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/records.h>
 #include <kxlinhw/statistics.h>

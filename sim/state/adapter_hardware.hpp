@@ -61,14 +61,17 @@ struct FlashFaults {
     std::uint32_t power_cut_at;      // transfer that finds the power gone
 };
 
-struct VpdRegisters {
-    std::uint32_t capability;  // offset in configuration space; 0 for none
-    std::uint32_t polls;       // reads of the flag that find the EEPROM still busy
+// The VPD capability in configuration space, and what its registers hold.
+struct VpdCapability {
+    std::uint32_t offset;  // 0: the adapter has none
+    std::uint32_t polls;   // reads of the flag that find the EEPROM still busy
     std::uint32_t polls_left;
-    std::uint8_t silent;          // no request is ever answered
-    std::uint8_t loses_writes;    // the data register does not keep what is written
-    std::uint8_t under_way;       // a request has not been answered yet
-    std::uint8_t flag_when_done;  // 1 after a read, 0 after a write
+    std::uint32_t data;
+    std::uint16_t address;      // with the flag in its top bit
+    std::uint8_t silent;        // no request is ever answered
+    std::uint8_t loses_writes;  // the data register does not keep what is written
+    std::uint8_t under_way;     // a request has not been answered yet
+    std::uint8_t reserved[3];
 };
 
 struct AdapterHardware {
@@ -78,7 +81,7 @@ struct AdapterHardware {
     SerialFlash flash;
     FlashController controller;
     FlashFaults faults;
-    VpdRegisters vpd;
+    VpdCapability vpd;
     std::uint64_t loads;  // register accesses through the window
     std::uint64_t stores;
     std::uint64_t dwords_read;  // of the EEPROM, through the VPD capability

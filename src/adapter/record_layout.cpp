@@ -2,6 +2,7 @@
 // mended, not the number.
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/boot_config.h>
+#include <kxlinhw/q3_boot.h>
 
 #include <cstddef>
 
@@ -93,6 +94,18 @@ KX_FIELD(AdapterInfoRecord, boot.q3.settings, 138, 444);
 KX_FIELD(AdapterInfoRecord, boot.q3.option_rom, 582, 16);
 KX_FIELD(AdapterInfoRecord, next, 1802, 8);
 static_assert(sizeof(AdapterInfoRecord) == 1810);
+
+KX_FIELD(Q3Settings, signature, 0, 4);
+KX_FIELD(Q3Settings, byte4, 4, 1);
+KX_FIELD(Q3Settings, length, 5, 2);
+KX_FIELD(Q3Settings, data, 7, 441);
+static_assert(sizeof(Q3Settings) == 448);
+
+KX_FIELD(Q3OptionRomVersion, signature, 0, 4);
+KX_FIELD(Q3OptionRomVersion, version, 4, 2);
+KX_FIELD(Q3OptionRomVersion, build, 6, 1);
+KX_FIELD(Q3OptionRomVersion, reserved7, 7, 9);
+static_assert(sizeof(Q3OptionRomVersion) == KX_Q3_OPTION_ROM_SIZE);
 
 #undef KX_FIELD
 

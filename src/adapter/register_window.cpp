@@ -93,6 +93,14 @@ bool window_holds(uint32_t offset) {
 
 }  // namespace
 
+int32_t ensure_q3_window(uint8_t adapter) {
+    if (mmapd_addr != 0 && mmapd_adapter == adapter) {
+        return 0;
+    }
+    disconnect_from_hba(mmapd_adapter);
+    return connect_to_hba(adapter);
+}
+
 void close_window_descriptor() {
     const int ours = std::exchange(open_descriptor, -1);
     if (memfd > 0 && memfd == ours) {
