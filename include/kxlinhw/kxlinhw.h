@@ -5,6 +5,7 @@
 #ifndef KXLINHW_KXLINHW_H
 #define KXLINHW_KXLINHW_H
 
+#include <kxlinhw/hex.h>
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/query.h>
