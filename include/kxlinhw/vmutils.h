@@ -152,6 +152,36 @@ public:
     int VMReboot(virDomainPtr domain);
     int VMShutdown(virDomainPtr domain);
 
+    /* ---- Virtual functions of the host and of domains ---- */
+
+    /* The buses of the maker's PCI functions as lspci lists them: one node for each run of
+       functions that share PCI domain and bus. The hexadecimal numbers of lspci are read as
+       decimal ones ("0a" is 0, "10" is ten). Null when there is none or lspci fails. The caller
+       frees each node. */
+    KxCardBus* getCardsInfo();
+
+    /* The VFs that a domain's description in a file assigns to it: PCI host devices on one of the
+       buses of getCardsInfo. Each is printed twice as "\n BUS:SLOT.FUNCTION\n", in decimal. Null
+       when there is none, or no document ("some thing went wrong in getting document node" is
+       printed). Throws std::runtime_error "empty XML document" when the document has no root
+       element. The caller frees each node. */
+    KxVFNode* getVFsFromDomainInfo(char* path);
+
+    /* The VFs of a domain. *vfs becomes a new array; its length is not handed back, only printed as
+       "The number of VFS N", followed by each VF as above. Returns 0, or -1: no domain
+       ("ListVFsForVM: Invalid VMID" is logged), no description or no memory. Throws as
+       getVFsFromDomainInfo does. */
+    int listVFsForVM(virDomainPtr domain, _VF**& vfs);
+
+    /* The same for the domain of a UUID text (VMStateOperation), which is printed. */
+    int listVFsForVM(char* uuid, _VF** vfs);
+
+    /* The same for an active domain's id. Id 0 lists the VFs of this host instead, by lspci, whose
+       hexadecimal numbers are read as decimal ones up to the first letter; its result is their
+       number, or 1 when lspci fails. -1 without a connection ("ListVFsForVM: LibVirtConnection
+       Failed" is logged). */
+    int listVFsForVM(int id, _VF** vfs);
+
     /* ---- Data: names as Xerces texts, and the parser of descriptions ---- */
 
     char16_t* domainTag;    /* "domain" */
