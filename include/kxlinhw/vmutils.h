@@ -182,6 +182,26 @@ public:
        Failed" is logged). */
     int listVFsForVM(int id, _VF** vfs);
 
+    /* ---- Giving virtual functions to domains and taking them away ---- */
+
+    /* A VF as the description of a host device for libvirt: a text of one line in a new buffer of
+       200 bytes. Returns 1 only when text is null. */
+    int getXMLDescForVF(_VF vf, char** text);
+
+    /* Give a VF to an active domain (named by its id or UUID text), now and, by redefining the
+       domain from its live description, for its later starts. A failed redefinition is not
+       reported. Prints "AttachVFToVM: VM ID: N" or "AttachVFToVM: UUID: TEXT"; logs
+       "AttachVFToVM: ..." on failure, which leaves the domain unchanged. */
+    int attachVFToVM(int id, _VF vf);
+    int attachVFToVM(char* uuid, _VF vf);
+
+    /* Remove a VF from a domain's persistent definition; an active domain keeps it until its next
+       start. All else in the definition stays as it is. Prints "dettachVFFromVM: VM ID: N" or
+       "dettachVFFromVM: UUID: TEXT" and the words of the host devices that it passes; logs
+       "DettachVFFromVM: ..." on failure. */
+    int dettachVFFromVM(int id, _VF vf);
+    int dettachVFFromVM(char* uuid, _VF vf);
+
     /* ---- Data: names as Xerces texts, and the parser of descriptions ---- */
 
     char16_t* domainTag;    /* "domain" */
