@@ -202,6 +202,32 @@ public:
     int dettachVFFromVM(int id, _VF vf);
     int dettachVFFromVM(char* uuid, _VF vf);
 
+    /* ---- Network interfaces of domains, on bridges of the host ---- */
+
+    /* Give an active domain an interface on a bridge by "virsh attach-interface". Refused for ids
+       of more than 9 characters. Logs virsh's output when it does not speak of success, nothing
+       when virsh fails. */
+    int attachBrdgToVM(int id, char* bridge);
+
+    /* The same without the agent's command runner, so that virsh prints on standard output itself.
+       Only info.bridge is used. Refused for ids of more than 4 characters. Logs nothing. */
+    int attachInterfaceToVM(int id, _interfaceInfo info);
+
+    /* Remove, from a domain's persistent definition, the first interface whose description contains
+       info's type, bridge and targetDev anywhere (empty ones are in every description). An active
+       domain keeps it until its next start. The definition is made from the live description.
+       Logs "DeleteVNETFromVM: ..." on failure. */
+    int dettachInterfaceFromVM(int id, _interfaceInfo info);
+
+    /* List an active domain's interfaces: *list becomes a new array and *count its length; both
+       stay untouched on failure. Logs "ListInterfaces: ..." on failure. Throws std::runtime_error
+       "empty XML document" when libvirt's description has no root element. */
+    int listInterfacesForVM(int id, _interfaceInfo** list, int* count);
+
+    /* An interface as an XML element, in a new buffer of 500 bytes. The model is left out when it
+       is empty or "default". Returns 1 for a MAC address of zeros. */
+    int getXMLDescForInterface(_interfaceInfo info, char** text);
+
     /* ---- Data: names as Xerces texts, and the parser of descriptions ---- */
 
     char16_t* domainTag;    /* "domain" */
