@@ -10,6 +10,7 @@
 #include <kxlinhw/boot_config.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/flash_images.h>
+#include <kxlinhw/hex.h>
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/iwarp.h>
 #include <kxlinhw/modules.h>
