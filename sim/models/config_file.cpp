@@ -93,6 +93,12 @@ ssize_t write_config_file(const FileAccess& access, const void* data, std::size_
         return write_real(access, data, size);
     }
     const Opened opened(access, *adapter);
+    // The file keeps what is written; the registers of the VPD capability are read over it.
+    const ssize_t kept =
+        preload::next<"pwrite", decltype(::pwrite)>()(access.descriptor, data, size, place);
+    if (kept < 0) {
+        return kept;
+    }
     const std::size_t written = write_config(
         opened.space(), static_cast<std::size_t>(place),
         {static_cast<const std::uint8_t*>(data), size});

@@ -7,7 +7,7 @@
 
 namespace kxsim::state {
 
-inline constexpr std::uint32_t kMostAdapters = 64;
+inline constexpr std::uint32_t kMostAdapters = 256;
 inline constexpr std::size_t kLocationSize = 16;  // "0000:03:00.4" with its NUL
 
 // Below the session's directory. What an adapter's flash and EEPROM hold are files of their own,
