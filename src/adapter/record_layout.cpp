@@ -8,6 +8,8 @@
 
 namespace {
 
+// NOLINTBEGIN(bugprone-sizeof-expression): the pointers' own sizes are meant
+
 template <class Record, class Field>
 constexpr bool at(std::size_t actual, std::size_t expected, std::size_t width) {
     return actual == expected && sizeof(Field) == width && alignof(Record) == 1;
@@ -108,5 +110,7 @@ KX_FIELD(Q3OptionRomVersion, reserved7, 7, 9);
 static_assert(sizeof(Q3OptionRomVersion) == KX_Q3_OPTION_ROM_SIZE);
 
 #undef KX_FIELD
+
+// NOLINTEND(bugprone-sizeof-expression)
 
 }  // namespace

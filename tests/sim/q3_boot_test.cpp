@@ -414,7 +414,7 @@ TEST_F(Q3OptionRom, MissingPxeMarkIsSilent) {
 }
 
 TEST_F(Q3OptionRom, RomWithoutSignatureIsToldOf) {
-    hardware_->write_flash(0, std::string("\xAA\x55$DM$PXE-2.0 1.2.3.4\0", 30));
+    hardware_->write_flash(0, std::string("\xAA\x55$DM$PXE-2.0 1.2.3.4\0", 22));
     EXPECT_EQ(find_dm(), KX_FLASH_INVALID);
     EXPECT_EQ(told_, "ERROR: Could not find valid Option ROM!\n");
     EXPECT_THAT(out_, Each(0));
