@@ -63,9 +63,9 @@ struct PciDevice {
     unsigned irq = 0;
     std::uint64_t bar0 = 0;  // base address of the register window; 0 for none
     std::uint64_t bar0_size = 0x80000;
-    std::string driver = {};        // bound to it; empty for none
+    std::string driver = {};          // bound to it; empty for none
     bool vital_product_data = false;  // has the capability for them, at 0xD0
-    std::size_t config_size = 256;  // of its configuration space: 64, 256 or 4096 bytes
+    std::size_t config_size = 256;    // of its configuration space: 64, 256 or 4096 bytes
 };
 
 // An adapter: the function that its maker's tools manage, with its siblings, its virtual functions
