@@ -20,7 +20,7 @@ KX_EXPORT uint32_t checkLinkStatus(const char* interface_name);
    Wake-on-LAN letters: p PHY activity, u unicast, m multicast, b broadcast, a ARP, g magic packet,
    s secured magic packet, d none.
    Returns 0; 1 when no socket could be opened or every request was refused (the port is untouched);
-   317 for null. Prints nothing. */
+   66 out of memory; 317 for null. Prints nothing. */
 KX_EXPORT uint32_t getPortParameters(const char* interface_name, PortInfo* port);
 
 KX_END_DECLS

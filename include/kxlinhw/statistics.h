@@ -22,13 +22,14 @@ KX_BEGIN_DECLS
    chain holds what was read); 317 for null. Prints "In getCardStats". */
 KX_EXPORT uint32_t getCardStats(KxStatEntryPtr* slot, const char* device_name);
 
-/* Counters of a Q4 or Q5 card into card->stats: lines 2 to 25 of
+/* Counters of a Q4 or Q5 card into card->stats: lines 2 to 25 of the card's file
    /proc/driver/zfab4/ENTRY/tcp_stats, all in group 2, where ENTRY is the first directory entry
-   whose name contains the card's location. Returns 0, also when there is no such entry (the chain
-   stays as it was); 0xFFFFFFFF when the directory or the file cannot be read or memory is short:
-   card->stats is null then, and a chain that stood there is not freed. 317 for null. Prints the
-   line "cardInfo->PCIBusLocation: LOCATION", then "NAME<tab>VALUE" for each counter, the value as a
-   signed number. */
+   whose name contains the card's location.
+   Returns 0, also when there is no such entry (the chain stays as it was); 0xFFFFFFFF when the
+   directory or the file cannot be read (card->stats becomes null, and a chain that stood there is
+   not freed) or when memory is short (the chain holds what was read); 317 for null.
+   Prints the line "cardInfo->PCIBusLocation: LOCATION", then "NAME<tab>VALUE" for each counter, the
+   value as a signed number. */
 KX_EXPORT uint32_t getQ4CardStats(CardInfo* card);
 
 /* Counters of an interface's driver into port->stats, in the driver's order, group 0. Names are cut

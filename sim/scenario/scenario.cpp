@@ -1,6 +1,5 @@
 // From a scenario's tables to the builder's calls. Each table of a scenario is one function here,
 // each key one line of it.
-#include <linux/ethtool.h>
 #include <kxsim/scenario.hpp>
 
 #include <cerrno>
@@ -10,6 +9,7 @@
 
 #include "host/interface_text.hpp"
 #include "host/pci_function.hpp"
+#include "scenario/nic_keys.hpp"
 #include "scenario/table_reader.hpp"
 
 namespace kxsim {
@@ -20,47 +20,10 @@ constexpr unsigned kMost24 = 0xFFFFFF;
 
 void check_location(const std::string& text) { static_cast<void>(Location::parse(text)); }
 
-void check_counter_name(const std::string& text) {
-    if (text.empty() || text.size() > ETH_GSTRING_LEN) {
-        throw std::invalid_argument("counter name \"" + text + "\", expected 1 to 32 characters");
-    }
-}
-
 void check_path(const std::string& text) {
     if (!text.starts_with('/')) {
         throw std::invalid_argument("path is \"" + text + "\", expected one that begins with /");
     }
-}
-
-// What the driver answers; a port without counters of its own has the usual ones.
-void read_driver_keys(TableReader& table, Nic& nic) {
-    bool link = nic.link != 0;
-    bool full_duplex = nic.link_settings.duplex == DUPLEX_FULL;
-    bool autoneg = nic.link_settings.autoneg == AUTONEG_ENABLE;
-    unsigned speed = ethtool_cmd_speed(&nic.link_settings);
-    unsigned port_type = nic.link_settings.port;
-    table.flag("link", link)
-        .flag("full_duplex", full_duplex)
-        .flag("autoneg", autoneg)
-        .number("speed", speed)
-        .number("port_type", port_type, 255);
-    nic.link = link ? 1 : 0;
-    nic.link_settings.duplex = full_duplex ? DUPLEX_FULL : DUPLEX_HALF;
-    nic.link_settings.autoneg = autoneg ? AUTONEG_ENABLE : AUTONEG_DISABLE;
-    nic.link_settings.port = static_cast<std::uint8_t>(port_type);
-    ethtool_cmd_speed_set(&nic.link_settings, speed);
-    if (table.has("counter")) {
-        nic.counters.clear();
-    }
-    table.tables("counter", [&](TableReader& counter) {
-        NicCounter record;
-        counter.required("name")
-            .text("name", record.name, check_counter_name)
-            .number("value", record.value, INT64_MAX)
-            .number("step", record.step, INT64_MAX)
-            .finish();
-        nic.counters.push_back(record);
-    });
 }
 
 void read_common_keys(TableReader& table, Interface& interface) {
@@ -72,8 +35,8 @@ void read_common_keys(TableReader& table, Interface& interface) {
         .number("mtu", interface.mtu, kMost16)
         .text("firmware", interface.firmware)
         .text("driver_version", interface.driver_version)
-        .flag("up", interface.up);
-    read_driver_keys(table, interface.nic);
+        .flag("up", interface.up)
+        .table("nic", [&](TableReader& nic) { read_nic(nic, interface.nic); });
 }
 
 void read_adapter(TableReader& table, Host& host) {

@@ -220,6 +220,19 @@ TableReader& TableReader::allow(std::string_view key) {
     return *this;
 }
 
+TableReader& TableReader::table(
+    std::string_view key, const std::function<void(TableReader& table)>& body) {
+    if (const toml::node* const node = take(key); node != nullptr) {
+        const std::string name = "[" + std::string(key) + "]";
+        if (!node->is_table()) {
+            complain(key, "is " + shown(*node) + ", expected a table " + name);
+        }
+        TableReader reader(file_, *node->as_table(), name);
+        body(reader);
+    }
+    return *this;
+}
+
 void TableReader::tables(
     std::string_view key, const std::function<void(TableReader& table)>& each) {
     const toml::node* const node = take(key);

@@ -40,6 +40,9 @@ public:
     TableReader& request(std::string_view key, std::uint32_t& value);
     TableReader& mode(std::string_view key, mode_t& value);
 
+    // The table that is a key's value.
+    TableReader& table(std::string_view key, const std::function<void(TableReader& table)>& body);
+
     // Complain unless the key is there.
     TableReader& required(std::string_view key);
 

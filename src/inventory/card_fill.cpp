@@ -1,5 +1,6 @@
 // Filling an inventory with the groups that a mask asks for.
 #include <kxlinhw/inventory.h>
+#include <kxlinhw/iwarp.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/offload.h>
 #include <kxlinhw/port.h>
@@ -21,8 +22,12 @@ bool is_nic_only(const CardInfo& card) {
     return field_text(card.offload_device).starts_with("nic");
 }
 
-// Driver-module and offload parameters; what cannot be read stays as the discovery left it.
-void fill_params(CardInfo& card) { getTOEparams(&card); }
+// Driver-module and offload parameters. The module is asked whatever the card's chip; a card whose
+// offload control files are missing loses what was read of it.
+void fill_params(CardInfo& card) {
+    getDriverParams(&card.params, "zfab4");
+    getTOEparams(&card);
+}
 
 // The result is that of the last Q3 card; a Q4 or Q5 card that gives no statistics has none.
 void fill_stats(CardInfo& card, uint32_t& result) {

@@ -3,6 +3,7 @@
 #include <kxlinhw/status.h>
 
 #include <cstdio>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -77,7 +78,7 @@ std::string find_device(DIR* directory, std::string_view location) {
 
 extern "C" {
 
-uint32_t getCardStats(KxStatEntryPtr* slot, const char* device_name) {
+uint32_t getCardStats(KxStatEntryPtr* slot, const char* device_name) try {
     if (slot == nullptr || device_name == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -91,9 +92,11 @@ uint32_t getCardStats(KxStatEntryPtr* slot, const char* device_name) {
         entry.group = number <= kQ3LinesOfGroup1 ? 1 : 2;
     });
     return stored ? KX_SUCCESS : KX_NO_MEMORY;
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
-uint32_t getQ4CardStats(CardInfo* card) {
+uint32_t getQ4CardStats(CardInfo* card) try {
     if (card == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -119,6 +122,8 @@ uint32_t getQ4CardStats(CardInfo* card) {
         std::printf("%s\t%ld\n", entry.name, static_cast<long>(entry.value));
     });
     return stored ? uint32_t{KX_SUCCESS} : kQ4Failure;
+} catch (const std::bad_alloc&) {
+    return kQ4Failure;
 }
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 #include "inventory/offload_table.hpp"
@@ -33,7 +34,7 @@ void read_parameters(CardParams& params, int device_index) {
 
 extern "C" {
 
-uint32_t getTOEDeviceIndex(const char* interface_name, int* index_out) {
+uint32_t getTOEDeviceIndex(const char* interface_name, int* index_out) try {
     if (interface_name == nullptr || index_out == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -52,9 +53,11 @@ uint32_t getTOEDeviceIndex(const char* interface_name, int* index_out) {
         }
     }
     return KX_NIC_ONLY;
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
-uint32_t getTOEparams(CardInfo* card) {
+uint32_t getTOEparams(CardInfo* card) try {
     if (card == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -72,6 +75,8 @@ uint32_t getTOEparams(CardInfo* card) {
     }
     read_parameters(card->params, device_index);
     return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
 }  // extern "C"

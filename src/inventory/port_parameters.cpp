@@ -3,6 +3,7 @@
 #include <kxlinhw/status.h>
 #include <linux/ethtool.h>
 
+#include <new>
 #include <string>
 
 #include "inventory/link_texts.hpp"
@@ -193,7 +194,7 @@ uint32_t checkLinkStatus(const char* interface_name) {
     return driver.answers(ETHTOOL_GLINK, link) ? link.data : kNoAnswer;
 }
 
-uint32_t getPortParameters(const char* interface_name, PortInfo* port) {
+uint32_t getPortParameters(const char* interface_name, PortInfo* port) try {
     if (interface_name == nullptr || port == nullptr) {
         return KX_INVALID_PARAMETER;
     }
@@ -211,6 +212,8 @@ uint32_t getPortParameters(const char* interface_name, PortInfo* port) {
     }
     copy_texts(texts, *port);
     return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_NO_MEMORY;
 }
 
 }  // extern "C"

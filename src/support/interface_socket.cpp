@@ -4,6 +4,9 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include "support/text.hpp"
 
 namespace kx {
@@ -17,16 +20,35 @@ ifreq interface_request(const char* interface_name) {
 InterfaceSocket::InterfaceSocket() : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {}
 
 bool InterfaceSocket::ethtool(const char* interface_name, void* command) const {
-    return request(interface_name, SIOCETHTOOL, command);
+    return ethtool_result(interface_name, command) == 0;
+}
+
+int InterfaceSocket::ethtool_result(const char* interface_name, void* command) const {
+    ifreq request = interface_request(interface_name);
+    request.ifr_data = static_cast<char*>(command);
+    return submit(SIOCETHTOOL, request);
+}
+
+int InterfaceSocket::set_mtu(const char* interface_name, int mtu) const {
+    ifreq request{};
+    const std::string_view name = field_text(interface_name, sizeof request.ifr_name);
+    std::memcpy(request.ifr_name, name.data(), name.size());
+    request.ifr_mtu = mtu;
+    return submit(SIOCSIFMTU, request);
 }
 
 bool InterfaceSocket::request(const char* interface_name, unsigned long code, void* data) const {
-    if (!socket_) {
-        return false;
-    }
     ifreq request = interface_request(interface_name);
     request.ifr_data = static_cast<char*>(data);
-    return ioctl(socket_.get(), code, &request) == 0;
+    return submit(code, request) == 0;
+}
+
+int InterfaceSocket::submit(unsigned long code, ifreq& request) const {
+    if (!socket_) {
+        errno = EBADF;
+        return -1;
+    }
+    return ioctl(socket_.get(), code, &request);
 }
 
 }  // namespace kx

@@ -18,10 +18,19 @@ public:
     // SIOCETHTOOL: command is one of the kernel's ethtool_... records with its cmd field set.
     [[nodiscard]] bool ethtool(const char* interface_name, void* command) const;
 
+    // As ethtool, with ioctl's own result: 0, or -1 and errno. -1 and EBADF without a socket.
+    [[nodiscard]] int ethtool_result(const char* interface_name, void* command) const;
+
+    // SIOCSIFMTU, with ioctl's own result. The one request whose name field takes 16 characters
+    // without a NUL; the kernel reads 15 of them.
+    [[nodiscard]] int set_mtu(const char* interface_name, int mtu) const;
+
     // Any request whose data is a pointer. Names are cut at 15 characters, as the kernel's are.
     [[nodiscard]] bool request(const char* interface_name, unsigned long code, void* data) const;
 
 private:
+    [[nodiscard]] int submit(unsigned long code, ifreq& request) const;
+
     Descriptor socket_;
 };
 

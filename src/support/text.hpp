@@ -18,6 +18,17 @@ template <std::size_t N>
     return field_text(field, N);
 }
 
+// The text of a field with a NUL of its own, for functions that want one.
+template <std::size_t N>
+class TerminatedText {
+public:
+    explicit TerminatedText(const char (&field)[N]) { std::memcpy(text_, field, N); }
+    [[nodiscard]] const char* c_str() const { return text_; }
+
+private:
+    char text_[N + 1]{};
+};
+
 // Copy a text into a field, cut so that its NUL fits; the bytes behind it become zero.
 template <std::size_t N>
 void copy_text(char (&field)[N], std::string_view text) {

@@ -1,6 +1,8 @@
 // card list, port list and module list on simulated hosts.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/export.h>
 #include <pty.h>
 #include <unistd.h>
 
@@ -216,7 +218,9 @@ std::string on_terminal(kxsim::Host& host, const std::vector<std::string>& envir
     test::Setup setup;
     setup.environment = environment;
     setup.standard_output = slave;
-    EXPECT_EQ(test::run({"card", "list"}, setup).exit, 0);
+    const test::Result result = test::run({"card", "list"}, setup);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    fcntl(master, F_SETFL, O_NONBLOCK);  // it has all that will come
     std::array<char, 4096> text;
     const ssize_t length = read(master, text.data(), text.size());
     close(slave);
@@ -276,7 +280,8 @@ TEST(HostOfManyCards, HasThemAllListed) {
         for (int device = 0; device < 30; ++device) {
             char location[8];
             std::snprintf(location, sizeof location, "%02x:%02x.4", bus + 0x10, device);
-            host.adapter({.chip = "Q4", .location = location});
+            host.pci_device(
+                {.location = location, .vendor_id = KESTRIX_PCI_VENDOR_ID, .device_id = 0x4410});
         }
     }
     EXPECT_EQ(json_on(host, {"card", "list"}).at("cards").size(), 300U);

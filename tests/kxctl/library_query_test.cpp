@@ -48,12 +48,12 @@ TEST(Reply, LeavesOutATornCopyAtItsEnd) {
 
 TEST(Reply, PointersOfTheLibraryAreForgotten) {
     const CardInfo card = records_of<CardInfo>(reply_of(KX_CARD_COPY, 0xFF)).at(0);
-    EXPECT_EQ(card.stats, nullptr);
-    EXPECT_EQ(card.ports, nullptr);
-    EXPECT_EQ(card.next, nullptr);
+    EXPECT_TRUE(card.stats == nullptr);
+    EXPECT_TRUE(card.ports == nullptr);
+    EXPECT_TRUE(card.next == nullptr);
     const PortInfo port = records_of<PortInfo>(reply_of(KX_PORT_COPY, 0xFF)).at(0);
-    EXPECT_EQ(port.stats, nullptr);
-    EXPECT_EQ(port.next, nullptr);
+    EXPECT_TRUE(port.stats == nullptr);
+    EXPECT_TRUE(port.next == nullptr);
 }
 
 TEST(RecordText, EndsAtItsFieldWhenItHasNoNul) {

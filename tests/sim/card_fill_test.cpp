@@ -127,6 +127,39 @@ TEST(CardParameters, OfACardWithoutOffloadAreZero) {
         testing::Each(0));
 }
 
+TEST(CardParameters, HoldTheEthernetDriversParameterBesideTheOffloadEnginesOwn) {
+    for (const char* chip : {"Q3", "Q5"}) {
+        HostWithDrivers host;
+        host.adapter({.chip = chip, .location = "03:00.4", .ports = {{.name = "eth2"}}});
+        host.file("/sys/module/zfab4/parameters/tx_coal", "2\n");
+        host.toe_device(
+            {.interfaces = {"eth2"}, .parameters = {{"mss", "9000"}}, .of_zfab3 = true});
+        const auto attached = host.attach();
+        const CardInfo card = filled_card(host, KX_FILL_CARD_PARAMS);
+        EXPECT_EQ(card.params.tx_coal, 2) << chip;
+        EXPECT_EQ(+card.params.mss, 9000) << chip;
+    }
+}
+
+TEST(CardParameters, OfACardWithoutOffloadControlFilesAreZeroBehindTheirState) {
+    HostWithDrivers host;
+    host.adapter({.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}}});
+    host.file("/sys/module/zfab4/parameters/tx_coal", "2\n");
+    host.toe_device({.interfaces = {"eth2"}, .control_files = false});
+    const auto attached = host.attach();
+    const CardInfo card = filled_card(host, KX_FILL_CARD_PARAMS);
+    EXPECT_EQ(card.params.state, 2);
+    EXPECT_EQ(card.params.tx_coal, 0);
+}
+
+TEST(CardParameters, AreReadOnlyWhenAskedFor) {
+    HostWithDrivers host;
+    host.adapter({.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}}});
+    host.file("/sys/module/zfab4/parameters/tx_coal", "2\n");
+    const auto attached = host.attach();
+    EXPECT_EQ(filled_card(host, KX_FILL_CARD_STATS).params.tx_coal, 0);
+}
+
 TEST(Fill, WithoutAnEthernetDriverSaysSo) {
     HostWithDrivers host;
     host.adapter({.chip = "Q5", .location = "03:00.4"});

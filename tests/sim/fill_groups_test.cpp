@@ -30,7 +30,7 @@ class FillGroups : public testing::Test {
 protected:
     FillGroups() {
         host_.module({.name = "zfab3", .loaded = true});
-        host_.module({.name = "zfab4", .loaded = true});
+        host_.module({.name = "zfab4", .loaded = true, .parameters = {{"tx_coal", "1"}}});
         kxsim::Nic counting;
         counting.counters = {{"rx_bytes", 7}};
         host_.adapter(

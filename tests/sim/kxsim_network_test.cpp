@@ -209,7 +209,7 @@ TEST_F(Network, NamesAndAddressesAreChecked) {
              {.name = "eth1", .ipv6 = {"2001:db8::1/129"}},
              {.name = "eth1", .ipv6 = {"2001:db8::1/x"}},
              {.name = "eth1", .firmware = std::string(33, 'f')},
-             {.name = "eth1", .bus_info = std::string(32, 'b')},
+             {.name = "eth1", .bus_info = std::string(33, 'b')},
          }) {
         EXPECT_THROW(host_.interface(wrong), std::invalid_argument) << wrong.name << wrong.mac;
     }

@@ -224,9 +224,9 @@ const Mistake kMistakes[] = {
     {"[[interface]]\nname = 'eth0'\nipv6 = ['192.0.2.1/24']", "3", "is no IPv6 address like"},
     {"[[interface]]\nname = 'eth0'\nipv4 = '192.0.2.1/24'", "3", "expected an array of texts"},
     {"[[interface]]\nname = 'eth0'\nmtu = 'big'", "3", "mtu is \"big\", expected a number"},
-    {"[[interface]]\nname = 'eth0'\n[[interface.counter]]\nname = ''", "4",
+    {"[[interface]]\nname = 'eth0'\n[[interface.nic.counter]]\nname = ''", "4",
      "counter name \"\", expected 1 to 32 characters"},
-    {"[[interface]]\nname = 'eth0'\n[[interface.counter]]\nname = 'rx'\nstop = 1", "5",
+    {"[[interface]]\nname = 'eth0'\n[[interface.nic.counter]]\nname = 'rx'\nstop = 1", "5",
      "[[counter]] has the unknown key stop"},
     {"[[pci_device]]\nlocation = '01:00.0'\nvendor_id = 1", "1", "has no device_id"},
     {"[[module]]\nname = 'a'\nelf_class = 16", "1", "a module file is of class 32 or 64"},
@@ -299,17 +299,19 @@ TEST(Scenarios, MayTellWhatADriverAnswers) {
     const std::string file = scratch.write("driver.toml", R"(
 [[interface]]
 name = "eth0"
+
+[interface.nic]
 link = false
 speed = 40000
-full_duplex = false
+duplex = "half"
 autoneg = false
-port_type = 0
+connector = 0
 
-  [[interface.counter]]
+  [[interface.nic.counter]]
   name = "tx_frames"
   value = 7
 
-  [[interface.counter]]
+  [[interface.nic.counter]]
   name = "rx_frames"
   value = 70
   step = 5

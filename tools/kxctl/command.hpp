@@ -45,6 +45,12 @@ private:
     std::map<std::string, std::vector<std::string>, std::less<>> values_;
 };
 
+// A word and what it means, in a list of the help.
+struct Term {
+    std::string word;
+    std::string meaning;
+};
+
 struct Command {
     const char* noun;
     const char* verb;   // empty when the noun is the whole command
@@ -53,6 +59,7 @@ struct Command {
     std::vector<Argument> arguments;
     std::vector<const char*> examples;  // two, each a whole command line
     ExitCode (*run)(const Arguments&, Output&);
+    std::vector<Term> settings = {};  // the keys that KEY=VALUE knows
 
     [[nodiscard]] std::string name() const;  // "card list"
 };

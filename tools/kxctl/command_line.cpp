@@ -25,7 +25,7 @@ void register_argument(CLI::App& app, const Argument& argument) {
     }
     CLI::Option* const option = app.add_option(argument.name)->type_name(argument.value);
     if (argument.count == Count::kSeveral) {
-        option->expected(1, CLI::detail::expected_max_vector_size);
+        option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
     } else if (argument.is_option()) {
         option->take_last();
     }

@@ -1,6 +1,10 @@
 // The command table.
+#include <kxlinhw/settings.h>
+
 #include "command.hpp"
 #include "nouns.hpp"
+#include "port_settings.hpp"
+#include "setting.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -9,6 +13,30 @@ const Argument kLocation{
     .name = "LOCATION",
     .help = "PCI bus location of the card, as \"card list\" shows it",
 };
+const Argument kPort{
+    .name = "PORT",
+    .help = "Number of the port within its card, as \"port list\" shows it",
+};
+const Argument kWatch{
+    .name = "--watch",
+    .help = "Read again after every so many seconds (0.01 to 86400) and show change and rate",
+    .value = "SECONDS",
+};
+const Argument kCount{
+    .name = "--count",
+    .help = "With --watch: end after so many readings",
+    .value = "N",
+};
+
+const Argument kChanges{
+    .name = "KEY=VALUE",
+    .help = "Setting and value; numbers are decimal or 0x hexadecimal",
+    .count = Count::kSeveral,
+};
+
+const Argument kDryRun{.name = "--dry-run", .help = "Show old and new values, change nothing"};
+
+const Argument kModule{.name = "MODULE", .help = "RDMA driver: iw_zfab3 or iw_zfab4"};
 
 }  // namespace
 
@@ -27,6 +55,17 @@ std::span<const Command> commands() {
             .run = card::list,
         },
         {
+            .noun = "card",
+            .verb = "stats",
+            .help = "Show the counters of a card's offload engine",
+            .about = "One line a counter, under the name that the driver gives it. With --watch: "
+                     "each counter's change since the reading before and its rate a second; with "
+                     "--json one line of JSON a reading.",
+            .arguments = {kLocation, kWatch, kCount},
+            .examples = {"kxctl card stats 03:00.4", "kxctl card stats 03:00.4 --watch 5"},
+            .run = card::stats,
+        },
+        {
             .noun = "port",
             .verb = "list",
             .help = "Show the ports of a card",
@@ -38,6 +77,98 @@ std::span<const Command> commands() {
             .run = port::list,
         },
         {
+            .noun = "port",
+            .verb = "show",
+            .help = "Show everything about a port",
+            .about = "Link, addresses, offloads, pause, coalescing, rings (current and largest "
+                     "size in descriptors) and wake-on-LAN. Wake-on-LAN modes are letters: p PHY "
+                     "activity, u unicast, m multicast, b broadcast, a ARP, g magic packet, s "
+                     "secured magic packet, d none.",
+            .arguments = {kLocation, kPort},
+            .examples = {"kxctl port show 03:00.4 1", "kxctl port show 03:00.4 1 --json"},
+            .run = port::show,
+        },
+        {
+            .noun = "port",
+            .verb = "stats",
+            .help = "Show the counters of a port",
+            .about = "One line a counter, under the name that the driver gives it. With --watch: "
+                     "each counter's change since the reading before and its rate a second; with "
+                     "--json one line of JSON a reading.",
+            .arguments = {kLocation, kPort, kWatch, kCount},
+            .examples = {"kxctl port stats 03:00.4 1", "kxctl port stats 03:00.4 1 --watch 2"},
+            .run = port::stats,
+        },
+        {
+            .noun = "port",
+            .verb = "set",
+            .help = "Change settings of a port",
+            .about =
+                "Applies the settings and shows each as it was and as it reads back. A setting "
+                "that fails does not stop the others; each failure is told on a line of its own. "
+                "What was applied is saved and applied again by \"kxctl restore\" after a reboot.",
+            .arguments =
+                {kLocation,
+                 {.name = "PORT", .help = "Number of the port, as \"port list\" shows it"},
+                 kChanges,
+                 kDryRun},
+            .examples =
+                {"kxctl port set 03:00.4 1 mtu=9000 tso=on",
+                 "kxctl --sim port set 03:00.4 1 autoneg=off speed=1000 duplex=full --dry-run"},
+            .run = port::set,
+            .settings = terms_of(port_settings()),
+        },
+        {
+            .noun = "offload",
+            .verb = "show",
+            .help = "Show the parameters of a card's offload engine",
+            .about = "One line a parameter, under the name of its control file in "
+                     "/proc/sys/toe/toeN_tom; tx_coal is a parameter of the Ethernet driver's "
+                     "module. Parameters without a unit are switches, or counted as the driver "
+                     "does.",
+            .arguments = {kLocation},
+            .examples = {"kxctl offload show 03:00.4", "kxctl --sim offload show 03:00.4 --json"},
+            .run = offload::show,
+        },
+        {
+            .noun = "offload",
+            .verb = "set",
+            .help = "Change offload and driver settings of a card",
+            .about = "Applies the settings and shows each as it was and as it reads back. A "
+                     "setting that fails does not stop the others; each failure is told on a line "
+                     "of its own. Settings of the offload engine are saved in /etc/sysctl.conf.",
+            .arguments = {kLocation, kChanges, kDryRun},
+            .examples =
+                {"kxctl offload set 03:00.4 activated=on mss=1460",
+                 "kxctl --sim offload set 03:00.4 max_conn=-1 --dry-run"},
+            .run = offload::set,
+            .settings = terms_of(offload::settings()),
+        },
+        {
+            .noun = "iwarp",
+            .verb = "show",
+            .help = "Show the parameters of an RDMA driver",
+            .about = "One line a parameter. The driver must be loaded; a parameter whose file is "
+                     "missing reads 0. The library does not read markers_enabled of iw_zfab4.",
+            .arguments = {kModule},
+            .examples = {"kxctl iwarp show iw_zfab4", "kxctl --sim iwarp show iw_zfab3 --json"},
+            .run = iwarp::show,
+        },
+        {
+            .noun = "iwarp",
+            .verb = "set",
+            .help = "Change parameters of an RDMA driver",
+            .about = "Writes the parameters and shows each as it was and as it reads back; a value "
+                     "that the driver did not take is told on a line of its own. Parameters are "
+                     "not saved.",
+            .arguments = {kModule, kChanges, kDryRun},
+            .examples =
+                {"kxctl iwarp set iw_zfab4 peer2peer=1 snd_win=262144",
+                 "kxctl --sim iwarp set iw_zfab3 cong_flavor=2 --dry-run"},
+            .run = iwarp::set,
+            .settings = terms_of(iwarp::settings()),
+        },
+        {
             .noun = "module",
             .verb = "list",
             .help = "Show the driver modules that are installed",
@@ -47,6 +178,31 @@ std::span<const Command> commands() {
             .arguments = {},
             .examples = {"kxctl module list", "kxctl --sim=lab module list"},
             .run = module::list,
+        },
+        {
+            .noun = "restore",
+            .verb = "",
+            .help = "Apply again the port settings that were saved",
+            .about = "Reads " KX_PORT_PARAMETER_FILE
+                     " and tells of each saved setting whether it was applied, skipped because its "
+                     "interface is gone, or refused, and of each damaged line its number. The "
+                     "service kxlinhw-restore runs it at start-up.",
+            .arguments =
+                {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional}},
+            .examples = {"kxctl restore", "kxctl restore --json"},
+            .run = restore::run,
+        },
+        {
+            .noun = "repair",
+            .verb = "",
+            .help = "Bring back a half-rewritten configuration file",
+            .about = "Looks at " KX_PORT_PARAMETER_FILE " and " KX_SYSCTL_FILE
+                     ". When a power cut came between the two renamings of a rewrite, the file is "
+                     "there under other names only; it gets its own name back. The service "
+                     "kxlinhw-repair runs it early at start-up.",
+            .arguments = {},
+            .examples = {"kxctl repair", "kxctl repair --json"},
+            .run = repair::run,
         },
         {
             .noun = "version",

@@ -4,6 +4,8 @@
 #include <fmt/ranges.h>
 #include <kxlinhw/status.h>
 
+#include <cstdlib>
+
 namespace kx::ctl {
 namespace {
 
@@ -23,8 +25,10 @@ std::string text_of_status(std::uint32_t status) {
     return text == nullptr ? fmt::format("The library returned status {}", status) : text;
 }
 
-bool means_no_adapter(std::uint32_t status) {
-    return status == KX_NO_CARDS || status == KX_DRIVER_NOT_LOADED;
+// A host without adapters can still try the commands; a simulated one is what it is.
+bool should_offer_simulation(std::uint32_t status) {
+    const bool no_adapter = status == KX_NO_CARDS || status == KX_DRIVER_NOT_LOADED;
+    return no_adapter && std::getenv("KXSIM_ROOT") == nullptr;
 }
 
 }  // namespace
@@ -43,7 +47,7 @@ std::string Failure::line() const {
     if (!detail_.empty()) {
         line += fmt::format(": {}", fmt::join(detail_, "; "));
     }
-    if (means_no_adapter(status_.value_or(KX_SUCCESS))) {
+    if (should_offer_simulation(status_.value_or(KX_SUCCESS))) {
         line += " (--sim runs the command on a simulated host)";
     }
     return line;

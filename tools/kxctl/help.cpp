@@ -178,10 +178,18 @@ std::string noun_help(const std::string& noun) {
            example_section(examples);
 }
 
+std::string setting_section(const Command& command) {
+    std::vector<Entry> entries;
+    for (const Term& setting : command.settings) {
+        entries.push_back({setting.word, setting.meaning});
+    }
+    return section("Settings", entries);
+}
+
 std::string command_help(const Command& command) {
     return fmt::format("Usage: kxctl [OPTION...] {}\n\n", usage(command)) +
            wrap(fmt::format("{}.", command.help), 0, 0) + "\n" + wrap(command.about, 0, 0) +
-           argument_section(command) +
+           argument_section(command) + setting_section(command) +
            option_section("Options of this command", command.arguments) +
            option_section("Options of all commands", global_options()) +
            example_section(command.examples);
@@ -213,12 +221,17 @@ Json to_json(std::span<const Argument> arguments) {
 }
 
 Json to_json(const Command& command) {
+    Json settings = Json::array();
+    for (const Term& setting : command.settings) {
+        settings.push_back({{"key", setting.word}, {"help", setting.meaning}});
+    }
     return {
         {"noun", command.noun},
         {"verb", command.verb},
         {"help", command.help},
         {"about", command.about},
         {"arguments", to_json(command.arguments)},
+        {"settings", settings},
         {"examples", command.examples}};
 }
 

@@ -1,6 +1,7 @@
 #include "library_query.hpp"
 
 #include <kxlinhw/query.h>
+#include <kxlinhw/status.h>
 
 #include <cstring>
 #include <filesystem>
@@ -9,6 +10,7 @@
 
 #include "failure.hpp"
 #include "library_call.hpp"
+#include "record_text.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -22,6 +24,8 @@ template <>
 constexpr std::size_t kCopySize<PortInfo> = KX_PORT_COPY;
 template <>
 constexpr std::size_t kCopySize<DriverEntry> = KX_DRIVER_COPY;
+template <>
+constexpr std::size_t kCopySize<StatEntry> = KX_STAT_COPY;
 
 // Pointers of the library's own lists, which are gone by the time a reply is read.
 void forget_pointers(CardInfo& card) {
@@ -30,6 +34,7 @@ void forget_pointers(CardInfo& card) {
 }
 void forget_pointers(PortInfo& port) { port.stats = nullptr; }
 void forget_pointers(DriverEntry&) {}
+void forget_pointers(StatEntry&) {}
 
 std::size_t interface_count() {
     std::error_code error;
@@ -71,6 +76,7 @@ std::vector<Record> records_of(std::span<const std::byte> reply) {
 template std::vector<CardInfo> records_of<CardInfo>(std::span<const std::byte>);
 template std::vector<PortInfo> records_of<PortInfo>(std::span<const std::byte>);
 template std::vector<DriverEntry> records_of<DriverEntry>(std::span<const std::byte>);
+template std::vector<StatEntry> records_of<StatEntry>(std::span<const std::byte>);
 
 std::vector<CardInfo> query_cards() { return ask<CardInfo>(GetCardInfo); }
 
@@ -81,5 +87,35 @@ std::vector<PortInfo> query_ports(const std::string& location) {
 }
 
 std::vector<DriverEntry> query_modules() { return ask<DriverEntry>(GetDriverDetails); }
+
+std::vector<StatEntry> query_card_counters(const std::string& location) {
+    return ask<StatEntry>([&](void* buffer, std::uint32_t* length) {
+        return GetCardStats(location.c_str(), buffer, length);
+    });
+}
+
+std::vector<StatEntry> query_port_counters(const std::string& location, std::uint32_t instance) {
+    return ask<StatEntry>([&](void* buffer, std::uint32_t* length) {
+        return GetPortStat(location.c_str(), instance, buffer, length);
+    });
+}
+
+CardInfo query_card(const std::string& location) {
+    for (const CardInfo& card : query_cards()) {
+        if (field_text(card.pci_bus_location) == location) {
+            return card;
+        }
+    }
+    throw Failure::of_status(KX_NO_SUCH_DEVICE);
+}
+
+PortInfo query_port(const std::string& location, std::uint32_t instance) {
+    for (const PortInfo& port : query_ports(location)) {
+        if (port.instance == instance) {
+            return port;
+        }
+    }
+    throw Failure::of_status(KX_INVALID_PORT);
+}
 
 }  // namespace kx::ctl

@@ -4,6 +4,7 @@
 #include <kxlinhw/records.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,6 +15,13 @@ namespace kx::ctl {
 [[nodiscard]] std::vector<CardInfo> query_cards();
 [[nodiscard]] std::vector<PortInfo> query_ports(const std::string& location);
 [[nodiscard]] std::vector<DriverEntry> query_modules();
+[[nodiscard]] std::vector<StatEntry> query_card_counters(const std::string& location);
+[[nodiscard]] std::vector<StatEntry> query_port_counters(
+    const std::string& location, std::uint32_t instance);
+
+// One of them; throws Failure when it is not there.
+[[nodiscard]] CardInfo query_card(const std::string& location);
+[[nodiscard]] PortInfo query_port(const std::string& location, std::uint32_t instance);
 
 // The records of a reply: flat copies, each without the pointers at its end. A torn copy at the
 // reply's end is left out.

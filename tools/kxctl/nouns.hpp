@@ -1,13 +1,21 @@
 // The functions of the command table, one namespace and one file a noun.
 #pragma once
 
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
 #include "command.hpp"
 
 namespace kx::ctl {
 
+struct Setting;
+
 namespace card {
 ExitCode list(const Arguments& arguments, Output& output);
-}
+ExitCode stats(const Arguments& arguments, Output& output);
+}  // namespace card
 
 namespace module {
 ExitCode list(const Arguments& arguments, Output& output);
@@ -15,6 +23,31 @@ ExitCode list(const Arguments& arguments, Output& output);
 
 namespace port {
 ExitCode list(const Arguments& arguments, Output& output);
+ExitCode show(const Arguments& arguments, Output& output);
+ExitCode stats(const Arguments& arguments, Output& output);
+ExitCode set(const Arguments& arguments, Output& output);
+// The messages of a failed set, one a setting. The one about the MTU lacks the others' ending.
+[[nodiscard]] std::vector<std::string> split_set_messages(std::string_view text);
+}  // namespace port
+
+namespace offload {
+ExitCode show(const Arguments& arguments, Output& output);
+ExitCode set(const Arguments& arguments, Output& output);
+[[nodiscard]] std::span<const Setting> settings();
+}  // namespace offload
+
+namespace iwarp {
+ExitCode show(const Arguments& arguments, Output& output);
+ExitCode set(const Arguments& arguments, Output& output);
+[[nodiscard]] std::span<const Setting> settings();
+}  // namespace iwarp
+
+namespace restore {
+ExitCode run(const Arguments& arguments, Output& output);
+}
+
+namespace repair {
+ExitCode run(const Arguments& arguments, Output& output);
 }
 
 namespace version {

@@ -48,6 +48,20 @@ void Output::json(const Json& value) {
     text_ += '\n';
 }
 
+void Output::json_line(const Json& value) {
+    text_ += value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    text_ += '\n';
+}
+
+bool Output::flush() {
+    const int reason = write_text(STDOUT_FILENO, text_);
+    text_.clear();
+    if (reason != 0 && reason != EPIPE) {
+        throw Failure(ExitCode::kFailed, fmt::format("standard output: {}", std::strerror(reason)));
+    }
+    return reason == 0;
+}
+
 ExitCode Output::report(const Failure& failure) {
     text_.clear();
     if (json_) {

@@ -30,6 +30,10 @@ public:
     void text(std::string_view text) { text_ += text; }
     void table(const Table& table);
     void json(const Json& value);
+    void json_line(const Json& value);  // for commands that print one value after another
+
+    // Write what was printed so far, for commands that go on. False when nobody reads it any more.
+    [[nodiscard]] bool flush();
 
     // Put a failure in the place of what was printed so far. The exit code that it gives.
     ExitCode report(const Failure& failure);

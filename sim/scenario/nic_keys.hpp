@@ -1,0 +1,12 @@
+// The keys of an interface's [nic] table: what its driver answers.
+#pragma once
+
+#include <kxsim/nic.hpp>
+
+#include "scenario/table_reader.hpp"
+
+namespace kxsim {
+
+void read_nic(TableReader& table, Nic& nic);
+
+}  // namespace kxsim

@@ -1,0 +1,111 @@
+// Setting and reading the iWARP parameters of the two RDMA drivers.
+#include <kxlinhw/host.h>
+#include <kxlinhw/iwarp.h>
+#include <kxlinhw/modules.h>
+#include <kxlinhw/status.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "settings/iwarp_table.hpp"
+#include "settings/module_parameter.hpp"
+#include "support/text.hpp"
+
+static_assert(sizeof(IwarpProps) == 332);
+static_assert(offsetof(IwarpProps, module) == 24);
+static_assert(offsetof(IwarpProps, change_mask) == 152);
+static_assert(offsetof(IwarpProps, db_delay_usecs) == 204);
+static_assert(offsetof(IwarpProps, fastreg_support) == 216);
+static_assert(offsetof(IwarpProps, allow_nonroot_rawqps) == 284);
+static_assert(offsetof(IwarpProps, use_dsgl) == 328);
+
+namespace kx::settings {
+namespace {
+
+constexpr int kIwarpService = 10;
+
+ModName log_origin() { return KxLogger::MapSVCToModName(kIwarpService); }
+
+// How an operation on a module ends before it began, or the module.
+struct Target {
+    uint32_t status;
+    const IwarpModule* module;
+};
+
+// The name is tried as loaded first, so an unknown module counts as not loaded while it is not.
+Target find_module(const char* name) {
+    if (lsmod(name) == 0) {  // an unreadable module list counts as loaded
+        KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, "Module %s is not loaded", name);
+        return {KX_DRIVER_NOT_LOADED, nullptr};
+    }
+    for (const IwarpModule& module : kIwarpModules) {
+        if (std::strcmp(name, module.name) == 0) {
+            return {KX_SUCCESS, &module};
+        }
+    }
+    KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, "Unsupported Driver: %s", name);
+    return {KX_UNSUPPORTED_DRIVER, nullptr};
+}
+
+// Records of agents stand at any address.
+int32_t value_of(const IwarpProps& record, const IwarpParameter& row) {
+    int32_t value = 0;
+    std::memcpy(&value, reinterpret_cast<const char*>(&record) + row.offset, sizeof value);
+    return value;
+}
+
+void store_value(IwarpProps& record, const IwarpParameter& row, uint32_t value) {
+    std::memcpy(reinterpret_cast<char*>(&record) + row.offset, &value, sizeof value);
+}
+
+}  // namespace
+}  // namespace kx::settings
+
+extern "C" {
+
+uint32_t SetIwarpProps(void* record) {
+    using namespace kx::settings;
+    if (record == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    const auto& props = *static_cast<const IwarpProps*>(record);
+    const kx::TerminatedText name(props.module);
+    std::printf("SetIwarpProps:: Module: %s\n", name.c_str());
+    const auto [status, module] = find_module(name.c_str());
+    if (module == nullptr) {
+        return status;
+    }
+    if ((props.change_mask & module->forbidden) != 0) {
+        KxLogger::KestrixLogMsg(
+            log_origin(), KX_LOG_ERROR, "Invalid %s driver parameters", module->name);
+        return KX_INVALID_PARAMETER;
+    }
+    for (const IwarpParameter& row : kIwarpParameters) {
+        if ((props.change_mask & row.change_bit) != 0) {
+            write_module_parameter(module->name, row.name, value_of(props, row));
+        }
+    }
+    return KX_SUCCESS;
+}
+
+uint32_t GetIwarpProps(void* record, uint32_t* recordSize) {
+    using namespace kx::settings;
+    if (record == nullptr || recordSize == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    auto& props = *static_cast<IwarpProps*>(record);
+    const kx::TerminatedText name(props.module);
+    std::printf("GetIwarpProps:: Module: %s\n", name.c_str());
+    *recordSize = 0;
+    const auto [status, module] = find_module(name.c_str());
+    if (module == nullptr) {
+        return status;
+    }
+    for (const IwarpParameter& row : module->readings) {
+        store_value(props, row, read_module_parameter(module->name, row.name));
+    }
+    *recordSize = sizeof(IwarpProps);
+    return KX_SUCCESS;
+}
+
+}  // extern "C"

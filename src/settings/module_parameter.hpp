@@ -1,0 +1,14 @@
+// One parameter of a loaded kernel module: a file under /sys/module.
+#pragma once
+
+#include <cstdint>
+
+namespace kx::settings {
+
+// Have the shell write a value. A refusal goes unnoticed.
+void write_module_parameter(const char* module, const char* parameter, int value);
+
+// The parameter's value; 0 without a file or a number in it.
+[[nodiscard]] uint32_t read_module_parameter(const char* module, const char* parameter);
+
+}  // namespace kx::settings

@@ -1,0 +1,136 @@
+// The offload settings: each is a control file of the card's offload device.
+#include "settings/offload_settings.hpp"
+
+#include <fcntl.h>
+#include <kxlinhw/offload.h>
+#include <kxlinhw/query.h>
+#include <kxlinhw/settings.h>
+#include <kxlinhw/status.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <new>
+#include <string>
+
+#include "inventory/offload_table.hpp"
+#include "settings/detail_text.hpp"
+#include "support/handle.hpp"
+#include "support/small_file.hpp"
+#include "support/text.hpp"
+
+namespace kx::settings {
+namespace {
+
+constexpr char kNicOnly[] = "Set TOE Parameter(s) failed: Operation not supported: NIC-Only device";
+
+char card_name[32];  // in messages; agents that call setTOEParam rely on the last card's name
+
+bool is_nic_only(const CardInfo& card) {
+    return field_text(card.offload_device).starts_with("nic");
+}
+
+// setTOEParam takes its name as agents pass it and does not change it.
+uint32_t set_parameter(
+    const inventory::OffloadParameter& row, int device_index, const CardParams& params) {
+    return setTOEParam(
+        const_cast<char*>(row.name), device_index, inventory::offload_value(params, row), row.min,
+        row.max);
+}
+
+// Write a value as text. The status of that.
+uint32_t write_control_file(const char* path, int64_t value) {
+    const Descriptor file(open(path, O_RDWR | O_CLOEXEC));
+    // 0 counts as a failure too: it is the agent's standard input, closed or not.
+    if (file.get() <= 0) {
+        return KX_RESOURCE_UNAVAILABLE;
+    }
+    const std::string text = std::to_string(value);
+    if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        std::perror("WRITE ERROR:");
+        return KX_INVALID_SET_VALUE;
+    }
+    return KX_SUCCESS;
+}
+
+// The index of the offload device behind a port; it stays as it was when there is none.
+void find_device(const PortInfo* port, int& index) {
+    if (port != nullptr) {
+        const TerminatedText name(port->interface_name);
+        static_cast<void>(getTOEDeviceIndex(name.c_str(), &index));
+    }
+}
+
+void bring_device_up(const PortInfo* port) {
+    if (port != nullptr) {
+        static_cast<void>(zfabtool_devup(TerminatedText(port->interface_name).c_str()));
+    }
+}
+
+}  // namespace
+
+void name_card_in_messages(std::string_view location) { copy_text(card_name, location); }
+
+std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
+    if (is_nic_only(card)) {
+        set_detail(kNicOnly);
+        return std::nullopt;
+    }
+    const PortInfo* const port = card.ports;
+    int device_index = 0;  // of a card without a port, or whose port is not listed
+    find_device(port, device_index);
+    uint32_t status = KX_SUCCESS;
+    const inventory::OffloadParameter& activation = inventory::kOffloadActivation;
+    if ((mask & activation.change_bit) != 0) {
+        if (card.params.activated == 1) {
+            bring_device_up(port);
+        }
+        find_device(port, device_index);  // it may appear only once the device is up
+        status = set_parameter(activation, device_index, card.params);
+    }
+    if (!path_exists(inventory::offload_directory(device_index).c_str())) {
+        set_detail(
+            PortMessage("Set TOE Parameter(s) failed for %s: Resource not available", card_name));
+        return std::nullopt;
+    }
+    return status | setTOEParams(&card.params, mask, device_index);
+}
+
+}  // namespace kx::settings
+
+extern "C" {
+
+uint32_t setTOEParam(char* name, int deviceIndex, int64_t value, int64_t min, int64_t max) try {
+    using namespace kx::settings;
+    if (name == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    const std::string path = kx::inventory::offload_file(deviceIndex, name);
+    const bool in_range = value >= min && value <= max;
+    const uint32_t status =
+        in_range ? write_control_file(path.c_str(), value) : uint32_t{KX_INVALID_SET_VALUE};
+    if (status != KX_SUCCESS) {
+        append_detail(OffloadMessage(
+            "Set %s for %s failed: %s; ", name, card_name,
+            GetErrStr(static_cast<int32_t>(status))));
+        return KX_SET_FAILED;
+    }
+    static_cast<void>(saveSysctlParam(path.c_str(), value));  // applied all the same
+    return KX_SUCCESS;
+} catch (const std::bad_alloc&) {
+    return KX_SET_FAILED;
+}
+
+uint32_t setTOEParams(CardParams* block, uint32_t mask, int deviceIndex) {
+    if (block == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    uint32_t status = KX_SUCCESS;
+    for (const kx::inventory::OffloadParameter& row : kx::inventory::kOffloadSettings) {
+        if ((mask & row.change_bit) != 0) {
+            status |= kx::settings::set_parameter(row, deviceIndex, *block);
+        }
+    }
+    return status;
+}
+
+}  // extern "C"

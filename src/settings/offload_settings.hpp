@@ -1,0 +1,19 @@
+// The offload settings of a card, as one step of setCardParams.
+#pragma once
+
+#include <kxlinhw/records.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace kx::settings {
+
+// Which card the messages of the offload settings name, until the next call.
+void name_card_in_messages(std::string_view location);
+
+// Apply the offload settings of mask: 0, or 70 when one failed. Nothing when the card has no
+// offload engine or no control files; the reason then stands alone in the detail text.
+[[nodiscard]] std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask);
+
+}  // namespace kx::settings

@@ -1,0 +1,81 @@
+// What kxctl prints on the scenarios that ship, beside the outputs kept in golden/. After a change
+// that is meant, KXCTL_UPDATE_GOLDEN=1 in front of this program writes them anew; read the diff.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "kxctl/process.hpp"
+
+namespace {
+
+struct Row {
+    const char* file;
+    std::vector<std::string> words;
+    int exit = 0;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Row& row) { return stream << row.file; }
+
+const Row kRows[] = {
+    {"help.txt", {"--help"}},
+    {"version.txt", {"version"}},
+    {"card_list.txt", {"--sim", "card", "list"}},
+    {"card_list_json.txt", {"--sim", "card", "list", "--json"}},
+    {"card_list_colour.txt", {"--sim", "card", "list", "--color", "always"}},
+    {"card_list_nic_only_q3.txt", {"--sim", "nic-only-q3", "card", "list"}},
+    {"card_list_many_ports.txt", {"--sim", "many-ports", "card", "list"}},
+    {"card_list_empty.txt", {"--sim", "empty", "card", "list"}, 3},
+    {"card_list_guest_json.txt", {"--sim", "guest-vfs-only", "card", "list", "--json"}, 3},
+    {"card_list_no_driver_json.txt", {"--sim=no-driver", "card", "list", "--json"}, 3},
+    {"card_list_no_driver_verbose.txt", {"--sim=no-driver", "card", "list", "-v"}, 3},
+    {"port_list_q5.txt", {"--sim", "port", "list", "03:00.4"}},
+    {"port_list_q5_json.txt", {"--sim", "port", "list", "03:00.4", "--json"}},
+    {"port_list_q4.txt", {"port", "list", "04:00.4", "--sim", "lab"}},
+    {"port_list_q4_colour.txt", {"port", "list", "04:00.4", "--sim", "--color=always"}},
+    {"port_list_q3.txt", {"port", "list", "--sim", "05:00.0"}},
+    {"port_list_unknown_json.txt", {"--sim", "port", "list", "--json", "--", "-x"}, 3},
+    {"module_list.txt", {"--sim=lab", "module", "list"}},
+    {"module_list_json.txt", {"--sim=lab", "module", "list", "-j"}},
+};
+
+// Both outputs and the exit code, as one text.
+std::string transcript(const Row& row, const test::Result& result) {
+    std::string text = "$ kxctl";
+    for (const std::string& word : row.words) {
+        text += " " + word;
+    }
+    text += "\n" + result.out;
+    if (!result.err.empty()) {
+        text += "--- standard error\n" + result.err;
+    }
+    if (result.exit != 0) {
+        text += "--- exit code " + std::to_string(result.exit) + "\n";
+    }
+    return text;
+}
+
+std::string content_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class Golden : public testing::TestWithParam<Row> {};
+
+TEST_P(Golden, OutputIsAsKept) {
+    const Row& row = GetParam();
+    const std::string path = std::string(KXCTL_GOLDEN_DIRECTORY) + "/" + row.file;
+    const test::Result result = test::run(row.words);
+    if (std::getenv("KXCTL_UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(path, std::ios::binary) << transcript(row, result);
+    }
+    EXPECT_EQ(transcript(row, result), content_of(path));
+    EXPECT_EQ(result.exit, row.exit);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, Golden, testing::ValuesIn(kRows));
+
+}  // namespace

@@ -1,0 +1,112 @@
+// repair: the file is there again under its own name, whatever an interrupted rewrite left.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "kxctl/on_host.hpp"
+
+namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+using Json = nlohmann::json;
+
+constexpr char kPortFile[] = "/etc/kestrix-plexo/kxportparams.conf";
+constexpr char kSysctlFile[] = "/etc/sysctl.conf";
+
+class Repair : public testing::TestWithParam<const char*> {
+protected:
+    Repair() { host_.directory("/etc/kestrix-plexo"); }
+
+    void put(const char* ending, const char* text) { host_.file(path_ + ending, text); }
+    [[nodiscard]] bool exists(const char* ending) const { return host_.exists(path_ + ending); }
+
+    Json repair(int expected_exit = 0) {
+        const Json answer = test::json_on(host_, {"repair"}, expected_exit);
+        for (const Json& file : answer["files"]) {
+            if (file["file"] == path_) {
+                return file;
+            }
+        }
+        return {};
+    }
+
+    kxsim::Host host_;
+    const std::string path_ = GetParam();
+};
+
+TEST_P(Repair, FinishesARewriteThatStoppedBetweenTheRenamings) {
+    put(".bk", "old\n");
+    put(".tmp", "new\n");
+    EXPECT_EQ(repair()["state"], "repaired");
+    EXPECT_EQ(host_.read(path_), "new\n");
+    EXPECT_FALSE(exists(".bk"));
+    EXPECT_FALSE(exists(".tmp"));
+    EXPECT_EQ(repair()["state"], "whole") << "a second run finds nothing to do";
+}
+
+TEST_P(Repair, TakesTheOldTextBackWhenTheNewOneIsGone) {
+    put(".bk", "old\n");
+    EXPECT_EQ(repair()["state"], "repaired");
+    EXPECT_EQ(host_.read(path_), "old\n");
+    EXPECT_FALSE(exists(".bk"));
+}
+
+TEST_P(Repair, LeavesAFileThatIsThereAloneAndTellsWhatIsLeftBeside) {
+    put("", "current\n");
+    put(".bk", "old\n");
+    put(".tmp", "half of the n");
+    const Json finding = repair();
+    EXPECT_EQ(finding["state"], "whole");
+    EXPECT_EQ(
+        finding["remark"],
+        path_ + ".tmp and " + path_ + ".bk left behind; the next rewrite replaces them");
+    EXPECT_EQ(host_.read(path_), "current\n");
+    EXPECT_TRUE(exists(".bk"));
+    EXPECT_TRUE(exists(".tmp"));
+}
+
+TEST_P(Repair, LeavesATextAloneThatMayBeIncomplete) {
+    put(".tmp", "half of the n");
+    const Json finding = repair(4);
+    EXPECT_EQ(finding["state"], "unclear");
+    EXPECT_FALSE(exists(""));
+    EXPECT_TRUE(exists(".tmp"));
+}
+
+TEST_P(Repair, HasNothingToDoForAFileThatWasNeverMade) {
+    const Json finding = repair();
+    EXPECT_EQ(finding["state"], "absent");
+    EXPECT_EQ(finding["remark"], nullptr);
+    EXPECT_FALSE(exists(""));
+}
+
+TEST_P(Repair, SaysWhyARenamingFailed) {
+    put(".bk", "old\n");
+    host_.fail({.call = "rename", .times = 0, .error = EROFS, .object = path_ + "*"});
+    const test::Result result = test::run_on(host_, {"repair"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_THAT(result.err, HasSubstr("cannot be renamed to"));
+    EXPECT_THAT(result.err, HasSubstr("Read-only file system"));
+    EXPECT_TRUE(exists(".bk"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothFiles, Repair, testing::Values(kPortFile, kSysctlFile),
+    [](const auto& file) { return file.param == kPortFile ? "Ports" : "Sysctl"; });
+
+TEST(RepairCommand, ToldForPeople) {
+    kxsim::Host host;
+    host.file("/etc/sysctl.conf.bk", "old\n");
+    const test::Result result = test::run_on(host, {"repair"});
+    EXPECT_EQ(result.exit, 0);
+    EXPECT_EQ(
+        result.out,
+        "FILE                                  STATE     REMARK\n"
+        "/etc/kestrix-plexo/kxportparams.conf  absent    -\n"
+        "/etc/sysctl.conf                      repaired  the text before the interrupted rewrite "
+        "is back\n");
+}
+
+}  // namespace

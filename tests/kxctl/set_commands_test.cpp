@@ -1,0 +1,227 @@
+// port set, offload set, iwarp show and iwarp set on a simulated host.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+
+#include <cerrno>
+
+#include "kxctl/on_host.hpp"
+#include "nouns.hpp"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Json = nlohmann::json;
+
+class SetCommands : public testing::Test {
+protected:
+    SetCommands() {
+        host_.module({.name = "zfab4", .loaded = true, .parameters = {{"tx_coal", "0"}}});
+        host_.module(
+            {.name = "iw_zfab4",
+             .loaded = true,
+             .parameters = {{"snd_win", "131072"}, {"peer2peer", "0"}, {"markers_enabled", "0"}}});
+        host_.module({.name = "iw_zfab3", .loaded = true, .parameters = {{"cong_flavor", "3"}}});
+        host_.adapter(
+            {.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}, {.name = "eth3"}}});
+        host_.toe_device({.index = 1, .interfaces = {"eth2"}, .parameters = {{"mss", "1400"}}});
+        host_.directory("/etc/kestrix-plexo");
+    }
+
+    test::Result run(std::vector<std::string> words) {
+        return test::run_on(host_, std::move(words));
+    }
+
+    kxsim::Host host_;
+};
+
+TEST_F(SetCommands, PortSetShowsWhatReadsBack) {
+    const test::Result result =
+        run({"port", "set", "03:00.4", "2", "mtu=9000", "tso=off", "rx_usecs=9"});
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(
+        result.out,
+        "SETTING   BEFORE   NOW\n"
+        "mtu         1500  9000\n"
+        "tso           on   off\n"
+        "rx_usecs       5     9\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(host_.mtu("eth3"), 9000U);
+    EXPECT_EQ(host_.mtu("eth2"), 1500U);
+    EXPECT_EQ(host_.nic("eth3").tso, 0U);
+    EXPECT_EQ(
+        host_.read("/etc/kestrix-plexo/kxportparams.conf"),
+        "eth3.mtu = 9000\neth3.tcpoffload = 0\neth3.rxusecs = 9\n");
+}
+
+TEST_F(SetCommands, PortSetTellsEachFailureOnALineOfItsOwn) {
+    const test::Result result =
+        run({"port", "set", "03:00.4", "1", "mtu=21", "tso=2", "ring_rx=99999", "message_level=3"});
+    EXPECT_EQ(result.exit, 4) << "the message level was taken";
+    EXPECT_EQ(
+        result.err,
+        "kxctl: Set MTU for interface eth2failed: Invalid set value\n"
+        "kxctl: Set TCPSegmentOffLoad for eth2 failed: Invalid set value\n"
+        "kxctl: Set ring_rx failed for eth2: Invalid argument\n");
+    EXPECT_THAT(result.out, HasSubstr("message_level       7     3\n"));
+    EXPECT_EQ(run({"port", "set", "03:00.4", "1", "tso=2"}).exit, 1) << "nothing was taken";
+}
+
+TEST_F(SetCommands, PortSetPlansWithoutChangingAnything) {
+    const test::Result result = run(
+        {"port", "set", "03:00.4", "1", "autoneg=off", "speed=1000", "duplex=half",
+         "restart_autoneg=on", "--dry-run"});
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(
+        result.out,
+        "SETTING            NOW   NEW\n"
+        "autoneg             on   off\n"
+        "speed            10000  1000\n"
+        "duplex            full  half\n"
+        "restart_autoneg      -    on\n");
+    EXPECT_EQ(host_.nic("eth2").link_settings.autoneg, 1U);
+    EXPECT_EQ(host_.nic("eth2").negotiations, 0U);
+    EXPECT_FALSE(host_.exists("/etc/kestrix-plexo/kxportparams.conf"));
+}
+
+TEST_F(SetCommands, PortSetAnswersInJson) {
+    const Json plan = test::json_on(host_, {"port", "set", "03:00.4", "1", "gso=0", "--dry-run"});
+    EXPECT_EQ(plan, Json::parse(R"({"location": "03:00.4", "port": 1, "interface": "eth2",
+            "dry_run": true, "settings": [{"key": "gso", "before": 1, "wanted": 0}]})"));
+    const Json done =
+        test::json_on(host_, {"port", "set", "03:00.4", "1", "gso=0", "ring_tx=99999"}, 4);
+    EXPECT_EQ(done, Json::parse(R"({"location": "03:00.4", "port": 1, "interface": "eth2",
+            "settings": [{"key": "gso", "before": 1, "wanted": 0, "now": 0},
+                         {"key": "ring_tx", "before": 2048, "wanted": 99999, "now": 2048}],
+            "failures": ["Set ring_tx failed for eth2: Invalid argument"]})"));
+}
+
+TEST_F(SetCommands, PortSetRefusesWhatCannotBeMeant) {
+    const auto refused = [this](const std::vector<std::string>& words, int exit) {
+        std::vector<std::string> line = {"port", "set"};
+        line.insert(line.end(), words.begin(), words.end());
+        const test::Result result = run(line);
+        EXPECT_EQ(result.exit, exit);
+        EXPECT_EQ(result.out, "");
+        return result.err;
+    };
+    EXPECT_EQ(refused({"03:00.4", "1", "speed=100"}, 2), "kxctl: speed needs autoneg=off\n");
+    EXPECT_EQ(
+        refused({"03:00.4", "1", "autoneg=on", "duplex=full"}, 2),
+        "kxctl: duplex needs autoneg=off\n");
+    EXPECT_EQ(refused({"03:00.4", "x", "gso=1"}, 2), "kxctl: x is no port number (see --help)\n");
+    EXPECT_EQ(refused({"03:00.4", "0", "gso=1"}, 2), "kxctl: 0 is no port number (see --help)\n");
+    EXPECT_THAT(refused({"03:00.4", "3", "gso=1"}, 3), HasSubstr("Invalid port instance"));
+    EXPECT_THAT(refused({"09:00.4", "1", "gso=1"}, 3), HasSubstr("No device"));
+    EXPECT_THAT(refused({"03:00.4", "1"}, 2), HasSubstr("port set"));
+}
+
+TEST_F(SetCommands, AMessageOfTheMtuIsToldApartFromTheNext) {
+    using kx::ctl::port::split_set_messages;
+    EXPECT_THAT(
+        split_set_messages("Set MTU for interface eth0failed: Invalid set value Set x failed; "),
+        ElementsAre("Set MTU for interface eth0failed: Invalid set value", "Set x failed"));
+    EXPECT_THAT(
+        split_set_messages("Set MTU for interface eth0failed: Unknown Error "),
+        ElementsAre("Set MTU for interface eth0failed: Unknown Error"));
+    EXPECT_THAT(split_set_messages("Set MTU for interface eth0fai"), testing::SizeIs(1));
+    EXPECT_THAT(split_set_messages("a; b; "), ElementsAre("a", "b"));
+    EXPECT_THAT(split_set_messages(""), testing::IsEmpty());
+}
+
+TEST_F(SetCommands, OffloadSetShowsWhatReadsBack) {
+    const test::Result result =
+        run({"offload", "set", "03:00.4", "mss=1300", "max_wr=16", "max_wr_credits=16"});
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("mss               1400  1300\n"));
+    EXPECT_EQ(host_.read("/proc/sys/toe/toe1_tom/mss"), "1300\n");
+    EXPECT_EQ(
+        host_.read("/etc/sysctl.conf"),
+        "toe.toe1_tom.max_wr = 16\ntoe.toe1_tom.max_wr_credits = 16\ntoe.toe1_tom.mss = 1300\n");
+}
+
+TEST_F(SetCommands, OffloadSetTellsEachFailureOnALineOfItsOwn) {
+    const test::Result result =
+        run({"offload", "set", "03:00.4", "activated=2", "mss=0", "failover_alg=4"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(
+        result.err,
+        "kxctl: Set activated for 03:00.4 failed: Invalid set value\n"
+        "kxctl: Set failover_alg for 03:00.4 failed: Invalid set value\n"
+        "kxctl: Set mss for 03:00.4 failed: Invalid set value\n");
+    EXPECT_FALSE(host_.exists("/etc/sysctl.conf"));
+}
+
+TEST_F(SetCommands, OffloadSetKnowsWhatCreditsNeed) {
+    test::Result result = run({"offload", "set", "03:00.4", "max_wr_credits=16"});
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.err, "kxctl: max_wr_credits is applied only beside another offload setting\n");
+    result = run({"offload", "set", "03:00.4", "max_wr_credits=16", "max_wr=17"});
+    EXPECT_EQ(result.exit, 2);
+    EXPECT_EQ(result.err, "kxctl: max_wr and max_wr_credits share one value\n");
+}
+
+TEST_F(SetCommands, OffloadSetPlansWithoutChangingAnything) {
+    const test::Result result = run({"offload", "set", "03:00.4", "mss=1300", "--dry-run"});
+    EXPECT_EQ(result.out, "SETTING   NOW   NEW\nmss      1400  1300\n");
+    EXPECT_EQ(host_.read("/proc/sys/toe/toe1_tom/mss"), "1400\n");
+    EXPECT_EQ(run({"offload", "set", "09:00.4", "mss=1300"}).exit, 3);
+}
+
+TEST_F(SetCommands, IwarpShowListsWhatTheModuleHas) {
+    const Json newer = test::json_on(host_, {"iwarp", "show", "iw_zfab4"});
+    EXPECT_EQ(newer["parameters"].size(), 29U);
+    EXPECT_EQ(newer["parameters"]["snd_win"], 131072);
+    EXPECT_FALSE(newer["parameters"].contains("markers_enabled"));
+    const Json older = test::json_on(host_, {"iwarp", "show", "iw_zfab3"});
+    EXPECT_EQ(older["parameters"].size(), 9U);
+    EXPECT_EQ(older["parameters"]["cong_flavor"], 3);
+    EXPECT_THAT(run({"iwarp", "show", "iw_zfab3"}).out, HasSubstr("\ncong_flavor          3\n"));
+    EXPECT_EQ(run({"iwarp", "show", "zfab4"}).exit, 14);
+    EXPECT_EQ(run({"iwarp", "show", "kxstor"}).exit, 3);
+}
+
+TEST_F(SetCommands, IwarpSetShowsWhatReadsBack) {
+    const test::Result result =
+        run({"iwarp", "set", "iw_zfab4", "snd_win=-5", "peer2peer=1", "markers_enabled=1"});
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(
+        result.out,
+        "SETTING          BEFORE  NOW\n"
+        "snd_win          131072   -5\n"
+        "peer2peer             0    1\n"
+        "markers_enabled       -    -\n");
+    EXPECT_EQ(host_.read("/sys/module/iw_zfab4/parameters/snd_win"), "-5\n");
+    EXPECT_EQ(host_.read("/sys/module/iw_zfab4/parameters/markers_enabled"), "1\n");
+}
+
+TEST_F(SetCommands, IwarpSetTellsAValueThatWasNotTaken) {
+    const test::Result result = run({"iwarp", "set", "iw_zfab4", "nocong=1", "snd_win=1"});
+    EXPECT_EQ(result.exit, 6) << "there is no file for nocong";
+    EXPECT_EQ(result.err, "kxctl: nocong reads back as 0, not 1\n");
+    EXPECT_EQ(host_.read("/sys/module/iw_zfab4/parameters/snd_win"), "1\n");
+}
+
+TEST_F(SetCommands, IwarpSetRefusesWhatTheModuleLacks) {
+    const test::Result result =
+        run({"iwarp", "set", "iw_zfab4", "snd_win=1", "cong_flavor=1", "--dry-run"});
+    EXPECT_EQ(result.exit, 14);
+    EXPECT_EQ(result.err, "kxctl: iw_zfab4 has no parameter cong_flavor\n");
+    EXPECT_EQ(run({"iwarp", "set", "iw_zfab3", "snd_win=1", "z4iw_debug=1"}).exit, 14);
+}
+
+TEST_F(SetCommands, HelpListsTheKeysWithTheirRanges) {
+    EXPECT_THAT(
+        run({"port", "set", "--help"}).out,
+        HasSubstr("  mtu              largest packet in bytes, 22 to 10222\n"));
+    EXPECT_THAT(
+        run({"offload", "set", "--help"}).out,
+        HasSubstr("  failover_alg                   -1 to 3\n"));
+    EXPECT_THAT(
+        run({"iwarp", "set", "--help"}).out,
+        HasSubstr("  cong_flavor                -2147483648 to 2147483647; iw_zfab3 only\n"));
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+// Recording settings in the two configuration files of a host: what a file may be that is there,
+// and what is left when something fails on the way.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kxlinhw/kxlinhw.h>
+
+#include <cerrno>
+#include <kxsim/host.hpp>
+#include <string>
+
+namespace {
+
+using testing::AnyOf;
+using testing::StartsWith;
+
+constexpr char kPortFile[] = "/etc/kestrix-plexo/kxportparams.conf";
+constexpr char kSysctlFile[] = "/etc/sysctl.conf";
+
+class Recording : public testing::Test {
+protected:
+    Recording() { host_.directory("/etc/kestrix-plexo"); }
+
+    int save(const char* interface_name, const char* key, int value) {
+        const auto attached = host_.attach();
+        testing::internal::CaptureStdout();
+        const int status = savePortParam(key, interface_name, 1, value);
+        printed_ = testing::internal::GetCapturedStdout();
+        return status;
+    }
+
+    int save_sysctl(const char* path, int64_t value) {
+        const auto attached = host_.attach();
+        testing::internal::CaptureStdout();
+        const int status = saveSysctlParam(path, value);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        return status;
+    }
+
+    [[nodiscard]] std::string ports() const { return host_.read(kPortFile); }
+    [[nodiscard]] std::string sysctl() const { return host_.read(kSysctlFile); }
+
+    kxsim::Host host_;
+    std::string printed_;
+};
+
+TEST_F(Recording, TheFirstSettingMakesTheFile) {
+    EXPECT_EQ(save("eth1", "mtu", 1500), 0);
+    EXPECT_EQ(ports(), "eth1.mtu = 1500\n");
+    EXPECT_EQ(printed_, "");
+    EXPECT_EQ(save_sysctl("/proc/sys/toe/toe0_tom/mss", -1), 0);
+    EXPECT_EQ(sysctl(), "toe.toe0_tom.mss = -1\n");
+}
+
+TEST_F(Recording, AnotherSettingIsAppendedAndTheSameOneReplaced) {
+    save("eth1", "mtu", 1500);
+    save("eth1", "gso", 1);
+    EXPECT_EQ(ports(), "eth1.mtu = 1500\neth1.gso = 1\n");
+    EXPECT_EQ(save("eth1", "mtu", 9000), 0);
+    EXPECT_EQ(ports(), "eth1.mtu = 9000\neth1.gso = 1\n");
+    EXPECT_EQ(printed_, "new_line eth1.mtu = 9000\n\n");
+}
+
+TEST_F(Recording, APortKeyIsFoundInsideALongerOne) {
+    host_.file(kPortFile, "veth1.mtu = 1400\n# eth1.mtu\n");
+    EXPECT_EQ(save("eth1", "mtu", 1500), 0);
+    EXPECT_EQ(ports(), "eth1.mtu = 1500\neth1.mtu = 1500\n");
+}
+
+TEST_F(Recording, APortKeyIsSearchedByItsFirst31Characters) {
+    const std::string name(40, 'n');
+    host_.file(kPortFile, std::string(31, 'n') + "other = 1\nnnn.mtu = 2\n");
+    EXPECT_EQ(save(name.c_str(), "mtu", 7), 0);
+    EXPECT_EQ(ports(), name + ".mtu = 7\nnnn.mtu = 2\n");
+    const std::string name28(28, 'm');
+    EXPECT_EQ(save(name28.c_str(), "gso", 1), 0);
+    EXPECT_EQ(save(name28.c_str(), "gsx", 2), 0) << "31 characters end before the key does";
+    EXPECT_EQ(ports(), name + ".mtu = 7\nnnn.mtu = 2\n" + name28 + ".gsx = 2\n");
+}
+
+TEST_F(Recording, NamesOfAnyLengthMakeALineOfTheirOwn) {
+    for (const std::size_t length : {15U, 16U, 63U, 1000U}) {
+        host_.file(kPortFile, "");
+        const std::string name(length, 'x');
+        EXPECT_EQ(save(name.c_str(), "mtu", 1500), 0);
+        EXPECT_EQ(ports(), name + ".mtu = 1500\n");
+    }
+}
+
+TEST_F(Recording, ValuesAreSigned) {
+    for (const int value : {0, -1, INT32_MAX, INT32_MIN}) {
+        EXPECT_EQ(save("eth1", "mtu", value), 0);
+        EXPECT_EQ(ports(), "eth1.mtu = " + std::to_string(value) + "\n");
+    }
+    for (const int64_t value : {INT64_MAX, INT64_MIN}) {
+        EXPECT_EQ(save_sysctl("/proc/sys/a/b", value), 0);
+        EXPECT_EQ(sysctl(), "a.b = " + std::to_string(value) + "\n");
+    }
+}
+
+TEST_F(Recording, ALastLineWithoutNewlineIsEndedFirst) {
+    host_.file(kPortFile, "eth1.gso = 1");
+    EXPECT_EQ(save("eth1", "mtu", 1500), 0);
+    EXPECT_EQ(ports(), "eth1.gso = 1\neth1.mtu = 1500\n");
+    host_.file(kSysctlFile, "net.a = 1");
+    EXPECT_EQ(save_sysctl("/proc/sys/a/b", 2), 0);
+    EXPECT_EQ(sysctl(), "net.a = 1\na.b = 2\n");
+}
+
+TEST_F(Recording, ADirectoryInTheFilesPlaceIsNoFile) {
+    host_.directory(kPortFile);
+    EXPECT_EQ(save("eth1", "mtu", 1500), 1);
+    EXPECT_EQ(printed_, "not able to open conf file\n");
+    host_.directory(kSysctlFile);
+    EXPECT_EQ(save_sysctl("/proc/sys/a/b", 2), 1);
+}
+
+TEST_F(Recording, WithoutItsDirectoryNothingIsMade) {
+    host_.remove("/etc/kestrix-plexo");
+    EXPECT_EQ(save("eth1", "mtu", 1500), 1);
+    EXPECT_EQ(printed_, "not able to open conf file\n");
+    EXPECT_FALSE(host_.exists("/etc/kestrix-plexo"));
+}
+
+TEST_F(Recording, AFileThatMayNotBeWrittenStaysAsItIs) {
+    host_.file(kPortFile, "eth1.mtu = 1\n");
+    host_.fail({.call = "open", .times = 0, .error = EROFS, .object = kPortFile});
+    EXPECT_EQ(save("eth1", "mtu", 1500), 1);
+    EXPECT_EQ(printed_, "not able to open conf file\n");
+    EXPECT_EQ(ports(), "eth1.mtu = 1\n");
+}
+
+TEST_F(Recording, LongLinesAndNulBytesSurvive) {
+    const std::string odd = std::string(600, 'y') + "\nx\0y\n" + std::string("a\0b\n", 4);
+    host_.file(kPortFile, odd + "eth1.mtu = 1\n");
+    EXPECT_EQ(save("eth1", "mtu", 1500), 0);
+    EXPECT_EQ(ports(), odd + "eth1.mtu = 1500\n");
+    EXPECT_EQ(save("eth1", "gso", 1), 0);
+    EXPECT_EQ(ports(), odd + "eth1.mtu = 1500\neth1.gso = 1\n");
+}
+
+TEST_F(Recording, ModeIsKept) {
+    host_.file(kPortFile, "eth1.mtu = 1\n", 0600);
+    EXPECT_EQ(save("eth1", "mtu", 1500), 0);
+    EXPECT_EQ(host_.mode(kPortFile), 0600U);
+}
+
+TEST_F(Recording, AKeyThatDoesNotFitIsNotSaved) {
+    EXPECT_EQ(save_sysctl(("/proc/sys/" + std::string(255, 'a')).c_str(), 1), 0);
+    EXPECT_EQ(save_sysctl(("/proc/sys/" + std::string(256, 'b')).c_str(), 1), 1);
+    EXPECT_EQ(sysctl(), std::string(255, 'a') + " = 1\n");
+}
+
+TEST_F(Recording, NullArgumentsAreRefused) {
+    EXPECT_NE(savePortParam(nullptr, "eth1", 1, 1), 0);
+    EXPECT_NE(savePortParam("mtu", nullptr, 1, 1), 0);
+    EXPECT_NE(saveSysctlParam(nullptr, 1), 0);
+}
+
+// Every call that recording makes fails in its turn; the old or the new text stands whole, under
+// the file's own name whenever it is there.
+TEST_F(Recording, AnyFailingCallLeavesOneTextWhole) {
+    const std::string old_text = " # ours\neth1.mtu = 1\neth1.gso = 1\n";
+    const std::string new_text = "# ours\neth1.mtu = 1500\neth1.gso = 1\n";
+    const std::string path = kPortFile;
+    unsigned positions = 0;
+    for (const char* call :
+         {"open", "read", "stat", "chmod", "write", "fsync", "rename", "unlink"}) {
+        positions += kxsim::sweep(
+            host_, {.call = call, .error = EIO, .object = path + "*"}, [&](unsigned nth) {
+                host_.remove(path + ".tmp");
+                host_.remove(path + ".bk");
+                host_.file(path, old_text);
+                const int status = save("eth1", "mtu", 1500);
+                if (host_.exists(path)) {
+                    EXPECT_THAT(ports(), AnyOf(old_text, new_text)) << call << " " << nth;
+                    EXPECT_EQ(status == 0, ports() == new_text) << call << " " << nth;
+                } else {
+                    EXPECT_EQ(host_.read(path + ".bk"), old_text) << call << " " << nth;
+                    EXPECT_EQ(host_.read(path + ".tmp"), new_text) << call << " " << nth;
+                }
+            });
+    }
+    EXPECT_GE(positions, 10U) << "the sweep met the calls";
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+// One interface of a simulated host, for the tests of what is set on it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <kxlinhw/kxlinhw.h>
+
+#include <cstring>
+#include <kxsim/host.hpp>
+#include <string>
+#include <vector>
+
+#include "support/request_spy.hpp"
+
+namespace test {
+
+constexpr char kConfFile[] = "/etc/kestrix-plexo/kxportparams.conf";
+
+// A text that may fill its field without a NUL; the bytes behind it become zero.
+template <std::size_t N>
+void put(char (&field)[N], std::string_view text) {
+    std::memset(field, 0, N);
+    std::memcpy(field, text.data(), std::min(text.size(), N));
+}
+
+using Lines = std::vector<std::string>;
+
+class PortOnHost : public testing::Test {
+protected:
+    using Setter = int (*)(const char*, PortSettings*, uint32_t);
+
+    PortOnHost() {
+        host_.interface({.name = "eth2"});
+        host_.directory("/etc/kestrix-plexo");
+        clear();
+    }
+    ~PortOnHost() override { std::memset(errStr, 0, KX_DETAIL_SIZE); }
+
+    void clear() {
+        RequestSpy::clear();
+        std::memset(errStr, 0, KX_DETAIL_SIZE);
+        host_.file(kConfFile, "");
+    }
+
+    // Call a setter group on the host; what it prints is in printed_.
+    int set(Setter setter, uint32_t mask, const char* interface_name = "eth2") {
+        const auto attached = host_.attach();
+        testing::internal::CaptureStdout();
+        const int status = setter(interface_name, &settings_, mask);
+        printed_ = testing::internal::GetCapturedStdout();
+        return status;
+    }
+
+    [[nodiscard]] static const Lines& requests() { return RequestSpy::lines(); }
+    [[nodiscard]] static std::string detail() { return errStr; }
+    [[nodiscard]] std::string saved() const { return host_.read(kConfFile); }
+
+    kxsim::Host host_;
+    PortSettings settings_{};
+    std::string printed_;
+};
+
+}  // namespace test

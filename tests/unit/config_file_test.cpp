@@ -1,0 +1,413 @@
+// Recording a setting in a configuration file: which lines are replaced, what happens to the
+// others, and that no failure and no power cut loses the text.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kxlinhw/settings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "settings/config_file.hpp"
+#include "support/file_faults.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kx::settings::append_unless_present;
+using kx::settings::replace_lines;
+using kx::settings::Saving;
+using test::Fault;
+using test::FileFaults;
+using testing::AnyOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+class ConfigFile : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "kxconfXXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        directory_ = pattern;
+        path_ = (directory_ / "settings.conf").string();
+    }
+    void TearDown() override { fs::remove_all(directory_); }
+
+    void hold(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
+
+    [[nodiscard]] static std::string text_of(const fs::path& path) {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    [[nodiscard]] std::string text() const { return text_of(path_); }
+
+    [[nodiscard]] std::vector<std::string> names() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(directory_)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::ranges::sort(names);
+        return names;
+    }
+
+    [[nodiscard]] std::string replaced_port_line(const std::string& before, const char* key) {
+        hold(before);
+        EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", key), 0);
+        EXPECT_THAT(names(), ElementsAre("settings.conf"));
+        return text();
+    }
+
+    [[nodiscard]] std::string replaced_sysctl_line(const std::string& before, std::string key) {
+        hold(before);
+        EXPECT_EQ(
+            replaceSysctlLine(path_.c_str(), key.c_str(), "NEW\n", static_cast<int>(key.size())),
+            0);
+        EXPECT_THAT(names(), ElementsAre("settings.conf"));
+        return text();
+    }
+
+    fs::path directory_;
+    std::string path_;
+};
+
+kx::settings::LineTest holding(std::string key) {
+    return [key](std::string_view line) { return line.find(key) != line.npos; };
+}
+
+// ---- Which lines are replaced ----
+
+TEST_F(ConfigFile, PortKeyIsFoundAnywhereInALine) {
+    EXPECT_EQ(
+        replaced_port_line("veth1.mtu = 1400\n# eth1.mtu is old\neth1.mtu = 9\n", "eth1.mtu"),
+        "NEW\nNEW\nNEW\n");
+}
+
+TEST_F(ConfigFile, PortKeyOfOneRingIsFoundInTheLinesOfTheOtherRings) {
+    EXPECT_EQ(
+        replaced_port_line(
+            "eth0.ring_rx = 1\neth0.ring_rx_mini = 2\neth0.ring_tx = 3\n", "eth0.ring_rx"),
+        "NEW\nNEW\neth0.ring_tx = 3\n");
+}
+
+TEST_F(ConfigFile, SysctlKeyMustBeginTheLineAndEndThere) {
+    const std::string before =
+        "toe.toe0_tom.max_wr=8\n"
+        "toe.toe0_tom.max_wr = 9\n"
+        " \t toe.toe0_tom.max_wr = 10\n"
+        "toe.toe0_tom.max_wr_credits = 8\n"
+        "toe.toe0_tom.max_wr\t= 8\n"
+        "toe.toe0_tom.max_wr\n"
+        "# toe.toe0_tom.max_wr = 8\n"
+        "toe.toe0_tom.max_w = 8\n";
+    EXPECT_EQ(
+        replaced_sysctl_line(before, "toe.toe0_tom.max_wr"),
+        "NEW\nNEW\nNEW\n"
+        "toe.toe0_tom.max_wr_credits = 8\n"
+        "toe.toe0_tom.max_wr\t= 8\n"
+        "toe.toe0_tom.max_wr\n"
+        "# toe.toe0_tom.max_wr = 8\n"
+        "toe.toe0_tom.max_w = 8\n");
+}
+
+TEST_F(ConfigFile, SysctlKeyThatEndsTheFileWithoutNewlineIsNotRead) {
+    EXPECT_EQ(replaced_sysctl_line("a.b = 1\na.c", "a.c"), "a.b = 1\na.c");
+}
+
+TEST_F(ConfigFile, SysctlKeyLengthIsBoundedByTheKey) {
+    hold("abc = 1\nab = 1\n");
+    EXPECT_EQ(replaceSysctlLine(path_.c_str(), "ab", "NEW\n", 100), 0);
+    EXPECT_EQ(text(), "abc = 1\nNEW\n");
+    EXPECT_EQ(replaceSysctlLine(path_.c_str(), "abc", "NEW\n", -1), 317);
+}
+
+TEST_F(ConfigFile, SysctlKeyMayBeGivenByItsFirstCharacters) {
+    hold("ab = 1\n");
+    EXPECT_EQ(replaceSysctlLine(path_.c_str(), "abXX", "NEW\n", 2), 0);
+    EXPECT_EQ(text(), "NEW\n");
+}
+
+// ---- What happens to the other lines ----
+
+TEST_F(ConfigFile, EveryLineLosesItsIndentation) {
+    EXPECT_EQ(
+        replaced_port_line("  a = 1\n\t b = 2\n\n   \nkey\nc = 3  \n", "key"),
+        "a = 1\nb = 2\n\n\nNEW\nc = 3  \n");
+}
+
+TEST_F(ConfigFile, AWrongKeyRewritesTheFileAsItIs) {
+    EXPECT_EQ(replaced_port_line("a = 1\nb = 2", "key"), "a = 1\nb = 2");
+}
+
+TEST_F(ConfigFile, AnEmptyFileStaysEmpty) { EXPECT_EQ(replaced_port_line("", "key"), ""); }
+
+TEST_F(ConfigFile, LinesBeyondTheReadLengthSurvive) {
+    for (const std::size_t length : {254U, 255U, 256U, 257U, 510U, 511U, 5000U}) {
+        const std::string line(length, 'x');
+        EXPECT_EQ(replaced_port_line(line + "\nkey\n" + line, "key"), line + "\nNEW\n" + line)
+            << length;
+    }
+}
+
+TEST_F(ConfigFile, APieceOfALongLineLosesTheBlanksItBeginsWith) {
+    const std::string head(255, 'x');
+    EXPECT_EQ(replaced_port_line(head + "   tail\nkey\n", "key"), head + "tail\nNEW\n");
+}
+
+TEST_F(ConfigFile, AKeyAcrossTwoPiecesIsNotFound) {
+    const std::string line = std::string(253, 'x') + "key\n";
+    EXPECT_EQ(replaced_port_line(line, "key"), line);
+}
+
+TEST_F(ConfigFile, BytesBehindANulSurviveAndAreNotSearched) {
+    const std::string line("a\0key\n", 6);
+    EXPECT_EQ(replaced_port_line(line + "key\n", "key"), line + "NEW\n");
+}
+
+// ---- Mode, owner, names ----
+
+TEST_F(ConfigFile, ModeIsKeptWhateverTheUmask) {
+    const mode_t umask_before = umask(077);
+    for (const mode_t mode : {0644U, 0600U, 0666U, 0440U, 02664U}) {
+        hold("key\n");
+        ASSERT_EQ(chmod(path_.c_str(), mode), 0);
+        ASSERT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
+        struct stat status {};
+        ASSERT_EQ(stat(path_.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, mode);
+    }
+    umask(umask_before);
+}
+
+TEST_F(ConfigFile, OwnerIsKept) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files away";
+    }
+    hold("key\n");
+    ASSERT_EQ(chown(path_.c_str(), 1234, 4321), 0);
+    ASSERT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 1234U);
+    EXPECT_EQ(status.st_gid, 4321U);
+}
+
+TEST_F(ConfigFile, LeftoversOfAnEarlierRewriteAreReplacedAndRemoved) {
+    std::ofstream(path_ + ".tmp") << "a much longer text than the one that is written next";
+    std::ofstream(path_ + ".bk") << "old";
+    EXPECT_EQ(replaced_port_line("key\n", "key"), "NEW\n");
+}
+
+TEST_F(ConfigFile, AMissingFileIsNotMade) {
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(ConfigFile, ADirectoryIsLeftAlone) {
+    fs::create_directory(path_);
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_THAT(names(), ElementsAre("settings.conf"));
+    EXPECT_TRUE(fs::is_directory(path_));
+}
+
+TEST_F(ConfigFile, ATemporaryNameThatIsTakenLeavesTheFileAlone) {
+    hold("key\n");
+    fs::create_directory(path_ + ".tmp");
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_EQ(text(), "key\n");
+}
+
+TEST_F(ConfigFile, ABackupNameThatIsTakenLeavesBothTexts) {
+    hold("key\n");
+    fs::create_directories(path_ + ".bk/x");
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_EQ(text(), "key\n");
+    EXPECT_EQ(text_of(path_ + ".tmp"), "NEW\n");
+}
+
+TEST_F(ConfigFile, PortRewriteTellsItsNewLine) {
+    hold("key\n");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "eth0.mtu = 1\n", "key"), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "new_line eth0.mtu = 1\n\n");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(replacePortConfLine("/nonexistent/file", "L", "key"), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "new_line L\n");
+}
+
+TEST_F(ConfigFile, SysctlRewritePrintsNothing) {
+    hold("key\n");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(replaceSysctlLine(path_.c_str(), "key", "L\n", 3), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST_F(ConfigFile, NullArgumentsAreRefused) {
+    EXPECT_NE(replacePortConfLine(nullptr, "L\n", "k"), 0);
+    EXPECT_NE(replacePortConfLine("p", nullptr, "k"), 0);
+    EXPECT_NE(replacePortConfLine("p", "L\n", nullptr), 0);
+    EXPECT_NE(replaceSysctlLine(nullptr, "k", "L\n", 1), 0);
+    EXPECT_NE(replaceSysctlLine("p", nullptr, "L\n", 1), 0);
+    EXPECT_NE(replaceSysctlLine("p", "k", nullptr, 1), 0);
+}
+
+// ---- Appending ----
+
+TEST_F(ConfigFile, AppendingMakesAMissingFile) {
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kAppended);
+    EXPECT_EQ(text(), "a = 1\n");
+}
+
+TEST_F(ConfigFile, AppendingDoesNotMakeADirectory) {
+    const std::string path = (directory_ / "none" / "file").string();
+    EXPECT_EQ(append_unless_present(path.c_str(), "a = 1\n", holding("a")), Saving::kUnopened);
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(ConfigFile, AppendingToADirectoryFails) {
+    EXPECT_EQ(
+        append_unless_present(directory_.c_str(), "a = 1\n", holding("a")), Saving::kUnopened);
+}
+
+TEST_F(ConfigFile, AppendingLeavesTheLinesBeforeAlone) {
+    hold("  b = 2\n");
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a =")), Saving::kAppended);
+    EXPECT_EQ(text(), "  b = 2\na = 1\n");
+}
+
+TEST_F(ConfigFile, AppendingEndsALineWithoutNewlineFirst) {
+    hold("b = 2");
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a =")), Saving::kAppended);
+    EXPECT_EQ(text(), "b = 2\na = 1\n");
+}
+
+TEST_F(ConfigFile, APresentLineIsToldAndNothingIsWritten) {
+    hold("\t a = 7");
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a =")), Saving::kPresent);
+    EXPECT_EQ(text(), "\t a = 7");
+}
+
+// ---- Failures ----
+
+constexpr char kOld[] = "  first = 1\nkey = old\nlast = 3";
+constexpr char kNew[] = "first = 1\nkey = new\nlast = 3";
+
+class Rewrite : public ConfigFile {
+protected:
+    // The two texts under the three names: one of them is whole somewhere, and the file's own name
+    // never holds anything else.
+    void expect_nothing_lost(std::size_t nth) {
+        if (fs::exists(path_)) {
+            EXPECT_THAT(text(), AnyOf(kOld, kNew)) << "after call " << nth;
+        } else {
+            EXPECT_EQ(text_of(path_ + ".bk"), kOld) << "after call " << nth;
+            EXPECT_EQ(text_of(path_ + ".tmp"), kNew) << "after call " << nth;
+        }
+    }
+    bool rewrite() { return replace_lines(path_.c_str(), "key = new\n", holding("key")); }
+    void start_over() {
+        fs::remove(path_ + ".tmp");
+        fs::remove(path_ + ".bk");
+        hold(kOld);
+    }
+};
+
+TEST_F(Rewrite, CallsComeInTheOrderThatKeepsOneTextWhole) {
+    hold(kOld);
+    FileFaults watch(Fault::kNone, 0, 0);
+    ASSERT_TRUE(rewrite());
+    watch.disarm();
+    EXPECT_THAT(
+        watch.calls(), ElementsAre(
+                           "open", "open", "read", "read", "fchmod", "write", "fsync", "rename",
+                           "rename", "open", "fsync", "unlink"));
+}
+
+TEST_F(Rewrite, AnyFailingCallLeavesOneTextWhole) {
+    for (const int reason : {EIO, ENOSPC, EACCES}) {
+        std::size_t nth = 1;
+        for (bool struck = true; struck; ++nth) {
+            start_over();
+            FileFaults faults(Fault::kOneCall, nth, reason);
+            const bool done = rewrite();
+            struck = faults.struck();
+            faults.disarm();
+            expect_nothing_lost(nth);
+            EXPECT_EQ(done, text() == kNew) << "after call " << nth;
+        }
+        EXPECT_GT(nth, 12U) << "the sweep ended before the last call";
+    }
+}
+
+TEST_F(Rewrite, AFailedWriteLeavesNoPartialCopy) {
+    hold(kOld);
+    FileFaults faults(Fault::kOneCall, 6, ENOSPC);
+    EXPECT_FALSE(rewrite());
+    faults.disarm();
+    EXPECT_THAT(faults.calls(), Contains("write"));
+    EXPECT_THAT(names(), ElementsAre("settings.conf"));
+}
+
+TEST_F(Rewrite, AFailedFirstRenamingKeepsTheNewTextBeside) {
+    hold(kOld);
+    FileFaults faults(Fault::kOneCall, 8, EIO);
+    EXPECT_FALSE(rewrite());
+    faults.disarm();
+    EXPECT_EQ(text(), kOld);
+    EXPECT_EQ(text_of(path_ + ".tmp"), kNew);
+}
+
+TEST_F(Rewrite, AFailedSecondRenamingIsTakenBack) {
+    hold(kOld);
+    FileFaults faults(Fault::kOneCall, 9, EIO);
+    EXPECT_FALSE(rewrite());
+    faults.disarm();
+    EXPECT_EQ(text(), kOld);
+    EXPECT_THAT(names(), ElementsAre("settings.conf", "settings.conf.tmp"));
+}
+
+TEST_F(Rewrite, APowerCutAtAnyCallLeavesOneTextWhole) {
+    std::size_t nth = 1;
+    for (bool struck = true; struck; ++nth) {
+        start_over();
+        FileFaults faults(Fault::kPowerCut, nth, EIO);
+        static_cast<void>(rewrite());
+        struck = faults.struck();
+        faults.reboot(directory_);
+        expect_nothing_lost(nth);
+    }
+    EXPECT_GT(nth, 12U) << "the sweep ended before the last call";
+}
+
+TEST_F(Rewrite, AFullDiskLeavesTheFileWithoutTheAppendedLine) {
+    std::size_t nth = 1;
+    for (bool struck = true; struck; ++nth) {
+        start_over();
+        FileFaults faults(Fault::kOneCall, nth, ENOSPC);
+        const Saving saving = append_unless_present(path_.c_str(), "a = 1\n", holding("a ="));
+        struck = faults.struck();
+        faults.disarm();
+        const bool appended = saving == Saving::kAppended;
+        EXPECT_EQ(text(), appended ? std::string(kOld) + "\na = 1\n" : kOld) << "call " << nth;
+    }
+    EXPECT_GT(nth, 5U) << "the sweep ended before the last call";
+}
+
+TEST_F(Rewrite, APowerCutWhileAppendingLeavesTheOldText) {
+    std::size_t nth = 1;
+    for (bool struck = true; struck; ++nth) {
+        start_over();
+        FileFaults faults(Fault::kPowerCut, nth, EIO);
+        static_cast<void>(append_unless_present(path_.c_str(), "a = 1\n", holding("a =")));
+        struck = faults.struck();
+        faults.reboot(directory_);
+        EXPECT_THAT(text(), StartsWith(kOld)) << "call " << nth;
+    }
+}
+
+}  // namespace

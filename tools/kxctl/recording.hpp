@@ -1,0 +1,21 @@
+// The library records every setting that it applies. While a setting is applied from the record
+// itself, nothing is recorded: lines are matched by substring, so that writing back one line of the
+// record may replace others (eth1.mtu is found in veth1.mtu).
+#pragma once
+
+namespace kx::ctl {
+
+class RecordingPause {
+public:
+    RecordingPause() { paused_ = true; }
+    ~RecordingPause() { paused_ = false; }
+    RecordingPause(const RecordingPause&) = delete;
+    RecordingPause& operator=(const RecordingPause&) = delete;
+
+    static bool paused() { return paused_; }
+
+private:
+    static inline bool paused_ = false;
+};
+
+}  // namespace kx::ctl

@@ -1,0 +1,143 @@
+// repair: bring back a configuration file whose rewrite was interrupted.
+//
+// A rewrite of FILE writes FILE.tmp, flushes it, renames FILE to FILE.bk and FILE.tmp to FILE, and
+// removes FILE.bk. Where it stopped can be told by the names that are there.
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <kxlinhw/settings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "descriptor.hpp"
+#include "failure.hpp"
+#include "nouns.hpp"
+#include "output.hpp"
+#include "table.hpp"
+
+namespace kx::ctl::repair {
+namespace {
+
+constexpr const char* kFiles[] = {KX_PORT_PARAMETER_FILE, KX_SYSCTL_FILE};
+
+struct Names {
+    explicit Names(const std::string& path)
+        : file(path), fresh(path + ".tmp"), backup(path + ".bk") {}
+    std::string file;
+    std::string fresh;
+    std::string backup;
+};
+
+bool exists(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+void rename_or_fail(const std::string& from, const std::string& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) {
+        throw Failure(
+            errno == EACCES || errno == EPERM ? ExitCode::kNoPermission : ExitCode::kFailed,
+            fmt::format("{} cannot be renamed to {}: {}", from, to, std::strerror(errno)));
+    }
+}
+
+// The names are safe only with their directory.
+void flush_directory_of(const std::string& path) {
+    const std::string directory = std::filesystem::path(path).parent_path();
+    const Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (file) {
+        static_cast<void>(fsync(file.get()));
+    }
+}
+
+enum class State : std::uint8_t { kWhole, kNeverMade, kFinished, kTakenBack, kUnclear };
+
+struct Finding {
+    std::string file;
+    State state;
+    std::string text;
+};
+
+const char* name_of(State state) {
+    switch (state) {
+        case State::kWhole:
+            return "whole";
+        case State::kNeverMade:
+            return "absent";
+        case State::kFinished:
+        case State::kTakenBack:
+            return "repaired";
+        case State::kUnclear:
+            break;
+    }
+    return "unclear";
+}
+
+// What is left beside a file that is there was not yet, or is no longer, needed.
+std::string leftovers_of(const Names& names) {
+    std::string text;
+    for (const std::string& name : {names.fresh, names.backup}) {
+        if (exists(name)) {
+            text += text.empty() ? name : " and " + name;
+        }
+    }
+    return text.empty() ? "" : text + " left behind; the next rewrite replaces them";
+}
+
+Finding repair(const std::string& path) {
+    const Names names(path);
+    if (exists(names.file)) {
+        return {path, State::kWhole, leftovers_of(names)};
+    }
+    if (!exists(names.backup)) {
+        if (exists(names.fresh)) {
+            return {path, State::kUnclear, names.fresh + " may be incomplete and is left alone"};
+        }
+        return {path, State::kNeverMade, ""};
+    }
+    // The old text was renamed away, so the new one had been flushed.
+    if (exists(names.fresh)) {
+        rename_or_fail(names.fresh, names.file);
+        flush_directory_of(path);
+        unlink(names.backup.c_str());
+        return {path, State::kFinished, "the interrupted rewrite is finished"};
+    }
+    rename_or_fail(names.backup, names.file);
+    flush_directory_of(path);
+    return {path, State::kTakenBack, "the text before the interrupted rewrite is back"};
+}
+
+}  // namespace
+
+ExitCode run(const Arguments&, Output& output) {
+    Json files = Json::array();
+    Table table({{"FILE"}, {"STATE"}, {"REMARK"}});
+    ExitCode code = ExitCode::kDone;
+    for (const char* path : kFiles) {
+        const Finding finding = repair(path);
+        if (finding.state == State::kUnclear) {
+            code = ExitCode::kPartly;
+        }
+        files.push_back(
+            {{"file", finding.file},
+             {"state", name_of(finding.state)},
+             {"remark", finding.text.empty() ? Json() : Json(finding.text)}});
+        table.add_row(
+            {finding.file,
+             Cell(name_of(finding.state), code == ExitCode::kDone ? Style::kPlain : Style::kBad),
+             finding.text});
+    }
+    if (output.wants_json()) {
+        output.json(Json{{"files", files}});
+    } else {
+        output.table(table);
+    }
+    return code;
+}
+
+}  // namespace kx::ctl::repair

@@ -1,0 +1,70 @@
+#include "words.hpp"
+
+#include <fmt/core.h>
+
+#include <charconv>
+#include <string>
+
+#include "failure.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr double kLongestInterval = 86400;  // seconds
+constexpr double kShortestInterval = 0.01;
+
+template <class Number>
+std::optional<Number> parse(const std::string& word) {
+    Number number{};
+    const char* const end = word.data() + word.size();
+    const auto [rest, error] = std::from_chars(word.data(), end, number);
+    return error == std::errc() && rest == end ? std::optional(number) : std::nullopt;
+}
+
+[[noreturn]] void refuse(const std::string& text) {
+    throw Failure(ExitCode::kUsage, text + " (see --help)");
+}
+
+std::chrono::nanoseconds parse_interval(const std::string& word) {
+    const auto seconds = parse<double>(word);
+    if (!seconds || !(*seconds >= kShortestInterval && *seconds <= kLongestInterval)) {
+        refuse(fmt::format(
+            "--watch {}: expected a number of seconds from {} to {}", word, kShortestInterval,
+            kLongestInterval));
+    }
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::duration<double>(*seconds));
+}
+
+std::uint64_t parse_count(const std::string& word) {
+    const auto count = parse<std::uint64_t>(word);
+    if (!count || *count == 0) {
+        refuse(fmt::format("--count {}: expected a number from 1 on", word));
+    }
+    return *count;
+}
+
+}  // namespace
+
+std::uint32_t port_instance(const Arguments& arguments) {
+    const std::string word = arguments.get("PORT");
+    const auto instance = parse<std::uint32_t>(word);
+    if (!instance || *instance == 0) {
+        refuse(fmt::format("{} is no port number", word));
+    }
+    return *instance;
+}
+
+std::optional<Watch> watch_wish(const Arguments& arguments) {
+    if (!arguments.has("--watch")) {
+        if (arguments.has("--count")) {
+            refuse("--count: expected --watch beside it");
+        }
+        return std::nullopt;
+    }
+    return Watch{
+        .interval = parse_interval(arguments.get("--watch")),
+        .count = arguments.has("--count") ? parse_count(arguments.get("--count")) : 0};
+}
+
+}  // namespace kx::ctl
