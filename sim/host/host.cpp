@@ -63,9 +63,10 @@ void show_module(Tree& tree, const Module& module) {
     const std::string directory = "/sys/module/" + module.name;
     std::istringstream users(module.used_by == "-" ? "" : module.used_by);
     int count = 0;
-    tree.make_directory(directory + "/holders");
+    const std::string holders = directory + "/holders/";
+    tree.make_directory(holders);
     for (std::string user; std::getline(users, user, ',');) {
-        tree.make_link(directory + "/holders/" + user, "../../" + user);
+        tree.make_link(holders + user, "../../" + user);
         ++count;
     }
     tree.write(directory + "/refcnt", std::to_string(count) + "\n", 0444);
@@ -189,8 +190,9 @@ void Host::toe_device(const ToeDevice& device) {
     if (device.control_files) {
         std::map<std::string, std::string> parameters = device.parameters;
         parameters.insert(offload_defaults().begin(), offload_defaults().end());
+        const std::string directory = "/proc/sys/toe/" + name + "_tom/";
         for (const auto& [parameter, value] : parameters) {
-            tree.write("/proc/sys/toe/" + name + "_tom/" + parameter, value + "\n", 0644);
+            tree.write(directory + parameter, value + "\n", 0644);
         }
     }
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 #include <span>
 
@@ -32,14 +33,17 @@ const char* session_in_environment() {
     return nullptr;
 }
 
+bool join(char (&path)[PATH_MAX], const char* directory, const char* file) {
+    const int length = std::snprintf(path, sizeof path, "%s%s", directory, file);
+    return length > 0 && static_cast<std::size_t>(length) < sizeof path;
+}
+
 template <class Record>
 int map_file(const char* root, const char* file, Record*& record) {
     char path[PATH_MAX];
-    if (std::strlen(root) + std::strlen(file) >= sizeof path) {
+    if (!join(path, root, file)) {
         return ENAMETOOLONG;
     }
-    std::strcpy(path, root);
-    std::strcat(path, file);
     const int descriptor = next<"open", decltype(::open)>()(path, O_RDWR | O_CLOEXEC);
     if (descriptor < 0) {
         return errno;
@@ -81,12 +85,10 @@ void drop_host() {
 }
 
 int map_host(const char* root) {
-    the_host.root_length = std::strlen(root);
-    if (the_host.root_length + sizeof state::kTreeDirectory > sizeof the_host.tree) {
+    if (!join(the_host.tree, root, state::kTreeDirectory)) {
         return ENAMETOOLONG;
     }
-    std::strcpy(the_host.tree, root);
-    std::strcat(the_host.tree, state::kTreeDirectory);
+    the_host.root_length = std::strlen(root);
     the_host.tree_length = std::strlen(the_host.tree);
     struct stat status {};
     if (next<"lstat", decltype(::lstat)>()(the_host.tree, &status) != 0) {
@@ -110,6 +112,10 @@ int map_host(const char* root) {
 // whose adapters it would change.
 void find_host() {
     const KeepErrno keep;
+    if (environ == nullptr) {
+        phase = Phase::kUnknown;  // the C library is not initialised yet
+        return;
+    }
     const char* const root = session_in_environment();
     if (root == nullptr || *root == '\0') {
         phase = Phase::kReal;

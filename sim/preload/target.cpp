@@ -147,7 +147,7 @@ void strip_tree(char* path) {
         return;
     }
     if (text.size() == on->tree_length) {
-        std::strcpy(path, "/");
+        path[1] = '\0';  // the tree's own path begins with a slash
         return;
     }
     std::memmove(path, path + on->tree_length, text.size() - on->tree_length + 1);

@@ -100,8 +100,12 @@ void* realloc(void* block, size_t size) noexcept {
 }
 
 void free(void* block) noexcept {
-    if (block != nullptr && !is_early(block)) {
-        next<"free", decltype(::free)>()(block);
+    if (block == nullptr || is_early(block)) {
+        return;
+    }
+    // Null while it is looked up: what the lookup itself lets go of stays where it is.
+    if (const auto function = real<"free", decltype(::free)>(); function != nullptr) {
+        function(block);
     }
 }
 

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "support/records.hpp"
-#include "support/sanitizer.hpp"
 
 namespace {
 
@@ -249,9 +248,6 @@ TEST(CardList, UnreadableInterfaceDirectoryIsNoticedBeforeAnEmptyBus) {
 }
 
 TEST(CardList, EveryRecordMayLackMemory) {
-    if (!test::kAllocationsCanFail) {
-        GTEST_SKIP() << test::kAllocationsAreTheSanitizers;
-    }
     HostWithDrivers host;
     host.adapter({.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}}});
     host.pci_device(function("05:00.0", 0x30));
@@ -272,9 +268,6 @@ TEST(CardList, EveryRecordMayLackMemory) {
 }
 
 TEST(CardList, NoShortageOfMemoryLeavesTheLibraryAsAnException) {
-    if (!test::kAllocationsCanFail) {
-        GTEST_SKIP() << test::kAllocationsAreTheSanitizers;
-    }
     HostWithDrivers host;
     host.adapter(
         {.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2", .ipv4 = {"192.0.2.1"}}}});

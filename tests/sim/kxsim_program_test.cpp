@@ -24,6 +24,8 @@ std::string kxsim() {
     return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "kxsim").string();
 }
 
+std::string library() { return fs::path(kxsim()).parent_path() / "libkxsim.so"; }
+
 struct Outcome {
     int code;
     std::string output;  // standard output and standard error
@@ -83,6 +85,15 @@ TEST(Program, ArgumentsOfTheCommandAreLeftAlone) {
     EXPECT_EQ(run("run -- echo --help -s x '*' 'a b'").output, "--help -s x * a b\n");
 }
 
+// In the sanitized build that program is sanitized too.
+TEST(Program, CallsMadeBeforeConstructorsRanWork) {
+    const std::string program = fs::read_symlink("/proc/self/exe").parent_path() / "early_caller";
+    EXPECT_THAT(run("run -- " + program).output, StartsWith("worked early\nzfab4 "));
+    const std::string preload =
+        "LD_PRELOAD=" + library() + " ASAN_OPTIONS=verify_asan_link_order=0 ";
+    EXPECT_THAT(shell(preload + program + " 2>&1").output, StartsWith("worked early\n"));
+}
+
 TEST(Program, SettingsOfOneCommandAreThereForTheNext) {
     EXPECT_EQ(
         on_lab("echo 77 > /proc/sys/toe/toe0_tom/mss; sh -c \"cat /proc/sys/toe/toe0_tom/mss\"")
@@ -122,18 +133,16 @@ TEST(Program, AHostThatIsNotKeptLeavesNothingBehind) {
 }
 
 TEST(Program, AHostWhoseSessionIsGoneIsNeverTakenForTheRealMachine) {
-    const std::string library = fs::path(kxsim()).parent_path() / "libkxsim.so";
     const auto [status, output] =
-        shell("KXSIM_ROOT=/nosuch LD_PRELOAD=" + library + " cat /proc/modules 2>&1");
+        shell("KXSIM_ROOT=/nosuch LD_PRELOAD=" + library() + " cat /proc/modules 2>&1");
     EXPECT_EQ(WEXITSTATUS(status), 127);
     EXPECT_THAT(output, HasSubstr("KXSIM_ROOT names no session"));
 }
 
 TEST(Program, TheLibraryAloneChangesNothing) {
-    const std::string library = fs::path(kxsim()).parent_path() / "libkxsim.so";
     const std::string command = " sh -c 'cat /proc/version; ls /sys/class/net /etc; lspci'";
     EXPECT_EQ(
-        shell("LD_PRELOAD=" + library + command + " 2>&1").output,
+        shell("LD_PRELOAD=" + library() + command + " 2>&1").output,
         shell("env" + command + " 2>&1").output);
 }
 

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "support/records.hpp"
-#include "support/sanitizer.hpp"
 
 namespace {
 
@@ -259,9 +258,6 @@ TEST(DeviceUp, RefusalAndLackOfASocketAreFailures) {
 // ---------------------------------------------------------------------------------------
 
 TEST(Tool, RunsWithoutAManagementBufferWhenMemoryIsShort) {
-    if (!test::kAllocationsCanFail) {
-        GTEST_SKIP() << test::kAllocationsAreTheSanitizers;
-    }
     kxsim::Host host;
     const auto attached = host.attach();
     host.fail({.call = "malloc", .error = ENOMEM, .from = "libkxlinhw"});

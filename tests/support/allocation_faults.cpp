@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <new>
 
 namespace {
 
@@ -23,7 +24,20 @@ bool fails(const char* call, const void* caller) {
     return true;
 }
 
+// As the C++ library does: it asks malloc, on behalf of whoever asked it.
+void* allocate_object(const char* name, std::size_t size) {
+    static const void* const cxx_library = dlsym(RTLD_DEFAULT, "_ZSt15get_new_handlerv");
+    if (fails("malloc", cxx_library)) {
+        throw std::bad_alloc();
+    }
+    return next<void*(std::size_t)>(name)(size);
+}
+
 }  // namespace
+
+void* operator new(std::size_t size) { return allocate_object("_Znwm", size); }
+
+void* operator new[](std::size_t size) { return allocate_object("_Znam", size); }
 
 extern "C" {
 
