@@ -190,7 +190,7 @@ TEST_F(OffloadSettings, AllAreAppliedInTheOrderOfTheTable) {
     for (const Row& row : kRows) {
         put(row, row.bit == 4 || row.bit == 23 ? 5 : 1);
     }
-    EXPECT_EQ(params_.change_mask, 0xfffffeU);
+    EXPECT_EQ(uint32_t{params_.change_mask}, 0xfffffeU);
     std::vector<std::string> opened;
     kxsim::Calls calls = host_.count([&] { EXPECT_EQ(set(), 0U); });
     for (const kxsim::LoggedCall& call : calls.log()) {
