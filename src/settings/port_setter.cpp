@@ -43,8 +43,6 @@ void PortSetter::save(const char* key, int value) const {
 
 }  // namespace kx::settings
 
-using kx::settings::PortSetter;
-
 extern "C" {
 
 int setMTU(const char* interface_name, PortSettings* settings, uint32_t) {
@@ -110,10 +108,8 @@ int resetAutoneg(const char* interface_name, PortSettings*, uint32_t) {
     restart.cmd = ETHTOOL_NWAY_RST;
     const int result = port.request(&restart);
     if (result != 0) {
-        append_detail(
-            PortMessage(
-                "Reset auto-negotiation failed for %s: %s; ", interface_name, system_reason())
-                .c_str());
+        append_detail(PortMessage(
+            "Reset auto-negotiation failed for %s: %s; ", interface_name, system_reason()));
     }
     return result;
 }
