@@ -237,6 +237,18 @@ TEST_F(ListVMs, TextsThatLibvirtDoesNotHaveLeaveTheirFieldsEmpty) {
     EXPECT_THAT(host().commands(), IsEmpty());
 }
 
+TEST_F(ListVMs, AUuidThatLibvirtDoesNotGiveStaysZero) {
+    host().add({.name = "on", .id = 1, .uuid = numbered_uuid(1)});
+    host().add({.name = "off", .uuid = numbered_uuid(2)});
+    host().results["virDomainGetUUID"] = -1;
+    Listed listed;
+    list(listed);
+    EXPECT_EQ(listed.result, 0);
+    EXPECT_EQ(listed.uuid(0), test::Uuid{});
+    EXPECT_EQ(listed.uuid(1), test::Uuid{});
+    EXPECT_EQ(listed.records[1].state, 5);
+}
+
 TEST_F(ListVMs, LogsAMissingConnection) {
     host().refuse_connection_from = 1;
     Listed listed;

@@ -1,9 +1,11 @@
-// The class's header on its own first, then among the headers of libvirt and Xerces.
-#include <kxlinhw/vmutils.h>
+// The class's header in front of those of libvirt and Xerces, or behind them.
+#ifdef NEIGHBOURS_FIRST
+#include <libvirt/libvirt.h>
 
-#ifdef VIR_LIBVIRT_H
-#error "agents need not have libvirt's headers"
+#include <xercesc/parsers/XercesDOMParser.hpp>
 #endif
+
+#include <kxlinhw/vmutils.h>
 
 static_assert(sizeof(VMUtils) == 9 * sizeof(void*), "the members and nothing else");
 static_assert(sizeof(_KVMInfo) == 408, "");
