@@ -138,7 +138,7 @@ int32_t read_adapter(AdapterRecord& record) {
 
 }  // namespace
 
-void drop_adapter_list() { adapter_list_free(freed.take(g_KestrixAdapters)); }
+void drop_adapter_list() { freed.drop(g_KestrixAdapters, adapter_list_free); }
 
 }  // namespace kx::adapter
 

@@ -78,7 +78,7 @@ void read_adapter(AdapterInfoRecord& record, int32_t& status) {
 
 }  // namespace
 
-void drop_adapterinfo_list() { adapterinfo_list_free(freed.take(g_KestrixAdapterInfo)); }
+void drop_adapterinfo_list() { freed.drop(g_KestrixAdapterInfo, adapterinfo_list_free); }
 
 }  // namespace kx::adapter
 

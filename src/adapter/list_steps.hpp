@@ -65,7 +65,7 @@ private:
 };
 
 // A list that the agent has freed keeps its place in the global head by contract; this remembers
-// that there is nothing behind it any more.
+// that there is nothing behind it any more, until the head is cleared.
 template <class Record>
 class FreedList {
 public:
@@ -80,10 +80,12 @@ public:
         }
     }
 
-    // What a global head still holds; the head is about to be cleared.
-    [[nodiscard]] Record* take(Record*& head) {
-        Record* const first = std::exchange(head, nullptr);
-        return first == std::exchange(freed_, nullptr) ? nullptr : first;
+    // Give back what a global head still holds, through the exported function, and clear the head.
+    // From here on the allocator may use the old list's addresses again, for a new one.
+    void drop(Record*& head, uint32_t (*free_list)(Record*)) {
+        free_list(head == freed_ ? nullptr : head);
+        head = nullptr;
+        freed_ = nullptr;
     }
 
 private:

@@ -5,6 +5,7 @@
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>
 #include <kxlinhw/vpd.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <array>
@@ -730,6 +731,23 @@ TEST_F(AdapterLists, FreedListKeepsItsHeadAndIsNotFreedAgain) {
     EXPECT_EQ(info_list(), 0U);
     adapter_list_free(first_);
     adapterinfo_list_free(first_info_);
+}
+
+TEST_F(AdapterLists, MemoryOfOldListsComesBackWhoeverFreedThem) {
+    start({q3()});
+    EXPECT_EQ(list(), 0U);
+    const std::size_t before = mallinfo2().uordblks;
+    for (int round = 0; round < 40; ++round) {
+        EXPECT_EQ(list(), 0U);
+        if (round % 3 == 0) {
+            adapter_list_free(first_);
+        }
+        EXPECT_EQ(info_list(), 0U);
+        if (round % 3 == 1) {
+            adapterinfo_list_free(first_info_);
+        }
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 5 * (kRecord + kInfoRecord));
 }
 
 TEST_F(AdapterLists, HeadItselfMayBeTheOutput) {
