@@ -4,6 +4,7 @@
 // file.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -52,7 +53,7 @@ ssize_t write_real(const FileAccess& access, const void* data, std::size_t size)
 constexpr std::size_t kVpdCapabilitySize = 8;
 
 // The file keeps what is written, all but the VPD capability: its header is read only, and its
-// registers live in the model. As write, for nothing or all.
+// registers live in the model. False, with errno set, when the file refuses.
 bool keep(
     const FileAccess& access, std::size_t start, std::span<const std::uint8_t> bytes,
     std::size_t capability) {
@@ -111,14 +112,17 @@ ssize_t write_config_file(const FileAccess& access, const void* data, std::size_
     if (adapter == nullptr || place < 0) {
         return write_real(access, data, size);
     }
-    const auto start = static_cast<std::size_t>(place);
-    const std::span<const std::uint8_t> bytes(static_cast<const std::uint8_t*>(data), size);
+    const Opened opened(access, *adapter);
+    const std::size_t end = opened.space().bytes.size();
+    const std::size_t start = std::min(static_cast<std::size_t>(place), end);
+    const std::span<const std::uint8_t> bytes(
+        static_cast<const std::uint8_t*>(data), std::min(size, end - start));
     if (!keep(access, start, bytes, adapter->hardware.vpd.offset)) {
         return -1;
     }
-    const std::size_t written = write_config(Opened(access, *adapter).space(), start, bytes);
-    advance(access, written);
-    return static_cast<ssize_t>(written);
+    write_config(opened.space(), start, bytes);
+    advance(access, bytes.size());
+    return static_cast<ssize_t>(bytes.size());
 }
 
 }  // namespace kxsim::models

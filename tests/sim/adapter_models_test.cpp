@@ -511,6 +511,14 @@ TEST_F(AdapterOnHost, ConfigurationSpaceCanBeReadAsAFile) {
     char text[5] = {};
     EXPECT_EQ(pread(file, text, 4, 0xD4), 4);
     EXPECT_STREQ(text, "vpd\xFF");
+    const uint32_t other = 0x12345678;
+    EXPECT_EQ(pwrite(file, &other, 4, 0x60), 4);
+    EXPECT_EQ(pread(file, &word, 4, 0x60), 4);
+    EXPECT_EQ(word, other) << "other bytes keep what is written";
+    EXPECT_EQ(pwrite(file, &other, 4, 4094), 2);
+    EXPECT_EQ(pwrite(file, &other, 4, 8192), 0);
+    EXPECT_EQ(pread(file, &word, 4, 0xD0), 4);
+    EXPECT_EQ(word & 0xFFFF, 0x0003U) << "the capability's header does not";
     std::array<char, 8> first{};
     std::array<char, 8> again{};
     EXPECT_EQ(read(file, first.data(), 4), 4);
