@@ -22,5 +22,6 @@
 #include <kxlinhw/settings.h>
 #include <kxlinhw/statistics.h>
 #include <kxlinhw/status.h>
+#include <kxlinhw/vpd.h>
 
 #endif

@@ -80,6 +80,7 @@ void Host::adapter(const Adapter& adapter) {
     function.vital_product_data = adapter.eeprom.capability;
     pci_device(function);
     make_hardware(*state_->adapters, state_->root, function, adapter);
+    hardware(function.location).faults(adapter.faults);
     for (unsigned i = 0; i < adapter.virtual_functions; ++i) {
         const Location at = virtual_function(managed, i);
         pci_device(

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "host/hardware.hpp"
@@ -37,12 +38,7 @@ public:
     ContentFile(const ContentFile&) = delete;
     ContentFile& operator=(const ContentFile&) = delete;
 
-    // Forget what was there.
-    void clear() const {
-        if (::ftruncate(descriptor_, 0) != 0) {
-            fail_with_errno(path_);
-        }
-    }
+    [[nodiscard]] bool empty() const { return held() == 0; }
 
     // What is written to a content of `size` bytes; those that nobody ever wrote are erased.
     void write(std::size_t address, std::string_view bytes, std::size_t size) const {
@@ -98,7 +94,9 @@ void set_up_flash(
     hardware.flash.program_polls = flash.program_polls;
     hardware.flash.erase_polls = flash.erase_polls;
     hardware.controller.busy_polls = flash.busy_polls;
-    file.clear();
+    if (!file.empty()) {
+        return;
+    }
     for (const auto& [address, bytes] : flash.content) {
         file.write(address, bytes, content_size(capacity_code));
     }
@@ -111,13 +109,24 @@ void set_up_eeprom(
     hardware.vpd.polls = eeprom.polls;
     hardware.vpd.silent = eeprom.silent ? 1 : 0;
     hardware.vpd.loses_writes = eeprom.loses_writes ? 1 : 0;
-    file.clear();
+    if (!file.empty()) {
+        return;
+    }
     if (eeprom.product_data) {
         const auto [address, bytes] = product_data_image(chip, *eeprom.product_data);
         file.write(address, bytes, kEepromSize);
     }
     for (const auto& [address, bytes] : eeprom.content) {
         file.write(address, bytes, kEepromSize);
+    }
+}
+
+// Where the content of a new adapter lives: in a file of the session that is empty at first, or in
+// one of the user's that the session only points to.
+void place_content(const std::string& place, const std::string& file) {
+    std::filesystem::remove(place);
+    if (!file.empty()) {
+        std::filesystem::create_symlink(std::filesystem::absolute(file), place);
     }
 }
 
@@ -137,6 +146,8 @@ void make_hardware(
     record.window_size = function.bar0_size;
     record.hardware.family = is_q3 ? state::Family::kQ3 : state::Family::kQ4;
     const Quiet quiet;
+    place_content(root + state::kFlashFile + function.location, adapter.flash.file);
+    place_content(root + state::kEepromFile + function.location, adapter.eeprom.file);
     const ContentFile flash(root, state::kFlashFile, function.location);
     const unsigned capacity_code = adapter.flash.capacity_code.value_or(is_q3 ? 19 : 22);
     set_up_flash(record.hardware, adapter.flash, flash, capacity_code);

@@ -4,6 +4,7 @@
 // file.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -47,6 +48,25 @@ ssize_t write_real(const FileAccess& access, const void* data, std::size_t size)
                ? preload::next<"pwrite", decltype(::pwrite)>()(
                      access.descriptor, data, size, *access.offset)
                : preload::next<"write", decltype(::write)>()(access.descriptor, data, size);
+}
+
+constexpr std::size_t kVpdCapabilitySize = 8;
+
+// The file keeps what is written, all but the VPD capability: its header is read only, and its
+// registers live in the model. False, with errno set, when the file refuses.
+bool keep(
+    const FileAccess& access, std::size_t start, std::span<const std::uint8_t> bytes,
+    std::size_t capability) {
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const std::size_t place = start + i;
+        const bool modelled =
+            capability != 0 && place >= capability && place - capability < kVpdCapabilitySize;
+        if (!modelled && preload::next<"pwrite", decltype(::pwrite)>()(
+                             access.descriptor, &bytes[i], 1, static_cast<off_t>(place)) < 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // An adapter's configuration space with the bytes of its file.
@@ -93,17 +113,16 @@ ssize_t write_config_file(const FileAccess& access, const void* data, std::size_
         return write_real(access, data, size);
     }
     const Opened opened(access, *adapter);
-    // The file keeps what is written; the registers of the VPD capability are read over it.
-    const ssize_t kept =
-        preload::next<"pwrite", decltype(::pwrite)>()(access.descriptor, data, size, place);
-    if (kept < 0) {
-        return kept;
+    const std::size_t end = opened.space().bytes.size();
+    const std::size_t start = std::min(static_cast<std::size_t>(place), end);
+    const std::span<const std::uint8_t> bytes(
+        static_cast<const std::uint8_t*>(data), std::min(size, end - start));
+    if (!keep(access, start, bytes, adapter->hardware.vpd.offset)) {
+        return -1;
     }
-    const std::size_t written = write_config(
-        opened.space(), static_cast<std::size_t>(place),
-        {static_cast<const std::uint8_t*>(data), size});
-    advance(access, written);
-    return static_cast<ssize_t>(written);
+    write_config(opened.space(), start, bytes);
+    advance(access, bytes.size());
+    return static_cast<ssize_t>(bytes.size());
 }
 
 }  // namespace kxsim::models

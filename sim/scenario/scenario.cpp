@@ -9,6 +9,7 @@
 
 #include "host/interface_text.hpp"
 #include "host/pci_function.hpp"
+#include "scenario/hardware_keys.hpp"
 #include "scenario/nic_keys.hpp"
 #include "scenario/table_reader.hpp"
 
@@ -50,7 +51,9 @@ void read_adapter(TableReader& table, Host& host) {
         .number("virtual_functions", adapter.virtual_functions, 240)
         .number("irq", adapter.irq, 255)
         .number("bar0", adapter.bar0, INT64_MAX)
-        .text("driver", adapter.driver);
+        .text("driver", adapter.driver)
+        .table("flash", [&](TableReader& flash) { read_flash(flash, adapter); })
+        .table("eeprom", [&](TableReader& eeprom) { read_eeprom(eeprom, adapter.eeprom); });
     table.allow("port").build([&] { host.adapter(adapter); });
     table.tables("port", [&](TableReader& port) {
         Interface interface;

@@ -58,6 +58,9 @@ public:
     // Run what builds from this table; a builder's complaint becomes one at this table's place.
     void build(const std::function<void()>& body) const;
 
+    // The scenario's file, as messages name it.
+    [[nodiscard]] const std::string& file() const { return file_; }
+
     [[nodiscard]] bool has(std::string_view key) const { return table_.contains(key); }
     [[noreturn]] void complain(std::string_view key, const std::string& message) const;
 

@@ -24,6 +24,10 @@ struct Flash {
     unsigned program_polls = 1;  // reads of the flash's status that find a page program under way
     unsigned erase_polls = 2;    // and a sector erase
     Content content = {};
+
+    // A file that holds the flash's bytes and keeps what software writes. One that is not empty is
+    // taken as it is; a new one gets the content above. Empty: a file of the session.
+    std::string file = {};
 };
 
 // Vital product data as the maker writes it: texts are padded with spaces, the rest of the data has
@@ -41,13 +45,14 @@ struct ProductData {
 struct Eeprom {
     std::optional<ProductData> product_data = {};  // written where the chip has it
     Content content = {};                          // over it
+    std::string file = {};                         // as that of the flash
     bool capability = true;                        // the adapter has one for vital product data
     unsigned polls = 1;         // reads of its flag that find a request under way
     bool silent = false;        // requests are never answered
     bool loses_writes = false;  // the data register does not keep what is written
 };
 
-// What goes wrong in an adapter, each at one position counted from when it is set; 0 for never.
+// What goes wrong in an adapter, each at one position, counted from when it is set; 0 for never.
 struct HardwareFaults {
     unsigned stuck_busy_at = 0;     // transfer of the controller that never ends
     unsigned endless_write_at = 0;  // page program or sector erase that never ends

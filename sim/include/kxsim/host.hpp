@@ -82,6 +82,7 @@ struct Adapter {
     std::string driver = {};  // empty: the chip's Ethernet driver, zfab3 or zfab4
     Flash flash = {};
     Eeprom eeprom = {};
+    HardwareFaults faults = {};
 };
 
 // A kernel module: its file under /lib/modules, its line in /proc/modules, its parameters.

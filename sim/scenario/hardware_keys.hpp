@@ -1,0 +1,14 @@
+// The keys of an adapter's [flash] and [eeprom] tables: what is inside it.
+#pragma once
+
+#include <kxsim/host.hpp>
+
+#include "scenario/table_reader.hpp"
+
+namespace kxsim {
+
+// With the flash come the faults of its controller.
+void read_flash(TableReader& table, Adapter& adapter);
+void read_eeprom(TableReader& table, Eeprom& eeprom);
+
+}  // namespace kxsim

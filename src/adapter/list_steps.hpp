@@ -1,0 +1,119 @@
+// What the two list builders share: making records, and the steps that read an adapter into one.
+#pragma once
+
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/status.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "adapter/bus_table.hpp"
+#include "support/handle.hpp"
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+namespace kx::adapter {
+
+[[nodiscard]] KxChipClass chip_class_of(uint16_t device_id);
+
+// Put the adapter's place in the table, its PCI location and its ids into a record.
+template <class Record>
+void describe(Record& record, uint8_t adapter, const pci_dev& device) {
+    record.adapter = adapter;
+    record.domain = static_cast<uint16_t>(device.domain);
+    record.bus = device.bus;
+    record.device = device.dev;
+    record.function = device.func;
+    record.vendor_id = device.vendor_id;
+    record.device_id = device.device_id;
+    record.chip_class = static_cast<uint8_t>(chip_class_of(device.device_id));
+}
+
+// A list under construction. The agent's variable is its cursor and so always tells how far it
+// came: the newest record, null when that could not be allocated.
+template <class Record>
+class GrowingList {
+public:
+    GrowingList(Record*& head, Record*& cursor) : head_(head), cursor_(cursor) {}
+
+    // A zeroed record at the list's end, or null.
+    [[nodiscard]] Record* append() {
+        Record* const added = allocate_record<Record>().release();
+        cursor_ = added;
+        if (first_ == nullptr) {
+            head_ = first_ = added;
+        } else {
+            last_->next = added;
+        }
+        last_ = added;
+        return added;
+    }
+
+    // The list is complete: the agent's variable is its head now.
+    void finish() { head_ = cursor_ = first_; }
+
+private:
+    Record*& head_;
+    Record*& cursor_;
+    Record* first_ = nullptr;
+    Record* last_ = nullptr;
+};
+
+// A list that the agent has freed keeps its place in the global head by contract; this remembers
+// that there is nothing behind it any more, until the head is cleared.
+template <class Record>
+class FreedList {
+public:
+    void free(Record* first) {
+        if (first == nullptr || first == freed_) {
+            return;
+        }
+        freed_ = first;
+        while (first != nullptr) {
+            const Block<Record> record(first);
+            first = record->next;
+        }
+    }
+
+    // Give back what a global head still holds, through the exported function, and clear the head.
+    // From here on the allocator may use the old list's addresses again, for a new one.
+    void drop(Record*& head, uint32_t (*free_list)(Record*)) {
+        free_list(head == freed_ ? nullptr : head);
+        head = nullptr;
+        freed_ = nullptr;
+    }
+
+private:
+    Record* freed_ = nullptr;
+};
+
+// The text of a VPD value into a field, cut at its end; the rest of the field stays.
+void put_value(std::span<char> field, std::string_view value);
+
+// Six bytes of 12 hexadecimal digits. Another character counts as 0xFF, whatever its place.
+void decode_mac(std::span<uint8_t, 6> mac, std::string_view digits);
+
+// Q5: read the EEPROM, and its VPD's values into the fields of a zeroed record.
+void read_q5_values(uint8_t adapter, uint32_t cap, AdapterInfoRecord& record);
+
+// Q3, window open: settings and option ROM record, when the flash holds an option ROM.
+void read_q3_boot(
+    uint8_t adapter, std::span<uint8_t, KX_Q3_SETTINGS_SIZE> settings,
+    std::span<uint8_t, KX_Q3_OPTION_ROM_SIZE> option_rom);
+
+// Q4 and Q5, window open: the configuration record, zero when it cannot be read.
+void read_boot_config(uint8_t adapter, Q4BootConfig& config);
+
+// Q4 and Q5, window open: 1 when the flash holds an option ROM.
+[[nodiscard]] uint8_t option_rom_valid(uint8_t adapter);
+
+// Give each list's memory back and clear its head.
+void drop_adapter_list();
+void drop_adapterinfo_list();
+
+}  // namespace kx::adapter

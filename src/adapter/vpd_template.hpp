@@ -1,0 +1,45 @@
+// The fixed layout of a generation's Vital Product Data: where tags and keywords stand, whatever
+// the EEPROM holds.
+#pragma once
+
+#include <kxlinhw/adapter_lists.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace kx::adapter {
+
+// A tag or keyword with its length: three bytes in front of a value.
+struct VpdHeader {
+    uint16_t offset;
+    uint8_t bytes[3];
+
+    [[nodiscard]] constexpr std::size_t value() const { return offset + sizeof bytes; }
+};
+
+struct VpdZeros {
+    uint16_t offset;
+    uint16_t length;
+};
+
+struct VpdTemplate {
+    std::span<const VpdHeader> headers;
+    uint16_t checksum;
+    VpdZeros reserved[2];
+    uint16_t end;  // of the end tag, the last byte
+};
+
+extern const VpdTemplate kQ3VpdTemplate;
+extern const VpdTemplate kQ4VpdTemplate;
+
+// A value in VPD that a template was written over: where its keyword stands, as long as its length
+// byte says, cut at the data's end. Empty when the template lacks the keyword.
+[[nodiscard]] std::string_view vpd_value(
+    const VpdTemplate& layout, std::span<const uint8_t> vpd, std::string_view keyword);
+
+// The identifier string, which is the product's name; its length has two bytes.
+[[nodiscard]] std::string_view vpd_identifier(std::span<const uint8_t> vpd);
+
+}  // namespace kx::adapter
