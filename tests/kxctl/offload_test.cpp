@@ -40,8 +40,8 @@ const std::vector<std::pair<std::string, std::string>> kParameters = {
     {"max_conn", "connections"},
     {"soft_backlog_limit", ""},
     {"ddp", ""},
-    {"kseg_ddp", ""},
     {"ddp_thres", "bytes"},
+    {"recvmsg_spin_us", "us"},
     {"ddp_push_wait", ""},
     {"ddp_rcvcoalesce", ""},
     {"zcopy_sendmsg_partial_thres", "bytes"},
@@ -49,7 +49,7 @@ const std::vector<std::pair<std::string, std::string>> kParameters = {
     {"zcopy_sendmsg_thres", "bytes"},
     {"zcopy_sendmsg_copy", "bytes"},
     {"zcopy_sendmsg_ret_pending_dma", "bytes"},
-    {"recvmsg_spin_us", "us"},
+    {"kseg_ddp", ""},
     {"cop_managed_offloading", ""},
     {"tx_coal", ""},
 };
