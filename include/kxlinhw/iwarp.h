@@ -121,10 +121,6 @@ KX_EXPORT int executeCommand(const char* command);
    output and on standard error, and logged (service 4). -1 for null. */
 KX_EXPORT int read_from_file(const char* path, uint32_t* value);
 
-/* The value of a text's first two characters as hexadecimal digits of either case; a character that
-   is none adds nothing ("f?" is 15, "?7" is 7). 0 for null. */
-KX_EXPORT int atohex(const char* text);
-
 KX_END_DECLS
 
 #endif

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 
+#include "host/hardware.hpp"
 #include "host/host_state.hpp"
 #include "host/pci_function.hpp"
 
@@ -76,7 +77,9 @@ void Host::adapter(const Adapter& adapter) {
         other.driver.clear();
         pci_device(other);
     }
+    function.vital_product_data = adapter.eeprom.capability;
     pci_device(function);
+    make_hardware(*state_->adapters, state_->root, function, adapter);
     for (unsigned i = 0; i < adapter.virtual_functions; ++i) {
         const Location at = virtual_function(managed, i);
         pci_device(

@@ -47,6 +47,7 @@ void furnish(Tree& tree) {
     }
     tree.write("/proc/modules", "", 0444);
     tree.write("/usr/share/misc/pci.ids", pci_names(), 0644);
+    tree.write("/dev/mem", "", 0640);
     tree.make_directory("/sys/bus/pci/devices");
     tree.make_directory("/sys/bus/pci/drivers");
     tree.make_directory("/sys/class/net");

@@ -5,6 +5,7 @@
 
 #include "host/shared_record.hpp"
 #include "host/tree.hpp"
+#include "state/adapters.hpp"
 #include "state/network.hpp"
 #include "state/session.hpp"
 
@@ -19,13 +20,15 @@ struct Host::State {
           temporary(remove_at_end),
           tree(root),
           session(root + state::kSessionFile),
-          network(root + state::kNetworkFile) {}
+          network(root + state::kNetworkFile),
+          adapters(root + state::kAdaptersFile) {}
 
     std::string root;
     bool temporary;
     Tree tree;
     SharedRecord<state::Session> session;
     SharedRecord<state::Network> network;
+    SharedRecord<state::Adapters> adapters;
 };
 
 // The record of an interface, or an invalid argument.

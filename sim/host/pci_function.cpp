@@ -10,8 +10,7 @@ namespace {
 
 constexpr char kDevices[] = "/sys/bus/pci/devices/";
 
-// Capabilities behind the header, linked in this order. What lies at 0xD0 and above is free for
-// capabilities that a model answers for.
+// Capabilities behind the header, linked in this order, the one for vital product data last.
 constexpr unsigned kPowerManagement = 0x40;
 constexpr unsigned kMessageInterrupts = 0x50;
 
@@ -58,6 +57,10 @@ std::string config_space(const PciDevice& device, const Location& location) {
     config.set(kPowerManagement + 1, kMessageInterrupts, 1);
     config.set(kPowerManagement + PCI_PM_PMC, 3, 2);
     config.set(kMessageInterrupts, PCI_CAP_ID_MSI, 1);
+    if (device.vital_product_data) {
+        config.set(kMessageInterrupts + 1, kVpdCapability, 1);
+        config.set(kVpdCapability, PCI_CAP_ID_VPD, 1);
+    }
     return config.bytes();
 }
 

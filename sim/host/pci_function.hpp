@@ -9,6 +9,9 @@
 
 namespace kxsim {
 
+// Where the capability for vital product data lies in configuration space.
+inline constexpr unsigned kVpdCapability = 0xD0;
+
 // Where a function sits.
 struct Location {
     unsigned domain = 0;

@@ -31,7 +31,7 @@ fs::path relative(std::string_view path) {
     return normal.relative_path();
 }
 
-fs::path without_slash(fs::path path) {
+fs::path without_slash(const fs::path& path) {
     return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
 }
 

@@ -69,9 +69,7 @@ int show(const std::string& name) {
     return 0;
 }
 
-}  // namespace
-
-int main(int count, char** arguments) {
+int command_line(int count, char** arguments) {
     CLI::App app("Run commands on a simulated host with Kestrix adapters in it", "kxsim");
     app.set_version_flag("--version", "kxsim " KXSIM_VERSION);
     app.require_subcommand(1);
@@ -106,13 +104,17 @@ int main(int count, char** arguments) {
     } catch (const CLI::ParseError& mistake) {
         return app.exit(mistake) == 0 ? 0 : kUsageError;
     }
-    try {
-        if (run_command->parsed()) {
-            return run(options);
-        }
-        return list_command->parsed() ? list() : show(name);
-    } catch (const std::exception& mistake) {
-        std::fprintf(stderr, "%s\n", mistake.what());
-        return kUsageError;
+    if (run_command->parsed()) {
+        return run(options);
     }
+    return list_command->parsed() ? list() : show(name);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) try {
+    return command_line(count, arguments);
+} catch (const std::exception& mistake) {
+    std::fprintf(stderr, "%s\n", mistake.what());
+    return kUsageError;
 }

@@ -67,6 +67,7 @@ void handle(int signal, void (*handler)(int)) {
 
 [[noreturn]] void become(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
@@ -89,7 +90,7 @@ int wait_for(pid_t child) {
 
 }  // namespace
 
-int run_on_host(const std::string& root, std::vector<std::string> command) {
+int run_on_host(const std::string& root, const std::vector<std::string>& command) {
     const std::string library = preload_library();
     const pid_t child = ::fork();
     if (child < 0) {

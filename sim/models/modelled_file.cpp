@@ -4,6 +4,7 @@ namespace kxsim::models {
 namespace {
 
 constexpr ModelledFile kModelledFiles[] = {
+    {is_config_file, read_config_file, write_config_file},
     {is_control_file, nullptr, write_control_file},
 };
 

@@ -34,6 +34,11 @@ struct ModelledFile {
 // The model of a file, or null.
 [[nodiscard]] const ModelledFile* find_model(std::string_view path);
 
+// The configuration space of a PCI function.
+[[nodiscard]] bool is_config_file(std::string_view path);
+ssize_t read_config_file(const FileAccess& access, void* buffer, std::size_t size);
+ssize_t write_config_file(const FileAccess& access, const void* data, std::size_t size);
+
 // The kernel's control files: what is written replaces what is there, wherever the writer stands in
 // the file, and reads back as a line.
 [[nodiscard]] bool is_control_file(std::string_view path);

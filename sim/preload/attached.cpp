@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <span>
 
 #include "preload/export.hpp"
 #include "preload/next.hpp"
@@ -62,9 +63,21 @@ void unmap(Record*& record) {
     }
 }
 
+void unmap(std::span<Mapping> mappings) {
+    for (Mapping& mapping : mappings) {
+        if (mapping.address != nullptr) {
+            ::munmap(mapping.address, mapping.size);
+            mapping = {};
+        }
+    }
+}
+
 void drop_host() {
     unmap(the_host.session);
     unmap(the_host.network);
+    unmap(the_host.adapters);
+    unmap(the_host.flash);
+    unmap(the_host.eeprom);
 }
 
 int map_host(const char* root) {
@@ -83,6 +96,9 @@ int map_host(const char* root) {
     int error = map_file(root, state::kSessionFile, the_host.session);
     if (error == 0) {
         error = map_file(root, state::kNetworkFile, the_host.network);
+    }
+    if (error == 0) {
+        error = map_file(root, state::kAdaptersFile, the_host.adapters);
     }
     if (error != 0) {
         drop_host();

@@ -8,10 +8,17 @@
 #include <climits>
 #include <cstddef>
 
+#include "state/adapters.hpp"
 #include "state/network.hpp"
 #include "state/session.hpp"
 
 namespace kxsim::preload {
+
+// A file of the session that is mapped when it is first asked for.
+struct Mapping {
+    void* address;
+    std::size_t size;
+};
 
 struct Host {
     char tree[PATH_MAX];  // directory of the simulated files, without a slash at its end
@@ -20,6 +27,9 @@ struct Host {
     dev_t device;             // the file system that holds the tree
     state::Session* session;
     state::Network* network;
+    state::Adapters* adapters;
+    Mapping flash[state::kMostAdapters];
+    Mapping eeprom[state::kMostAdapters];
 };
 
 // The host that this thread is on; null on the real machine and while paused.

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "models/device_memory.hpp"
 #include "models/modelled_file.hpp"
 #include "preload/account.hpp"
 #include "preload/attached.hpp"
@@ -124,6 +125,12 @@ void* mmap(
         if (const int error = account_descriptor(Call::kMmap, descriptor); error != 0) {
             errno = error;
             return MAP_FAILED;
+        }
+        Host* const on = host();
+        PathText path;
+        if (on != nullptr && simulated_path(*on, descriptor, path) &&
+            kxsim::models::is_device_memory(path.view())) {
+            return kxsim::models::map_device_memory(size, protection, offset);
         }
     }
     return next<"mmap", decltype(::mmap)>()(place, size, protection, flags, descriptor, offset);

@@ -11,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <new>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -29,14 +28,6 @@ constexpr std::size_t kLineSize = 256;
 
 std::string parameter_file(const char* module, const char* parameter) {
     return std::string(kModules) + module + kModuleParameters + parameter;
-}
-
-// The digit's worth, or nothing for another character.
-std::optional<int> hex_digit(char c) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    const std::size_t worth =
-        kDigits.find(c >= 'A' && c <= 'F' ? static_cast<char>(c + 'a' - 'A') : c);
-    return worth == kDigits.npos ? std::nullopt : std::optional(static_cast<int>(worth));
 }
 
 // The C library's reason is taken before printing and logging can change it.
@@ -120,20 +111,6 @@ int read_from_file(const char* path, uint32_t* value) {
     }
     static_cast<void>(std::fscanf(file.get(), "%u", value));
     return 0;
-}
-
-int atohex(const char* text) {
-    using namespace kx::settings;
-    if (text == nullptr) {
-        return 0;
-    }
-    int value = 0;
-    for (int k = 0; k < 2 && text[k] != '\0'; ++k) {
-        if (const auto digit = hex_digit(text[k])) {
-            value = value * 16 + *digit;
-        }
-    }
-    return value;
 }
 
 }  // extern "C"

@@ -24,6 +24,9 @@ __attribute__((noreturn)) void leave_libpci(char*, ...) {
 
 void drop_message(char*, ...) {}
 
+constexpr uint32_t kConfigSpaceSize = 4096;
+constexpr uint32_t kAbsent = 0xFFFFFFFF;
+
 template <class Call>
 bool inside_libpci(Call call) {
     std::jmp_buf here;
@@ -36,6 +39,9 @@ bool inside_libpci(Call call) {
     entered_at = nullptr;
     return true;
 }
+
+// libpci takes offsets as signed numbers and does not look for negative ones.
+bool in_config_space(uint32_t offset) { return offset < kConfigSpaceSize; }
 
 // What a failed scan found so far is no bus to rely on.
 void drop_devices(pci_access* access) {
@@ -76,6 +82,22 @@ pci_dev* PciBus::first() const { return access_ == nullptr ? nullptr : access_->
 
 void fill_pci_device(pci_dev* device, int fields) {
     inside_libpci([device, fields] { pci_fill_info(device, fields); });
+}
+
+uint32_t read_pci_config(pci_dev* device, uint32_t offset) {
+    volatile uint32_t dword = kAbsent;  // survives libpci's way out
+    if (in_config_space(offset)) {
+        inside_libpci(
+            [device, offset, &dword] { dword = pci_read_long(device, static_cast<int>(offset)); });
+    }
+    return dword;
+}
+
+void write_pci_config(pci_dev* device, uint32_t offset, uint32_t value) {
+    if (in_config_space(offset)) {
+        inside_libpci(
+            [device, offset, value] { pci_write_long(device, static_cast<int>(offset), value); });
+    }
 }
 
 std::string pci_bus_location(const pci_dev& device) {

@@ -1,7 +1,8 @@
 // A scan of the PCI bus through libpci. libpci's own way out of an error is to end the process;
-// here an error makes the bus look empty instead.
+// here an error makes the bus look empty, and a device that fails look absent.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 struct pci_access;
@@ -31,6 +32,11 @@ private:
 
 // Have libpci read the fields of a device (PCI_FILL_... bits) that its scan leaves out.
 void fill_pci_device(pci_dev* device, int fields);
+
+// One dword of a device's configuration space. What libpci refuses or cannot do reads all ones, as
+// from an empty slot, and writes nothing.
+[[nodiscard]] uint32_t read_pci_config(pci_dev* device, uint32_t offset);
+void write_pci_config(pci_dev* device, uint32_t offset, uint32_t value);
 
 // "%02x:%02x.%x" of bus, device and function: the key by which agents name a card.
 [[nodiscard]] std::string pci_bus_location(const pci_dev& device);

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/export.h>
 #include <pty.h>
 #include <unistd.h>
 
@@ -279,7 +280,8 @@ TEST(HostOfManyCards, HasThemAllListed) {
         for (int device = 0; device < 30; ++device) {
             char location[8];
             std::snprintf(location, sizeof location, "%02x:%02x.4", bus + 0x10, device);
-            host.adapter({.chip = "Q4", .location = location});
+            host.pci_device(
+                {.location = location, .vendor_id = KESTRIX_PCI_VENDOR_ID, .device_id = 0x4410});
         }
     }
     EXPECT_EQ(json_on(host, {"card", "list"}).at("cards").size(), 300U);

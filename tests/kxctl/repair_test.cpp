@@ -94,7 +94,7 @@ TEST_P(Repair, SaysWhyARenamingFailed) {
 
 INSTANTIATE_TEST_SUITE_P(
     BothFiles, Repair, testing::Values(kPortFile, kSysctlFile),
-    [](const auto& info) { return info.param == kPortFile ? "Ports" : "Sysctl"; });
+    [](const auto& file) { return file.param == kPortFile ? "Ports" : "Sysctl"; });
 
 TEST(RepairCommand, ToldForPeople) {
     kxsim::Host host;

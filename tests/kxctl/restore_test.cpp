@@ -94,7 +94,6 @@ TEST_F(Restore, WhatItAppliesIsWhatPortSetSaved) {
     std::vector<std::string> words = {"port", "set", "03:00.4", "1"};
     words.insert(words.end(), settings.begin(), settings.end());
     ASSERT_EQ(test::run_on(host_, words).exit, 0);
-    const Json before = test::json_on(host_, {"port", "set", "03:00.4", "1", "mtu=1", "--dry-run"});
     host_.remove_interface("eth5");
     host_.port("03:00.4", {.name = "eth5"});  // as new
     EXPECT_EQ(host_.mtu("eth5"), 1500U);
@@ -150,7 +149,7 @@ TEST_F(Restore, EverySettingIsRefusedWithTheLibrarysReason) {
     std::vector<std::string> reasons;
     for (const Json& line : answer["settings"]) {
         EXPECT_EQ(line["result"], "refused");
-        reasons.push_back(line["reason"]);
+        reasons.push_back(line["reason"].get<std::string>());
     }
     EXPECT_THAT(
         reasons,

@@ -95,7 +95,8 @@ std::vector<std::string> libraries_of(const std::string& file) {
         const std::string name = fs::path(library).filename();
         if (name.starts_with("libc.so") || name.starts_with("libkxsim") ||
             name.starts_with("libasan") || name.starts_with("libubsan") ||
-            name.starts_with("libcrypto")) {
+            name.starts_with("libcrypto") ||
+            name.starts_with("libmount")) {  // libvirt brings it; nothing here reaches its calls
             continue;
         }
         libraries.push_back(library);
@@ -156,7 +157,7 @@ TEST(WrappedCalls, AreAllKnownToTheListAbove) {
     Names others = difference(offered_by(libkxsim()), kOfInterest);
     for (const char* known :
          {"kxsim_attach", "kxsim_detach", "kxsim_pause", "kxsim_resume", "kxsim_allocation_fails",
-          "free"}) {
+          "free", "readl", "writel", "writel_Q4"}) {
         others.erase(known);
     }
     EXPECT_THAT(others, IsEmpty());

@@ -122,7 +122,7 @@ TEST_F(NicKeys, MistakesAreNamedWithTheirPlace) {
         {"rings = [1, 2]\n", "rings holds 2 numbers, expected four"},
         {"counter = 3\n", "counter is 3, expected tables [[counter]]"},
         {"[[interface.nic.counter]]\nvalue = 1\n", "[[counter]] has no name"},
-        {"[[interface.nic.counter]]\nname = \"a\"\nvaleu = 1\n", "unknown key valeu"},
+        {"[[interface.nic.counter]]\nname = \"a\"\nworth = 1\n", "unknown key worth"},
         {"sped = 1\n", "[nic] has the unknown key sped, expected link, speed, duplex"},
         {"[[interface.nic.counter]]\nname = \"0123456789012345678901234567890123\"\n",
          "expected 1 to 32 characters"},

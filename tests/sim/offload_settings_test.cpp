@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/request_spy.hpp"
+#include "support/shell.hpp"
 
 namespace {
 
@@ -189,7 +190,7 @@ TEST_F(OffloadSettings, AllAreAppliedInTheOrderOfTheTable) {
     for (const Row& row : kRows) {
         put(row, row.bit == 4 || row.bit == 23 ? 5 : 1);
     }
-    EXPECT_EQ(params_.change_mask, 0xfffffeU);
+    EXPECT_EQ(+params_.change_mask, 0xfffffeU);
     std::vector<std::string> opened;
     kxsim::Calls calls = host_.count([&] { EXPECT_EQ(set(), 0U); });
     for (const kxsim::LoggedCall& call : calls.log()) {
@@ -232,6 +233,27 @@ TEST_F(OffloadSettings, DriverAndOffloadSettingsGoTogether) {
     params_.tx_coal = -2;
     EXPECT_EQ(set(), 70U);
     EXPECT_EQ(host_.read("/sys/module/zfab4/parameters/tx_coal"), "-2\n");
+}
+
+// As at start-up: the control files have their defaults, and procps applies the saved lines.
+TEST_F(OffloadSettings, ProcpsAppliesEverySavedLine) {
+    if (test::shell("command -v sysctl").status != 0) {
+        GTEST_SKIP() << "sysctl is not installed";
+    }
+    for (const Row& row : kRows) {
+        put(row, row.bit == 4 || row.bit == 23 ? 5 : 1);
+    }
+    ASSERT_EQ(set(), 0U);
+    for (const Row& row : kRows) {
+        host_.file(control_file(row.name), "0\n");
+    }
+    const auto attached = host_.attach();
+    const test::ShellResult result = test::shell("sysctl -p /etc/sysctl.conf 2>&1");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, saved());
+    for (const Row& row : kRows) {
+        EXPECT_EQ(written(row.name), row.bit == 4 || row.bit == 23 ? "5\n" : "1\n") << row.name;
+    }
 }
 
 TEST_F(OffloadSettings, SavedLinesAreReplacedAndOthersKept) {

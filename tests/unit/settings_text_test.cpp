@@ -1,6 +1,5 @@
 // The small texts and numbers of the settings.
 #include <gtest/gtest.h>
-#include <kxlinhw/iwarp.h>
 #include <kxlinhw/settings.h>
 
 #include <array>
@@ -66,32 +65,6 @@ TEST(StrToBool, ReadsNothingBehindAnEmptyText) {
     const auto text = std::make_unique<char[]>(1);
     const std::string printed = lines_of_str_to_bool(text.get());
     EXPECT_TRUE(printed.ends_with(std::string("\nstr[0] \0 [1] \0 \n", 17)));
-}
-
-TEST(Atohex, ReadsTwoDigitsOfEitherCase) {
-    for (int value = 0; value < 256; ++value) {
-        char text[3];
-        std::snprintf(text, sizeof text, "%02x", static_cast<unsigned>(value));
-        EXPECT_EQ(atohex(text), value);
-        std::snprintf(text, sizeof text, "%02X", static_cast<unsigned>(value));
-        EXPECT_EQ(atohex(text), value);
-    }
-}
-
-TEST(Atohex, OtherCharactersAddNothing) {
-    EXPECT_EQ(atohex("1f"), 31);
-    EXPECT_EQ(atohex("f"), 15);
-    EXPECT_EQ(atohex("f?"), 15);
-    EXPECT_EQ(atohex("?7"), 7);
-    EXPECT_EQ(atohex("g7"), 7);
-    EXPECT_EQ(atohex("7g"), 7);
-    EXPECT_EQ(atohex("::"), 0);
-    EXPECT_EQ(atohex("123"), 18);
-    EXPECT_EQ(atohex(""), 0);
-    EXPECT_EQ(atohex(nullptr), 0);
-    for (const char* text : {"/0", "0/", ":0", "@0", "G0", "`0", "g0"}) {
-        EXPECT_EQ(atohex(text), 0) << text;
-    }
 }
 
 TEST(SysctlKey, IsThePathBehindItsRootWithDots) {

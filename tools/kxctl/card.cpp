@@ -52,11 +52,7 @@ Json to_json(const CardInfo& card) {
 ExitCode list(const Arguments&, Output& output) {
     const std::vector<CardInfo> cards = query_cards();
     if (output.wants_json()) {
-        Json all = Json::array();
-        for (const CardInfo& card : cards) {
-            all.push_back(to_json(card));
-        }
-        output.json(Json{{"cards", all}});
+        output.json(Json{{"cards", json_array(cards, to_json)}});
         return ExitCode::kDone;
     }
     Table table(

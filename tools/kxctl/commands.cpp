@@ -133,7 +133,7 @@ std::span<const Command> commands() {
         {
             .noun = "offload",
             .verb = "set",
-            .help = "Change settings of a card's offload engine and Ethernet driver",
+            .help = "Change offload and driver settings of a card",
             .about = "Applies the settings and shows each as it was and as it reads back. A "
                      "setting that fails does not stop the others; each failure is told on a line "
                      "of its own. Settings of the offload engine are saved in /etc/sysctl.conf.",
@@ -195,7 +195,7 @@ std::span<const Command> commands() {
         {
             .noun = "repair",
             .verb = "",
-            .help = "Bring back a configuration file whose rewrite was interrupted",
+            .help = "Bring back a half-rewritten configuration file",
             .about = "Looks at " KX_PORT_PARAMETER_FILE " and " KX_SYSCTL_FILE
                      ". When a power cut came between the two renamings of a rewrite, the file is "
                      "there under other names only; it gets its own name back. The service "

@@ -2,9 +2,21 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <vector>
 
 namespace kx::ctl {
 
 using Json = nlohmann::ordered_json;
+
+// What a function makes of each record, in their order.
+template <class Record>
+[[nodiscard]] Json json_array(
+    const std::vector<Record>& records, Json (*json_of)(const Record& record)) {
+    Json all = Json::array();
+    for (const Record& record : records) {
+        all.push_back(json_of(record));
+    }
+    return all;
+}
 
 }  // namespace kx::ctl

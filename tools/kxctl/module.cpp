@@ -36,11 +36,7 @@ Json to_json(const DriverEntry& entry) {
 ExitCode list(const Arguments&, Output& output) {
     const std::vector<DriverEntry> entries = query_modules();
     if (output.wants_json()) {
-        Json all = Json::array();
-        for (const DriverEntry& entry : entries) {
-            all.push_back(to_json(entry));
-        }
-        output.json(Json{{"modules", all}});
+        output.json(Json{{"modules", json_array(entries, to_json)}});
         return ExitCode::kDone;
     }
     Table table({{"MODULE"}, {"LOADED"}, {"VERSION"}, {"DESCRIPTION"}});

@@ -14,11 +14,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
     const std::vector<PortInfo> ports = query_ports(location);
     if (output.wants_json()) {
-        Json all = Json::array();
-        for (const PortInfo& port : ports) {
-            all.push_back(summary_json(port));
-        }
-        output.json(Json{{"location", location}, {"ports", all}});
+        output.json(Json{{"location", location}, {"ports", json_array(ports, summary_json)}});
         return ExitCode::kDone;
     }
     Table table(

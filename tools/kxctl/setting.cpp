@@ -89,7 +89,7 @@ void Setting::put_into(void* record, std::int64_t value) const {
     if (form == Form::kText) {
         const std::string text = fmt::format("{}", value);
         std::memset(field, 0, width);
-        std::memcpy(field, text.data(), std::min(text.size(), width - 1));
+        text.copy(field, width - 1);
     } else if (form != Form::kAction) {
         std::memcpy(field, &value, width);
     }

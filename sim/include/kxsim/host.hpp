@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
+#include <kxsim/hardware.hpp>
 #include <kxsim/nic.hpp>
 #include <map>
 #include <memory>
@@ -62,8 +63,9 @@ struct PciDevice {
     unsigned irq = 0;
     std::uint64_t bar0 = 0;  // base address of the register window; 0 for none
     std::uint64_t bar0_size = 0x80000;
-    std::string driver = {};        // bound to it; empty for none
-    std::size_t config_size = 256;  // of its configuration space: 64, 256 or 4096 bytes
+    std::string driver = {};          // bound to it; empty for none
+    bool vital_product_data = false;  // has the capability for them, at 0xD0
+    std::size_t config_size = 256;    // of its configuration space: 64, 256 or 4096 bytes
 };
 
 // An adapter: the function that its maker's tools manage, with its siblings, its virtual functions
@@ -78,6 +80,8 @@ struct Adapter {
     unsigned irq = 11;
     std::uint64_t bar0 = 0;   // 0: a place of its own below 4 GiB
     std::string driver = {};  // empty: the chip's Ethernet driver, zfab3 or zfab4
+    Flash flash = {};
+    Eeprom eeprom = {};
 };
 
 // A kernel module: its file under /lib/modules, its line in /proc/modules, its parameters.
@@ -191,6 +195,10 @@ public:
 
     void adapter(const Adapter& adapter);
     void pci_device(const PciDevice& device);
+
+    // The inside of the adapter whose managed function stands at a location.
+    [[nodiscard]] Hardware hardware(const std::string& location);
+
     void interface(const Interface& interface);
     void port(std::string_view location, const Interface& port);  // one more of an adapter
     void remove_interface(std::string_view name);
@@ -263,6 +271,7 @@ public:
 
 private:
     friend class FaultRule;
+    friend class Hardware;
     void open_window();
     void close_window();
     [[nodiscard]] Calls calls() const;

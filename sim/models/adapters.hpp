@@ -1,0 +1,23 @@
+// The adapters of the host, as the two ways into one reach them: by an address of its register
+// window, and by its location on the PCI bus.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+#include "preload/attached.hpp"
+#include "state/adapters.hpp"
+
+namespace kxsim::models {
+
+// Null when there is none.
+[[nodiscard]] state::Adapter* adapter_at(const preload::Host& host, std::uint64_t address);
+[[nodiscard]] state::Adapter* adapter_named(const preload::Host& host, std::string_view location);
+
+// What its flash and its EEPROM hold; empty when the session's file cannot be mapped. Mapped once
+// in each process.
+[[nodiscard]] std::span<std::uint8_t> flash_of(preload::Host& host, const state::Adapter& adapter);
+[[nodiscard]] std::span<std::uint8_t> eeprom_of(preload::Host& host, const state::Adapter& adapter);
+
+}  // namespace kxsim::models

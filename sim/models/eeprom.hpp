@@ -1,0 +1,16 @@
+// The serial EEPROM of an adapter: dwords at addresses that are multiples of 4, little-endian.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace kxsim::models {
+
+inline constexpr std::uint32_t kEepromAddresses = 0x7FFC;  // what the VPD capability can name
+
+// The content may be shorter than the addresses; there it reads as erased and takes no writes.
+[[nodiscard]] std::uint32_t read_eeprom(
+    std::span<const std::uint8_t> content, std::uint32_t address);
+void write_eeprom(std::span<std::uint8_t> content, std::uint32_t address, std::uint32_t value);
+
+}  // namespace kxsim::models

@@ -1,0 +1,163 @@
+// Trigger: the transfers of the flash controller. Effect: the chip's content changes as a real
+// one's does: nothing is written without the latch of a write enable just before; a page program
+// clears bits and wraps around within its page of 256 bytes; an erase sets a whole sector to 0xFF;
+// while either is under way everything but a status read is ignored. A write is whole or not at
+// all: the power goes between transfers. What can be made to fail: an endless write, a wrong bit
+// in a page program (see state::FlashFaults).
+#include "models/serial_flash.hpp"
+
+#include <cstring>
+
+namespace kxsim::models {
+namespace {
+
+enum Command : std::uint8_t {
+    kNone = 0x00,
+    kPageProgram = 0x02,
+    kReadStatus = 0x05,
+    kWriteEnable = 0x06,
+    kFastRead = 0x0B,
+    kReadIdentification = 0x9F,
+    kSectorErase = 0xD8,
+};
+
+constexpr std::uint8_t kWriteInProgress = 0x01;
+constexpr std::uint8_t kWriteEnabled = 0x02;
+constexpr std::uint8_t kErased = 0xFF;
+constexpr std::uint8_t kFloating = 0xFF;  // what the data line reads when nothing drives it
+
+constexpr std::uint32_t kHeader = 4;                // command and address
+constexpr std::uint32_t kReadHeader = kHeader + 1;  // and a dummy byte
+constexpr std::uint32_t kSmallSector = 64 * 1024;
+constexpr std::uint32_t kLargeSector = 256 * 1024;
+constexpr std::uint8_t kLargeSectorCode = 24;
+
+bool takes_address(std::uint8_t command) {
+    return command == kPageProgram || command == kFastRead || command == kSectorErase;
+}
+
+}  // namespace
+
+std::uint8_t SerialFlash::exchange(std::uint8_t in) {
+    const std::uint32_t position = latches_.received++;
+    if (position == 0) {
+        begin(in);
+        return kFloating;
+    }
+    if (position < kHeader && takes_address(latches_.command)) {
+        latches_.address = latches_.address << 8 | in;
+        return kFloating;
+    }
+    return answer(in, position);
+}
+
+void SerialFlash::begin(std::uint8_t command) {
+    const bool ignored = latches_.busy_polls > 0 && command != kReadStatus;
+    latches_.command = ignored ? std::uint8_t{kNone} : command;
+    latches_.address = 0;
+    std::memset(latches_.page, kErased, sizeof latches_.page);
+}
+
+std::uint8_t SerialFlash::answer(std::uint8_t in, std::uint32_t position) {
+    switch (latches_.command) {
+        case kReadIdentification:
+            return identification(position);
+        case kReadStatus:
+            return status();
+        case kFastRead:
+            return position < kReadHeader ? kFloating : next_byte();
+        case kPageProgram:
+            take_page_byte(in);
+            return kFloating;
+        default:
+            return kFloating;
+    }
+}
+
+std::uint8_t SerialFlash::identification(std::uint32_t position) const {
+    const std::uint8_t bytes[] = {chip_.manufacturer, chip_.type, chip_.capacity_code};
+    return position <= sizeof bytes ? bytes[position - 1] : std::uint8_t{0};
+}
+
+std::uint8_t SerialFlash::status() {
+    std::uint8_t bits = latches_.write_enabled != 0 ? kWriteEnabled : std::uint8_t{0};
+    if (latches_.busy_polls > 0) {
+        bits |= kWriteInProgress;
+        if (latches_.endless == 0) {
+            --latches_.busy_polls;
+        }
+    }
+    return bits;
+}
+
+std::uint8_t SerialFlash::next_byte() {
+    return content_.empty() ? kErased : content_[latches_.address++ % content_.size()];
+}
+
+void SerialFlash::take_page_byte(std::uint8_t in) {
+    latches_.page[latches_.address % state::kFlashPage] = in;
+    // The last bytes of a page come before its first ones: the address stays in its page.
+    latches_.address = (latches_.address & ~(state::kFlashPage - 1)) |
+                       ((latches_.address + 1) & (state::kFlashPage - 1));
+}
+
+void SerialFlash::deselect() {
+    const std::uint32_t received = latches_.received;
+    latches_.received = 0;
+    if (received == 1 && latches_.command == kWriteEnable) {
+        latches_.write_enabled = 1;
+    }
+    if (latches_.write_enabled == 0) {
+        return;
+    }
+    if (received > kHeader && latches_.command == kPageProgram) {
+        program();
+    }
+    if (received == kHeader && latches_.command == kSectorErase) {
+        erase();
+    }
+}
+
+void SerialFlash::program() {
+    const std::size_t start = latches_.address & ~(state::kFlashPage - 1);
+    ++chip_.programs;
+    for (std::size_t i = 0; i < state::kFlashPage && !content_.empty(); ++i) {
+        content_[(start + i) % content_.size()] &= latches_.page[i];
+    }
+    if (chip_.programs == faults_.flipped_bit_at && !content_.empty()) {
+        content_[start % content_.size()] ^= 1;
+    }
+    start_write(chip_.program_polls);
+}
+
+void SerialFlash::erase() {
+    ++chip_.erases;
+    if (!content_.empty()) {
+        const std::size_t sector = chip_.sector_size == 0 ? kSmallSector : chip_.sector_size;
+        const std::size_t start = latches_.address % content_.size() / sector * sector;
+        const std::size_t rest = content_.size() - start;
+        std::memset(content_.data() + start, kErased, sector < rest ? sector : rest);
+    }
+    start_write(chip_.erase_polls);
+}
+
+void SerialFlash::start_write(std::uint32_t polls) {
+    latches_.write_enabled = 0;
+    latches_.busy_polls = polls;
+    if (chip_.programs + chip_.erases == faults_.endless_write_at) {
+        latches_.endless = 1;
+        latches_.busy_polls = 1;
+    }
+}
+
+void fit_flash(
+    state::SerialFlash& chip, std::uint8_t manufacturer, std::uint8_t type,
+    std::uint8_t capacity_code) {
+    chip = {};
+    chip.manufacturer = manufacturer;
+    chip.type = type;
+    chip.capacity_code = capacity_code;
+    chip.sector_size = capacity_code == kLargeSectorCode ? kLargeSector : kSmallSector;
+}
+
+}  // namespace kxsim::models

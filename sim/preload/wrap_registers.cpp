@@ -1,0 +1,40 @@
+// The library's own register accesses: exported by it for this purpose. An address outside of the
+// simulated windows is the process's own memory and is accessed as the library would.
+#include <cstdint>
+
+#include "models/device_memory.hpp"
+#include "preload/attached.hpp"
+
+namespace {
+
+using Register __attribute__((aligned(1), may_alias)) = volatile std::uint32_t;
+
+std::uint32_t load(std::uint64_t address) {
+    if (kxsim::preload::Host* const host = kxsim::preload::host(); host != nullptr) {
+        if (const auto value = kxsim::models::load_device_memory(*host, address)) {
+            return *value;
+        }
+    }
+    return *reinterpret_cast<const Register*>(address);
+}
+
+void store(std::uint32_t value, std::uint64_t address) {
+    kxsim::preload::Host* const host = kxsim::preload::host();
+    if (host == nullptr || !kxsim::models::store_device_memory(*host, address, value)) {
+        *reinterpret_cast<Register*>(address) = value;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+#pragma GCC visibility push(default)
+
+std::uint32_t readl(std::uint64_t address) { return load(address); }
+void writel(std::uint32_t value, std::uint64_t address) { store(value, address); }
+void writel_Q4(std::uint32_t value, std::uint64_t address) { store(value, address); }
+
+#pragma GCC visibility pop
+
+}  // extern "C"

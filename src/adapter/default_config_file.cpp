@@ -1,0 +1,72 @@
+// The version of the default configuration file that the Ethernet driver's package installs. Its
+// "version = " line carries the PCI device id that the configuration was made for.
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/flash_images.h>
+#include <strings.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "support/handle.hpp"
+
+namespace kx::adapter {
+namespace {
+
+constexpr char kPath[] = "/lib/firmware/zfab4/q4-config.txt";
+constexpr char kVersionMark[] = "version = ";
+
+struct VersionOfId {
+    uint16_t id;
+    int32_t version;
+};
+
+// In the order of the search: 0x0300 comes behind 0x0500.
+constexpr VersionOfId kVersions[] = {
+    {KESTRIX_PCI_VENDOR_ID, 0},
+    {0x0100, 0},
+    {0x0200, 0},
+    {0x0400, 1},
+    {0x0500, 2},
+    {0x0300, 3},
+    {0x0600, 4},
+};
+
+using Line = std::array<char, 256>;
+
+// The last line read: the first with the mark, or the file's last one.
+Line read_version_line(std::FILE* file) {
+    Line line{};
+    while (std::fgets(line.data(), line.size(), file) != nullptr &&
+           std::strstr(line.data(), kVersionMark) == nullptr) {
+    }
+    return line;
+}
+
+int32_t version_in(const char* line) {
+    for (const VersionOfId& row : kVersions) {
+        char id[8];
+        std::snprintf(id, sizeof id, "0x%04x", row.id);
+        if (strcasestr(line, id) != nullptr) {
+            return row.version;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace kx::adapter
+
+extern "C" int32_t get_default_config_version(uint8_t chip_class) {
+    if (chip_class != KX_CLASS_Q4 && chip_class != KX_CLASS_Q5) {
+        return -1;
+    }
+    const kx::File file(std::fopen(kx::adapter::kPath, "re"));
+    if (!file) {
+        return 0;
+    }
+    const kx::adapter::Line line = kx::adapter::read_version_line(file.get());
+    std::printf("Found the Conf File[%s] Signature: %s\n", kx::adapter::kPath, line.data());
+    return kx::adapter::version_in(line.data());
+}

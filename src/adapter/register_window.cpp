@@ -1,0 +1,169 @@
+// The register window: one page of an adapter's first memory BAR, mapped through /dev/mem. Only one
+// adapter's window is open at a time.
+#include "adapter/register_window.hpp"
+
+#include <fcntl.h>
+#include <kxlinhw/adapter.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+#include "adapter/bus_table.hpp"
+
+namespace kx::adapter {
+namespace {
+
+// The page that holds the register which places the window: the flash controller's operation
+// register. All arithmetic is the hardware's, in 32 bits.
+struct Placement {
+    uint32_t register_offset;
+    uint32_t page_size;
+};
+
+constexpr Placement kQ3Placement{0x6DC, 0x1000};
+constexpr Placement kQ4Placement{0x193FC, 0x20000};
+constexpr uint32_t kTopPage = 0xFFFFF000;
+
+constexpr uint32_t round_down(uint32_t value, uint32_t page_size) {
+    return value & ~(page_size - 1);
+}
+
+// The descriptor that the library opened last and has not closed. memfd keeps its number after
+// that, but by then the number may belong to the agent.
+int open_descriptor = -1;
+
+int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {
+    memfd = open("/dev/mem", O_RDWR | O_CLOEXEC);
+    open_descriptor = memfd;
+    if (memfd < 0) {
+        std::fputs("open /dev/mem failed!", stderr);
+        return KX_ADAPTER_INVALID;
+    }
+    void* const window =
+        mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, memfd, off_t{start});
+    if (window == MAP_FAILED) {
+        std::fprintf(stderr, "mmap() failed: %s\n", std::strerror(errno));
+        return KX_ADAPTER_INVALID;
+    }
+    mmapd_addr = reinterpret_cast<uint64_t>(window);
+    mmapd_adapter = adapter;
+    mmapd_len = length;
+    return 0;
+}
+
+int32_t connect(uint8_t adapter, const Placement& placement) {
+    const pci_dev* const device = device_at(adapter);
+    if (device == nullptr) {
+        return KX_ADAPTER_INVALID;
+    }
+    const uint32_t target = static_cast<uint32_t>(device->base_addr[0]) + placement.register_offset;
+    const uint32_t start = round_down(target, placement.page_size);
+    if (start == kTopPage) {
+        std::fputs("Sorry, cannot map the top 4K page\n", stderr);
+        return KX_ADAPTER_INVALID;
+    }
+    const uint32_t length =
+        round_down(target - start + 1 + placement.page_size - 1, placement.page_size);
+    if (start + length < start) {
+        std::fputs("Aligned addr+len exceeds top of address space\n", stderr);
+        return KX_ADAPTER_INVALID;
+    }
+    return map_window(adapter, start, length);
+}
+
+// A register may stand at any address: the window's start need not be the BAR's.
+using Register __attribute__((aligned(1), may_alias)) = volatile uint32_t;
+
+// Does a register lie in the open window? The offset counts from the window's start, as the
+// window begins where an aligned BAR does. A host that lends its own memory through mmapd_addr
+// need not tell its length.
+bool window_holds(uint32_t offset) {
+    return mmapd_addr != 0 &&
+           (mmapd_len == 0 || (mmapd_len >= sizeof(uint32_t) &&
+                               offset <= mmapd_len - static_cast<uint32_t>(sizeof(uint32_t))));
+}
+
+}  // namespace
+
+int32_t ensure_q3_window(uint8_t adapter) {
+    if (mmapd_addr != 0 && mmapd_adapter == adapter) {
+        return 0;
+    }
+    disconnect_from_hba(mmapd_adapter);
+    return connect_to_hba(adapter);
+}
+
+void close_window_descriptor() {
+    const int ours = std::exchange(open_descriptor, -1);
+    if (memfd > 0 && memfd == ours) {
+        close(memfd);
+    }
+}
+
+void release_window_mapping() { munmap(nullptr, mmapd_len); }
+
+}  // namespace kx::adapter
+
+using kx::adapter::Register;
+using kx::adapter::window_holds;
+
+extern "C" {
+
+int32_t memfd = 0;
+uint64_t mmapd_addr = 0;
+uint8_t mmapd_adapter = 0;
+uint32_t mmapd_len = 0;
+
+int32_t connect_to_hba(uint8_t adapter) {
+    return kx::adapter::connect(adapter, kx::adapter::kQ3Placement);
+}
+
+int32_t connect_to_hba_Q4(uint8_t adapter) {
+    return kx::adapter::connect(adapter, kx::adapter::kQ4Placement);
+}
+
+void disconnect_from_hba(uint8_t adapter) {
+    if (adapter == mmapd_adapter) {
+        kx::adapter::release_window_mapping();
+    }
+    mmapd_addr = 0;
+    kx::adapter::close_window_descriptor();
+}
+
+uint32_t readl(uint64_t address) { return *reinterpret_cast<const Register*>(address); }
+
+void writel(uint32_t value, uint64_t address) { *reinterpret_cast<Register*>(address) = value; }
+
+void writel_Q4(uint32_t value, uint64_t address) { *reinterpret_cast<Register*>(address) = value; }
+
+uint32_t q4_read_reg(uint8_t adapter, uint32_t offset) {
+    return adapter == mmapd_adapter && window_holds(offset) ? readl(mmapd_addr + offset) : 0;
+}
+
+void q4_write_reg(uint8_t, uint32_t offset, uint32_t value) {
+    if (window_holds(offset)) {
+        writel_Q4(value, mmapd_addr + offset);
+    }
+}
+
+int32_t q3_read_reg(uint8_t adapter, uint32_t offset) {
+    return adapter == mmapd_adapter && window_holds(offset)
+               ? static_cast<int32_t>(readl(mmapd_addr + offset))
+               : 0;
+}
+
+void q3_write_reg(uint8_t adapter, uint32_t offset, uint32_t value) {
+    if (adapter == mmapd_adapter && window_holds(offset)) {
+        writel(value, mmapd_addr + offset);
+    }
+}
+
+}  // extern "C"

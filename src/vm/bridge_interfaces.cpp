@@ -1,0 +1,272 @@
+// Network interfaces of domains on bridges of the host: given by virsh, listed from the domain's
+// live description, taken away by editing it.
+#include <kxlinhw/hex.h>
+#include <libvirt/libvirt.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <xercesc/util/XMLException.hpp>
+
+#include "support/handle.hpp"
+#include "support/shell.hpp"
+#include "support/text.hpp"
+#include "vm/agent_memory.hpp"
+#include "vm/description_edit.hpp"
+#include "vm/domain_document.hpp"
+#include "vm/vm_steps.hpp"
+#include "vm/xerces_text.hpp"
+
+static_assert(sizeof(_interfaceInfo) == 56, "agents step through the array by this size");
+static_assert(offsetof(_interfaceInfo, type) == 6 && offsetof(_interfaceInfo, bridge) == 16);
+static_assert(offsetof(_interfaceInfo, targetDev) == 26 && offsetof(_interfaceInfo, model) == 36);
+static_assert(offsetof(_interfaceInfo, alias) == 46);
+
+using kx::vm::log_failure;
+
+namespace {
+
+using xercesc::DOMElement;
+
+constexpr std::size_t kElementTextSize = 500;
+constexpr std::size_t kPieceSize = 50;  // longer than any element with full fields
+
+// Room for the digits of an id, with their NUL, in the commands of the two ways to give a domain an
+// interface. An id that does not fit is refused: cut, it would name another domain.
+constexpr std::size_t kIdRoom = 10;
+constexpr std::size_t kSmallIdRoom = 5;
+
+std::optional<std::string> attach_command(int id, std::size_t id_room, std::string_view bridge) {
+    const std::string digits = std::to_string(id);
+    if (digits.size() >= id_room) {
+        return std::nullopt;
+    }
+    std::string command = kx::vm::kVirsh;
+    command.append(" attach-interface ").append(digits);
+    return command.append(" --type bridge --source ").append(kx::shell_word(bridge));
+}
+
+// Copy a whole text, with its NUL, to a field of a record: into the fields behind it if need be,
+// up to the record's end.
+void copy_whole(_interfaceInfo& record, std::size_t offset, const char* text) {
+    const std::size_t length = std::min(std::strlen(text) + 1, sizeof record - offset);
+    std::memcpy(reinterpret_cast<char*>(&record) + offset, text, length);
+}
+
+// The six bytes of "52:54:00:12:34:56". Of a shorter text, the missing digits add nothing.
+void read_mac(_interfaceInfo& record, const char* text) {
+    char digits[18] = {};
+    std::memcpy(digits, text, strnlen(text, sizeof digits - 1));
+    for (std::size_t k = 0; k < sizeof record.mac; ++k) {
+        record.mac[k] = static_cast<unsigned char>(atohex(digits + 3 * k));
+    }
+}
+
+// An attribute of the first element of a name below an interface; the fallback when there is no
+// such element, an empty text when it lacks the attribute.
+class ChildAttribute {
+public:
+    ChildAttribute(
+        const DOMElement& interface, const XMLCh* element, const XMLCh* attribute,
+        const XMLCh* fallback = u"")
+        : text_(value(kx::vm::first_below(interface, element), attribute, fallback)) {}
+
+    [[nodiscard]] const char* c_str() const { return text_.c_str(); }
+
+private:
+    static const XMLCh* value(
+        const DOMElement* child, const XMLCh* attribute, const XMLCh* fallback) {
+        return child == nullptr ? fallback : child->getAttribute(attribute);
+    }
+
+    kx::vm::LocalText text_;
+};
+
+// The fields in their order: a text that runs on is overwritten by the texts behind it.
+void fill_record(const VMUtils& vm, const DOMElement& interface, _interfaceInfo& record) {
+    copy_whole(
+        record, offsetof(_interfaceInfo, type),
+        kx::vm::LocalText(interface.getAttribute(u"type")).c_str());
+    read_mac(record, ChildAttribute(interface, u"mac", u"address").c_str());
+    copy_whole(
+        record, offsetof(_interfaceInfo, bridge),
+        ChildAttribute(interface, vm.sourceTag, u"bridge").c_str());
+    copy_whole(
+        record, offsetof(_interfaceInfo, targetDev),
+        ChildAttribute(interface, u"target", u"dev").c_str());
+    copy_whole(
+        record, offsetof(_interfaceInfo, model),
+        ChildAttribute(interface, u"model", u"type", u"N/A").c_str());
+    copy_whole(
+        record, offsetof(_interfaceInfo, alias),
+        ChildAttribute(interface, u"alias", u"name").c_str());
+}
+
+// Items that are no elements leave their records zero.
+int list_interfaces(
+    const VMUtils& vm, const xercesc::DOMElement& root, _interfaceInfo** list, int* count) {
+    const xercesc::DOMNodeList& interfaces = *root.getElementsByTagName(u"interface");
+    const XMLSize_t length = interfaces.getLength();
+    auto* const records = kx::vm::allocate_array<_interfaceInfo>(length);
+    if (records == nullptr) {
+        log_failure("ListInterfaces: Memory allocation failure");
+        return 1;
+    }
+    *list = records;
+    *count = static_cast<int>(length);
+    for (XMLSize_t k = 0; k < length; ++k) {
+        if (const DOMElement* interface = kx::vm::element_at(interfaces, k)) {
+            fill_record(vm, *interface, records[k]);
+        }
+    }
+    return 0;
+}
+
+int read_interfaces(const VMUtils& vm, _interfaceInfo** list, int* count) {
+    xercesc::DOMDocument* const document = kx::vm::parse(*vm.parser, kx::vm::kDomainFile);
+    const DOMElement* const root = document == nullptr ? nullptr : document->getDocumentElement();
+    if (root == nullptr) {
+        log_failure("ListInterfaces: Error while reading domain configuration");
+        if (document != nullptr) {
+            throw std::runtime_error("empty XML document");
+        }
+        return 1;
+    }
+    return list_interfaces(vm, *root, list, count);
+}
+
+std::string mac_element(const unsigned char (&mac)[6]) {
+    char text[kPieceSize];
+    std::snprintf(
+        text, sizeof text, "<mac address='%02x:%02x:%02x:%02x:%02x:%02x'/>", mac[0], mac[1], mac[2],
+        mac[3], mac[4], mac[5]);
+    return text;
+}
+
+// The source element is not closed, and has blanks: agents know the text as it is.
+std::string interface_element(const _interfaceInfo& info) {
+    const std::string_view model = kx::field_text(info.model);
+    std::string text = "<interface type='bridge'>" + mac_element(info.mac);
+    text.append("<source bridge = '").append(kx::field_text(info.bridge)).append("'>");
+    text.append("<target dev='").append(kx::field_text(info.targetDev)).append("'/>");
+    if (!model.empty() && model != "default") {
+        text.append("<model type='").append(model).append("'/>");
+    }
+    return text.append("</interface>");
+}
+
+bool has_mac(const _interfaceInfo& info) {
+    return std::any_of(
+        std::begin(info.mac), std::end(info.mac), [](unsigned char byte) { return byte != 0; });
+}
+
+// Anywhere in the block, so "br1" also finds "br10", and an empty text is in every block.
+bool is_block_of(const _interfaceInfo& info, std::string_view block) {
+    return block.find(kx::field_text(info.type)) != block.npos &&
+           block.find(kx::field_text(info.bridge)) != block.npos &&
+           block.find(kx::field_text(info.targetDev)) != block.npos;
+}
+
+}  // namespace
+
+int VMUtils::attachBrdgToVM(int id, char* bridge) {
+    virConnectPtr connection = nullptr;
+    if (!kx::vm::connect(connection)) {
+        log_failure("AddBridgeToVM: LibVirt connection failed");
+        return 1;
+    }
+    const auto command = bridge == nullptr ? std::nullopt : attach_command(id, kIdRoom, bridge);
+    const auto output = command ? kx::vm::run(*command) : std::nullopt;
+    if (!output) {
+        return 1;
+    }
+    if (output->find("success") == std::string::npos) {
+        KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, "AddBridgeToVM: %s", output->c_str());
+        return 1;
+    }
+    return 0;
+}
+
+int VMUtils::attachInterfaceToVM(int id, _interfaceInfo info) {
+    virConnectPtr connection = nullptr;
+    if (!kx::vm::connect(connection)) {
+        return 1;
+    }
+    const auto command = attach_command(id, kSmallIdRoom, kx::field_text(info.bridge));
+    return command && std::system(command->c_str()) == 0 ? 0 : 1;
+}
+
+int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
+    virConnectPtr connection = nullptr;
+    if (!kx::vm::connect(connection)) {
+        log_failure("DeleteVNETFromVM: libvirtd connection failure");
+        return 1;
+    }
+    virDomain* const domain = virDomainLookupByID(connection, id);
+    if (domain == nullptr) {
+        log_failure("DeleteVNETFromVM: Domain not found");
+        return 1;
+    }
+    if (!kx::vm::connect(connection)) {
+        return 1;
+    }
+    const kx::Block<char> description(virDomainGetXMLDesc(domain, 0));
+    const auto rest = kx::vm::without_block(
+        description ? description.get() : "", "interface",
+        [&info](std::string_view block) { return is_block_of(info, block); });
+    if (!rest) {
+        log_failure("DeleteVNETFromVM: Requested interface does not seem to attached");
+        return 1;
+    }
+    if (virDomainDefineXML(connection, rest->c_str()) == nullptr) {
+        log_failure("DeleteVNETFromVM: Problem while saving the changes");
+        return 1;
+    }
+    return 0;
+}
+
+int VMUtils::listInterfacesForVM(int id, _interfaceInfo** list, int* count) {
+    if (list == nullptr || count == nullptr) {
+        return 1;
+    }
+    virConnectPtr connection = nullptr;
+    if (!kx::vm::connect(connection)) {
+        log_failure("ListInterfaces: LibVirt connection failure");
+        return 1;
+    }
+    virDomain* const domain = virDomainLookupByID(connection, id);
+    if (domain == nullptr) {
+        log_failure("ListInterfaces: Domain not found");
+        return 1;
+    }
+    const kx::Block<char> description(virDomainGetXMLDesc(domain, 0));
+    if (!description) {
+        log_failure("ListInterfaces: Error while reading domain configuration");
+        return 1;
+    }
+    kx::vm::write_domain_file(description.get());
+    try {
+        return read_interfaces(*this, list, count);
+    } catch (const xercesc::XMLException& error) {
+        kx::vm::print_parse_error(error);
+        log_failure("ListInterfaces: Error while parsing");
+        return 1;
+    }
+}
+
+int VMUtils::getXMLDescForInterface(_interfaceInfo info, char** text) {
+    kx::Block<char> element(static_cast<char*>(std::calloc(1, kElementTextSize)));
+    if (text == nullptr || !element || !has_mac(info)) {
+        return 1;
+    }
+    interface_element(info).copy(element.get(), kElementTextSize - 1);
+    *text = element.release();
+    return 0;
+}

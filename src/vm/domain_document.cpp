@@ -1,0 +1,62 @@
+#include "vm/domain_document.hpp"
+
+#include <cstdio>
+#include <xercesc/util/SecurityManager.hpp>
+#include <xercesc/util/XMLException.hpp>
+
+#include "support/handle.hpp"
+#include "vm/xerces_text.hpp"
+
+namespace kx::vm {
+
+namespace {
+
+constexpr XMLSize_t kEntityLimit = 100;  // libvirt writes none but the predefined ones
+
+xercesc::SecurityManager& entity_limit() {
+    static xercesc::SecurityManager limit;
+    limit.setEntityExpansionLimit(kEntityLimit);
+    return limit;
+}
+
+}  // namespace
+
+static_assert(kDeclaration.size() == 55, "line end included");
+
+void write_domain_file(const char* description) {
+    const File file(std::fopen(kDomainFile, "w+"));
+    if (file) {
+        std::fputs(kDeclaration.data(), file.get());
+        std::fputs(description, file.get());
+    }
+}
+
+xercesc::DOMDocument* parse(xercesc::XercesDOMParser& parser, const char* path) {
+    parser.resetDocumentPool();  // the documents of earlier calls
+    parser.setValidationScheme(xercesc::XercesDOMParser::Val_Never);
+    parser.setDoNamespaces(false);
+    parser.setDoSchema(false);
+    parser.setLoadExternalDTD(false);
+    parser.setDisableDefaultEntityResolution(true);
+    parser.setSecurityManager(&entity_limit());
+    parser.parse(path);
+    return parser.getDocument();
+}
+
+xercesc::DOMElement* element_at(const xercesc::DOMNodeList& list, XMLSize_t k) {
+    xercesc::DOMNode* const node = list.item(k);
+    const bool is_element =
+        node != nullptr && node->getNodeType() == xercesc::DOMNode::ELEMENT_NODE;
+    return is_element ? static_cast<xercesc::DOMElement*>(node) : nullptr;
+}
+
+xercesc::DOMElement* first_below(const xercesc::DOMElement& root, const XMLCh* name) {
+    return element_at(*root.getElementsByTagName(name), 0);
+}
+
+void print_parse_error(const xercesc::XMLException& error) {
+    std::printf("Error parsing file: %s", LocalText(error.getMessage()).c_str());
+    std::fflush(stdout);
+}
+
+}  // namespace kx::vm

@@ -1,0 +1,37 @@
+// A domain's description as a document: written to a file, read back by the DOM parser.
+#pragma once
+
+#include <kxlinhw/vmutils.h>
+
+#include <string_view>
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/parsers/XercesDOMParser.hpp>
+
+namespace kx::vm {
+
+// The line in front of every description that leaves the library.
+inline constexpr std::string_view kDeclaration =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\"?>\n";
+
+// In the working directory; every listing overwrites it and leaves it there.
+inline constexpr char kDomainFile[] = "domain.xml";
+
+// Write a description to kDomainFile, behind the declaration. A file that cannot be written shows
+// when it is read.
+void write_domain_file(const char* description);
+
+// Parse a file. Null when it cannot be read; of a malformed one, what stands before the mistake.
+// The parser owns the document until its next use. Descriptions are foreign texts: neither other
+// files nor servers are read for them, and entities cannot swell without limit.
+[[nodiscard]] xercesc::DOMDocument* parse(xercesc::XercesDOMParser& parser, const char* path);
+
+// Item k of a list when it is an element, else null.
+[[nodiscard]] xercesc::DOMElement* element_at(const xercesc::DOMNodeList& list, XMLSize_t k);
+
+// The first element of a name below another one, in the order of the document, or null.
+[[nodiscard]] xercesc::DOMElement* first_below(const xercesc::DOMElement& root, const XMLCh* name);
+
+// Print what Xerces says of a file that it could not parse.
+void print_parse_error(const xercesc::XMLException& error);
+
+}  // namespace kx::vm

@@ -1,0 +1,248 @@
+// The adapters' virtual functions: those of this host, as lspci lists them, and those that a
+// domain's description assigns to it. A domain's VF counts as the maker's when functions of the
+// maker sit on its bus.
+#include <libvirt/libvirt.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+#include <xercesc/util/XMLException.hpp>
+
+#include "vm/agent_memory.hpp"
+#include "vm/domain_document.hpp"
+#include "vm/tokens.hpp"
+#include "vm/vm_steps.hpp"
+#include "vm/xerces_text.hpp"
+
+static_assert(sizeof(_VF) == 16, "agents step through the array by this size");
+static_assert(offsetof(_VF, bus) == 4 && offsetof(_VF, slot) == 8 && offsetof(_VF, function) == 12);
+static_assert(offsetof(KxCardBus, next) == 8 && offsetof(KxVFNode, next) == 16);
+
+using kx::vm::log_failure;
+
+namespace {
+
+using xercesc::DOMElement;
+using xercesc::XMLString;
+
+constexpr int kHostId = 0;  // in the place of a domain's id
+
+void print_vf(const _VF& vf) { std::printf("\n %d:%d.%d\n", vf.bus, vf.slot, vf.function); }
+
+// A host device of the kind that assigns a PCI function.
+bool is_pci_device(const DOMElement& device) {
+    return device.hasAttribute(u"mode") && device.hasAttribute(u"type") &&
+           XMLString::equals(device.getAttribute(u"mode"), u"subsystem") &&
+           XMLString::equals(device.getAttribute(u"type"), u"pci");
+}
+
+// One number of an address element, in hexadecimal with or without "0x"; a missing one is 0.
+class AddressNumber {
+public:
+    AddressNumber(const DOMElement& address, const XMLCh* attribute)
+        : text_(address.getAttribute(attribute)) {}
+
+    [[nodiscard]] int32_t value() const {
+        return static_cast<int32_t>(std::strtol(text_.c_str(), nullptr, 16));
+    }
+    void abandon() { text_.abandon(); }
+
+private:
+    kx::vm::LocalText text_;
+};
+
+const KxCardBus* card_on_bus(const KxCardBus* card, int32_t pci_domain, int32_t bus) {
+    while (card != nullptr && (card->bus != bus || card->pciDomain != pci_domain)) {
+        card = card->next;
+    }
+    return card;
+}
+
+// Append the VF of an address when it is the maker's.
+void take_address(
+    const VMUtils& vm, const DOMElement& address, const KxCardBus* cards,
+    kx::vm::Chain<KxVFNode>& vfs) {
+    AddressNumber pci_domain(address, vm.domainAttr);
+    AddressNumber bus(address, vm.busAttr);
+    AddressNumber function(address, vm.functionAttr);
+    AddressNumber slot(address, vm.slotAttr);
+    const KxCardBus* const card = card_on_bus(cards, pci_domain.value(), bus.value());
+    if (card == nullptr) {
+        // The texts of an address that is not the maker's stay allocated.
+        for (AddressNumber* number : {&pci_domain, &bus, &function, &slot}) {
+            number->abandon();
+        }
+        return;
+    }
+    if (KxVFNode* const node = vfs.append()) {
+        node->vf = {card->pciDomain, card->bus, slot.value(), function.value()};
+        print_vf(node->vf);
+    }
+}
+
+// Append the maker's VFs below the root, in the order of the document.
+void take_devices(VMUtils& vm, const DOMElement& root, kx::vm::Chain<KxVFNode>& vfs) {
+    const xercesc::DOMNodeList& devices = *root.getElementsByTagName(vm.hostdevTag);
+    const KxCardBus* const cards = vm.getCardsInfo();  // never released
+    const XMLSize_t count = devices.getLength();
+    for (XMLSize_t k = 0; k < count; ++k) {
+        const DOMElement* const device = kx::vm::element_at(devices, k);
+        if (device == nullptr || !is_pci_device(*device)) {
+            continue;
+        }
+        if (const DOMElement* address = kx::vm::first_below(*device, vm.addressTag)) {
+            take_address(vm, *address, cards, vfs);
+        }
+    }
+}
+
+void read_document(VMUtils& vm, const char* path, kx::vm::Chain<KxVFNode>& vfs) {
+    xercesc::DOMDocument* const document =
+        path == nullptr ? nullptr : kx::vm::parse(*vm.parser, path);
+    if (document == nullptr) {
+        std::puts("some thing went wrong in getting document node");
+        return;
+    }
+    const DOMElement* const root = document->getDocumentElement();
+    if (root == nullptr) {
+        throw std::runtime_error("empty XML document");
+    }
+    take_devices(vm, *root, vfs);
+    for (const KxVFNode* node = vfs.first(); node != nullptr; node = node->next) {
+        print_vf(node->vf);
+    }
+}
+
+int32_t length_of(const KxVFNode* node) {
+    int32_t length = 0;
+    for (; node != nullptr; node = node->next) {
+        ++length;
+    }
+    return length;
+}
+
+// The command that prints the addresses of the maker's functions whose device id begins so.
+std::string host_vf_command(const char* grep, const char* device_id) {
+    char vendor_id[5];
+    std::snprintf(vendor_id, sizeof vendor_id, "%04x", KESTRIX_PCI_VENDOR_ID & 0xFFFFU);
+    std::string command = "lspci -Dn| ";
+    command.append(grep).append(vendor_id).append(":").append(device_id);
+    return command.append("\" | cut -d ' ' -f1");
+}
+
+// The addresses of the host's VFs of both device families; nothing when lspci fails for both.
+std::optional<std::vector<std::string>> host_vf_addresses() {
+    const auto first_family = kx::vm::run(host_vf_command("grep  \"", "48"));
+    const auto second_family = kx::vm::run(host_vf_command("grep -i \"", "a007"));
+    if (!first_family && !second_family) {
+        return std::nullopt;
+    }
+    std::vector<std::string> addresses = kx::vm::tokens_of(first_family.value_or(""), "\n");
+    for (std::string& address : kx::vm::tokens_of(second_family.value_or(""), "\n")) {
+        addresses.push_back(std::move(address));
+    }
+    return addresses;
+}
+
+// lspci's numbers are read as decimal ones; a letter ends the reading, what lies behind is 0.
+int list_host_vfs(_VF*& vfs) {
+    const auto addresses = host_vf_addresses();
+    if (!addresses) {
+        return 1;
+    }
+    vfs = kx::vm::allocate_array<_VF>(addresses->size());
+    if (vfs == nullptr) {
+        log_failure("ListVFsForVM: No VFs found");
+        return -1;
+    }
+    _VF* vf = vfs;
+    for (const std::string& address : *addresses) {
+        std::sscanf(
+            address.c_str(), "%d:%d:%d.%d", &vf->pciDomain, &vf->bus, &vf->slot, &vf->function);
+        ++vf;
+    }
+    return static_cast<int>(addresses->size());
+}
+
+}  // namespace
+
+KxCardBus* VMUtils::getCardsInfo() {
+    const auto output = kx::vm::run(R"(lspci -D | grep "Kestrix" | cut -d" " -f1)");
+    kx::vm::Chain<KxCardBus> cards;
+    std::string pci_domain;
+    std::string bus;
+    // Four words a line: domain, bus, slot, function. Cards are told apart by the texts.
+    const std::vector<std::string> words = kx::vm::tokens_of(output.value_or(""), ":.\n");
+    for (std::size_t k = 0; k + 1 < words.size(); k += 4) {
+        if (words[k] == pci_domain && words[k + 1] == bus) {
+            continue;
+        }
+        pci_domain = words[k];
+        bus = words[k + 1];
+        if (KxCardBus* const card = cards.append()) {
+            card->pciDomain = std::atoi(pci_domain.c_str());
+            card->bus = std::atoi(bus.c_str());
+        }
+    }
+    return cards.first();
+}
+
+KxVFNode* VMUtils::getVFsFromDomainInfo(char* path) {
+    kx::vm::Chain<KxVFNode> vfs;
+    try {
+        read_document(*this, path, vfs);
+    } catch (const xercesc::XMLException& error) {
+        kx::vm::print_parse_error(error);
+    }
+    return vfs.first();
+}
+
+int VMUtils::listVFsForVM(virDomainPtr domain, _VF**& vfs) {
+    if (domain == nullptr) {
+        log_failure("ListVFsForVM: Invalid VMID");
+        return -1;
+    }
+    const char* const description = virDomainGetXMLDesc(domain, 0);  // never released
+    if (description == nullptr || vfs == nullptr) {
+        return -1;
+    }
+    kx::vm::write_domain_file(description);
+    std::string path = kx::vm::kDomainFile;
+    const KxVFNode* node = getVFsFromDomainInfo(path.data());  // never released
+    const int32_t count = length_of(node);
+    std::printf("The number of VFS %d", count);
+    std::fflush(stdout);
+    *vfs = kx::vm::allocate_array<_VF>(static_cast<std::size_t>(count));
+    if (*vfs == nullptr) {
+        return -1;
+    }
+    for (_VF* vf = *vfs; node != nullptr; node = node->next) {
+        *vf = node->vf;
+        print_vf(*vf++);
+    }
+    return 0;
+}
+
+int VMUtils::listVFsForVM(char* uuid, _VF** vfs) {
+    std::puts(uuid == nullptr ? "" : uuid);
+    virDomain* const domain =
+        uuid == nullptr ? nullptr : getDomainPtr(kx::vm::uuid_of_text(uuid).data());
+    return listVFsForVM(domain, vfs);
+}
+
+int VMUtils::listVFsForVM(int id, _VF** vfs) {
+    virConnectPtr connection = nullptr;
+    if (!kx::vm::connect(connection)) {
+        log_failure("ListVFsForVM: LibVirtConnection Failed");
+        return -1;
+    }
+    if (id != kHostId) {
+        return listVFsForVM(virDomainLookupByID(connection, id), vfs);
+    }
+    return vfs == nullptr ? -1 : list_host_vfs(*vfs);
+}

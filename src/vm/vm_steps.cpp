@@ -1,0 +1,43 @@
+#include "vm/vm_steps.hpp"
+
+#include <libvirt/libvirt.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace kx::vm {
+
+bool connect(virConnectPtr& connection) {
+    try {
+        connection = VMUtils::getConnection();
+        return true;
+    } catch (int) {
+        return false;
+    }
+}
+
+std::optional<std::string> run(const std::string& command) {
+    std::string output;
+    if (BridgeUtils::getControl()->getOutput(command, output) != 0) {
+        return std::nullopt;
+    }
+    return output;
+}
+
+Uuid uuid_of_text(const char* text) {
+    Uuid uuid{};
+    const std::size_t length = std::strlen(text);
+    for (std::size_t i = 0; i < uuid.size() && text[i] != '\0'; ++i) {
+        unsigned value = 0;
+        if (2 * i < length && std::sscanf(text + 2 * i, "%02x", &value) == 1) {
+            uuid[i] = static_cast<unsigned char>(value);
+        }
+    }
+    return uuid;
+}
+
+virDomainPtr domain_of_uuid(virConnectPtr connection, const char* text) {
+    return text == nullptr ? nullptr : virDomainLookupByUUID(connection, uuid_of_text(text).data());
+}
+
+}  // namespace kx::vm

@@ -1,0 +1,168 @@
+// A simulated adapter on the bench: the library's register accesses reach the model, each is
+// recorded, and the delays between polls are recorded instead of slept.
+//
+// The library calls readl, writel, writel_Q4 and usleep by their names; a test program that
+// includes this (once) has its own in front.
+#pragma once
+
+#include <kxlinhw/adapter.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <span>
+#include <vector>
+
+#include "models/register_window.hpp"
+#include "models/serial_flash.hpp"
+
+namespace bench {
+
+using kxsim::state::Family;
+
+struct Store {
+    uint32_t offset;
+    uint32_t value;
+    friend bool operator==(const Store&, const Store&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const Store& store) {
+        return out << std::hex << "{0x" << store.offset << ", 0x" << store.value << "}" << std::dec;
+    }
+};
+
+// Registers of the flash controllers.
+inline constexpr uint32_t kQ4Data = 0x193F8;
+inline constexpr uint32_t kQ4Operation = 0x193FC;
+inline constexpr uint32_t kQ3Data = 0x6D8;
+inline constexpr uint32_t kQ3Operation = 0x6DC;
+
+// The window of adapter 0 is open on it for as long as it lives.
+class Adapter {
+public:
+    static constexpr uint64_t kWindow = 0x7000000000;  // an address that nothing dereferences
+
+    explicit Adapter(Family family, uint8_t capacity_code = 22)
+        : content(capacity_code < 25 ? std::size_t{1} << capacity_code : 4096, 0xFF) {
+        hardware.family = family;
+        kxsim::models::fit_flash(hardware.flash, 0x20, 0x20, capacity_code);
+        mmapd_addr = kWindow;
+        mmapd_adapter = 0;
+        mmapd_len = family == Family::kQ3 ? 0x1000 : 0x20000;
+        current_ = this;
+    }
+    ~Adapter() {
+        current_ = nullptr;
+        mmapd_addr = 0;
+    }
+    Adapter(const Adapter&) = delete;
+    Adapter& operator=(const Adapter&) = delete;
+
+    static Adapter* current() { return current_; }
+
+    uint32_t load(uint64_t address) {
+        const auto offset = static_cast<uint32_t>(address - kWindow);
+        loads.push_back(offset);
+        return kxsim::models::load_register(hardware, content, offset);
+    }
+
+    void store(uint64_t address, uint32_t value) {
+        const auto offset = static_cast<uint32_t>(address - kWindow);
+        stores.push_back({offset, value});
+        kxsim::models::store_register(hardware, content, offset, value);
+    }
+
+    // The addresses that the stores so far gave to a flash command, in their order.
+    [[nodiscard]] std::vector<uint32_t> addresses(uint8_t command) const {
+        std::vector<uint32_t> found;
+        uint32_t data = 0;
+        bool selected = false;  // a transfer continues the command of the one before
+        for (const Store& store : stores) {
+            if (store.offset == kQ4Data || store.offset == kQ3Data) {
+                data = store.value;
+                continue;
+            }
+            const bool writes = (store.value & 1) != 0;
+            if (writes && !selected && (data & 0xFF) == command) {
+                found.push_back(__builtin_bswap32(data) & 0xFFFFFF);
+            }
+            selected = (store.value & 8) != 0;
+        }
+        return found;
+    }
+
+    // The sectors that the stores so far asked to erase.
+    [[nodiscard]] std::vector<uint32_t> erased_sectors() const {
+        std::vector<uint32_t> sectors = addresses(0xD8);
+        for (uint32_t& sector : sectors) {
+            sector >>= 16;
+        }
+        return sectors;
+    }
+
+    // The k-th transfer from here on never ends; what was wrong before is mended.
+    void stick_at(uint32_t transfer) {
+        mend();
+        hardware.faults.stuck_busy_at = transfer;
+    }
+
+    // The power is back, and all counts begin anew.
+    void mend() {
+        kxsim::models::restore_power(hardware);
+        hardware.faults = {};
+        hardware.controller.transfers = 0;
+        hardware.flash.programs = 0;
+        hardware.flash.erases = 0;
+        forget();
+    }
+
+    [[nodiscard]] std::size_t accesses() const { return loads.size() + stores.size(); }
+
+    void forget() {
+        loads.clear();
+        stores.clear();
+        sleeps.clear();
+    }
+
+    void fill(std::size_t address, std::span<const uint8_t> bytes) {
+        std::copy(
+            bytes.begin(), bytes.end(), content.begin() + static_cast<std::ptrdiff_t>(address));
+    }
+
+    [[nodiscard]] std::vector<uint8_t> bytes(std::size_t address, std::size_t size) const {
+        const auto start = content.begin() + static_cast<std::ptrdiff_t>(address);
+        return {start, start + static_cast<std::ptrdiff_t>(size)};
+    }
+
+    kxsim::state::AdapterHardware hardware{};
+    std::vector<uint8_t> content;
+    std::vector<uint32_t> loads;   // offsets
+    std::vector<Store> stores;     // in their order
+    std::vector<unsigned> sleeps;  // microseconds
+
+private:
+    static inline Adapter* current_ = nullptr;
+};
+
+}  // namespace bench
+
+extern "C" {
+
+KX_EXPORT uint32_t readl(uint64_t address) { return bench::Adapter::current()->load(address); }
+
+KX_EXPORT void writel(uint32_t value, uint64_t address) {
+    bench::Adapter::current()->store(address, value);
+}
+
+KX_EXPORT void writel_Q4(uint32_t value, uint64_t address) {
+    bench::Adapter::current()->store(address, value);
+}
+
+KX_EXPORT int usleep(useconds_t microseconds) {
+    if (bench::Adapter::current() != nullptr) {
+        bench::Adapter::current()->sleeps.push_back(microseconds);
+    }
+    return 0;
+}
+
+}  // extern "C"

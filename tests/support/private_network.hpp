@@ -1,0 +1,47 @@
+// A network and an /etc of the test's own, so that real interfaces and files can be changed. The
+// machine's are not touched.
+#pragma once
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "support/shell.hpp"
+
+namespace test {
+
+// Put this process and its children there. Why that is impossible, or an empty text.
+inline std::string enter_private_network() {
+    if (geteuid() != 0) {
+        return "only root can make a network of its own";
+    }
+    if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
+        return std::string("no network of its own: ") + std::strerror(errno);
+    }
+    char directory[] = "/tmp/kxetcXXXXXX";
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0 || mkdtemp(directory) == nullptr ||
+        mount("tmpfs", directory, "tmpfs", 0, nullptr) != 0 ||
+        mount(directory, "/etc", nullptr, MS_MOVE, nullptr) != 0) {
+        return std::string("no files of its own: ") + std::strerror(errno);
+    }
+    rmdir(directory);
+    return "";
+}
+
+// Run a command that must succeed; what it printed.
+inline std::string must(const std::string& command) {
+    const ShellResult result = shell(command + " 2>&1");
+    if (result.status != 0) {
+        std::fprintf(stderr, "%s\n%s", command.c_str(), result.output.c_str());
+        std::abort();
+    }
+    return result.output;
+}
+
+}  // namespace test

@@ -1,0 +1,47 @@
+// UUID texts as bytes, with the text's memory ending exactly behind its NUL.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "vm/vm_steps.hpp"
+
+namespace {
+
+// The bytes as digits, of a text whose block holds nothing else.
+std::string bytes_of(const std::string& text) {
+    const auto exact = std::make_unique<char[]>(text.size() + 1);
+    text.copy(exact.get(), text.size());
+    std::string digits;
+    for (const unsigned char byte : kx::vm::uuid_of_text(exact.get())) {
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%02x", byte);
+        digits += pair;
+    }
+    return digits;
+}
+
+TEST(UuidText, IsReadTwoDigitsAByte) {
+    EXPECT_EQ(bytes_of("0123456789abcdefFEDCBA9876543210"), "0123456789abcdeffedcba9876543210");
+}
+
+TEST(UuidText, OfEveryLengthIsReadInsideItsBounds) {
+    const std::string whole(40, 'a');
+    for (std::size_t length = 0; length <= whole.size(); ++length) {
+        // Byte i is asked for while character i stands, and found while character 2*i stands.
+        std::string expected;
+        for (std::size_t i = 0; i < 16; ++i) {
+            const bool pair = 2 * i + 1 < length;
+            const bool single = 2 * i < length;
+            expected += pair ? "aa" : single ? "0a" : "00";
+        }
+        EXPECT_EQ(bytes_of(whole.substr(0, length)), expected) << length;
+    }
+}
+
+TEST(UuidText, BlanksAndSignsAreWhatScanningMakesOfThem) {
+    EXPECT_EQ(bytes_of(" 1122"), "111202" + std::string(26, '0'));
+    EXPECT_EQ(bytes_of("-1+2"), "ff02" + std::string(28, '0'));
+}
+
+}  // namespace

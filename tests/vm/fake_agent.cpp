@@ -1,0 +1,41 @@
+// The agent's services, written down in the journal.
+#include <kxlinhw/host.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+#include "vm/fake_host.hpp"
+
+BridgeUtils* BridgeUtils::ctrl = nullptr;
+
+int BridgeUtils::getOutput(std::string command, std::string& output) {
+    test::FakeHost& host = test::host();
+    EXPECT_EQ(this, ctrl) << "the runner that getControl gives";
+    EXPECT_EQ(output, "");
+    host.journal.push_back("run " + command);
+    const test::Ran ran = host.run(command);
+    output = ran.output;
+    return ran.result;
+}
+
+void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, ...) {
+    std::va_list values;
+    va_start(values, format);
+    std::vector<char> text(100000);
+    std::vsnprintf(text.data(), text.size(), format, values);
+    va_end(values);
+    test::host().journal.push_back(
+        "log " + std::to_string(module) + " " + std::to_string(type) + " " + text.data());
+    test::host().formats.emplace_back(format);
+}
+
+ModName KxLogger::MapSVCToModName(int service) {
+    ADD_FAILURE() << "VMUtils names its module itself";
+    return static_cast<ModName>(service);
+}
+
+extern "C" int system(const char* command) {
+    test::host().journal.push_back(std::string("system ") + command);
+    return test::host().system_result;
+}

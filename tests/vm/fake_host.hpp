@@ -1,0 +1,107 @@
+// The world that the virtual-machine tests put around the library: a hypervisor with domains in it,
+// an agent's command runner and logger, and a journal in which all of them write what the library
+// does, in order.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kxlinhw/vmutils.h>
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace test {
+
+using Uuid = std::array<unsigned char, 16>;
+
+struct FakeDomain {
+    std::string name;
+    int id = -1;  // -1: defined, not running
+    Uuid uuid{};
+    std::string os_type = "hvm";
+    std::string live{};        // the description of flags 0
+    std::string inactive{};    // the description of flags 2
+    bool listed_only = false;  // its name is listed, but looking it up fails
+};
+
+struct Ran {
+    int result;
+    std::string output;
+};
+
+struct FakeHost {
+    // "virDomainLookupByID 3", "run COMMAND", "system COMMAND", "log 2 4 MESSAGE", ...
+    std::vector<std::string> journal;
+
+    std::deque<FakeDomain> domains;  // handles are the addresses of these
+    // What a libvirt function returns instead of its own answer. Functions that give a pointer give
+    // null, whatever the number.
+    std::map<std::string, int> results;
+    std::vector<std::string> defined;   // descriptions given to virDomainDefineXML
+    std::vector<std::string> attached;  // descriptions given to virDomainAttachDevice
+    std::vector<void*> given_texts;     // texts of virDomainGetXMLDesc, for the library to free
+    std::vector<void*> define_arguments;
+
+    std::function<Ran(const std::string& command)> run = [](const std::string&) {
+        return Ran{0, ""};
+    };
+    int system_result = 0;
+    std::vector<std::string> formats;  // of the log messages
+
+    int refuse_connection_from = 0;  // the n-th call of getConnection from now on, and all after
+    int connection_calls = 0;
+
+    bool fail_initialize = false;  // XMLPlatformUtils::Initialize throws, after its work
+    bool fail_parse = false;       // the DOM parser throws
+    bool note_texts = false;       // Xerces' texts, made and released, into the journal
+
+    FakeDomain& add(FakeDomain domain);
+    // Names of the calls in the journal, without their arguments, counted.
+    [[nodiscard]] std::map<std::string, int> counts() const;
+    [[nodiscard]] std::vector<std::string> logged() const;    // messages of module 2, type 4
+    [[nodiscard]] std::vector<std::string> commands() const;  // of the command runner
+    [[nodiscard]] int texts_released() const;
+};
+
+// The one host, remade for each test.
+FakeHost& host();
+
+virDomainPtr handle(FakeDomain& domain);
+
+// "uuid" as the operations take it: 32 digits without hyphens.
+std::string digits(const Uuid& uuid);
+Uuid numbered_uuid(int k);
+
+// What a call prints on standard output.
+std::string printed(const std::function<void()>& call);
+
+// A directory of its own as the working directory, and the host as new. The library's connection
+// is open; opening it is not in the journal.
+class VmTest : public testing::Test {
+protected:
+    VmTest();
+    ~VmTest() override;
+
+    // One object for the program: the class leaves its parser behind.
+    static VMUtils& vm();
+
+    // The content of domain.xml; "(none)" without one.
+    static std::string domain_file();
+    static void write_domain_file(const std::string& content);
+
+private:
+    std::string previous_directory_;
+    std::string directory_;
+};
+
+// Run a body in a child process that has never opened the connection; its failures are ours.
+// Returns what it printed. With `leave_unflushed`, what it did not flush itself is lost.
+std::string in_fresh_process(const std::function<void()>& body, bool leave_unflushed = false);
+
+}  // namespace test
