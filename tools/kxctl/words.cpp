@@ -50,7 +50,7 @@ std::uint32_t port_instance(const Arguments& arguments) {
     const std::string word = arguments.get("PORT");
     const auto instance = parse<std::uint32_t>(word);
     if (!instance || *instance == 0) {
-        throw Failure(ExitCode::kUsage, fmt::format("{} is no port number", word));
+        refuse(fmt::format("{} is no port number", word));
     }
     return *instance;
 }
