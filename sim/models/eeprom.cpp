@@ -4,7 +4,7 @@
 namespace kxsim::models {
 namespace {
 
-constexpr std::uint8_t kErased = 0xFF;
+constexpr std::uint8_t kErasedByte = 0xFF;
 
 }  // namespace
 
@@ -12,7 +12,7 @@ std::uint32_t read_eeprom(std::span<const std::uint8_t> content, std::uint32_t a
     const std::size_t start = address & kEepromAddresses;
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < sizeof value; ++i) {
-        const std::uint32_t byte = start + i < content.size() ? content[start + i] : kErased;
+        const std::uint32_t byte = start + i < content.size() ? content[start + i] : kErasedByte;
         value |= byte << (8 * i);
     }
     return value;

@@ -8,7 +8,7 @@
 namespace kxsim::models {
 namespace {
 
-constexpr std::uint32_t kAbsent = 0xFFFFFFFF;
+constexpr std::uint32_t kUnpowered = 0xFFFFFFFF;
 
 struct FlashRegisters {
     std::uint32_t data;
@@ -26,7 +26,7 @@ std::uint32_t load_register(
     state::AdapterHardware& hardware, std::span<std::uint8_t> flash, std::uint32_t offset) {
     ++hardware.loads;
     if (hardware.unpowered != 0) {
-        return kAbsent;
+        return kUnpowered;
     }
     const FlashRegisters registers = registers_of(hardware.family);
     FlashController controller(hardware, flash);

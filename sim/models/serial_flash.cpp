@@ -11,7 +11,7 @@
 namespace kxsim::models {
 namespace {
 
-enum Command : std::uint8_t {
+enum FlashCommand : std::uint8_t {
     kNone = 0x00,
     kPageProgram = 0x02,
     kReadStatus = 0x05,
@@ -23,7 +23,7 @@ enum Command : std::uint8_t {
 
 constexpr std::uint8_t kWriteInProgress = 0x01;
 constexpr std::uint8_t kWriteEnabled = 0x02;
-constexpr std::uint8_t kErased = 0xFF;
+constexpr std::uint8_t kErasedFlash = 0xFF;
 constexpr std::uint8_t kFloating = 0xFF;  // what the data line reads when nothing drives it
 
 constexpr std::uint32_t kHeader = 4;                // command and address
@@ -55,7 +55,7 @@ void SerialFlash::begin(std::uint8_t command) {
     const bool ignored = latches_.busy_polls > 0 && command != kReadStatus;
     latches_.command = ignored ? std::uint8_t{kNone} : command;
     latches_.address = 0;
-    std::memset(latches_.page, kErased, sizeof latches_.page);
+    std::memset(latches_.page, kErasedFlash, sizeof latches_.page);
 }
 
 std::uint8_t SerialFlash::answer(std::uint8_t in, std::uint32_t position) {
@@ -91,7 +91,7 @@ std::uint8_t SerialFlash::status() {
 }
 
 std::uint8_t SerialFlash::next_byte() {
-    return content_.empty() ? kErased : content_[latches_.address++ % content_.size()];
+    return content_.empty() ? kErasedFlash : content_[latches_.address++ % content_.size()];
 }
 
 void SerialFlash::take_page_byte(std::uint8_t in) {
@@ -136,7 +136,7 @@ void SerialFlash::erase() {
         const std::size_t sector = chip_.sector_size == 0 ? kSmallSector : chip_.sector_size;
         const std::size_t start = latches_.address % content_.size() / sector * sector;
         const std::size_t rest = content_.size() - start;
-        std::memset(content_.data() + start, kErased, sector < rest ? sector : rest);
+        std::memset(content_.data() + start, kErasedFlash, sector < rest ? sector : rest);
     }
     start_write(chip_.erase_polls);
 }

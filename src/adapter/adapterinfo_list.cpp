@@ -15,7 +15,7 @@
 namespace kx::adapter {
 namespace {
 
-FreedList<AdapterInfoRecord> freed;
+FreedList<AdapterInfoRecord> freed_info;
 
 // The field of a record that a keyword's value goes to.
 struct ValueField {
@@ -78,7 +78,7 @@ void read_adapter(AdapterInfoRecord& record, int32_t& status) {
 
 }  // namespace
 
-void drop_adapterinfo_list() { freed.drop(g_KestrixAdapterInfo, adapterinfo_list_free); }
+void drop_adapterinfo_list() { freed_info.drop(g_KestrixAdapterInfo, adapterinfo_list_free); }
 
 }  // namespace kx::adapter
 
@@ -87,7 +87,7 @@ extern "C" {
 AdapterInfoRecord* g_KestrixAdapterInfo = nullptr;
 
 uint32_t adapterinfo_list_free(AdapterInfoRecord* first) {
-    kx::adapter::freed.free(first);
+    kx::adapter::freed_info.free(first);
     return KX_SUCCESS;
 }
 

@@ -22,7 +22,7 @@ constexpr int kWordsInLine = 8;
 
 constexpr std::size_t kVersionOffset = 16;
 constexpr uint8_t kRomSignature[] = {0x55, 0xAA};
-constexpr uint8_t kErased = 0xFF;
+constexpr uint8_t kErasedByte = 0xFF;
 
 constexpr uint32_t kBootVersion = 0x00060002;
 
@@ -51,7 +51,7 @@ void print_words(std::span<const uint32_t> words) {
 // Pages are programmed whole; what the image leaves of its last one stays erased.
 int32_t write_page(uint8_t adapter, uint32_t address, std::span<const uint8_t> rest) {
     std::array<uint8_t, KX_FLASH_PAGE> page;
-    page.fill(kErased);
+    page.fill(kErasedByte);
     std::copy_n(rest.begin(), std::min(rest.size(), page.size()), page.begin());
     const int32_t status = q4_write_flash(adapter, address, KX_FLASH_PAGE, page.data(), 0);
     if (status != 0) {

@@ -15,13 +15,13 @@
 namespace kx::adapter {
 namespace {
 
-constexpr uint32_t kRomStart = 0;
+constexpr uint32_t kBootRomStart = 0;
 constexpr int kLastRomSector = 2;
 constexpr uint32_t kSettingsStart = 0x30000;
 constexpr int kSettingsSector = 3;
 
-constexpr char kSettingsSignature[] = "CIB";
-constexpr uint8_t kRomSignature[] = {0x55, 0xAA};
+constexpr char kSettingsMark[] = "CIB";
+constexpr uint8_t kRomHeadMark[] = {0x55, 0xAA};
 
 int32_t write_pages(uint8_t adapter, uint32_t start, std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
@@ -38,7 +38,7 @@ int32_t write_pages(uint8_t adapter, uint32_t start, std::span<const uint8_t> by
 }
 
 void put_right(Q3Settings& settings) {
-    std::memcpy(settings.signature, kSettingsSignature, sizeof settings.signature);
+    std::memcpy(settings.signature, kSettingsMark, sizeof settings.signature);
     settings.byte4 = settings.byte4 == 0 ? uint8_t{1} : settings.byte4;
     settings.length = KX_Q3_SETTINGS_SIZE;
 }
@@ -48,7 +48,7 @@ bool is_boot_image(std::span<const uint8_t> image) {
         std::fputs("ERROR: Boot image has wrong size, probably corrupted!\n", stderr);
         return false;
     }
-    if (std::memcmp(image.data(), kRomSignature, sizeof kRomSignature) != 0) {
+    if (std::memcmp(image.data(), kRomHeadMark, sizeof kRomHeadMark) != 0) {
         std::fputs("ERROR: Boot image missing signature, probably corrupted!\n", stderr);
         return false;
     }
@@ -58,7 +58,7 @@ bool is_boot_image(std::span<const uint8_t> image) {
 int32_t write_boot_image(uint8_t adapter, std::span<const uint8_t> image) {
     const auto last_sector = static_cast<int>((image.size() - 1) >> 16);
     const int32_t status = q3_flash_erase_sectors(adapter, 0, last_sector);
-    return status == 0 ? write_pages(adapter, kRomStart, image) : status;
+    return status == 0 ? write_pages(adapter, kBootRomStart, image) : status;
 }
 
 }  // namespace

@@ -13,11 +13,11 @@
 namespace kx::adapter {
 namespace {
 
-constexpr uint32_t kSettingsStart = 0x30000;
+constexpr uint32_t kSettingsAddress = 0x30000;
 constexpr uint32_t kHeadWords = 128;
 constexpr std::size_t kHeadSize = kHeadWords * sizeof(uint32_t);
 
-constexpr std::string_view kRomSignature = "\x55\xAA";
+constexpr std::string_view kRomMark = "\x55\xAA";
 constexpr std::string_view kDmMark = "$DM$";
 constexpr std::string_view kPxeMark = "PXE-2.0";
 constexpr std::string_view kBiosMark = "BIOS";
@@ -27,20 +27,20 @@ constexpr std::size_t kVersionText = 8;
 constexpr std::size_t kVersionTextBehindBios = 14;
 
 // The option ROM's first bytes, with as many zeros behind them as any reader may run past.
-struct RomHead {
+struct Q3RomHead {
     alignas(uint32_t) std::array<char, kHeadSize + KX_Q3_OPTION_ROM_SIZE + 1> bytes{};
 
     [[nodiscard]] std::string_view text() const { return {bytes.data(), kHeadSize}; }
 };
 
-int32_t read_head(uint8_t adapter, RomHead& head) {
+int32_t read_head(uint8_t adapter, Q3RomHead& head) {
     const int32_t status =
         q3_read_flash(adapter, 0, kHeadWords, reinterpret_cast<uint32_t*>(head.bytes.data()));
     if (status != 0) {
         std::fputs("ERROR: Could not read data at start of Option ROM!\n", stderr);
         return status;
     }
-    if (!head.text().starts_with(kRomSignature)) {
+    if (!head.text().starts_with(kRomMark)) {
         std::fputs("ERROR: Could not find valid Option ROM!\n", stderr);
         return KX_FLASH_INVALID;
     }
@@ -65,7 +65,7 @@ VersionTokens split_version(char* text) {
 }
 
 // The place of the version text, or null.
-char* find_version_text(RomHead& head) {
+char* find_version_text(Q3RomHead& head) {
     const std::size_t mark = head.text().find(kPxeMark);
     if (mark == std::string_view::npos) {
         return nullptr;
@@ -81,7 +81,7 @@ unsigned number(const char* token) {
     return static_cast<unsigned>(std::strtol(token, nullptr, 10));
 }
 
-int32_t read_pxe_version(RomHead& head, Q3OptionRomVersion& version) {
+int32_t read_pxe_version(Q3RomHead& head, Q3OptionRomVersion& version) {
     char* const text = find_version_text(head);
     const VersionTokens tokens = text == nullptr ? VersionTokens{} : split_version(text);
     if (tokens.build == nullptr) {
@@ -103,7 +103,7 @@ extern "C" {
 int32_t q3_read_settings(uint8_t adapter, void* out) {
     constexpr uint32_t kWords = KX_Q3_SETTINGS_SIZE / sizeof(uint32_t);
     const int32_t status =
-        q3_read_flash(adapter, kx::adapter::kSettingsStart, kWords, static_cast<uint32_t*>(out));
+        q3_read_flash(adapter, kx::adapter::kSettingsAddress, kWords, static_cast<uint32_t*>(out));
     if (status != 0) {
         std::fputs("ERROR: Could not read settings data!\n", stderr);
         return KX_FLASH_INVALID;
@@ -116,7 +116,7 @@ int32_t q3_get_dm_signature(uint8_t adapter, void* out) {
         return KX_FLASH_INVALID;
     }
     std::memset(out, 0, KX_Q3_OPTION_ROM_SIZE);
-    kx::adapter::RomHead head;
+    kx::adapter::Q3RomHead head;
     if (const int32_t status = kx::adapter::read_head(adapter, head); status != 0) {
         return status;
     }
@@ -134,7 +134,7 @@ int32_t get_pxe_oprom_version(uint8_t adapter, void* out) {
         return KX_FLASH_INVALID;
     }
     std::memset(out, 0, KX_Q3_OPTION_ROM_SIZE);
-    kx::adapter::RomHead head;
+    kx::adapter::Q3RomHead head;
     if (const int32_t status = kx::adapter::read_head(adapter, head); status != 0) {
         return status;
     }

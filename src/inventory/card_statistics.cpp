@@ -17,7 +17,7 @@ namespace {
 constexpr char kQ3Directory[] = "/proc/net/zfab3/";
 constexpr char kQ4Directory[] = "/proc/driver/zfab4/";
 
-constexpr std::size_t kLongestLine = 119;
+constexpr std::size_t kLongestCounterLine = 119;
 constexpr int kLastLine = 25;  // lines of either file that are looked at
 constexpr int kQ3LinesOfGroup1 = 13;
 constexpr int kQ4Headings = 1;
@@ -26,13 +26,13 @@ constexpr uint32_t kQ4Failure = 0xFFFFFFFF;
 
 // The lines of a counter file that count, or nothing when it cannot be opened.
 std::optional<std::string> read_counter_file(const std::string& path) {
-    return kx::read_file(path.c_str(), kLastLine * kLongestLine);
+    return kx::read_file(path.c_str(), kLastLine * kLongestCounterLine);
 }
 
 // "Name: value". What does not parse leaves the entry's name cut or empty, or its value 0.
 void parse_counter(const std::string& line, StatEntry& entry) {
-    char name[kLongestLine + 1] = "";
-    static_assert(kLongestLine == 119, "the width of the name in the format");
+    char name[kLongestCounterLine + 1] = "";
+    static_assert(kLongestCounterLine == 119, "the width of the name in the format");
     unsigned long value = 0;
     std::sscanf(line.c_str(), "%119[a-zA-Z]: %lu", name, &value);
     kx::copy_text(entry.name, name);
@@ -43,7 +43,7 @@ void parse_counter(const std::string& line, StatEntry& entry) {
 template <class Store>
 bool write_counters(
     const std::string& content, int headings, kx::inventory::StatChain& chain, Store store) {
-    kx::Pieces lines(content, kLongestLine);
+    kx::Pieces lines(content, kLongestCounterLine);
     for (int number = 1; number <= kLastLine; ++number) {
         const auto line = lines.next();
         if (!line) {

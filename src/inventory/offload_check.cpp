@@ -12,7 +12,7 @@ namespace kx::inventory {
 namespace {
 
 constexpr char kOffloadDevices[] = "/proc/net/zfab3/devices";
-constexpr std::size_t kLongestLine = 1023;
+constexpr std::size_t kLongestDeviceLine = 1023;
 
 // The text is two bytes longer than its field; it runs into the PCI class, as agents know it.
 void mark_offload_card(CardInfo& card) {
@@ -44,7 +44,7 @@ void OffloadDevices::decide(CardInfo& card, const char* port_name) const {
     if (exists_ && !content_) {
         return;  // a list that cannot be opened leaves the text empty, which counts as offload
     }
-    Pieces lines(content_ ? std::string_view(*content_) : std::string_view(), kLongestLine);
+    Pieces lines(content_ ? std::string_view(*content_) : std::string_view(), kLongestDeviceLine);
     static_cast<void>(lines.next());  // headings
     while (const auto line = lines.next()) {
         const std::string_view text = c_text(*line);

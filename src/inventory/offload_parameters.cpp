@@ -14,7 +14,7 @@
 namespace {
 
 constexpr char kOffloadDevices[] = "/proc/net/offload/devices";
-constexpr std::size_t kLongestLine = 255;
+constexpr std::size_t kLongestParameterLine = 255;
 constexpr std::size_t kLongestValue = 16;  // characters read of a control file
 constexpr uint8_t kNoControlFiles = 2;
 constexpr int kDeviceWithoutPort = 0;
@@ -42,7 +42,7 @@ uint32_t getTOEDeviceIndex(const char* interface_name, int* index_out) try {
     if (!list) {
         return KX_UNKNOWN_ERROR;
     }
-    kx::Pieces lines(*list, kLongestLine);
+    kx::Pieces lines(*list, kLongestParameterLine);
     while (const auto line = lines.next()) {
         const std::string text(kx::c_text(*line));
         if (text.find(interface_name) != text.npos) {

@@ -18,7 +18,7 @@ namespace kx::inventory {
 namespace {
 
 constexpr char kInterfaceDirectory[] = "/sys/class/net";
-constexpr uint8_t kDiscovered = 2;
+constexpr uint8_t kPortDiscovered = 2;
 constexpr uint8_t kUnnumbered = 255;      // an interface that is not named "eth" and a number
 constexpr std::size_t kDomainPrefix = 5;  // "0000:" before the bus in a driver's bus text
 constexpr std::size_t kLocationWidth = sizeof(CardInfo::pci_bus_location);
@@ -97,7 +97,7 @@ Block<PortInfo> make_port(const char* interface_name) {
     Block<PortInfo> port = allocate_record<PortInfo>();
     if (port) {
         copy_text(port->interface_name, interface_name);
-        port->settings.state = kDiscovered;
+        port->settings.state = kPortDiscovered;
         // The number fills the record's first four bytes; its low byte orders the ports.
         unsigned number = 0;
         if (std::sscanf(interface_name, "eth%u", &number) == 1) {

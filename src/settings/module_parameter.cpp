@@ -21,7 +21,6 @@
 namespace kx::settings {
 namespace {
 
-constexpr char kEthernetDriver[] = "zfab4";
 constexpr char kTxCoal[] = "tx_coal";
 constexpr int kFileService = 4;
 constexpr std::size_t kLineSize = 256;

@@ -5,6 +5,9 @@
 
 namespace kx::settings {
 
+// The driver of Q4 and Q5 ports, whose module parameters are the card's.
+inline constexpr char kEthernetDriver[] = "zfab4";
+
 // Have the shell write a value. A refusal goes unnoticed.
 void write_module_parameter(const char* module, const char* parameter, int value);
 

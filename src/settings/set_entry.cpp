@@ -10,6 +10,7 @@
 #include <new>
 
 #include "settings/detail_text.hpp"
+#include "settings/module_parameter.hpp"
 #include "settings/offload_settings.hpp"
 #include "support/handle.hpp"
 #include "support/text.hpp"
@@ -31,8 +32,6 @@ struct Group {
     uint32_t bits;
     int (*apply)(const char* interface_name, PortSettings* settings, uint32_t mask);
 };
-
-constexpr char kEthernetDriver[] = "zfab4";
 
 // Behind the MTU, in the order in which they run.
 constexpr Group kGroups[] = {

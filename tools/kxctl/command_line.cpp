@@ -124,10 +124,6 @@ private:
     std::map<const CLI::App*, const Command*> leaves_;
 };
 
-[[noreturn]] void refuse(const std::string& text) {
-    throw Failure(ExitCode::kUsage, text + " (see --help)");
-}
-
 // "list, set, show"
 std::string verbs_of(std::string_view noun) {
     std::vector<std::string> verbs;
@@ -156,15 +152,16 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
 
 [[noreturn]] void refuse_word(const Invocation& invocation, const std::string& word) {
     if (invocation.command != nullptr) {
-        refuse(fmt::format("{} does not take {}", invocation.command->name(), word));
+        refuse_usage(fmt::format("{} does not take {}", invocation.command->name(), word));
     }
     if (word.starts_with('-')) {
-        refuse(fmt::format("Unknown option {}", word));
+        refuse_usage(fmt::format("Unknown option {}", word));
     }
     if (invocation.noun.empty()) {
-        refuse(fmt::format("Unknown command {}", word));
+        refuse_usage(fmt::format("Unknown command {}", word));
     }
-    refuse(fmt::format("{} knows {}, not {}", invocation.noun, verbs_of(invocation.noun), word));
+    refuse_usage(
+        fmt::format("{} knows {}, not {}", invocation.noun, verbs_of(invocation.noun), word));
 }
 
 }  // namespace
@@ -186,16 +183,17 @@ Invocation parse(const std::vector<std::string>& words) {
         refuse_word(invocation, extras[0]);
     }
     if (!complaint.empty()) {
-        refuse(
+        refuse_usage(
             invocation.command == nullptr
                 ? complaint
                 : fmt::format("{}: {}", invocation.command->name(), complaint));
     }
     if (invocation.wish == Wish::kRun && invocation.noun.empty()) {
-        refuse("No command given");
+        refuse_usage("No command given");
     }
     if (invocation.wish == Wish::kRun && invocation.command == nullptr) {
-        refuse(fmt::format("{} needs a verb: {}", invocation.noun, verbs_of(invocation.noun)));
+        refuse_usage(
+            fmt::format("{} needs a verb: {}", invocation.noun, verbs_of(invocation.noun)));
     }
     return invocation;
 }

@@ -53,6 +53,10 @@ std::string Failure::line() const {
     return line;
 }
 
+void refuse_usage(const std::string& text) {
+    throw Failure(ExitCode::kUsage, text + " (see --help)");
+}
+
 void check(std::uint32_t status) {
     if (status != KX_SUCCESS) {
         throw Failure::of_status(status);

@@ -32,6 +32,9 @@ private:
     std::vector<std::string> detail_;
 };
 
+// Throw the failure of a command line that cannot be meant; it points to the help.
+[[noreturn]] void refuse_usage(const std::string& text);
+
 // Throw the failure of a status that is not success.
 void check(std::uint32_t status);
 

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kWidth = 80;
 constexpr std::size_t kIndent = 2;
-constexpr std::size_t kGap = 2;
+constexpr std::size_t kColumnGap = 2;
 constexpr std::size_t kWidestTerm = 30;  // a longer one has its explanation on the next line
 
 constexpr const char* kProgramExamples[] = {
@@ -54,7 +54,7 @@ std::string section(const char* title, const std::vector<Entry>& entries) {
             width = std::max(width, entry.term.size());
         }
     }
-    const std::size_t column = kIndent + width + kGap;
+    const std::size_t column = kIndent + width + kColumnGap;
     std::string out = entries.empty() ? "" : fmt::format("\n{}:\n", title);
     for (const Entry& entry : entries) {
         out += fmt::format("{:{}}{}", "", kIndent, entry.term);

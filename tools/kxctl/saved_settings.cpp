@@ -15,7 +15,7 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(0, text.find_last_not_of(kBlanks) + 1);
 }
 
-std::optional<std::int64_t> number_of(std::string_view text) {
+std::optional<std::int64_t> saved_number(std::string_view text) {
     std::int64_t value = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, value);
@@ -48,7 +48,7 @@ const char* parse_line(std::string_view line, Assignment& assignment) {
     if (!is_interface_name(name.substr(0, dot))) {
         return "no interface's name";
     }
-    const auto value = number_of(trimmed(line.substr(equals + 1)));
+    const auto value = saved_number(trimmed(line.substr(equals + 1)));
     if (!value) {
         return "no number behind the \"=\"";
     }

@@ -31,7 +31,7 @@ std::optional<std::int64_t> number_of(std::string_view text) {
 const Setting& find(std::span<const Setting> settings, const std::string& key) {
     const auto found = std::ranges::find(settings, std::string_view(key), &Setting::key);
     if (found == settings.end()) {
-        throw Failure(ExitCode::kUsage, fmt::format("Unknown setting {} (see --help)", key));
+        refuse_usage(fmt::format("Unknown setting {}", key));
     }
     return *found;
 }

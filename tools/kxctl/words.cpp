@@ -21,14 +21,10 @@ std::optional<Number> parse(const std::string& word) {
     return error == std::errc() && rest == end ? std::optional(number) : std::nullopt;
 }
 
-[[noreturn]] void refuse(const std::string& text) {
-    throw Failure(ExitCode::kUsage, text + " (see --help)");
-}
-
 std::chrono::nanoseconds parse_interval(const std::string& word) {
     const auto seconds = parse<double>(word);
     if (!seconds || !(*seconds >= kShortestInterval && *seconds <= kLongestInterval)) {
-        refuse(fmt::format(
+        refuse_usage(fmt::format(
             "--watch {}: expected a number of seconds from {} to {}", word, kShortestInterval,
             kLongestInterval));
     }
@@ -39,7 +35,7 @@ std::chrono::nanoseconds parse_interval(const std::string& word) {
 std::uint64_t parse_count(const std::string& word) {
     const auto count = parse<std::uint64_t>(word);
     if (!count || *count == 0) {
-        refuse(fmt::format("--count {}: expected a number from 1 on", word));
+        refuse_usage(fmt::format("--count {}: expected a number from 1 on", word));
     }
     return *count;
 }
@@ -50,7 +46,7 @@ std::uint32_t port_instance(const Arguments& arguments) {
     const std::string word = arguments.get("PORT");
     const auto instance = parse<std::uint32_t>(word);
     if (!instance || *instance == 0) {
-        refuse(fmt::format("{} is no port number", word));
+        refuse_usage(fmt::format("{} is no port number", word));
     }
     return *instance;
 }
@@ -58,7 +54,7 @@ std::uint32_t port_instance(const Arguments& arguments) {
 std::optional<Watch> watch_wish(const Arguments& arguments) {
     if (!arguments.has("--watch")) {
         if (arguments.has("--count")) {
-            refuse("--count: expected --watch beside it");
+            refuse_usage("--count: expected --watch beside it");
         }
         return std::nullopt;
     }
