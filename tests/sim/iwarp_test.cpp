@@ -13,6 +13,8 @@
 #include <tuple>
 #include <vector>
 
+#include "support/iwarp_files.hpp"
+
 namespace {
 
 std::vector<std::string> commands;  // that were run through the shell
@@ -101,8 +103,8 @@ bool settable(const Row& row, std::string_view module) {
 bool readable(const Row& row, std::string_view module) {
     return module == "iw_zfab3" ? row.set_zfab3 : row.read_zfab4;
 }
-std::string file_of(std::string_view module, const char* name) {
-    return "/sys/module/" + std::string(module) + "/parameters/" + name;
+std::string file_of(std::string_view module, std::string_view name) {
+    return "/sys/module/" + std::string(module) + "/parameters/" + std::string(name);
 }
 
 class Iwarp : public testing::Test {
@@ -320,42 +322,12 @@ TEST_F(Iwarp, ReadingFillsWhatAModuleHasAndLeavesTheRest) {
 }
 
 TEST_F(Iwarp, FilesAreReadInTheirOrder) {
-    const std::vector<std::vector<const char*>> orders = {
-        {"peer2peer", "ep_timeout_secs", "mpa_rev", "markers_enabled", "crc_enabled", "rcv_win",
-         "snd_win", "nocong", "cong_flavor"},
-        {"allow_nonroot_rawqps",
-         "z4iw_debug",
-         "z4iw_max_read_depth",
-         "crc_enabled",
-         "dack_mode",
-         "db_delay_usecs",
-         "db_fc_drain_thresh",
-         "db_fc_resume_delay",
-         "db_fc_resume_size",
-         "enable_ecn",
-         "enable_tcp_sack",
-         "enable_tcp_timestamps",
-         "enable_tcp_window_scaling",
-         "ep_timeout_secs",
-         "fastreg_support",
-         "inline_threshold",
-         "map_udb_as_wc",
-         "max_fr_immd",
-         "mpa_rev",
-         "nocong",
-         "ocqp_support",
-         "p2p_type",
-         "peer2peer",
-         "rcv_win",
-         "relaxed_ird_negotiation",
-         "relaxed_ordering",
-         "snd_win",
-         "q5_en_wc",
-         "use_dsgl"}};
+    const std::vector<std::vector<std::string>> orders = {
+        test::kZfab3IwarpFiles, test::kZfab4IwarpFiles};
     for (std::size_t k = 0; k < 2; ++k) {
         start(kModules[k]);
         std::vector<std::string> expected;
-        for (const char* name : orders[k]) {
+        for (const std::string& name : orders[k]) {
             expected.push_back(file_of(kModules[k], name));
         }
         const kxsim::Calls calls = host_.count([&] { get(); });
