@@ -577,6 +577,25 @@ TEST_F(Flash, ConfigWriteOfQ3PutsTheHeaderRight) {
         std::string("CIB\0\1\xBC\1", 7) + std::string(441, 'd') + '\xFF');
 }
 
+// --- a simulated session ---
+
+TEST_F(Flash, SimulatedFlashOutlivesItsSession) {
+    const std::string scenario = file(
+        "card.toml",
+        "[[adapter]]\nchip = \"Q5\"\nlocation = \"03:00.4\"\n"
+        "[adapter.flash]\nfile = \"flash.bin\"\n");
+    const std::string image = make_image(5000);
+    const std::string rom = file("rom", image);
+    const auto command = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"--sim", scenario, "flash"});
+        return test::run(std::move(words));
+    };
+    EXPECT_EQ(command({"write-boot", kQ5, rom, "--yes", "--no-backup"}).exit, 0);
+    EXPECT_EQ(content("flash.bin").substr(0, image.size()), image);
+    EXPECT_EQ(command({"dump", kQ5, path("boot"), "--region", "boot"}).exit, 0);
+    EXPECT_EQ(content("boot").substr(0, image.size()), image);
+}
+
 // --- large sectors ---
 
 class LargeSectors : public Flash {

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -41,12 +40,16 @@ ExitCode code_of(int reason) {
     throw Failure(code_of(reason), fmt::format("{}: {}", path, std::strerror(reason)));
 }
 
-// The bytes are safe only with the name under which they are found.
+// The bytes are safe only with the name under which they are found. Some file systems have nothing
+// to flush there. 0, or the errno of what failed.
 int flush_directory_of(const std::string& path) {
     const std::filesystem::path parent = std::filesystem::path(path).parent_path();
     const Descriptor directory(
         open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory && fsync(directory.get()) == 0 ? 0 : errno;
+    if (!directory) {
+        return errno;
+    }
+    return fsync(directory.get()) == 0 || errno == EINVAL ? 0 : errno;
 }
 
 // 0, or the errno of what failed.
