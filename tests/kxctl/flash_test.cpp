@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -108,6 +109,16 @@ protected:
     kxsim::Host host_;
 };
 
+// The two families write in different orders and with different checks.
+class EachFamily : public Flash, public testing::WithParamInterface<const char*> {
+protected:
+    std::string location_ = GetParam();
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Locations, EachFamily, testing::Values(kQ5, kQ4, kQ3),
+    [](const auto& row) { return "Bus" + std::string(row.param).substr(0, 2); });
+
 // --- info ---
 
 TEST_F(Flash, InfoTellsWhatTheFlashTells) {
@@ -211,6 +222,15 @@ TEST_F(Flash, BusyControllerHasItsExitCode) {
     EXPECT_EQ(result.err, "kxctl: 03:00.4: identifying the flash: the flash controller is busy\n");
 }
 
+TEST_P(EachFamily, WindowThatIsRefusedIsAMatterOfPermission) {
+    host_.fail({.call = "open", .times = 0, .error = EPERM, .object = "/dev/mem"});
+    const std::string line = location_ + ": /dev/mem: Operation not permitted";
+    expect_refusal({"info", location_}, 13, line);
+    expect_refusal({"erase-boot", location_, "--yes", "--no-backup"}, 13, line);
+    expect_refusal({"dump", location_, path("new")}, 13, line);
+    EXPECT_EQ(files(), 0U);
+}
+
 // --- dump ---
 
 TEST_F(Flash, DumpHoldsTheFlashByteForByte) {
@@ -262,16 +282,6 @@ TEST_F(Flash, DumpThatFailsLeavesNoFile) {
 }
 
 // --- write-boot ---
-
-// The two families write in different orders and with different checks.
-class EachFamily : public Flash, public testing::WithParamInterface<const char*> {
-protected:
-    std::string location_ = GetParam();
-};
-
-INSTANTIATE_TEST_SUITE_P(
-    Locations, EachFamily, testing::Values(kQ5, kQ4, kQ3),
-    [](const auto& row) { return "Bus" + std::string(row.param).substr(0, 2); });
 
 TEST_P(EachFamily, WriteBootReplacesTheRomAndSavesTheOldOne) {
     const std::string before = whole(location_);

@@ -5,9 +5,9 @@
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/q3_boot.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -61,14 +61,15 @@ constexpr StatusRow kStatuses[] = {
     {KX_Q3_BAD_IMAGE, ExitCode::kUsage, "the image has a wrong size or no signature"},
 };
 
-// Why a window cannot be opened stands only in a message of the library.
-[[noreturn]] void fail_to_connect(const std::string& location) {
-    if (memfd < 0 && access("/dev/mem", R_OK | W_OK) != 0) {
+// Why a window cannot be opened stands in a message of the library only, but for /dev/mem.
+[[noreturn]] void fail_to_connect(const std::string& location, int reason) {
+    if (memfd >= 0) {
         throw Failure(
-            errno == ENOENT ? ExitCode::kFailed : ExitCode::kNoPermission,
-            fmt::format("{}: /dev/mem: {}", location, std::strerror(errno)));
+            ExitCode::kFailed, fmt::format("{}: its registers cannot be mapped", location));
     }
-    throw Failure(ExitCode::kFailed, fmt::format("{}: its registers cannot be mapped", location));
+    throw Failure(
+        reason == EACCES || reason == EPERM ? ExitCode::kNoPermission : ExitCode::kFailed,
+        fmt::format("{}: /dev/mem: {}", location, std::strerror(reason)));
 }
 
 }  // namespace
@@ -201,16 +202,15 @@ void FlashCard::open_window() const {
     if (mmapd_addr != 0 && mmapd_adapter == index_) {
         return;
     }
-    const std::int32_t status = call_library(
-        [&] { return revision_ == 3 ? connect_to_hba(index_) : connect_to_hba_Q4(index_); });
+    int reason = 0;
+    const std::int32_t status = call_library([&] {
+        const std::int32_t result =
+            revision_ == 3 ? connect_to_hba(index_) : connect_to_hba_Q4(index_);
+        reason = errno;
+        return result;
+    });
     if (status != 0) {
-        fail_to_connect(location_);
-    }
-}
-
-void FlashCard::close_window() const {
-    if (mmapd_addr != 0) {
-        call_library([&] { disconnect_from_hba(index_); });
+        fail_to_connect(location_, reason);
     }
 }
 

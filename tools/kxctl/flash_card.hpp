@@ -36,10 +36,8 @@ public:
     // The first members of every answer: location, chip, product, serial number.
     [[nodiscard]] Json json() const;
 
-    // The register window, for functions of the library that expect it to be open.
+    // Open the register window unless it is open. Some functions of the library close it.
     void open_window() const;
-    // Give it back, for those that open it themselves.
-    void close_window() const;
 
     // The bytes of a range of whole words; label: what progress is shown as, nothing for none.
     [[nodiscard]] std::vector<std::uint8_t> read(

@@ -222,11 +222,7 @@ void verify(const FlashChange& change, const WriteWatch& watch, const std::strin
 void carry_out(const FlashChange& change, const std::optional<std::string>& backup) {
     const FlashCard& card = *change.card;
     const std::string what = card.location() + ": " + change.doing;
-    if (change.opens_window) {
-        card.close_window();
-    } else {
-        card.open_window();
-    }
+    card.open_window();
     const SignalsHeld held;
     WriteWatch watch(change.plan);
     const std::int32_t status = call_library(change.carry_out);

@@ -18,7 +18,6 @@ struct FlashChange {
     FlashPlan plan;
     const char* doing;                           // "writing the boot image"
     std::function<std::int32_t()> carry_out;     // the library's function
-    bool opens_window;                           // which opens the register window itself
     std::span<const std::uint8_t> content = {};  // what the written pages must begin with
 };
 

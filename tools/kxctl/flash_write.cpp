@@ -114,7 +114,6 @@ FlashChange erase(const FlashCard& card, const char* region) {
         .plan = plan_erase(card.layout(), region),
         .doing = boot ? "erasing the boot option ROM" : "erasing the configuration",
         .carry_out = [index, own] { return own(index); },
-        .opens_window = card.is_q3(),
     };
 }
 
@@ -136,7 +135,6 @@ FlashChange write_record(const FlashCard& card, Bytes* record) {
         .plan = plan_record(card.layout(), size),
         .doing = "writing the configuration",
         .carry_out = {},
-        .opens_window = card.is_q3(),
         .content = *record,
     };
     if (card.is_q3()) {
@@ -170,7 +168,6 @@ ExitCode write_boot(const Arguments& arguments, Output& output) {
                 return card.is_q3() ? q3_load_boot(index, image.data(), size)
                                     : q4_load_boot(index, image.data(), 0, size);
             },
-        .opens_window = card.is_q3(),
         .content = image,
     };
     return run_change(kCommand, change, arguments, output);
