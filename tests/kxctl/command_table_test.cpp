@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <sstream>
 
@@ -108,7 +109,9 @@ TEST_P(EveryCommand, PrintsItsOwnHelp) {
 }
 
 std::string test_name(const testing::TestParamInfo<const Command*>& info) {
-    return std::string(info.param->noun) + "_" + info.param->verb;
+    std::string name = std::string(info.param->noun) + "_" + info.param->verb;
+    std::ranges::replace(name, '-', '_');
+    return name;
 }
 
 std::vector<const Command*> all_commands() {

@@ -36,6 +36,18 @@ const Argument kChanges{
 
 const Argument kDryRun{.name = "--dry-run", .help = "Show old and new values, change nothing"};
 
+const Argument kYes{.name = "--yes", .help = "Do not ask; needed where there is no terminal"};
+const Argument kBackup{
+    .name = "--backup",
+    .help = "Save what is there to this new file first (unless named: location, region and time)",
+    .value = "FILE",
+};
+const Argument kNoBackup{.name = "--no-backup", .help = "Do not save what is there"};
+const Argument kFlashDryRun{
+    .name = "--dry-run",
+    .help = "Show the sectors and pages, change nothing",
+};
+
 const Argument kModule{.name = "MODULE", .help = "RDMA driver: iw_zfab3 or iw_zfab4"};
 
 }  // namespace
@@ -178,6 +190,131 @@ std::span<const Command> commands() {
             .arguments = {},
             .examples = {"kxctl module list", "kxctl --sim=lab module list"},
             .run = module::list,
+        },
+        {
+            .noun = "flash",
+            .verb = "info",
+            .help = "Show the flash of an adapter and what is in it",
+            .about = "Size, manufacturer and sectors as the flash tells them; each region with its "
+                     "address and size, whether it holds a valid boot option ROM or configuration, "
+                     "and the option ROM's version. Changes nothing.",
+            .arguments = {kLocation},
+            .examples = {"kxctl flash info 03:00.4", "kxctl --sim flash info 05:00.0 --json"},
+            .run = flash::info,
+        },
+        {
+            .noun = "flash",
+            .verb = "dump",
+            .help = "Copy the flash or a region of it to a file",
+            .about = "The bytes as they are in the flash. An existing file is never replaced, and "
+                     "a copy that cannot be completed leaves no file.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "New file for the bytes"},
+                 {.name = "--region",
+                  .help = "boot, config, firmware or all (all unless named)",
+                  .value = "NAME",
+                  .choices = {"boot", "config", "firmware", "all"}}},
+            .examples =
+                {"kxctl flash dump 03:00.4 flash.bin",
+                 "kxctl flash dump 03:00.4 rom.bin --region boot"},
+            .run = flash::dump,
+        },
+        {
+            .noun = "flash",
+            .verb = "write-boot",
+            .help = "Write a boot option ROM",
+            .about = "Erases the sectors that the image takes, writes it and reads it back. Asks "
+                     "first, and saves all that may change. On Q4 and Q5 the first page goes last: "
+                     "a write that was cut off leaves no valid option ROM, never half of one.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "The image, which begins with 55 aa"},
+                 kYes,
+                 kBackup,
+                 kNoBackup,
+                 kFlashDryRun},
+            .examples =
+                {"kxctl flash write-boot 03:00.4 rom.bin",
+                 "kxctl flash write-boot 03:00.4 rom.bin --yes --backup old.bin"},
+            .run = flash::write_boot,
+        },
+        {
+            .noun = "flash",
+            .verb = "erase-boot",
+            .help = "Erase the boot option ROM",
+            .about = "Erases the region \"boot\" and reads it back. Asks first, and saves all that "
+                     "may change.",
+            .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
+            .examples =
+                {"kxctl flash erase-boot 03:00.4", "kxctl flash erase-boot 03:00.4 --dry-run"},
+            .run = flash::erase_boot,
+        },
+        {
+            .noun = "flash",
+            .verb = "config-show",
+            .help = "Show the boot configuration of an adapter",
+            .about = "One line a field of the configuration record (Q3: of the settings block). "
+                     "Fields without a known meaning bear their offset; those of ports show a "
+                     "number for each.",
+            .arguments = {kLocation},
+            .examples =
+                {"kxctl flash config-show 03:00.4", "kxctl flash config-show 03:00.4 --json"},
+            .run = flash::config_show,
+        },
+        {
+            .noun = "flash",
+            .verb = "config-default",
+            .help = "Write the default boot configuration",
+            .about =
+                "Replaces the configuration record by the default one, which needs an option "
+                "ROM in the flash (Q3: the settings block by an empty one), and reads it back. "
+                "Asks first, and saves all that may change.",
+            .arguments =
+                {kLocation,
+                 {.name = "--ports",
+                  .help = "Ports of the record, 1 to 4 (those of the product unless given)",
+                  .value = "N",
+                  .choices = {"1", "2", "3", "4"}},
+                 kYes,
+                 kBackup,
+                 kNoBackup,
+                 kFlashDryRun},
+            .examples =
+                {"kxctl flash config-default 03:00.4",
+                 "kxctl flash config-default 03:00.4 --ports 2 --yes"},
+            .run = flash::config_default,
+        },
+        {
+            .noun = "flash",
+            .verb = "config-erase",
+            .help = "Erase the boot configuration",
+            .about = "Erases the region \"config\" and reads it back. Asks first, and saves all "
+                     "that may change.",
+            .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
+            .examples =
+                {"kxctl flash config-erase 03:00.4",
+                 "kxctl flash config-erase 05:00.0 --yes --no-backup"},
+            .run = flash::config_erase,
+        },
+        {
+            .noun = "flash",
+            .verb = "config-write",
+            .help = "Write a boot configuration that was saved",
+            .about = "Writes the record with which the file begins, such as one that config-erase "
+                     "or config-default saved, and reads it back. Asks first, and saves all that "
+                     "may change.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "The record, with or without the rest of its region"},
+                 kYes,
+                 kBackup,
+                 kNoBackup,
+                 kFlashDryRun},
+            .examples =
+                {"kxctl flash config-write 03:00.4 config.bin",
+                 "kxctl flash config-write 03:00.4 config.bin --dry-run"},
+            .run = flash::config_write,
         },
         {
             .noun = "restore",

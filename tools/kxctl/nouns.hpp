@@ -17,6 +17,17 @@ ExitCode list(const Arguments& arguments, Output& output);
 ExitCode stats(const Arguments& arguments, Output& output);
 }  // namespace card
 
+namespace flash {
+ExitCode info(const Arguments& arguments, Output& output);
+ExitCode dump(const Arguments& arguments, Output& output);
+ExitCode write_boot(const Arguments& arguments, Output& output);
+ExitCode erase_boot(const Arguments& arguments, Output& output);
+ExitCode config_show(const Arguments& arguments, Output& output);
+ExitCode config_default(const Arguments& arguments, Output& output);
+ExitCode config_erase(const Arguments& arguments, Output& output);
+ExitCode config_write(const Arguments& arguments, Output& output);
+}  // namespace flash
+
 namespace module {
 ExitCode list(const Arguments& arguments, Output& output);
 }

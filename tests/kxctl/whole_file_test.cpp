@@ -1,0 +1,134 @@
+// Copies of a flash: on disk and whole, or not there at all.
+#include "whole_file.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "failure.hpp"
+#include "support/file_faults.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kx::ctl::ExitCode;
+using kx::ctl::Failure;
+using test::Fault;
+using test::FileFaults;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Bytes = std::vector<std::uint8_t>;
+
+class WholeFile : public testing::Test {
+protected:
+    WholeFile() {
+        std::string path = (fs::temp_directory_path() / "kxctl-whole-XXXXXX").string();
+        directory_ = mkdtemp(path.data());
+        path_ = directory_ / "copy";
+    }
+    ~WholeFile() override { fs::remove_all(directory_); }
+
+    // The failure of something that must fail.
+    template <class Body>
+    static Failure failure_of(Body body) {
+        try {
+            body();
+        } catch (const Failure& failure) {
+            return failure;
+        }
+        ADD_FAILURE() << "it was done";
+        return {ExitCode::kDone, ""};
+    }
+
+    fs::path directory_;
+    std::string path_;
+    Bytes bytes_ = Bytes(10000, 0xA5);
+};
+
+TEST_F(WholeFile, IsFlushedWithItsName) {
+    FileFaults faults(Fault::kNone, 0, 0);
+    kx::ctl::write_new_file(path_, bytes_);
+    EXPECT_THAT(faults.calls(), ElementsAre("open", "write", "fsync", "open", "fsync"));
+    faults.reboot(directory_);
+    EXPECT_EQ(kx::ctl::read_whole_file(path_, 10000), bytes_);
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST_F(WholeFile, IsNotThereWhenAnyCallFails) {
+    for (std::size_t nth = 1; nth <= 5; ++nth) {
+        FileFaults faults(Fault::kOneCall, nth, ENOSPC);
+        const Failure failure = failure_of([&] { kx::ctl::write_new_file(path_, bytes_); });
+        faults.disarm();
+        EXPECT_TRUE(faults.struck()) << nth;
+        EXPECT_EQ(failure.code(), ExitCode::kFailed) << nth;
+        EXPECT_EQ(failure.line(), path_ + ": No space left on device") << nth;
+        EXPECT_FALSE(fs::exists(path_)) << nth;
+    }
+}
+
+TEST_F(WholeFile, GoesWhereDirectoriesCannotBeFlushed) {
+    FileFaults faults(Fault::kOneCall, 5, EINVAL);
+    kx::ctl::write_new_file(path_, bytes_);
+    EXPECT_TRUE(faults.struck());
+    EXPECT_TRUE(fs::exists(path_));
+}
+
+TEST_F(WholeFile, ReplacesNothing) {
+    std::ofstream(path_) << "kept";
+    fs::create_symlink("nowhere", directory_ / "link");
+    for (const std::string& taken : {path_, (directory_ / "link").string(), directory_.string()}) {
+        EXPECT_EQ(
+            failure_of([&] { kx::ctl::write_new_file(taken, bytes_); }).code(), ExitCode::kUsage);
+        EXPECT_EQ(failure_of([&] { kx::ctl::must_be_free(taken); }).code(), ExitCode::kUsage);
+    }
+    kx::ctl::must_be_free((directory_ / "other").string());
+    EXPECT_EQ(fs::file_size(path_), 4U);
+}
+
+TEST_F(WholeFile, NameWithoutDirectoryIsInThisOne) {
+    const fs::path here = fs::current_path();
+    fs::current_path(directory_);
+    kx::ctl::write_new_file("copy", bytes_);
+    fs::current_path(here);
+    EXPECT_EQ(fs::file_size(path_), bytes_.size());
+}
+
+TEST_F(WholeFile, IsReadUpToItsLimit) {
+    kx::ctl::write_new_file(path_, bytes_);
+    EXPECT_EQ(kx::ctl::read_whole_file(path_, 10000), bytes_);
+    const Failure large =
+        failure_of([&] { static_cast<void>(kx::ctl::read_whole_file(path_, 9999)); });
+    EXPECT_EQ(large.code(), ExitCode::kUsage);
+    EXPECT_EQ(large.line(), path_ + " is larger than 9999 bytes");
+}
+
+TEST_F(WholeFile, WhatIsNoFileIsNotRead) {
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    for (const std::string& other : {path_, directory_.string(), std::string("/dev/zero")}) {
+        const Failure failure =
+            failure_of([&] { static_cast<void>(kx::ctl::read_whole_file(other, 100)); });
+        EXPECT_EQ(failure.code(), ExitCode::kUsage) << other;
+        EXPECT_THAT(failure.line(), HasSubstr(" is not a file of bytes"));
+    }
+    const Failure missing = failure_of(
+        [&] { static_cast<void>(kx::ctl::read_whole_file(directory_ / "missing", 100)); });
+    EXPECT_EQ(missing.code(), ExitCode::kNotFound);
+}
+
+TEST_F(WholeFile, ReadErrorIsTold) {
+    kx::ctl::write_new_file(path_, bytes_);
+    FileFaults faults(Fault::kOneCall, 2, EIO);
+    const Failure failure =
+        failure_of([&] { static_cast<void>(kx::ctl::read_whole_file(path_, 10000)); });
+    EXPECT_EQ(failure.line(), path_ + ": Input/output error");
+}
+
+}  // namespace

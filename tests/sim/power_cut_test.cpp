@@ -1,0 +1,241 @@
+// The power goes at every single transfer of everything that writes a flash: what the next start
+// finds there. Nothing can be promised of the sectors that are rewritten but what the order of the
+// pages gives; all others must be as they were.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kxlinhw/flash.h>
+#include <kxlinhw/flash_images.h>
+#include <kxlinhw/q3_boot.h>
+
+#include <algorithm>
+#include <functional>
+#include <numeric>
+#include <vector>
+
+#include "sim/adapter_bench.hpp"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using bench::Family;
+
+constexpr std::size_t kSector = 0x10000;
+constexpr uint8_t kBefore = 0x5A;  // all that the flash held
+
+Bytes counting(std::size_t size, uint8_t first) {
+    Bytes bytes(size);
+    std::iota(bytes.begin(), bytes.end(), first);
+    return bytes;
+}
+
+Bytes boot_image(std::size_t size, uint8_t first = 3) {
+    Bytes image = counting(size, first);
+    image[0] = 0x55;
+    image[1] = 0xAA;
+    return image;
+}
+
+// A flash of 1 MiB (Q3: 512 KiB) after a power cut.
+struct Aftermath {
+    uint32_t cut;  // transfer at which it came, from 1
+    int32_t status;
+    bool whole_run;  // it came too late to matter
+    unsigned erases;
+    Bytes content;
+};
+
+// Every run of an operation, each on a fresh flash, cut at its first, second, ... transfer; the
+// last one is not cut at all.
+std::vector<Aftermath> cut_everywhere(Family family, const std::function<int32_t()>& operation) {
+    std::vector<Aftermath> all;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    for (uint32_t cut = 1; all.empty() || !all.back().whole_run; ++cut) {
+        bench::Adapter adapter(family, family == Family::kQ3 ? 19 : 20);
+        std::fill(adapter.content.begin(), adapter.content.end(), kBefore);
+        adapter.hardware.faults.power_cut_at = cut;
+        const int32_t status = operation();
+        all.push_back(
+            {cut, status, adapter.hardware.unpowered == 0, adapter.hardware.flash.erases,
+             std::move(adapter.content)});
+    }
+    testing::internal::GetCapturedStdout();
+    testing::internal::GetCapturedStderr();
+    return all;
+}
+
+Bytes part(const Bytes& content, std::size_t start, std::size_t size) {
+    const auto begin = content.begin() + static_cast<std::ptrdiff_t>(start);
+    return {begin, begin + static_cast<std::ptrdiff_t>(size)};
+}
+
+bool holds(const Bytes& content, std::size_t start, const Bytes& bytes) {
+    return std::equal(
+        bytes.begin(), bytes.end(), content.begin() + static_cast<std::ptrdiff_t>(start));
+}
+
+bool all_are(const Bytes& bytes, uint8_t value) {
+    return std::count(bytes.begin(), bytes.end(), value) ==
+           static_cast<std::ptrdiff_t>(bytes.size());
+}
+
+// Sectors outside of [start, start + size) are as they were.
+void expect_rest_untouched(const Aftermath& after, std::size_t start, std::size_t size) {
+    EXPECT_TRUE(all_are(part(after.content, 0, start), kBefore)) << after.cut;
+    const std::size_t end = start + size;
+    EXPECT_TRUE(all_are(part(after.content, end, after.content.size() - end), kBefore))
+        << after.cut;
+}
+
+// How many pages, counted from the first, hold the new bytes; behind them the sector must be
+// erased. Pages are programmed whole or not at all.
+std::size_t pages_there(const Aftermath& after, std::size_t start, const Bytes& fresh) {
+    std::size_t there = 0;
+    bool gap = false;
+    for (std::size_t offset = 0; offset < fresh.size(); offset += KX_FLASH_PAGE) {
+        const std::size_t length = std::min<std::size_t>(KX_FLASH_PAGE, fresh.size() - offset);
+        const Bytes page = part(after.content, start + offset, length);
+        if (page == part(fresh, offset, length)) {
+            EXPECT_FALSE(gap) << "cut " << after.cut << ": page at " << offset << " came too early";
+            ++there;
+        } else {
+            gap = true;
+            EXPECT_TRUE(all_are(page, 0xFF))
+                << "cut " << after.cut << ": half a page at " << offset;
+        }
+    }
+    return there;
+}
+
+void expect_status(const Aftermath& after) {
+    EXPECT_EQ(after.status == 0, after.whole_run)
+        << "a cut at transfer " << after.cut << " must not look like success, nor none like one";
+}
+
+// Pages in their order: after each cut a number of them from the first one on, never fewer than
+// after an earlier cut, all of them in the end.
+void expect_pages_in_order(
+    const std::vector<Aftermath>& all, std::size_t start, const Bytes& fresh) {
+    std::size_t before = 0;
+    std::vector<std::size_t> seen;
+    for (const Aftermath& after : all) {
+        expect_status(after);
+        expect_rest_untouched(after, start, kSector);
+        if (after.erases == 0) {
+            EXPECT_TRUE(all_are(after.content, kBefore)) << after.cut;
+            continue;
+        }
+        const std::size_t there = pages_there(after, start, fresh);
+        EXPECT_GE(there, before) << after.cut;
+        before = there;
+        if (seen.empty() || seen.back() != there) {
+            seen.push_back(there);
+        }
+    }
+    std::vector<std::size_t> every((fresh.size() + KX_FLASH_PAGE - 1) / KX_FLASH_PAGE + 1);
+    std::iota(every.begin(), every.end(), 0U);
+    EXPECT_EQ(seen, every) << "every number of pages is what some cut leaves";
+}
+
+TEST(PowerCut, Q4BootDownloadLeavesNoSignatureOrTheWholeImage) {
+    const Bytes image = boot_image(3 * KX_FLASH_PAGE + 28);
+    const auto all = cut_everywhere(
+        Family::kQ4, [&] { return q4_load_boot(0, image.data(), 0, uint32_t(image.size())); });
+    unsigned without = 0;
+    unsigned whole = 0;
+    for (const Aftermath& after : all) {
+        expect_status(after);
+        expect_rest_untouched(after, 0, kSector);
+        if (after.erases == 0) {
+            EXPECT_TRUE(all_are(after.content, kBefore)) << after.cut;
+        } else if (holds(after.content, 0, {0x55, 0xAA})) {
+            ++whole;
+            EXPECT_TRUE(holds(after.content, 0, image)) << after.cut;
+        } else {
+            ++without;
+            EXPECT_TRUE(all_are(part(after.content, 0, KX_FLASH_PAGE), 0xFF)) << after.cut;
+        }
+    }
+    EXPECT_GT(without, 3 * 128U);
+    EXPECT_GT(whole, 64U) << "from the last page's program to the end of its comparison";
+}
+
+TEST(PowerCut, Q4BootDownloadBeforeTheFirmwareLeavesTheFirmware) {
+    const Bytes image = boot_image(2 * KX_FLASH_PAGE);
+    const auto all = cut_everywhere(
+        Family::kQ4, [&] { return q4_load_boot(0, image.data(), 448, uint32_t(image.size())); });
+    for (const Aftermath& after : all) {
+        expect_status(after);
+        expect_rest_untouched(after, 7 * kSector, kSector);
+    }
+}
+
+TEST(PowerCut, ConfigurationRecordGrowsPageByPageInItsSector) {
+    const Bytes record = counting(1664, 1);
+    const auto all =
+        cut_everywhere(Family::kQ4, [&] { return write_flash_for_config(0, record.data()); });
+    expect_pages_in_order(all, 7 * kSector, record);
+}
+
+TEST(PowerCut, ErasesAreWholeSectorsInTheirOrder) {
+    const auto all = cut_everywhere(Family::kQ4, [] { return q4_erase_boot(0); });
+    for (const Aftermath& after : all) {
+        expect_status(after);
+        const std::size_t erased = after.erases * kSector;
+        EXPECT_TRUE(all_are(part(after.content, 0, erased), 0xFF)) << after.cut;
+        EXPECT_TRUE(all_are(part(after.content, erased, after.content.size() - erased), kBefore))
+            << after.cut;
+    }
+    EXPECT_EQ(all.back().erases, 6U);
+}
+
+// The first page goes first: a signature may stand in front of an image that is not whole.
+TEST(PowerCut, Q3BootDownloadGrowsPageByPage) {
+    const Bytes image = boot_image(3 * KX_FLASH_PAGE + 29);
+    const auto all = cut_everywhere(
+        Family::kQ3, [&] { return q3_load_boot(0, image.data(), uint32_t(image.size())); });
+    expect_pages_in_order(all, 0, image);
+}
+
+TEST(PowerCut, Q3SettingsGrowPageByPageInTheirSector) {
+    Bytes block(448, 0x33);
+    const auto all =
+        cut_everywhere(Family::kQ3, [&] { return save_hba_settings(0, block.data()); });
+    expect_pages_in_order(all, 3 * kSector, block);  // which has its header by now
+}
+
+TEST(PowerCut, Q3ErasesAreWholeSectorsInTheirOrder) {
+    const auto all = cut_everywhere(Family::kQ3, [] { return erase_option_rom(0); });
+    for (const Aftermath& after : all) {
+        expect_status(after);
+        const std::size_t erased = after.erases * kSector;
+        EXPECT_TRUE(all_are(part(after.content, 0, erased), 0xFF)) << after.cut;
+        EXPECT_TRUE(all_are(part(after.content, erased, after.content.size() - erased), kBefore))
+            << after.cut;
+    }
+    EXPECT_EQ(all.back().erases, 3U);
+}
+
+// Whatever a cut left behind, the same operation once more puts it right.
+TEST(PowerCut, EveryWriteCanBeRepeated) {
+    const Bytes image = boot_image(2 * KX_FLASH_PAGE);
+    const Bytes record = counting(1664, 1);
+    for (const uint32_t cut : {5U, 20U, 100U, 250U, 400U}) {
+        bench::Adapter adapter(Family::kQ4, 20);
+        testing::internal::CaptureStdout();
+        for (const auto& operation : std::initializer_list<std::function<int32_t()>>{
+                 [&] { return q4_load_boot(0, image.data(), 0, uint32_t(image.size())); },
+                 [&] { return write_flash_for_config(0, record.data()); }}) {
+            adapter.mend();
+            adapter.hardware.faults.power_cut_at = cut;
+            static_cast<void>(operation());
+            adapter.mend();
+            EXPECT_EQ(operation(), 0) << cut;
+        }
+        testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(holds(adapter.content, 0, image)) << cut;
+        EXPECT_TRUE(holds(adapter.content, 7 * kSector, record)) << cut;
+    }
+}
+
+}  // namespace
