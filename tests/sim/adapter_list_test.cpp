@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <kxsim/host.hpp>
 #include <optional>
@@ -731,6 +732,23 @@ TEST_F(AdapterLists, FreedListKeepsItsHeadAndIsNotFreedAgain) {
     EXPECT_EQ(info_list(), 0U);
     adapter_list_free(first_);
     adapterinfo_list_free(first_info_);
+}
+
+// A chain of two records of the agent's own making, freed by the library.
+template <class Record>
+void free_own_chain(uint32_t (*free_list)(Record*)) {
+    auto* const first = static_cast<Record*>(std::calloc(1, sizeof(Record)));
+    first->next = static_cast<Record*>(std::calloc(1, sizeof(Record)));
+    EXPECT_EQ(free_list(first), 0U);
+}
+
+TEST_F(AdapterLists, ChainsOfTheAgentAreFreedEachTime) {
+    const std::size_t before = mallinfo2().uordblks;
+    for (int round = 0; round < 20; ++round) {  // the allocator gives the same addresses again
+        free_own_chain(adapter_list_free);
+        free_own_chain(adapterinfo_list_free);
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 2 * (kRecord + kInfoRecord));
 }
 
 TEST_F(AdapterLists, MemoryOfOldListsComesBackWhoeverFreedThem) {
