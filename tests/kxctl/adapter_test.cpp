@@ -144,6 +144,22 @@ TEST_F(AdapterCommands, Q3BlockThatIsNoVersionIsAnOptionRomAllTheSame) {
     EXPECT_TRUE(reply.at("default_config_version").is_null());
 }
 
+TEST_F(AdapterCommands, AdapterThatCannotBeReadIsItsPlaceAlone) {
+    for (const char* chip : {"Q3", "Q4", "Q5"}) {
+        kxsim::Host host;
+        kxsim::Adapter blind = adapter(chip, 3);
+        blind.eeprom.capability = false;
+        host.adapter(blind);
+        const Json reply = json_on(host, {"adapter", "show", blind.location});
+        EXPECT_EQ(reply.at("chip_type"), chip);
+        for (const char* unknown :
+             {"product", "serial_number", "mac", "option_rom", "bios_version",
+              "default_config_version", "boot_configuration", "settings"}) {
+            EXPECT_TRUE(reply.at(unknown).is_null()) << chip << " " << unknown;
+        }
+    }
+}
+
 TEST_F(AdapterCommands, MacThatIsNoneIsShownAsItIs) {
     kxsim::Adapter odd = adapter("Q4", 4);
     odd.eeprom.product_data->mac = "00074311ZZ";

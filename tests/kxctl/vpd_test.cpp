@@ -2,6 +2,7 @@
 #include "vpd_decode.hpp"
 
 #include <gmock/gmock.h>
+#include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/vpd.h>
 
 #include <array>
@@ -90,7 +91,7 @@ TEST(VpdDecoder, TellsWhatDoesNotFit) {
     EXPECT_THAT(decode("\x82\x01").problems, ElementsAre("The tag at 0 is cut off"));
     EXPECT_THAT(decode(part(kProduct, "N")).problems, ElementsAre("There is no end tag"));
     EXPECT_THAT(
-        decode(std::string("\x90\x05\0PN\x09", 6) + "ab").problems,
+        decode(std::string("\x90\x05\0PN\x09", 6) + "abx").problems,
         ElementsAre("PN at 3 claims 9 bytes, 2 are left"));
     EXPECT_THAT(
         decode(part(kReadOnly, "PN") + "x").problems, ElementsAre("The keyword at 3 is cut off"));

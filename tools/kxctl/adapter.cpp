@@ -48,6 +48,11 @@ std::string count_text(std::optional<std::size_t> count) {
 
 Json count_json(std::optional<std::size_t> count) { return count ? Json(*count) : Json(); }
 
+// Of an adapter that was not read nothing is known but its place and its ids.
+Json when_read(const AdapterInfoRecord& adapter, const Json& value) {
+    return was_read(adapter) ? value : Json();
+}
+
 std::string presence(bool present) { return present ? "present" : "none"; }
 
 // What a list of adapters tells of each.
@@ -64,7 +69,7 @@ Json identity_json(const AdapterInfoRecord& adapter, std::optional<std::size_t> 
         {"serial_number", text_or_null(product_text(adapter.serial_number))},
         {"mac", text_or_null(mac_text(adapter))},
         {"port_count", count_json(ports)},
-        {"option_rom", has_option_rom(adapter)},
+        {"option_rom", when_read(adapter, has_option_rom(adapter))},
         {"bios_version", text_or_null(bios_version(adapter))},
     };
 }
@@ -90,7 +95,7 @@ void put(char (&field)[N], const std::string& value) {
 // Q3 records lack the part number and "V0"; both are among the product data that the adapter's
 // other record holds.
 void complete(AdapterInfoRecord& adapter) {
-    if (adapter.chip_class == KX_CLASS_Q3) {
+    if (adapter.chip_class == KX_CLASS_Q3 && was_read(adapter)) {
         const AdapterRecord record = query_adapter(location_of(adapter));
         const VpdContent content = decode_vpd(record.q3_vpd);
         put(adapter.part_number, content.value("PN"));
@@ -119,6 +124,11 @@ void add_identity(Table& table, const AdapterInfoRecord& adapter) {
 }
 
 void add_boot(Table& table, const AdapterInfoRecord& adapter) {
+    if (!was_read(adapter)) {
+        table.add_row(
+            {"Not read", "The vital product data, on which the rest depends, are not there"});
+        return;
+    }
     table.add_row({"Option ROM", presence(has_option_rom(adapter))});
     table.add_row({"BIOS version", bios_version(adapter)});
     if (adapter.chip_class == KX_CLASS_Q3) {
@@ -180,9 +190,10 @@ ExitCode show(const Arguments& arguments, Output& output) {
             {"interfaces", interfaces},
             {"v0", text_or_null(product_text(adapter.v0))},
             {"v5", text_or_null(product_text(adapter.v5))},
-            {"default_config_version", is_q3 ? Json() : Json(adapter.default_config_version)},
+            {"default_config_version",
+             when_read(adapter, is_q3 ? Json() : Json(adapter.default_config_version))},
             {"boot_configuration", boot_json(boot_config(adapter))},
-            {"settings", is_q3 ? Json(has_settings(adapter)) : Json()},
+            {"settings", when_read(adapter, is_q3 ? Json(has_settings(adapter)) : Json())},
         });
         output.json(all);
         return ExitCode::kDone;

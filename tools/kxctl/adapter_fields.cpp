@@ -81,6 +81,13 @@ std::string chip_text(const AdapterInfoRecord& adapter) {
     }
 }
 
+bool was_read(const AdapterInfoRecord& adapter) {
+    const char* const record = reinterpret_cast<const char*>(&adapter);
+    return std::any_of(
+        record + offsetof(AdapterInfoRecord, product_name),
+        record + offsetof(AdapterInfoRecord, next), [](char byte) { return byte != 0; });
+}
+
 std::string mac_text(const AdapterInfoRecord& adapter) {
     const std::string digits = product_text(adapter.mac);
     const bool whole = digits.size() == kMacDigits &&

@@ -26,6 +26,9 @@ template <std::size_t N>
 // "Q3", "Q4" or "Q5".
 [[nodiscard]] std::string chip_text(const AdapterInfoRecord& adapter);
 
+// Whether the library read the adapter at all, which it does only by way of its vital product data.
+[[nodiscard]] bool was_read(const AdapterInfoRecord& adapter);
+
 // Colon-separated; as the adapter has it when that is no twelve digits.
 [[nodiscard]] std::string mac_text(const AdapterInfoRecord& adapter);
 
