@@ -193,6 +193,8 @@ private:
 
 static_assert(sizeof(AdapterRecord) == kRecord && sizeof(AdapterInfoRecord) == kInfoRecord);
 
+// The next pointers are not aligned: where a reference would be taken, a + in front makes a copy.
+
 // --- The list of adapters ---
 
 TEST_F(AdapterLists, Q4RecordByteForByte) {
@@ -211,7 +213,7 @@ TEST_F(AdapterLists, Q4RecordByteForByte) {
         .at(5834, {1, 1, 2})
         .at(5837, with(kBootConfig, 12, kOptionRom.substr(16, 4)).substr(0, 1664));
     EXPECT_EQ(bytes_of(first_), expected.bytes());
-    EXPECT_EQ(first_->next, nullptr);
+    EXPECT_EQ(+first_->next, nullptr);
     EXPECT_EQ(first_, g_KestrixAdapters);
     EXPECT_EQ(g_adapter_count, 1);
     EXPECT_EQ(mmapd_addr, 0U);
@@ -496,7 +498,7 @@ TEST_F(AdapterLists, Q4InformationByteForByte) {
         .at(130, "v5-data ")
         .at(138, with(kBootConfig, 12, kOptionRom.substr(16, 4)).substr(0, 1664));
     EXPECT_EQ(bytes_of(first_info_), expected.bytes());
-    EXPECT_EQ(first_info_->next, nullptr) << "the configuration read runs past its field";
+    EXPECT_EQ(+first_info_->next, nullptr) << "the configuration read runs past its field";
     EXPECT_EQ(first_info_, g_KestrixAdapterInfo);
     EXPECT_EQ(mmapd_addr, 0U);
 }
@@ -517,7 +519,7 @@ TEST_F(AdapterLists, Q5InformationByteForByte) {
         .at(130, "v5-data ")
         .at(138, with(kBootConfig, 12, kOptionRom.substr(16, 4)).substr(0, 1664));
     EXPECT_EQ(bytes_of(first_info_), expected.bytes());
-    EXPECT_EQ(first_info_->next, nullptr);
+    EXPECT_EQ(+first_info_->next, nullptr);
 }
 
 TEST_F(AdapterLists, Q3InformationByteForByte) {
@@ -540,9 +542,9 @@ TEST_F(AdapterLists, InformationIsLinkedWhateverTheFlashHolds) {
     // The bytes behind the configuration record would be the next pointer's.
     start({q4(), q5()});
     EXPECT_EQ(info_list(), 0U);
-    ASSERT_NE(first_info_->next, nullptr);
+    ASSERT_NE(+first_info_->next, nullptr);
     EXPECT_EQ(first_info_->next->chip_class, KX_CLASS_Q5);
-    EXPECT_EQ(first_info_->next->next, nullptr);
+    EXPECT_EQ(+first_info_->next->next, nullptr);
     EXPECT_THAT(printed_, StartsWith("get_adapterinfo_list: Enter function...\n"));
     EXPECT_THAT(printed_, testing::EndsWith("get_adapterinfo_list: Exit function...\n"));
 }
@@ -636,9 +638,9 @@ TEST_F(AdapterLists, FailureInTheMiddleLeavesWhatWasBuilt) {
     EXPECT_EQ(list(), static_cast<uint32_t>(KX_ADAPTER_INVALID));
     ASSERT_NE(g_KestrixAdapters, nullptr);
     EXPECT_EQ(g_KestrixAdapters->chip_class, KX_CLASS_Q3);
-    EXPECT_EQ(first_, g_KestrixAdapters->next) << "the newest record";
+    EXPECT_EQ(first_, +g_KestrixAdapters->next) << "the newest record";
     EXPECT_EQ(std::string(first_->product_name), "Q404-CR");
-    EXPECT_EQ(first_->next, nullptr);
+    EXPECT_EQ(+first_->next, nullptr);
     EXPECT_EQ(list(), 0U) << "and the next build frees it";
 }
 
@@ -676,11 +678,11 @@ TEST_F(AdapterLists, RecordThatCannotBeAllocatedEndsTheList) {
         if (info) {
             EXPECT_EQ(first_info_, nullptr);
             ASSERT_NE(g_KestrixAdapterInfo, nullptr);
-            EXPECT_EQ(g_KestrixAdapterInfo->next, nullptr);
+            EXPECT_EQ(+g_KestrixAdapterInfo->next, nullptr);
         } else {
             EXPECT_EQ(first_, nullptr);
             ASSERT_NE(g_KestrixAdapters, nullptr);
-            EXPECT_EQ(g_KestrixAdapters->next, nullptr);
+            EXPECT_EQ(+g_KestrixAdapters->next, nullptr);
         }
     }
 }
@@ -773,7 +775,7 @@ TEST_F(AdapterLists, HeadItselfMayBeTheOutput) {
     EXPECT_EQ(run([] { return get_adapter_list(&g_KestrixAdapters); }), 0U);
     ASSERT_NE(g_KestrixAdapters, nullptr);
     EXPECT_EQ(g_KestrixAdapters->chip_class, KX_CLASS_Q3);
-    EXPECT_NE(g_KestrixAdapters->next, nullptr);
+    EXPECT_NE(+g_KestrixAdapters->next, nullptr);
 }
 
 TEST_F(AdapterLists, CleanupGivesEverythingBack) {
