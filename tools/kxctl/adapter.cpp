@@ -65,7 +65,6 @@ Json identity_json(const AdapterInfoRecord& adapter, std::optional<std::size_t> 
         {"device_id", std::uint32_t{adapter.device_id}},
         {"chip_type", chip_text(adapter)},
         {"product", text_or_null(product_text(adapter.product_name))},
-        {"part_number", text_or_null(product_text(adapter.part_number))},
         {"serial_number", text_or_null(product_text(adapter.serial_number))},
         {"mac", text_or_null(mac_text(adapter))},
         {"port_count", count_json(ports)},
@@ -116,8 +115,13 @@ void add_boot_config(Table& table, const Q4BootConfig& config) {
 void add_identity(Table& table, const AdapterInfoRecord& adapter) {
     table.add_row({"Product", product_text(adapter.product_name)});
     table.add_row({"Chip", chip_text(adapter)});
-    table.add_row({"PCI location", fmt::format("{:04x}:{}", adapter.domain, location_of(adapter))});
-    table.add_row({"PCI ids", fmt::format("{:04x}:{:04x}", adapter.vendor_id, adapter.device_id)});
+    table.add_row(
+        {"PCI location",
+         fmt::format("{:04x}:{}", std::uint32_t{adapter.domain}, location_of(adapter))});
+    table.add_row(
+        {"PCI ids",
+         fmt::format(
+             "{:04x}:{:04x}", std::uint32_t{adapter.vendor_id}, std::uint32_t{adapter.device_id})});
     table.add_row({"Part number", product_text(adapter.part_number)});
     table.add_row({"Serial number", product_text(adapter.serial_number)});
     table.add_row({"MAC", mac_text(adapter)});
@@ -187,6 +191,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
         Json all = identity_json(adapter, ports);
         const bool is_q3 = adapter.chip_class == KX_CLASS_Q3;
         all.update(Json{
+            {"part_number", text_or_null(product_text(adapter.part_number))},
             {"interfaces", interfaces},
             {"v0", text_or_null(product_text(adapter.v0))},
             {"v5", text_or_null(product_text(adapter.v5))},

@@ -18,11 +18,15 @@ extern "C" {
 namespace kx::ctl {
 namespace {
 
-// Gives back what the library keeps of adapters: the bus scan and the lists.
+// Gives back what the library keeps of adapters: the bus scan and the lists. When that is not
+// possible the process, which ends soon, keeps them.
 struct AdapterState {
     AdapterState() = default;
     ~AdapterState() {
-        call_library([] { return cleanup_and_exit(0); });
+        try {
+            call_library([] { return cleanup_and_exit(0); });
+        } catch (const Failure&) {
+        }
     }
     AdapterState(const AdapterState&) = delete;
     AdapterState& operator=(const AdapterState&) = delete;
@@ -121,7 +125,7 @@ std::vector<std::uint8_t> query_vpd(const std::string& location) {
     const std::uint8_t adapter = find_adapter(location);
     const std::uint32_t capability = find_capability(adapter);
     constexpr std::int32_t kQ3 = 3;
-    const bool is_q3 = get_chip_revision(adapter) == kQ3;
+    const bool is_q3 = call_library([&] { return get_chip_revision(adapter); }) == kQ3;
     std::vector<std::uint8_t> eeprom(is_q3 ? KX_Q3_EEPROM_SIZE : KX_Q4_EEPROM_SIZE);
     std::vector<std::uint8_t> vpd(KX_VPD_READ_SIZE);
     const LibraryCall call;
