@@ -58,7 +58,7 @@ KX_EXPORT int32_t erase_option_rom(uint8_t adapter);
    Returns 0; 254, before the adapter is touched, with "ERROR: Boot image has wrong size, probably
    corrupted!\n" or "ERROR: Boot image missing signature, probably corrupted!\n"; 248 with "ERROR:
    Boot image download failed, error 248\n", whatever failed; the status of connect_to_hba; -22 for
-   null. */
+   null, when the size is right. */
 KX_EXPORT int32_t q3_load_boot(uint8_t adapter, const uint8_t* image, uint32_t size);
 
 /* Read the settings. out: 444 bytes. Returns 0, or -22 with "ERROR: Could not read settings

@@ -113,7 +113,7 @@ void set_up_eeprom(
         return;
     }
     if (eeprom.product_data) {
-        const auto [address, bytes] = product_data_image(chip, *eeprom.product_data);
+        const auto [address, bytes] = product_data_image(chip, *eeprom.product_data, eeprom.damage);
         file.write(address, bytes, kEepromSize);
     }
     for (const auto& [address, bytes] : eeprom.content) {

@@ -129,6 +129,9 @@ void write_pci_function(Tree& tree, const PciDevice& device) {
     number("irq", "%u\n", device.irq);
     tree.write(directory + "/resource", resources(device), 0444);
     tree.write(directory + "/config", config_space(device, location), 0644);
+    if (device.vital_product_data) {
+        tree.write(directory + "/vpd", "", 0600);
+    }
     if (!device.driver.empty()) {
         tree.make_directory("/sys/bus/pci/drivers/" + device.driver);
         tree.make_link(directory + "/driver", "../../drivers/" + device.driver);

@@ -96,10 +96,43 @@ const Layout& layout_of(std::string_view chip) {
     throw std::invalid_argument("chip \"" + std::string(chip) + "\" has no product data");
 }
 
+constexpr std::size_t kHeader = 3;  // of a tag, and of a keyword
+constexpr std::size_t kReadOnlyPart = kHeader + kProductSize;
+
+// Every keyword of the read-only part becomes one that nobody knows; values and lengths stay.
+void make_unknown(std::string& image, std::span<const Keyword> keywords) {
+    std::size_t place = kReadOnlyPart + kHeader;
+    for (const Keyword& keyword : keywords) {
+        image.replace(place, 2, "??");
+        place += kHeader + keyword.size;
+    }
+}
+
+void do_damage(std::string& image, Damage damage, const Layout& layout, std::size_t checksum) {
+    switch (damage) {
+        case Damage::kErased:
+            image.assign(image.size(), '\xFF');
+            break;
+        case Damage::kNoEndTag:
+            image.back() = '\xFF';
+            break;
+        case Damage::kLengths:
+            image.replace(kReadOnlyPart + 1, 2, "\xFF\xFF");
+            image[kReadOnlyPart + kHeader + 2] = '\xFF';
+            break;
+        case Damage::kKeywords:
+            make_unknown(image, layout.read_only);
+            break;
+        case Damage::kChecksum:
+            image[checksum] = static_cast<char>(image[checksum] ^ 0x55);
+            break;
+    }
+}
+
 }  // namespace
 
 std::pair<std::uint32_t, std::string> product_data_image(
-    std::string_view chip, const ProductData& data) {
+    std::string_view chip, const ProductData& data, std::span<const Damage> damage) {
     const Layout& layout = layout_of(chip);
     std::string entries;
     for (const Keyword& keyword : layout.read_only) {
@@ -115,9 +148,13 @@ std::pair<std::uint32_t, std::string> product_data_image(
     for (const char each : image) {
         sum += static_cast<unsigned char>(each);
     }
+    const std::size_t checksum = image.size();
     image += static_cast<char>(-sum & 0xFF);  // all bytes through here sum up to 0
     image += std::string(layout.reserved, '\0');
     image += kReadWriteTag + sized(3 + 4) + "RW" + '\x04' + std::string(4, '\0') + kEndTag;
+    for (const Damage each : damage) {
+        do_damage(image, each, layout, checksum);
+    }
     return {layout.address, image};
 }
 

@@ -16,26 +16,6 @@
 namespace kxsim::models {
 namespace {
 
-constexpr std::string_view kDevices = "/sys/bus/pci/devices/";
-constexpr std::string_view kFile = "/config";
-
-std::string_view location_of(std::string_view path) {
-    path.remove_prefix(kDevices.size());
-    path.remove_suffix(kFile.size());
-    return path;
-}
-
-// Where an access takes place: its own offset, else where the descriptor stands.
-off_t place_of(const FileAccess& access) {
-    return access.offset ? *access.offset : ::lseek(access.descriptor, 0, SEEK_CUR);
-}
-
-void advance(const FileAccess& access, std::size_t size) {
-    if (!access.offset) {
-        ::lseek(access.descriptor, static_cast<off_t>(size), SEEK_CUR);
-    }
-}
-
 ssize_t read_real(const FileAccess& access, void* buffer, std::size_t size) {
     return access.offset
                ? preload::next<"pread", decltype(::pread)>()(
@@ -87,13 +67,10 @@ private:
 
 }  // namespace
 
-bool is_config_file(std::string_view path) {
-    return path.size() > kDevices.size() + kFile.size() && path.starts_with(kDevices) &&
-           path.ends_with(kFile);
-}
+bool is_config_file(std::string_view path) { return is_pci_file(path, "config"); }
 
 ssize_t read_config_file(const FileAccess& access, void* buffer, std::size_t size) {
-    state::Adapter* const adapter = adapter_named(access.host, location_of(access.path));
+    state::Adapter* const adapter = adapter_named(access.host, pci_location_of(access.path));
     const off_t place = place_of(access);
     if (adapter == nullptr || place < 0) {
         return read_real(access, buffer, size);
@@ -107,7 +84,7 @@ ssize_t read_config_file(const FileAccess& access, void* buffer, std::size_t siz
 }
 
 ssize_t write_config_file(const FileAccess& access, const void* data, std::size_t size) {
-    state::Adapter* const adapter = adapter_named(access.host, location_of(access.path));
+    state::Adapter* const adapter = adapter_named(access.host, pci_location_of(access.path));
     const off_t place = place_of(access);
     if (adapter == nullptr || place < 0) {
         return write_real(access, data, size);

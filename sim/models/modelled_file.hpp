@@ -23,6 +23,13 @@ struct FileAccess {
     std::optional<off_t> offset;  // of pread and pwrite; nothing: where the descriptor stands
 };
 
+// Where an access takes place: its own offset, else where the descriptor stands; negative when it
+// cannot tell.
+[[nodiscard]] off_t place_of(const FileAccess& access);
+
+// What a descriptor does after reading or writing so many bytes where it stands.
+void advance(const FileAccess& access, std::size_t size);
+
 // Results as of read and write, with errno set. A null function leaves the call to the file in the
 // tree.
 struct ModelledFile {
@@ -33,6 +40,15 @@ struct ModelledFile {
 
 // The model of a file, or null.
 [[nodiscard]] const ModelledFile* find_model(std::string_view path);
+
+// A file of a PCI function below /sys/bus/pci/devices, and the function's location in its path.
+[[nodiscard]] bool is_pci_file(std::string_view path, std::string_view name);
+[[nodiscard]] std::string_view pci_location_of(std::string_view path);
+
+// The vital product data of an adapter.
+[[nodiscard]] bool is_vpd_file(std::string_view path);
+ssize_t read_vpd_file(const FileAccess& access, void* buffer, std::size_t size);
+ssize_t write_vpd_file(const FileAccess& access, const void* data, std::size_t size);
 
 // The configuration space of a PCI function.
 [[nodiscard]] bool is_config_file(std::string_view path);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <limits>
+#include <stdexcept>
 
 namespace kxsim {
 namespace {
@@ -33,6 +34,31 @@ void read_pieces(TableReader& table, Content& content) {
             text.push_back(static_cast<char>(byte));
         }
         content.emplace_back(address, text);
+    });
+}
+
+struct DamageName {
+    std::string_view name;
+    Damage damage;
+};
+
+constexpr DamageName kDamages[] = {
+    {"erased", Damage::kErased},     {"no-end-tag", Damage::kNoEndTag},
+    {"lengths", Damage::kLengths},   {"keywords", Damage::kKeywords},
+    {"checksum", Damage::kChecksum},
+};
+
+void read_damage(TableReader& table, std::vector<Damage>& damage) {
+    std::vector<std::string> names;
+    table.texts("damage", names, [&damage](const std::string& name) {
+        for (const DamageName& row : kDamages) {
+            if (row.name == name) {
+                damage.push_back(row.damage);
+                return;
+            }
+        }
+        throw std::invalid_argument(
+            "damage \"" + name + "\" is none of erased, no-end-tag, lengths, keywords, checksum");
     });
 }
 
@@ -76,8 +102,12 @@ void read_eeprom(TableReader& table, Eeprom& eeprom) {
         .number("polls", eeprom.polls)
         .flag("silent", eeprom.silent)
         .flag("loses_writes", eeprom.loses_writes);
+    read_damage(table, eeprom.damage);
     table.table(
         "product_data", [&](TableReader& data) { read_product_data(data, eeprom.product_data); });
+    if (!eeprom.damage.empty() && !eeprom.product_data) {
+        table.complain("damage", "is given, but there are no product_data");
+    }
     read_file_name(table, eeprom.file);
     read_pieces(table, eeprom.content);
     table.finish();

@@ -147,7 +147,7 @@ extern "C" {
 AdapterRecord* g_KestrixAdapters = nullptr;
 
 uint32_t adapter_list_free(AdapterRecord* first) {
-    kx::adapter::freed.free(first);
+    kx::adapter::freed.free(first, g_KestrixAdapters);
     return KX_SUCCESS;
 }
 

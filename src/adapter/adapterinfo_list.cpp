@@ -87,7 +87,7 @@ extern "C" {
 AdapterInfoRecord* g_KestrixAdapterInfo = nullptr;
 
 uint32_t adapterinfo_list_free(AdapterInfoRecord* first) {
-    kx::adapter::freed_info.free(first);
+    kx::adapter::freed_info.free(first, g_KestrixAdapterInfo);
     return KX_SUCCESS;
 }
 

@@ -65,15 +65,18 @@ private:
 };
 
 // A list that the agent has freed keeps its place in the global head by contract; this remembers
-// that there is nothing behind it any more, until the head is cleared.
+// that there is nothing behind it any more, until the head is cleared. Chains that do not hang from
+// the head are the agent's own affair and always freed.
 template <class Record>
 class FreedList {
 public:
-    void free(Record* first) {
-        if (first == nullptr || first == freed_) {
-            return;
+    void free(Record* first, const Record* head) {
+        if (first == head) {
+            if (first == freed_) {
+                return;
+            }
+            freed_ = first;
         }
-        freed_ = first;
         while (first != nullptr) {
             const Block<Record> record(first);
             first = record->next;
@@ -89,7 +92,7 @@ public:
     }
 
 private:
-    Record* freed_ = nullptr;
+    const Record* freed_ = nullptr;
 };
 
 // The text of a VPD value into a field, cut at its end; the rest of the field stays.

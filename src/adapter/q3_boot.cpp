@@ -43,11 +43,15 @@ void put_right(Q3Settings& settings) {
     settings.length = KX_Q3_SETTINGS_SIZE;
 }
 
-bool is_boot_image(std::span<const uint8_t> image) {
-    if (image.size() < KX_Q3_BOOT_IMAGE_MIN || image.size() > KX_Q3_BOOT_IMAGE_MAX) {
+bool is_boot_image_size(uint32_t size) {
+    if (size < KX_Q3_BOOT_IMAGE_MIN || size > KX_Q3_BOOT_IMAGE_MAX) {
         std::fputs("ERROR: Boot image has wrong size, probably corrupted!\n", stderr);
         return false;
     }
+    return true;
+}
+
+bool is_boot_image(std::span<const uint8_t> image) {
     if (std::memcmp(image.data(), kRomHeadMark, sizeof kRomHeadMark) != 0) {
         std::fputs("ERROR: Boot image missing signature, probably corrupted!\n", stderr);
         return false;
@@ -106,6 +110,9 @@ int32_t erase_option_rom(uint8_t adapter) {
 }
 
 int32_t q3_load_boot(uint8_t adapter, const uint8_t* image, uint32_t size) {
+    if (!kx::adapter::is_boot_image_size(size)) {
+        return KX_Q3_BAD_IMAGE;
+    }
     if (image == nullptr) {
         return KX_FLASH_INVALID;
     }

@@ -93,8 +93,7 @@ static_assert(kQ3VpdTemplate.end + 1 == KX_Q3_VPD_SIZE, "the end tag is the last
 std::string_view vpd_value(
     const VpdTemplate& layout, std::span<const uint8_t> vpd, std::string_view keyword) {
     for (const VpdHeader& header : layout.headers) {
-        if (header.bytes[0] == keyword[0] && header.bytes[1] == keyword[1] &&
-            header.value() <= vpd.size()) {
+        if (header.is(keyword) && header.value() <= vpd.size()) {
             return cut(vpd, header.value(), vpd[header.value() - 1]);
         }
     }

@@ -4,6 +4,7 @@
 
 #include <kxlinhw/adapter_lists.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -17,6 +18,11 @@ struct VpdHeader {
     uint8_t bytes[3];
 
     [[nodiscard]] constexpr std::size_t value() const { return offset + sizeof bytes; }
+    [[nodiscard]] bool is(std::string_view keyword) const {
+        return std::equal(keyword.begin(), keyword.end(), bytes, bytes + 2, [](char a, uint8_t b) {
+            return static_cast<uint8_t>(a) == b;
+        });
+    }
 };
 
 struct VpdZeros {

@@ -8,11 +8,13 @@
 #include <kxsim/host.hpp>
 #include <kxsim/scenario.hpp>
 #include <string>
+#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -69,6 +71,50 @@ TEST_F(HardwareKeys, PiecesAreWhatTheFlashHolds) {
         "[[adapter.flash.piece]]\naddress = 0x70000\ntext = \"CBIO\"\n");
     EXPECT_EQ(hardware.flash(0, 3), "\x55\xAA\xFF");
     EXPECT_EQ(hardware.flash(0x70000, 5), "CBIO\xFF");
+}
+
+const char kSomeProductData[] =
+    "[adapter.eeprom.product_data]\nproduct = \"NAME\"\npart_number = \"P\"\n"
+    "serial = \"S\"\nmac = \"000743112233\"\nv0 = \"a\"\nv5 = \"b\"\n";
+
+// The bytes at which an image with a damage differs from one without.
+std::vector<std::size_t> differences(const std::string& one, const std::string& other) {
+    std::vector<std::size_t> places;
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        if (one[i] != other[i]) {
+            places.push_back(i);
+        }
+    }
+    return places;
+}
+
+TEST_F(HardwareKeys, DamageChangesWhatItsNameSays) {
+    const auto image = [this](const std::string& damage) {
+        kxsim::Host host;
+        const std::string keys = "[adapter.eeprom]\ndamage = [" + damage + "]\n";
+        return load(host, directory_, keys + kSomeProductData, "Q5").eeprom(0x400, 512);
+    };
+    const std::string sound = image("");
+    const std::size_t checksum = 22 + 19 + 11 + 35 + 15 + 11 + 11 + 3;
+    const std::size_t end = checksum + 10 + 10 + 1;
+    ASSERT_EQ(sound[end], 'x') << "the end tag";
+    EXPECT_EQ(image("\"erased\""), std::string(512, '\xFF'));
+    EXPECT_THAT(differences(sound, image("\"no-end-tag\"")), ElementsAre(end));
+    EXPECT_THAT(differences(sound, image("\"lengths\"")), ElementsAre(20, 21, 24));
+    EXPECT_THAT(
+        differences(sound, image("\"keywords\"")),
+        ElementsAre(22, 23, 41, 42, 52, 53, 87, 88, 102, 103, 113, 114));
+    EXPECT_THAT(differences(sound, image("\"checksum\"")), ElementsAre(checksum));
+    EXPECT_THAT(
+        differences(sound, image("\"checksum\", \"no-end-tag\"")), ElementsAre(checksum, end));
+}
+
+TEST_F(HardwareKeys, DamageHasToHaveANameAndSomethingToDamage) {
+    EXPECT_THAT(
+        complaint(std::string("[adapter.eeprom]\ndamage = [\"rust\"]\n") + kSomeProductData),
+        HasSubstr("damage \"rust\" is none of erased, no-end-tag, lengths, keywords, checksum"));
+    EXPECT_THAT(
+        complaint("[adapter.eeprom]\ndamage = [\"erased\"]\n"), HasSubstr("no product_data"));
 }
 
 TEST_F(HardwareKeys, ProductDataAreWrittenWhereTheChipHasThem) {

@@ -152,7 +152,8 @@ TEST(Scenarios, AreListedWithTheirTitles) {
     const Outcome outcome = run("list");
     EXPECT_EQ(outcome.code, 0);
     for (const char* name :
-         {"empty ", "guest-vfs-only ", "lab ", "many-ports ", "nic-only-q3 ", "no-driver "}) {
+         {"damaged-vpd ", "empty ", "guest-vfs-only ", "lab ", "many-ports ", "nic-only-q3 ",
+          "no-driver "}) {
         EXPECT_THAT(outcome.output, HasSubstr(name));
     }
     EXPECT_THAT(outcome.output, HasSubstr("The lab: a dual-port Q5"));
@@ -177,8 +178,8 @@ TEST(Scenarios, OfUnknownNamesAreRefused) {
     EXPECT_EQ(outcome.code, 2);
     EXPECT_EQ(
         outcome.output,
-        "scenario \"nosuch\", expected empty, guest-vfs-only, lab, many-ports, nic-only-q3, "
-        "no-driver or a file\n");
+        "scenario \"nosuch\", expected damaged-vpd, empty, guest-vfs-only, lab, "
+        "many-ports, nic-only-q3, no-driver or a file\n");
     EXPECT_THAT(run("run -s /no/such.toml -- true").output, StartsWith("/no/such.toml:1: "));
 }
 

@@ -249,7 +249,13 @@ TEST_F(Q3Boot, ImagesOfAWrongSizeAreRefusedBeforeTheAdapterIsTouched) {
         EXPECT_EQ(told_, "ERROR: Boot image has wrong size, probably corrupted!\n");
         EXPECT_EQ(calls.on("open", "/dev/mem"), 0U);
     }
-    EXPECT_EQ(q3_load_boot(0, nullptr, 1024), KX_FLASH_INVALID);
+}
+
+TEST_F(Q3Boot, SizeIsLookedAtBeforeTheImage) {
+    EXPECT_EQ(run([] { return q3_load_boot(0, nullptr, 27); }), KX_Q3_BAD_IMAGE);
+    EXPECT_EQ(told_, "ERROR: Boot image has wrong size, probably corrupted!\n");
+    EXPECT_EQ(run([] { return q3_load_boot(0, nullptr, 1024); }), KX_FLASH_INVALID);
+    EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Boot, ImagesWithoutSignatureAreRefusedBeforeTheAdapterIsTouched) {

@@ -13,6 +13,10 @@ const Argument kLocation{
     .name = "LOCATION",
     .help = "PCI bus location of the card, as \"card list\" shows it",
 };
+const Argument kAdapter{
+    .name = "LOCATION",
+    .help = "PCI bus location of the adapter, as \"adapter list\" shows it",
+};
 const Argument kPort{
     .name = "PORT",
     .help = "Number of the port within its card, as \"port list\" shows it",
@@ -190,6 +194,44 @@ std::span<const Command> commands() {
             .arguments = {},
             .examples = {"kxctl module list", "kxctl --sim=lab module list"},
             .run = module::list,
+        },
+        {
+            .noun = "adapter",
+            .verb = "list",
+            .help = "Show the adapters with what their EEPROM and flash tell",
+            .about = "One line an adapter: chip, product, serial number, MAC address of its first "
+                     "port, number of ports, version of the boot option ROM. Reads the adapters "
+                     "themselves and so needs no driver; takes about half a second an adapter.",
+            .arguments = {},
+            .examples = {"kxctl adapter list", "kxctl --sim adapter list --json"},
+            .run = adapter::list,
+        },
+        {
+            .noun = "adapter",
+            .verb = "show",
+            .help = "Show the data sheet of an adapter",
+            .about = "Product, part and serial number, MAC address, ports, the versions V0 and V5 "
+                     "(V7 of a Q3) of its product data, boot option ROM and boot configuration. "
+                     "Fields of the configuration whose meaning is the option ROM's own bear their "
+                     "offset.",
+            .arguments = {kAdapter},
+            .examples = {"kxctl adapter show 04:00.4", "kxctl --sim adapter show 04:00.4 --json"},
+            .run = adapter::show,
+        },
+        {
+            .noun = "vpd",
+            .verb = "show",
+            .help = "Show the vital product data of an adapter",
+            .about = "Every keyword as the EEPROM holds it, with the place of its value; values "
+                     "that are no text in hexadecimal. Exit code 4 when the checksum is bad or the "
+                     "data are damaged; what is wrong is told.",
+            .arguments =
+                {kAdapter,
+                 {.name = "--raw",
+                  .help = "Also write the data to this file, byte for byte",
+                  .value = "FILE"}},
+            .examples = {"kxctl vpd show 04:00.4", "kxctl --sim vpd show 04:00.4 --raw vpd.bin"},
+            .run = vpd::show,
         },
         {
             .noun = "flash",

@@ -1,5 +1,6 @@
 #include "exit_code.hpp"
 
+#include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/status.h>
 
 namespace kx::ctl {
@@ -26,6 +27,7 @@ struct StatusRow {
 constexpr StatusRow kStatuses[] = {
     {KX_SUCCESS, ExitCode::kDone},
     {KX_NO_CARDS, ExitCode::kNotFound},
+    {KX_NO_ADAPTERS, ExitCode::kNotFound},
     {KX_INVALID_SET_VALUE, ExitCode::kUsage},
     {KX_DRIVER_NOT_LOADED, ExitCode::kNotFound},
     {KX_RESOURCE_UNAVAILABLE, ExitCode::kNotFound},

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
+#include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/status.h>
 
 #include <cstdlib>
@@ -18,6 +19,8 @@ std::string text_of_status(std::uint32_t status) {
             return "No memory for the output of the management tool";
         case KX_OUTPUT_REALLOC_FAILED:
             return "No memory for more output of the management tool";
+        case KX_NO_ADAPTERS:
+            return "No adapter found";
         default:
             break;
     }
@@ -27,7 +30,8 @@ std::string text_of_status(std::uint32_t status) {
 
 // A host without adapters can still try the commands; a simulated one is what it is.
 bool should_offer_simulation(std::uint32_t status) {
-    const bool no_adapter = status == KX_NO_CARDS || status == KX_DRIVER_NOT_LOADED;
+    const bool no_adapter =
+        status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;
     return no_adapter && std::getenv("KXSIM_ROOT") == nullptr;
 }
 

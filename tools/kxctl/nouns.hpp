@@ -53,6 +53,15 @@ ExitCode set(const Arguments& arguments, Output& output);
 [[nodiscard]] std::span<const Setting> settings();
 }  // namespace iwarp
 
+namespace adapter {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode show(const Arguments& arguments, Output& output);
+}  // namespace adapter
+
+namespace vpd {
+ExitCode show(const Arguments& arguments, Output& output);
+}
+
 namespace restore {
 ExitCode run(const Arguments& arguments, Output& output);
 }

@@ -109,13 +109,13 @@ Table to_table(const Source& source, const Reading& now, const Reading* before, 
     return table;
 }
 
-Reading read(const Source& source) {
+Reading take_reading(const Source& source) {
     std::vector<StatEntry> counters = source.read();
     return {std::move(counters), Clock::now()};
 }
 
 ExitCode show_once(const Source& source, Output& output) {
-    const Reading now = read(source);
+    const Reading now = take_reading(source);
     if (output.wants_json()) {
         output.json(to_json(source, now, nullptr, false));
     } else {
@@ -143,7 +143,7 @@ ExitCode show_again(const Source& source, const Watch& watch, Output& output) {
     for (std::uint64_t shown = 0; watch.count == 0 || shown < watch.count; ++shown) {
         std::this_thread::sleep_until(next);
         next += watch.interval;
-        Reading now = read(source);
+        Reading now = take_reading(source);
         show_reading(source, now, before, output);
         if (!output.flush()) {
             break;

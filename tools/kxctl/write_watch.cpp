@@ -9,7 +9,7 @@
 namespace kx::ctl {
 namespace {
 
-constexpr std::uint8_t kErased = 0xFF;
+constexpr std::uint8_t kErasedByte = 0xFF;
 
 WriteWatch* watch = nullptr;
 bool in_page = false;  // the wait is for a page, not for a sector
@@ -59,7 +59,7 @@ WriteWatch::WriteWatch(const FlashPlan& plan)
       sector_size_(
           plan.erased.size() /
           static_cast<std::uint32_t>(std::max<std::size_t>(1, plan.sectors.size()))),
-      expected_(plan.erased.size(), kErased),
+      expected_(plan.erased.size(), kErasedByte),
       erasing_(label("Erasing", plan), plan.erased.size()),
       writing_(label("Writing", plan), bytes_of(plan)) {
     watch = this;

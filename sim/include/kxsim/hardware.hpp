@@ -41,9 +41,19 @@ struct ProductData {
     std::string v5 = {};           // 8 (Q3: "V7", 2)
 };
 
+// What became of vital product data since the maker wrote them.
+enum class Damage : std::uint8_t {
+    kErased,    // all bytes are 0xFF
+    kNoEndTag,  // erased bytes follow where the end tag was
+    kLengths,   // the read-only part and its first keyword claim to be longer than all data
+    kKeywords,  // the read-only part has keywords that nobody knows
+    kChecksum,  // the checksum does not fit
+};
+
 // The serial EEPROM and the capability through which it is read.
 struct Eeprom {
     std::optional<ProductData> product_data = {};  // written where the chip has it
+    std::vector<Damage> damage = {};               // to the product data
     Content content = {};                          // over it
     std::string file = {};                         // as that of the flash
     bool capability = true;                        // the adapter has one for vital product data

@@ -1,0 +1,32 @@
+// The adapters on the PCI bus, as the library's lists and its adapter table give them.
+#pragma once
+
+#include <fmt/core.h>
+#include <kxlinhw/adapter_lists.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kx::ctl {
+
+// The PCI bus location of a record, by which users name the adapter.
+template <class Record>
+[[nodiscard]] std::string location_of(const Record& record) {
+    return fmt::format("{:02x}:{:02x}.{:x}", record.bus, record.device, record.function);
+}
+
+// Copies of the library's lists, without their links. Each throws Failure with the library's
+// status.
+[[nodiscard]] std::vector<AdapterRecord> query_adapters();
+[[nodiscard]] std::vector<AdapterInfoRecord> query_adapter_infos();
+
+// One of them; throws Failure when it is not there.
+[[nodiscard]] AdapterRecord query_adapter(const std::string& location);
+[[nodiscard]] AdapterInfoRecord query_adapter_info(const std::string& location);
+
+// The vital product data of an adapter as its EEPROM holds them. Throws Failure when there is no
+// such adapter, or no way to read them.
+[[nodiscard]] std::vector<std::uint8_t> query_vpd(const std::string& location);
+
+}  // namespace kx::ctl
