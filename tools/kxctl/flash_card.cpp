@@ -44,13 +44,13 @@ std::string product_text(const char (&field)[N]) {
     return field[0] == kErased ? "" : field_text(field);
 }
 
-struct StatusRow {
+struct FlashStatusRow {
     std::int32_t status;
     ExitCode code;
     const char* text;
 };
 
-constexpr StatusRow kStatuses[] = {
+constexpr FlashStatusRow kFlashStatuses[] = {
     {KX_FLASH_MISMATCH, ExitCode::kVerification, "what was written does not read back"},
     {KX_FLASH_TIMED_OUT, ExitCode::kFailed, "the flash did not end its work in time"},
     {KX_FLASH_BUSY, ExitCode::kBusy, "the flash controller is busy"},
@@ -78,8 +78,8 @@ void check_flash(std::int32_t status, const std::string& what) {
     if (status == 0) {
         return;
     }
-    const auto* const row = std::ranges::find(kStatuses, status, &StatusRow::status);
-    if (row == std::end(kStatuses)) {
+    const auto* const row = std::ranges::find(kFlashStatuses, status, &FlashStatusRow::status);
+    if (row == std::end(kFlashStatuses)) {
         throw Failure(ExitCode::kFailed, fmt::format("{}: status {}", what, status));
     }
     throw Failure(row->code, fmt::format("{}: {}", what, row->text));

@@ -16,7 +16,7 @@
 namespace kx::ctl::flash {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using ByteVector = std::vector<std::uint8_t>;
 
 constexpr std::size_t kConfigRegion = 0x10000;
 constexpr std::string_view kQ4Signature = "CBIO";
@@ -26,14 +26,14 @@ constexpr std::string_view kQ3Signature{"CIB\0", 4};
     throw Failure(ExitCode::kUsage, path + ": " + text);
 }
 
-bool begins_with(const Bytes& bytes, std::string_view signature) {
+bool begins_with(const ByteVector& bytes, std::string_view signature) {
     return bytes.size() >= signature.size() &&
            std::memcmp(bytes.data(), signature.data(), signature.size()) == 0;
 }
 
 // What fits no adapter is refused before one is looked at.
-Bytes read_image(const std::string& path) {
-    Bytes image = read_whole_file(path, KX_BOOT_IMAGE_MAX);
+ByteVector read_image(const std::string& path) {
+    ByteVector image = read_whole_file(path, KX_BOOT_IMAGE_MAX);
     if (image.size() < KX_BOOT_IMAGE_MIN) {
         refuse(path, fmt::format("a boot image has at least {} bytes", int{KX_BOOT_IMAGE_MIN}));
     }
@@ -51,7 +51,7 @@ void must_have(const FlashCard& card, const char* region) {
     }
 }
 
-void must_fit(const FlashCard& card, const std::string& path, const Bytes& image) {
+void must_fit(const FlashCard& card, const std::string& path, const ByteVector& image) {
     if (card.is_q3() && image.size() > KX_Q3_BOOT_IMAGE_MAX) {
         refuse(
             path,
@@ -60,8 +60,8 @@ void must_fit(const FlashCard& card, const std::string& path, const Bytes& image
 }
 
 // The record itself, from a file that holds it with or without the rest of its region.
-Bytes read_record_file(const FlashCard& card, const std::string& path) {
-    Bytes record = read_whole_file(path, kConfigRegion);
+ByteVector read_record_file(const FlashCard& card, const std::string& path) {
+    ByteVector record = read_whole_file(path, kConfigRegion);
     const std::size_t size = card.is_q3() ? sizeof(Q3Settings) : sizeof(Q4BootConfig);
     if (record.size() < size) {
         refuse(path, fmt::format("a record of {} has {} bytes", card.chip(), size));
@@ -126,7 +126,7 @@ ExitCode run_erase(
 }
 
 // The library changes a record of Q3 as it writes it.
-FlashChange write_record(const FlashCard& card, Bytes* record) {
+FlashChange write_record(const FlashCard& card, ByteVector* record) {
     const std::uint8_t index = card.index();
     const auto size =
         static_cast<std::uint32_t>(card.is_q3() ? sizeof(Q3Settings) : sizeof(Q4BootConfig));
@@ -153,7 +153,7 @@ ExitCode write_boot(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash write-boot";
     check_change_options(kCommand, arguments);
     const std::string path = arguments.get("FILE");
-    const Bytes image = read_image(path);
+    const ByteVector image = read_image(path);
     const FlashCard card(arguments.get("LOCATION"));
     must_have(card, "boot");
     must_fit(card, path, image);
@@ -188,7 +188,7 @@ ExitCode config_default(const Arguments& arguments, Output& output) {
     check_change_options(kCommand, arguments);
     const FlashCard card(arguments.get("LOCATION"));
     must_have(card, "config");
-    Bytes empty(sizeof(Q3Settings), 0);
+    ByteVector empty(sizeof(Q3Settings), 0);
     FlashChange change = write_record(card, &empty);
     if (!card.is_q3()) {
         must_have_option_rom(card);
@@ -204,7 +204,7 @@ ExitCode config_write(const Arguments& arguments, Output& output) {
     check_change_options(kCommand, arguments);
     const FlashCard card(arguments.get("LOCATION"));
     must_have(card, "config");
-    Bytes record = read_record_file(card, arguments.get("FILE"));
+    ByteVector record = read_record_file(card, arguments.get("FILE"));
     return run_change(kCommand, write_record(card, &record), arguments, output);
 }
 
