@@ -121,6 +121,13 @@ TEST(FlashPlan, UnknownSectorsCannotBeErased) {
     EXPECT_TRUE(plan_erase(layout, "boot").erased.empty());
 }
 
+TEST(FlashPlan, RegionThatIsNotThereTakesNothing) {
+    const FlashLayout layout = q4_flash_layout(0x40000, 4);
+    const FlashPlan plan = plan_erase(layout, "boot");
+    EXPECT_TRUE(plan.sectors.empty());
+    EXPECT_TRUE(plan.touched().empty());
+}
+
 TEST(ProgressLine, TellsBytesAndShare) {
     EXPECT_EQ(progress_line("Reading boot", 98304, 393216), "Reading boot: 96 of 384 KiB (25%)");
     EXPECT_EQ(progress_line("Writing", 448, 1664), "Writing: 448 of 1664 bytes (26%)");

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include "kxctl/on_host.hpp"
 
@@ -19,9 +21,15 @@ struct Session {
     std::string screen;
 };
 
-// kxctl with a terminal as all three standard descriptors, on which `answer` was typed.
+// Something typed once a text is on the screen; at once when it is empty.
+struct Typed {
+    std::string after;
+    std::string text;
+};
+
+// kxctl with a terminal as all three standard descriptors.
 Session run_on_terminal(
-    kxsim::Host& host, std::vector<std::string> words, const std::string& answer,
+    kxsim::Host& host, std::vector<std::string> words, const Typed& typed,
     const std::string& directory) {
     const auto attached = host.attach();
     words.insert(words.begin(), KXCTL_PROGRAM);
@@ -37,16 +45,23 @@ Session run_on_terminal(
         }
         _exit(127);
     }
-    EXPECT_EQ(write(terminal, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
     Session session{-1, ""};
+    bool waiting = true;
     std::array<char, 4096> chunk;
-    for (ssize_t got; (got = read(terminal, chunk.data(), chunk.size())) > 0;) {
+    for (ssize_t got = 0; got >= 0;) {
         session.screen.append(chunk.data(), static_cast<std::size_t>(got));
+        if (waiting && session.screen.find(typed.after) != std::string::npos) {
+            waiting = false;
+            EXPECT_EQ(
+                write(terminal, typed.text.data(), typed.text.size()),
+                static_cast<ssize_t>(typed.text.size()));
+        }
+        got = read(terminal, chunk.data(), chunk.size());
     }
     int status = 0;
     waitpid(child, &status, 0);
     close(terminal);
-    session.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    session.exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return session;
 }
 
@@ -62,8 +77,9 @@ protected:
     }
     ~FlashTerminal() override { std::filesystem::remove_all(directory_); }
 
-    Session run(std::vector<std::string> words, const std::string& answer) {
-        return run_on_terminal(host_, std::move(words), answer, directory_);
+    Session run(
+        std::vector<std::string> words, const std::string& text, const std::string& after = "") {
+        return run_on_terminal(host_, std::move(words), {after, text}, directory_);
     }
 
     [[nodiscard]] std::vector<std::string> files() const {
@@ -100,6 +116,24 @@ TEST_F(FlashTerminal, AnythingButYesChangesNothing) {
     }
     EXPECT_EQ(host_.hardware("03:00.4").flash(0x70000, 4), "CBIO");
     EXPECT_TRUE(files().empty());
+}
+
+TEST_F(FlashTerminal, InterruptedAtTheQuestionChangesNothing) {
+    const Session session = run({"flash", "config-erase", "03:00.4"}, "\x03", "Go on? [y/N] ");
+    EXPECT_EQ(session.exit, 128 + SIGINT);
+    EXPECT_EQ(host_.hardware("03:00.4").flash(0x70000, 4), "CBIO");
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(FlashTerminal, InterruptedWhileItWritesFinishesFirst) {
+    std::string image(0x60000, 'i');
+    image.replace(0, 2, "\x55\xAA");
+    std::ofstream(directory_ + "/rom", std::ios::binary) << image;
+    const Session session =
+        run({"flash", "write-boot", "03:00.4", "rom", "--yes", "--no-backup"}, "\x03", "Erasing");
+    EXPECT_THAT(session.exit, testing::AnyOf(0, 128 + SIGINT)) << session.screen;
+    EXPECT_EQ(host_.hardware("03:00.4").flash(0, image.size()), image);
+    EXPECT_THAT(session.screen, HasSubstr("Verifying: 384 of 384 KiB (100%)"));
 }
 
 TEST_F(FlashTerminal, ProgressIsOneLineWithRateAndTimeLeft) {

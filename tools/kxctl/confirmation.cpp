@@ -18,7 +18,7 @@ constexpr std::size_t kLongestAnswer = 64;
 std::string read_answer() {
     std::string answer;
     char byte = 0;
-    while (read(STDIN_FILENO, &byte, 1) == 1 && byte != '\n' && answer.size() < kLongestAnswer) {
+    while (::read(STDIN_FILENO, &byte, 1) == 1 && byte != '\n' && answer.size() < kLongestAnswer) {
         answer.push_back(byte);
     }
     return answer;

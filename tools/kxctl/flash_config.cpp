@@ -88,7 +88,7 @@ constexpr Field kQ3Fields[] = {
 using Bytes = std::span<const std::uint8_t>;
 
 // A text in the flash may fill its field; one that was never written is erased.
-std::string text_of(Bytes bytes) {
+std::string string_of(Bytes bytes) {
     const auto end =
         std::ranges::find_if(bytes, [](std::uint8_t byte) { return byte == 0 || byte == 0xFF; });
     return {bytes.begin(), end};
@@ -123,7 +123,7 @@ std::string join(const std::vector<std::uint32_t>& numbers, const char* between)
 Json field_json(const Field& field, Bytes bytes) {
     switch (field.form) {
         case FieldForm::kText:
-            return text_of(bytes);
+            return string_of(bytes);
         case FieldForm::kVersion:
             return join(numbers_of(bytes, 1), ".");
         case FieldForm::kBytes:
@@ -138,7 +138,7 @@ Json field_json(const Field& field, Bytes bytes) {
 std::string field_cell(const Field& field, Bytes bytes) {
     switch (field.form) {
         case FieldForm::kText:
-            return text_of(bytes);
+            return string_of(bytes);
         case FieldForm::kVersion:
             return join(numbers_of(bytes, 1), ".");
         case FieldForm::kNumbers:

@@ -16,7 +16,8 @@ constexpr const char* kConfigMeaning = "boot configuration record";
 
 // As many sectors of the flash as the bytes take, counted in erase units from the first one's on:
 // in a flash with larger sectors several commands strike the same one.
-void erase(FlashPlan& plan, const FlashLayout& layout, std::uint32_t begin, std::uint32_t size) {
+void take_sectors(
+    FlashPlan& plan, const FlashLayout& layout, std::uint32_t begin, std::uint32_t size) {
     const std::uint32_t sector = layout.sector_size();
     const std::uint32_t count = sector == 0 ? 0 : (size + sector - 1) / sector;
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -27,6 +28,9 @@ void erase(FlashPlan& plan, const FlashLayout& layout, std::uint32_t begin, std:
         plan.erased.end = plan.sectors.back() * kEraseUnit / sector * sector + sector;
     }
 }
+
+// A region that the flash does not have takes nothing.
+Range range_of(const FlashRegion* region) { return region == nullptr ? Range{} : region->range; }
 
 PageRun run_of(std::uint32_t begin, std::uint32_t end) {
     return {{begin, end}, (end - begin + KX_FLASH_PAGE - 1) / KX_FLASH_PAGE};
@@ -81,7 +85,7 @@ Range FlashPlan::written() const {
 }
 
 Range FlashPlan::touched() const {
-    Range all = region->range;
+    Range all = range_of(region);
     for (const Range& part : {erased, written()}) {
         if (!part.empty()) {
             all = {std::min(all.begin, part.begin), std::max(all.end, part.end)};
@@ -100,14 +104,15 @@ std::uint32_t FlashPlan::page_count() const {
 
 FlashPlan plan_erase(const FlashLayout& layout, std::string_view region) {
     FlashPlan plan{.region = layout.region(region)};
-    erase(plan, layout, plan.region->range.begin, plan.region->range.size());
+    const Range range = range_of(plan.region);
+    take_sectors(plan, layout, range.begin, range.size());
     return plan;
 }
 
 // Q4 and Q5 fill the last page and write the first one last; Q3 writes the image as it comes.
 FlashPlan plan_boot_image(const FlashLayout& layout, std::uint32_t size) {
     FlashPlan plan{.region = layout.region("boot")};
-    erase(plan, layout, 0, size);
+    take_sectors(plan, layout, 0, size);
     if (layout.family == FlashFamily::kQ3) {
         plan.pages.push_back(run_of(0, size));
         return plan;
@@ -123,8 +128,8 @@ FlashPlan plan_boot_image(const FlashLayout& layout, std::uint32_t size) {
 
 FlashPlan plan_record(const FlashLayout& layout, std::uint32_t size) {
     FlashPlan plan{.region = layout.region("config")};
-    const std::uint32_t begin = plan.region->range.begin;
-    erase(plan, layout, begin, size);
+    const std::uint32_t begin = range_of(plan.region).begin;
+    take_sectors(plan, layout, begin, size);
     plan.pages.push_back(run_of(begin, begin + size));
     return plan;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "standard_streams.hpp"
@@ -26,7 +27,7 @@ std::string amount_text(std::uint64_t done, std::uint64_t total) {
 }
 
 std::string time_text(double seconds) {
-    const auto whole = static_cast<std::uint64_t>(seconds + 0.5);
+    const long whole = std::lround(seconds);
     return fmt::format("{}:{:02}", whole / 60, whole % 60);
 }
 

@@ -42,7 +42,7 @@ ExitCode code_of(int reason) {
 
 // The bytes are safe only with the name under which they are found. Some file systems have nothing
 // to flush there. 0, or the errno of what failed.
-int flush_directory_of(const std::string& path) {
+int flush_name_of(const std::string& path) {
     const std::filesystem::path parent = std::filesystem::path(path).parent_path();
     const Descriptor directory(
         open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -58,7 +58,7 @@ int write_and_flush(const std::string& path, int file, std::span<const std::uint
     if (const int reason = write_text(file, text); reason != 0) {
         return reason;
     }
-    return fsync(file) != 0 ? errno : flush_directory_of(path);
+    return fsync(file) != 0 ? errno : flush_name_of(path);
 }
 
 }  // namespace
@@ -76,7 +76,7 @@ std::vector<std::uint8_t> read_whole_file(const std::string& path, std::size_t m
     std::vector<std::uint8_t> bytes;
     std::array<std::uint8_t, 4096> chunk;
     ssize_t got = 0;
-    while ((got = read(file.get(), chunk.data(), chunk.size())) > 0) {
+    while ((got = ::read(file.get(), chunk.data(), chunk.size())) > 0) {
         bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + got);
         if (bytes.size() > most) {
             throw Failure(ExitCode::kUsage, fmt::format("{} is larger than {} bytes", path, most));
