@@ -194,12 +194,11 @@ void Host::machine(const VirtualMachine& machine) {
     node.insert(node.rfind(state::kNodeEnd), description_of(complete, true));
     tree.write(state::kNodeFile, node, 0644);
     if (runs) {
-        const std::vector<std::string> active = lines_of(tree.read(state::kActiveFile));
-        const int last_id = active.empty() ? 0 : std::stoi(active.back());
+        const int id = ++state_->session->last_machine_id;
         tree.write(live_file(complete.uuid), description_of(complete, false), 0644);
         tree.append(
-            state::kActiveFile, std::to_string(last_id + 1) + " " + std::to_string(number) + " " +
-                                    complete.uuid + "\n");
+            state::kActiveFile,
+            std::to_string(id) + " " + std::to_string(number) + " " + complete.uuid + "\n");
     }
     ++state_->session->machine_changes;
 }

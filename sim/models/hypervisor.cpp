@@ -99,6 +99,17 @@ bool start(const preload::Host& host, virConnectPtr connection, const ActiveMach
     return libvirt<"virDomainUndefine", decltype(::virDomainUndefine)>()(domain.get()) == 0;
 }
 
+// Have the driver go on counting behind an id that a machine had and has no more.
+bool use_up_ids(virConnectPtr connection, int last) {
+    const LibvirtDomain domain(define(
+        connection,
+        "<domain type='test'><name>ids of kxsim</name><memory>1024</memory>"
+        "<os><type>hvm</type></os></domain>"));
+    return domain && start_with_id(domain.get(), last) &&
+           libvirt<"virDomainDestroy", decltype(::virDomainDestroy)>()(domain.get()) == 0 &&
+           libvirt<"virDomainUndefine", decltype(::virDomainUndefine)>()(domain.get()) == 0;
+}
+
 bool start_all(const preload::Host& host, virConnectPtr connection) {
     TextBuffer active;
     if (!read_host_file(host, state::kActiveFile, active)) {
@@ -114,7 +125,8 @@ bool start_all(const preload::Host& host, virConnectPtr connection) {
             return false;
         }
     }
-    return true;
+    const int last = host.session->last_machine_id;
+    return machine.id >= last || use_up_ids(connection, last);
 }
 
 // A driver that shows the host's machines, or null.
@@ -175,6 +187,7 @@ bool append_active(const preload::Host& host, TextBuffer& active, virDomainPtr d
     char line[VIR_UUID_STRING_BUFLEN + 32];
     std::snprintf(line, sizeof line, "%d %d %s\n", machine.id, machine.state, machine.uuid);
     active.append(line);
+    host.session->last_machine_id = std::max<int>(machine.id, host.session->last_machine_id);
     preload::PathText path;
     live_path(machine.uuid, path);
     const LibvirtText live(description_of(domain, VIR_DOMAIN_XML_SECURE));

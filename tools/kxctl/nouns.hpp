@@ -42,6 +42,27 @@ ExitCode set(const Arguments& arguments, Output& output);
 [[nodiscard]] std::span<const Setting> settings();
 }  // namespace iwarp
 
+namespace vm {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode start(const Arguments& arguments, Output& output);
+ExitCode suspend(const Arguments& arguments, Output& output);
+ExitCode resume(const Arguments& arguments, Output& output);
+ExitCode reboot(const Arguments& arguments, Output& output);
+ExitCode shutdown(const Arguments& arguments, Output& output);
+}  // namespace vm
+
+namespace vf {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode attach(const Arguments& arguments, Output& output);
+ExitCode detach(const Arguments& arguments, Output& output);
+}  // namespace vf
+
+namespace bridge {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode attach(const Arguments& arguments, Output& output);
+ExitCode detach(const Arguments& arguments, Output& output);
+}  // namespace bridge
+
 namespace restore {
 ExitCode run(const Arguments& arguments, Output& output);
 }
