@@ -169,11 +169,11 @@ void append_definition(TextBuffer& node, std::string_view text) {
     const std::size_t start_tag = text.find('>');
     const std::size_t end_tag = text.rfind("</domain>");
     if (start_tag < end_tag && end_tag != text.npos) {
-        node.append(text.substr(0, start_tag))
+        node.append(preload::part_of(text, 0, start_tag))
             .append(state::kTestNamespace)
-            .append(text.substr(start_tag, end_tag - start_tag))
+            .append(preload::part_of(text, start_tag, end_tag))
             .append(state::kShutOff)
-            .append(text.substr(end_tag));
+            .append(preload::part_of(text, end_tag));
     }
 }
 

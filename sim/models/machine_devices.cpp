@@ -8,6 +8,7 @@ namespace {
 
 using preload::libvirt;
 using preload::LibvirtText;
+using preload::part_of;
 using preload::TextBuffer;
 
 // The value of an attribute of the first element of a name; empty when there is none.
@@ -19,12 +20,12 @@ std::string_view attribute(std::string_view text, std::string_view element, std:
     if (start == text.npos) {
         return {};
     }
-    const std::string_view tag = text.substr(start, text.find('>', start) - start);
+    const std::string_view tag = part_of(text, start, text.find('>', start));
     for (std::size_t at = tag.find(name); at != tag.npos; at = tag.find(name, at + 1)) {
         const std::size_t quote = at + name.size() + 1;
         if (tag[at - 1] == ' ' && quote < tag.size() && tag[quote - 1] == '=') {
             const std::size_t end = tag.find(tag[quote], quote + 1);
-            return end == tag.npos ? std::string_view() : tag.substr(quote + 1, end - quote - 1);
+            return end == tag.npos ? std::string_view() : part_of(tag, quote + 1, end);
         }
     }
     return {};
@@ -122,7 +123,7 @@ bool add(std::string_view description, std::string_view device, TextBuffer& edit
     if (end == description.npos) {
         return false;
     }
-    edited.append(description.substr(0, end)).append(device).append(description.substr(end));
+    edited.append(part_of(description, 0, end)).append(device).append(part_of(description, end));
     return edited.complete();
 }
 
@@ -137,8 +138,8 @@ bool cut(std::string_view description, const Mark& mark, TextBuffer& edited) {
     if (place == description.npos || start == description.npos || end == description.npos) {
         return false;
     }
-    edited.append(description.substr(0, start))
-        .append(description.substr(end + end_tag.view().size()));
+    edited.append(part_of(description, 0, start))
+        .append(part_of(description, end + end_tag.view().size()));
     return edited.complete();
 }
 

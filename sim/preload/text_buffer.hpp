@@ -1,5 +1,4 @@
-// A text that grows, for models that handle whole files and descriptions. When memory runs out it
-// stays as it is and says so.
+// Texts of any length, for models that handle whole files and descriptions.
 #pragma once
 
 #include <cstdlib>
@@ -10,6 +9,15 @@
 
 namespace kxsim::preload {
 
+// The bytes of a text between two places in it. (substr would bring the C++ runtime's exceptions.)
+[[nodiscard]] constexpr std::string_view part_of(
+    std::string_view text, std::size_t from, std::size_t to = std::string_view::npos) {
+    const std::size_t end = to < text.size() ? to : text.size();
+    const std::size_t start = from < end ? from : end;
+    return {text.data() + start, end - start};
+}
+
+// A text that grows. When memory runs out it stays as it is and says so.
 class TextBuffer {
 public:
     TextBuffer() = default;
