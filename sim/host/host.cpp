@@ -12,6 +12,7 @@
 
 #include "host/defaults.hpp"
 #include "host/host_state.hpp"
+#include "host/machine_text.hpp"
 #include "host/module_file.hpp"
 #include "host/pci_function.hpp"
 #include "host/quiet.hpp"
@@ -53,6 +54,7 @@ void furnish(Tree& tree) {
     tree.make_directory("/sys/class/net");
     tree.make_directory("/sys/module");
     tree.make_directory("/etc");
+    furnish_hypervisor(tree);
     for (const char* index : {"dep", "alias", "symbols", "builtin", "builtin.alias"}) {
         tree.write(module_tree() + "/modules." + index + ".bin", empty_module_index(), 0644);
     }

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "host/interface_text.hpp"
+#include "host/machine_text.hpp"
 #include "host/pci_function.hpp"
 #include "scenario/hardware_keys.hpp"
 #include "scenario/nic_keys.hpp"
@@ -121,6 +122,17 @@ void read_toe_device(TableReader& table, Host& host) {
     table.build([&] { host.toe_device(device); });
 }
 
+void read_machine(TableReader& table, Host& host) {
+    VirtualMachine machine;
+    table.required("name")
+        .text("name", machine.name)
+        .text("uuid", machine.uuid, check_uuid)
+        .text("state", machine.state)
+        .texts("vfs", machine.vfs, check_location)
+        .texts("bridges", machine.bridges, check_interface_name);
+    table.build([&] { host.machine(machine); });
+}
+
 void read_file(TableReader& table, Host& host) {
     std::string path;
     std::string content;
@@ -209,6 +221,7 @@ void read_scenario(TableReader& scenario, Host& host) {
     each("interface", read_interface);
     each("module", read_module);
     each("toe_device", read_toe_device);
+    each("vm", read_machine);
     each("file", read_file);
     each("directory", read_directory);
     each("link", read_link);

@@ -50,6 +50,8 @@ struct Session {
     std::atomic<std::uint32_t> window_process;  // the process that counts its calls; 0 for none
     std::uint32_t hide_entry_types;             // directory entries are of unknown type
     std::atomic<std::uint64_t> slept_microseconds;
+    std::atomic<std::uint32_t> machine_changes;  // of the virtual machines' files
+    std::atomic<std::int32_t> last_machine_id;   // ids are not given twice
     std::atomic<std::uint64_t> counts[kCallCount];
     std::atomic<std::uint32_t> logged;  // may run past kMostLogged; the rest was not kept
     LoggedCall log[kMostLogged];

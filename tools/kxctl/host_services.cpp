@@ -122,14 +122,17 @@ bool fill_management_buffer(const Descriptor& in) {
 BridgeUtils* BridgeUtils::ctrl = nullptr;
 
 void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, ...) {
-    if (!kx::ctl::library_messages_shown()) {
-        return;
-    }
     std::array<char, 1024> message{};  // a longer message is cut
     std::va_list values;
     va_start(values, format);
     std::vsnprintf(message.data(), message.size(), format, values);
     va_end(values);
+    if (type == KX_LOG_FAILURE) {
+        kx::ctl::note_library_failure(message.data());
+    }
+    if (!kx::ctl::library_messages_shown()) {
+        return;
+    }
     std::fprintf(stderr, "libkxlinhw: %s: %s: %s\n", name_of(module), name_of(type), &message[0]);
 }
 

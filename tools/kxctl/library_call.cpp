@@ -15,6 +15,11 @@ namespace {
 
 bool messages_shown = false;
 
+std::string& last_failure() {
+    static std::string message;
+    return message;
+}
+
 int must(int result) {
     if (result == -1) {
         throw Failure(
@@ -49,6 +54,10 @@ void show_library_messages() {
 
 bool library_messages_shown() { return messages_shown; }
 
+void note_library_failure(const std::string& message) { last_failure() = message; }
+
+const std::string& library_failure() { return last_failure(); }
+
 Redirection::Redirection(int descriptor, const Descriptor& target)
     : descriptor_(descriptor), saved_(duplicate(descriptor)) {
     must(dup2(target.get(), descriptor_));
@@ -59,7 +68,9 @@ Redirection::~Redirection() { dup2(saved_.get(), descriptor_); }
 LibraryCall::LibraryCall()
     : target_((flush_stdio(), message_target())),
       output_(STDOUT_FILENO, target_),
-      errors_(STDERR_FILENO, target_) {}
+      errors_(STDERR_FILENO, target_) {
+    last_failure().clear();
+}
 
 LibraryCall::~LibraryCall() { flush_stdio(); }
 

@@ -1,6 +1,8 @@
 // Calls into the library, whose functions print diagnostics on standard output as they work.
 #pragma once
 
+#include <string>
+
 #include "descriptor.hpp"
 
 namespace kx::ctl {
@@ -8,6 +10,10 @@ namespace kx::ctl {
 // Show what the library prints and logs, on standard error. At first nothing is shown.
 void show_library_messages();
 [[nodiscard]] bool library_messages_shown();
+
+// What the library logged last as a failure, during the latest LibraryCall; empty when nothing.
+void note_library_failure(const std::string& message);
+[[nodiscard]] const std::string& library_failure();
 
 // While it lives, a descriptor leads to where another one does.
 class Redirection {

@@ -60,7 +60,28 @@ ExitCode show(const Arguments& arguments, Output& output);
 
 namespace vpd {
 ExitCode show(const Arguments& arguments, Output& output);
-}
+}  // namespace vpd
+
+namespace vm {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode start(const Arguments& arguments, Output& output);
+ExitCode suspend(const Arguments& arguments, Output& output);
+ExitCode resume(const Arguments& arguments, Output& output);
+ExitCode reboot(const Arguments& arguments, Output& output);
+ExitCode shutdown(const Arguments& arguments, Output& output);
+}  // namespace vm
+
+namespace vf {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode attach(const Arguments& arguments, Output& output);
+ExitCode detach(const Arguments& arguments, Output& output);
+}  // namespace vf
+
+namespace bridge {
+ExitCode list(const Arguments& arguments, Output& output);
+ExitCode attach(const Arguments& arguments, Output& output);
+ExitCode detach(const Arguments& arguments, Output& output);
+}  // namespace bridge
 
 namespace restore {
 ExitCode run(const Arguments& arguments, Output& output);

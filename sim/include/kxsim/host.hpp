@@ -24,6 +24,7 @@
 #include <filesystem>
 #include <initializer_list>
 #include <kxsim/hardware.hpp>
+#include <kxsim/machine.hpp>
 #include <kxsim/nic.hpp>
 #include <map>
 #include <memory>
@@ -205,6 +206,10 @@ public:
     void remove_interface(std::string_view name);
     void module(const Module& module);
     void toe_device(const ToeDevice& device);
+
+    // A virtual machine of the host's hypervisor, which is libvirt's test driver: the functions of
+    // libvirt and virsh work on it from every process on the host.
+    void machine(const VirtualMachine& machine);
 
     // --- Files, by their paths on the host ---
 

@@ -1,0 +1,312 @@
+#include "models/hypervisor.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <span>
+
+#include "state/hypervisor.hpp"
+
+namespace kxsim::models {
+namespace {
+
+using preload::libvirt;
+using preload::LibvirtDomain;
+using preload::LibvirtText;
+using preload::TextBuffer;
+
+// This process's driver, and the state of the host's files that it shows.
+struct Driver {
+    virConnectPtr connection;
+    std::uint32_t changes;
+};
+
+constinit Driver driver{};
+
+int close(virConnectPtr connection) {
+    return libvirt<"virConnectClose", decltype(::virConnectClose)>()(connection);
+}
+
+void replace_driver(const preload::Host& host, virConnectPtr connection) {
+    if (driver.connection != nullptr) {
+        close(driver.connection);
+    }
+    driver = {connection, host.session->machine_changes};
+}
+
+char* uri_of(virConnectPtr connection) {
+    return libvirt<"virConnectGetURI", decltype(::virConnectGetURI)>()(connection);
+}
+
+int id_of(virDomainPtr domain) {
+    return static_cast<int>(libvirt<"virDomainGetID", decltype(::virDomainGetID)>()(domain));
+}
+
+virDomainPtr find(virConnectPtr connection, const char* uuid) {
+    return libvirt<"virDomainLookupByUUIDString", decltype(::virDomainLookupByUUIDString)>()(
+        connection, uuid);
+}
+
+virDomainPtr define(virConnectPtr connection, const char* description) {
+    return libvirt<"virDomainDefineXML", decltype(::virDomainDefineXML)>()(connection, description);
+}
+
+// The driver counts ids from 1. Those that the host's machines had before are used up.
+bool start_with_id(virDomainPtr domain, int id) {
+    const auto create = libvirt<"virDomainCreate", decltype(::virDomainCreate)>();
+    const auto destroy = libvirt<"virDomainDestroy", decltype(::virDomainDestroy)>();
+    while (create(domain) == 0) {
+        if (id_of(domain) >= id) {
+            return true;
+        }
+        if (destroy(domain) != 0) {
+            break;
+        }
+    }
+    return false;
+}
+
+struct ActiveMachine {
+    int id;
+    int state;
+    char uuid[VIR_UUID_STRING_BUFLEN];
+};
+
+// Start a machine with the description that it runs with; its definition stays as the node has it.
+bool start(const preload::Host& host, virConnectPtr connection, const ActiveMachine& machine) {
+    preload::PathText path;
+    live_path(machine.uuid, path);
+    TextBuffer live;
+    if (!read_host_file(host, path.view(), live)) {
+        return false;
+    }
+    const LibvirtDomain defined(find(connection, machine.uuid));
+    const LibvirtText definition(
+        defined ? description_of(defined.get(), VIR_DOMAIN_XML_INACTIVE) : nullptr);
+    const LibvirtDomain domain(define(connection, live.c_str()));
+    if (!domain || !start_with_id(domain.get(), machine.id)) {
+        return false;
+    }
+    if (machine.state == VIR_DOMAIN_PAUSED) {
+        libvirt<"virDomainSuspend", decltype(::virDomainSuspend)>()(domain.get());
+    }
+    if (definition) {
+        return static_cast<bool>(LibvirtDomain(define(connection, definition.c_str())));
+    }
+    return libvirt<"virDomainUndefine", decltype(::virDomainUndefine)>()(domain.get()) == 0;
+}
+
+// Have the driver go on counting behind an id that a machine had and has no more.
+bool use_up_ids(virConnectPtr connection, int last) {
+    const LibvirtDomain domain(define(
+        connection,
+        "<domain type='test'><name>ids of kxsim</name><memory>1024</memory>"
+        "<os><type>hvm</type></os></domain>"));
+    return domain && start_with_id(domain.get(), last) &&
+           libvirt<"virDomainDestroy", decltype(::virDomainDestroy)>()(domain.get()) == 0 &&
+           libvirt<"virDomainUndefine", decltype(::virDomainUndefine)>()(domain.get()) == 0;
+}
+
+bool start_all(const preload::Host& host, virConnectPtr connection) {
+    TextBuffer active;
+    if (!read_host_file(host, state::kActiveFile, active)) {
+        return false;
+    }
+    ActiveMachine machine{};
+    int length = 0;
+    for (const char* line = active.c_str();
+         std::sscanf(line, "%d %d %36s %n", &machine.id, &machine.state, machine.uuid, &length) ==
+         3;
+         line += length) {
+        if (!start(host, connection, machine)) {
+            return false;
+        }
+    }
+    const int last = host.session->last_machine_id;
+    return machine.id >= last || use_up_ids(connection, last);
+}
+
+// A driver that shows the host's machines, or null.
+virConnectPtr open_driver(const preload::Host& host) {
+    TextBuffer uri;
+    node_uri(host, uri);
+    const virConnectPtr connection =
+        libvirt<"virConnectOpen", decltype(::virConnectOpen)>()(uri.c_str());
+    if (connection != nullptr && !start_all(host, connection)) {
+        close(connection);
+        return nullptr;
+    }
+    return connection;
+}
+
+bool is_current(const preload::Host& host) {
+    if (driver.connection == nullptr || driver.changes != host.session->machine_changes) {
+        return false;
+    }
+    TextBuffer uri;
+    node_uri(host, uri);
+    return uri.view() == LibvirtText(uri_of(driver.connection)).c_str();
+}
+
+// The files are the caller's alone.
+bool make_current(const preload::Host& host) {
+    if (is_current(host)) {
+        return true;
+    }
+    const virConnectPtr fresh = open_driver(host);
+    if (fresh == nullptr) {
+        return false;
+    }
+    replace_driver(host, fresh);
+    return true;
+}
+
+// A definition as the node holds it: shut off.
+void append_definition(TextBuffer& node, std::string_view text) {
+    const std::size_t start_tag = text.find('>');
+    const std::size_t end_tag = text.rfind("</domain>");
+    if (start_tag < end_tag && end_tag != text.npos) {
+        node.append(preload::part_of(text, 0, start_tag))
+            .append(state::kTestNamespace)
+            .append(preload::part_of(text, start_tag, end_tag))
+            .append(state::kShutOff)
+            .append(preload::part_of(text, end_tag));
+    }
+}
+
+bool append_active(const preload::Host& host, TextBuffer& active, virDomainPtr domain) {
+    ActiveMachine machine{};
+    machine.id = id_of(domain);
+    int reason = 0;
+    libvirt<"virDomainGetState", decltype(::virDomainGetState)>()(
+        domain, &machine.state, &reason, 0);
+    libvirt<"virDomainGetUUIDString", decltype(::virDomainGetUUIDString)>()(domain, machine.uuid);
+    char line[VIR_UUID_STRING_BUFLEN + 32];
+    std::snprintf(line, sizeof line, "%d %d %s\n", machine.id, machine.state, machine.uuid);
+    active.append(line);
+    host.session->last_machine_id = std::max<int>(machine.id, host.session->last_machine_id);
+    preload::PathText path;
+    live_path(machine.uuid, path);
+    const LibvirtText live(description_of(domain, VIR_DOMAIN_XML_SECURE));
+    return live && write_host_file(host, path.view(), live.c_str());
+}
+
+bool write_down(const preload::Host& host, std::span<virDomainPtr> domains) {
+    std::sort(domains.begin(), domains.end(), [](virDomainPtr left, virDomainPtr right) {
+        return id_of(left) < id_of(right);
+    });
+    TextBuffer node(state::kNodeStart);
+    TextBuffer active;
+    for (const virDomainPtr domain : domains) {
+        if (libvirt<"virDomainIsPersistent", decltype(::virDomainIsPersistent)>()(domain) == 1) {
+            const LibvirtText definition(
+                description_of(domain, VIR_DOMAIN_XML_INACTIVE | VIR_DOMAIN_XML_SECURE));
+            append_definition(node, definition.c_str());
+        }
+        if (id_of(domain) > 0 && !append_active(host, active, domain)) {
+            return false;
+        }
+    }
+    node.append(state::kNodeEnd);
+    return node.complete() && active.complete() &&
+           write_host_file(host, state::kNodeFile, node.view()) &&
+           write_host_file(host, state::kActiveFile, active.view());
+}
+
+}  // namespace
+
+char* description_of(virDomainPtr domain, unsigned flags) {
+    return libvirt<"virDomainGetXMLDesc", decltype(::virDomainGetXMLDesc)>()(domain, flags);
+}
+
+bool is_hypervisor_name(const char* name) {
+    return name == nullptr || !std::string_view(name).starts_with("test:") || is_node_uri(name);
+}
+
+virConnectPtr open_hypervisor(preload::Host& host) {
+    const preload::Pause pause;
+    const MachineLock lock(host);
+    if (!make_current(host) ||
+        libvirt<"virConnectRef", decltype(::virConnectRef)>()(driver.connection) != 0) {
+        return nullptr;
+    }
+    return driver.connection;
+}
+
+int close_hypervisor(virConnectPtr connection) {
+    const preload::Pause pause;
+    const int left = close(connection);
+    if (left != 1 || connection != driver.connection) {
+        return left;
+    }
+    driver = {};
+    return close(connection);
+}
+
+MachineVisit::MachineVisit(virConnectPtr connection, Purpose purpose) : host_(preload::host()) {
+    begin(connection, purpose);
+}
+
+MachineVisit::MachineVisit(virDomainPtr domain, Purpose purpose) : host_(preload::host()) {
+    const auto connection_of = libvirt<"virDomainGetConnect", decltype(::virDomainGetConnect)>();
+    const virConnectPtr given =
+        host_ == nullptr || domain == nullptr ? nullptr : connection_of(domain);
+    begin(given, purpose);
+    if (given == connection_) {
+        domain_ = domain;
+    } else if (connection_ != nullptr) {
+        char uuid[VIR_UUID_STRING_BUFLEN] = {};
+        libvirt<"virDomainGetUUIDString", decltype(::virDomainGetUUIDString)>()(domain, uuid);
+        domain_ = found_.emplace(find(connection_, uuid)).get();
+    }
+}
+
+void MachineVisit::begin(virConnectPtr given, Purpose purpose) {
+    if (host_ == nullptr || given == nullptr || !is_node_uri(LibvirtText(uri_of(given)).c_str())) {
+        host_ = nullptr;
+        return;
+    }
+    if (purpose == Purpose::kChange || !is_current(*host_)) {
+        lock_.emplace(*host_);
+    }
+    connection_ = make_current(*host_) ? driver.connection : nullptr;
+    if (purpose == Purpose::kAsk) {
+        lock_.reset();
+    }
+}
+
+void MachineVisit::save() {
+    virDomainPtr* domains = nullptr;
+    const int count = libvirt<"virConnectListAllDomains", decltype(::virConnectListAllDomains)>()(
+        connection_, &domains, 0);
+    if (count < 0 || !write_down(*host_, {domains, static_cast<std::size_t>(count)})) {
+        preload::complain("libkxsim: the files of the machines cannot be written\n");
+    }
+    for (int k = 0; k < count; ++k) {
+        const LibvirtDomain released(domains[k]);
+    }
+    preload::next<"free", decltype(::free)>()(domains);
+    driver.changes = ++host_->session->machine_changes;
+}
+
+bool MachineVisit::replace_live(const char* uuid, std::string_view description) {
+    preload::PathText path;
+    live_path(uuid, path);
+    TextBuffer before;
+    if (!read_host_file(*host_, path.view(), before) ||
+        !write_host_file(*host_, path.view(), description)) {
+        return false;
+    }
+    const virConnectPtr fresh = open_driver(*host_);
+    if (fresh == nullptr) {
+        if (!write_host_file(*host_, path.view(), before.view())) {
+            preload::complain("libkxsim: the files of the machines cannot be written\n");
+        }
+        return false;
+    }
+    replace_driver(*host_, fresh);
+    connection_ = fresh;
+    save();
+    return true;
+}
+
+}  // namespace kxsim::models

@@ -1,0 +1,25 @@
+#include "preload/libvirt.hpp"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace kxsim::preload {
+
+void* find_in_libvirt(const char* name) {
+    void* function = dlsym(RTLD_NEXT, name);
+    if (function == nullptr) {
+        // An agent that loads the library by itself has libvirt in a scope of its own.
+        if (void* const library = dlopen("libvirt.so.0", RTLD_LAZY | RTLD_NOLOAD)) {
+            function = dlsym(library, name);
+        }
+    }
+    if (function == nullptr) {
+        complain("libkxsim: this process has no ");
+        complain(name);
+        complain("\n");
+        _exit(127);
+    }
+    return function;
+}
+
+}  // namespace kxsim::preload

@@ -1,0 +1,63 @@
+// libvirt's functions, which are there only in processes that use it: looked up when the first of
+// them is called.
+#pragma once
+
+#include <libvirt/libvirt.h>
+
+#include <cstdlib>
+
+#include "preload/next.hpp"
+
+namespace kxsim::preload {
+
+// Ends the process when there is none; only users of libvirt come here.
+[[nodiscard]] void* find_in_libvirt(const char* name);
+
+// libvirt<"virDomainCreate", decltype(::virDomainCreate)>() is what virDomainCreate would be
+// without this library.
+template <FunctionName kName, class Function>
+[[nodiscard]] Function* libvirt() {
+    static constinit std::atomic<void*> found = nullptr;
+    void* function = found.load(std::memory_order_relaxed);
+    if (function == nullptr) {
+        function = find_in_libvirt(kName.text);
+        found.store(function, std::memory_order_relaxed);
+    }
+    return reinterpret_cast<Function*>(function);
+}
+
+// A text that libvirt allocated.
+class LibvirtText {
+public:
+    explicit LibvirtText(char* text) : text_(text) {}
+    ~LibvirtText() { next<"free", decltype(::free)>()(text_); }
+    LibvirtText(const LibvirtText&) = delete;
+    LibvirtText& operator=(const LibvirtText&) = delete;
+
+    explicit operator bool() const { return text_ != nullptr; }
+    [[nodiscard]] const char* c_str() const { return text_ == nullptr ? "" : text_; }
+
+private:
+    char* text_;
+};
+
+// A domain's handle.
+class LibvirtDomain {
+public:
+    explicit LibvirtDomain(virDomainPtr domain) : domain_(domain) {}
+    ~LibvirtDomain() {
+        if (domain_ != nullptr) {
+            libvirt<"virDomainFree", decltype(::virDomainFree)>()(domain_);
+        }
+    }
+    LibvirtDomain(const LibvirtDomain&) = delete;
+    LibvirtDomain& operator=(const LibvirtDomain&) = delete;
+
+    explicit operator bool() const { return domain_ != nullptr; }
+    [[nodiscard]] virDomainPtr get() const { return domain_; }
+
+private:
+    virDomainPtr domain_;
+};
+
+}  // namespace kxsim::preload

@@ -1,0 +1,107 @@
+// kxctl vm: machines by name, UUID and id, and what becomes of them, as virsh sees it too.
+#include <gmock/gmock.h>
+
+#include "kxctl/machines_on_host.hpp"
+
+namespace {
+
+using testing::HasSubstr;
+
+class Vm : public test::MachinesOnHost {
+protected:
+    std::string state(const std::string& name) {
+        const auto machines = json({"vm", "list"})["vms"];
+        for (const auto& machine : machines) {
+            if (machine["name"] == name) {
+                return machine["state"].get<std::string>();
+            }
+        }
+        return "missing";
+    }
+};
+
+TEST_F(Vm, ListsTheActiveOnesByIdAndThenTheOthers) {
+    const auto machines = json({"vm", "list"})["vms"];
+    ASSERT_EQ(machines.size(), 3U);
+    EXPECT_EQ(machines[0]["name"], "web");
+    EXPECT_EQ(machines[0]["id"], 1);
+    EXPECT_EQ(machines[0]["state"], "running");
+    EXPECT_EQ(machines[0]["uuid"], test::kWebUuid);
+    EXPECT_EQ(machines[1]["name"], "7");
+    EXPECT_EQ(machines[1]["id"], 2);
+    EXPECT_EQ(machines[1]["state"], "paused");
+    EXPECT_EQ(machines[2]["name"], "off one");
+    EXPECT_TRUE(machines[2]["id"].is_null());
+    EXPECT_EQ(machines[2]["state"], "shut off");
+}
+
+TEST_F(Vm, IsFoundByNameThenUuidThenId) {
+    EXPECT_EQ(json({"vm", "reboot", "web"})["vm"]["name"], "web");
+    EXPECT_EQ(json({"vm", "reboot", test::kWebUuid})["vm"]["name"], "web");
+    EXPECT_EQ(json({"vm", "reboot", "1122334455664788 99AABBCCDDEEFF01"}, 3)["error"]["code"], 3);
+    EXPECT_EQ(json({"vm", "reboot", "112233445566478899AABBCCDDEEFF01"})["vm"]["name"], "web");
+    EXPECT_EQ(json({"vm", "reboot", "1"})["vm"]["name"], "web");
+    EXPECT_EQ(json({"vm", "resume", "7"})["vm"]["id"], 2) << "a name of digits is a name";
+}
+
+TEST_F(Vm, ThatIsUnknownIsNotFound) {
+    for (const char* word : {"nobody", "-1", "0", "3", "1x", "11223344"}) {
+        expect_failure(
+            {"vm", "start", "--", word}, 3, std::string("There is no virtual machine ") + word);
+    }
+}
+
+TEST_F(Vm, GoesThroughItsLifeFromOneProcessToTheNext) {
+    EXPECT_EQ(json({"vm", "start", "off one"})["vm"]["id"], 3);
+    EXPECT_EQ(state("off one"), "running");
+    const auto suspended = json({"vm", "suspend", "off one"});
+    EXPECT_EQ(suspended["state_before"], "running");
+    EXPECT_EQ(suspended["vm"]["state"], "paused");
+    EXPECT_THAT(virsh("domstate 'off one'"), HasSubstr("paused"));
+    EXPECT_EQ(json({"vm", "start", "3"})["vm"]["state"], "running") << "a start resumes it";
+    EXPECT_EQ(json({"vm", "suspend", "3"})["vm"]["state"], "paused");
+    EXPECT_EQ(json({"vm", "resume", "3"})["vm"]["state"], "running");
+    EXPECT_EQ(json({"vm", "reboot", "3"})["vm"]["id"], 3);
+    const auto off = json({"vm", "shutdown", "3"});
+    EXPECT_EQ(off["vm"]["state"], "shut off");
+    EXPECT_TRUE(off["vm"]["id"].is_null());
+    EXPECT_EQ(json({"vm", "start", "off one"})["vm"]["id"], 4) << "ids are not given twice";
+}
+
+TEST_F(Vm, SeesWhatVirshDid) {
+    virsh("suspend web");
+    virsh("start 'off one'");
+    EXPECT_EQ(state("web"), "paused");
+    EXPECT_EQ(state("off one"), "running");
+}
+
+TEST_F(Vm, IsRefusedWhatItsStateDoesNotAllow) {
+    expect_failure({"vm", "start", "web"}, 1, "Cannot start web (running): Invalid Operation");
+    expect_failure({"vm", "suspend", "7"}, 1, "Cannot suspend 7 (paused): Invalid Operation");
+    expect_failure({"vm", "resume", "web"}, 1, "Cannot resume web (running): Invalid Operation");
+    expect_failure(
+        {"vm", "shutdown", "off one"}, 1, "Cannot shut down off one (shut off): Invalid Operation");
+    expect_failure({"vm", "reboot", "off one"}, 1, "Cannot reboot off one (shut off)");
+}
+
+TEST_F(Vm, OnAHostWithoutHypervisorIsAFailure) {
+    host.remove("/var/lib/libvirt/kxsim/node.xml");
+    expect_failure(
+        {"vm", "list"}, 1, "Cannot list the virtual machines: LibVirt connection failure");
+}
+
+TEST_F(Vm, MessagesOfTheLibraryAreNotItsOutput) {
+    const test::Result verbose = on({"vm", "list", "--json", "-v"});
+    EXPECT_EQ(nlohmann::json::parse(verbose.out)["vms"].size(), 3U);
+    EXPECT_THAT(verbose.err, HasSubstr("Attempting to connect to hypervisor\n"));
+    const test::Result refused = on({"vm", "start", "web", "-v"});
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(refused.err, HasSubstr("libkxlinhw: vm: error: VMStateOperation: Invalid"));
+}
+
+TEST_F(Vm, NamesThatAreNoWordsOfAShellAreNames) {
+    host.machine({.name = "a'b;$(reboot) <&>", .state = "running"});
+    EXPECT_EQ(json({"vm", "suspend", "a'b;$(reboot) <&>"})["vm"]["state"], "paused");
+}
+
+}  // namespace
