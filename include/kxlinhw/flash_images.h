@@ -3,7 +3,7 @@
 
        0x00000  boot option ROM, sectors 0 to 5; begins with 0x55 0xAA, BIOS version at 16 to 19
        0x70000  configuration record, sector 7; begins with "CBIO"
-       0x80000  firmware, which a boot image must not reach
+       0x80000  firmware; a boot image ends below 0x90000 or is refused
 
    The register window must be open (connect_to_hba_Q4). Statuses are KxFlashStatus of
    <kxlinhw/flash.h>. Messages go to standard output, beside those of the flash functions. Nothing

