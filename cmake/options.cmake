@@ -25,6 +25,17 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(kx_options INTERFACE -fsemantic-interposition)
 endif()
 
+# Checks in the shipped library and programs: overruns of the stack and of objects whose size the
+# compiler knows end the process, and the tables of the dynamic linker are read-only before main().
+# A distribution that passes flags of its own turns this off. The sanitizers check more.
+if(KXLINHW_HARDEN AND NOT KXLINHW_SANITIZE)
+  add_compile_options(
+    -fstack-protector-strong
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE>
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=3>)
+  add_link_options(LINKER:-z,relro,-z,now)
+endif()
+
 if(KXLINHW_SANITIZE)
   # Not vptr: it opens a pipe to look at an object, and some tests take all descriptors.
   add_compile_options(-fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all

@@ -56,7 +56,8 @@ public:
 
     [[nodiscard]] std::string read(std::size_t address, std::size_t size) const {
         std::string bytes(size, kErased);
-        static_cast<void>(::pread(descriptor_, bytes.data(), size, static_cast<off_t>(address)));
+        [[maybe_unused]] const ssize_t present =
+            ::pread(descriptor_, bytes.data(), size, static_cast<off_t>(address));
         return bytes;
     }
 

@@ -81,7 +81,7 @@ bool append(const Descriptor& file, std::string_view text, std::size_t old_size)
     if (write_all(file, text) && flush_to_disk(file)) {
         return true;
     }
-    static_cast<void>(ftruncate(file.get(), static_cast<off_t>(old_size)));
+    [[maybe_unused]] const int cut = ftruncate(file.get(), static_cast<off_t>(old_size));
     return false;
 }
 

@@ -108,7 +108,7 @@ int read_from_file(const char* path, uint32_t* value) {
         report_missing_file(path);
         return -1;
     }
-    static_cast<void>(std::fscanf(file.get(), "%u", value));
+    [[maybe_unused]] const int found = std::fscanf(file.get(), "%u", value);
     return 0;
 }
 
