@@ -59,7 +59,7 @@ fi
 
 # The declarations of the headers, without their comments.
 for header in "$source"/include/kxlinhw/*.h; do
-    "$compiler" -fpreprocessed -E -P "$header" >"$directory/$(basename "$header")"
+    "$compiler" -w -fpreprocessed -E -P "$header" >"$directory/$(basename "$header")"
 done
 
 # libkxlinhw(3): each exported name under the header that declares it, and no other name.
