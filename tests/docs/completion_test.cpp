@@ -217,6 +217,10 @@ TEST_P(Completion, OffersTheCardsAndPortsOfTheHostThatTheLineNames) {
     EXPECT_THAT(all["kxctl port stats --sim 04:00.4 "], UnorderedElementsAre("1", "2", "3", "4"));
 }
 
+TEST_P(Completion, OffersTheMachinesOfTheHostByName) {
+    EXPECT_THAT(offer("kxctl --sim vf list "), IsSupersetOf({"web1", "db1", "batch1"}));
+}
+
 TEST_P(Completion, OffersScenariosAndBehindTheBareOptionCommandsToo) {
     auto all = offers({"kxctl --sim=", "kxctl --sim "});
     EXPECT_THAT(all["kxctl --sim="], Contains("--sim=nic-only-q3"));

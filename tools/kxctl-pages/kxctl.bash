@@ -32,6 +32,7 @@ _kxctl_words_of_kind() {
     '|'*) tr '|' '\n' <<<"${1#|}" ;;
     LOCATION) "$program" "${sim[@]}" card list 2>/dev/null | awk 'NR > 1 { print $1 }' ;;
     PORT) "$program" "${sim[@]}" port list "${taken[0]}" 2>/dev/null | awk 'NR > 1 { print $1 }' ;;
+    VM) "$program" "${sim[@]}" vm list 2>/dev/null | awk 'NR > 1 { print $2 }' ;;
     SCENARIO) kxsim list 2>/dev/null | awk '{ print $1 }' ;;
     FILE) compgen -f -- "${current##*=}" ;;
     KEY=VALUE) tr ' ' '\n' <<<"$settings" ;;

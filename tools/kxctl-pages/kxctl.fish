@@ -11,9 +11,9 @@ function __kxctl_row --no-scope-shadowing
     return 0
 end
 
-# The first column of a table that a command prints, without the heading.
+# A column of a table that a command prints, without the heading.
 function __kxctl_column
-    $argv 2>/dev/null | awk 'NR > 1 { print $1 }'
+    $argv[2..-1] 2>/dev/null | awk -v column=$argv[1] 'NR > 1 { print $column }'
 end
 
 # The words of a kind: its choices, or what the host, the simulator or the disk knows.
@@ -22,9 +22,11 @@ function __kxctl_words_of_kind --no-scope-shadowing
         case '|*'
             string split '|' -- (string sub -s 2 -- "$argv")
         case LOCATION
-            __kxctl_column $program $sim card list
+            __kxctl_column 1 $program $sim card list
         case PORT
-            __kxctl_column $program $sim port list $taken[1]
+            __kxctl_column 1 $program $sim port list $taken[1]
+        case VM
+            __kxctl_column 2 $program $sim vm list
         case SCENARIO
             kxsim list 2>/dev/null | string replace -r ' +' \t
         case FILE
