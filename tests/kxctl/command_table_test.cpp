@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 #include <sstream>
+#include <string_view>
 
 #include "command_line.hpp"
 #include "failure.hpp"
@@ -170,12 +171,14 @@ TEST(Help, FitsEightyColumnsAndLeavesNoBlankAtALinesEnd) {
     }
 }
 
-TEST(Help, EndsInTwoExamples) {
+TEST(Help, EndsInTwoExamplesAndTheManualPage) {
+    constexpr std::string_view kEnd = "\n\nManual page: kxctl(8)\n";
     for (const std::string& help : all_helps()) {
+        ASSERT_THAT(help, EndsWith(kEnd));
         const std::size_t at = help.find("\nExamples:\n");
         ASSERT_NE(at, help.npos) << help;
         const std::string examples = help.substr(at);
-        EXPECT_EQ(std::count(examples.begin(), examples.end(), '\n'), 4) << help;
+        EXPECT_EQ(std::count(examples.begin(), examples.end(), '\n'), 6) << help;
     }
 }
 

@@ -49,6 +49,7 @@ private:
 struct Term {
     std::string word;
     std::string meaning;
+    std::vector<std::string> values = {};  // words that stand for its values, such as "on"
 };
 
 struct Command {

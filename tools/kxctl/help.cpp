@@ -158,11 +158,14 @@ std::string example_section(std::span<const char* const> examples) {
     return out;
 }
 
+// Where more is told.
+constexpr const char* kManualPage = "\nManual page: kxctl(8)\n";
+
 std::string program_help() {
     return "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n\n"
            "Inspect and configure Kestrix network adapters and the drivers that run them.\n" +
            command_section("") + option_section("Options", global_options()) + exit_code_section() +
-           example_section(kProgramExamples);
+           example_section(kProgramExamples) + kManualPage;
 }
 
 std::string noun_help(const std::string& noun) {
@@ -175,7 +178,7 @@ std::string noun_help(const std::string& noun) {
     examples.resize(std::min<std::size_t>(examples.size(), 2));
     return fmt::format("Usage: kxctl [OPTION...] {} VERB [ARGUMENT...]\n", noun) +
            command_section(noun) + option_section("Options", global_options()) +
-           example_section(examples);
+           example_section(examples) + kManualPage;
 }
 
 std::string setting_section(const Command& command) {
@@ -192,7 +195,7 @@ std::string command_help(const Command& command) {
            argument_section(command) + setting_section(command) +
            option_section("Options of this command", command.arguments) +
            option_section("Options of all commands", global_options()) +
-           example_section(command.examples);
+           example_section(command.examples) + kManualPage;
 }
 
 const char* count_name(const Argument& argument) {

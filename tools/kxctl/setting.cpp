@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "failure.hpp"
 
@@ -135,7 +136,13 @@ std::uint64_t apply_changes(std::span<const Change> changes, void* record) {
 std::vector<Term> terms_of(std::span<const Setting> settings) {
     std::vector<Term> terms;
     for (const Setting& setting : settings) {
-        terms.push_back({setting.key, setting.help});
+        Term term{setting.key, setting.help};
+        for (const char* const word : {setting.words.zero, setting.words.one}) {
+            if (word != nullptr) {
+                term.values.emplace_back(word);
+            }
+        }
+        terms.push_back(std::move(term));
     }
     return terms;
 }

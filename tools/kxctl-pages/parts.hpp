@@ -1,0 +1,22 @@
+// What a page or a completion takes from kxctl's tables, each part in the language of its reader.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kx::pages {
+
+// The part that a template names by a line "@NAME@". Throws std::runtime_error for an unknown one.
+[[nodiscard]] std::string part(std::string_view name);
+
+// The manual page's, in the markup of scdoc(5).
+[[nodiscard]] std::string man_commands();
+[[nodiscard]] std::string man_options();
+[[nodiscard]] std::string man_exit_codes();
+
+// The rows of the completions: what may follow the words of each command.
+[[nodiscard]] std::string bash_rows();
+[[nodiscard]] std::string zsh_rows();
+[[nodiscard]] std::string fish_rows();
+
+}  // namespace kx::pages

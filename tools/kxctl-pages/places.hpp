@@ -1,0 +1,41 @@
+// The command table as completions need it: for each place that words of a command line lead to,
+// what may follow.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kx::pages {
+
+// A word that may stand there as it is.
+struct Offer {
+    std::string word;
+    std::string meaning;
+};
+
+// What a word stands for: its name ("LOCATION"), or the values that it is one of, each behind a "|"
+// ("|boot|config").
+struct Slot {
+    std::string kind;
+    std::string meaning;
+};
+
+struct OptionOffer {
+    std::string name;  // one of the option's names
+    std::string kind;  // of its value, as a Slot's; empty for a flag
+    std::string meaning;
+};
+
+struct Place {
+    std::string words;                      // "card", "card list"; empty for the line's beginning
+    std::vector<Offer> next = {};           // nouns or verbs
+    std::vector<OptionOffer> options = {};  // of this command, then those of all commands
+    std::vector<Slot> slots = {};           // positional words
+    std::vector<Offer> settings = {};       // what KEY=VALUE knows: "mtu=", "tso=on", "tso=off"
+    bool repeats = false;                   // the last positional word may come again
+};
+
+// Every place, the line's beginning first.
+[[nodiscard]] std::vector<Place> places();
+
+}  // namespace kx::pages
