@@ -125,7 +125,10 @@ void driver_details(void* buffer, uint32_t* length) {
     std::memset(found, 0, sizeof found);
     missing = kCount;
     for (const Module& module : kModules) {
-        close(open(module.name, O_RDONLY | O_CLOEXEC));  // a file of that name comes first
+        const int file = open(module.name, O_RDONLY | O_CLOEXEC);  // would be the module
+        if (file >= 0) {
+            close(file);
+        }
     }
     utsname kernel;
     uname(&kernel);
