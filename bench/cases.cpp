@@ -54,6 +54,14 @@ PortInfo& port_record() {
 void address() { expect_success(getAddress(kPort, &port_record())); }
 void address_floor() { floor::address(kPort, &port_record()); }
 
+// What the nine commands tell of one port: by its name, without a look at the bus.
+void one_port() {
+    PortInfo& port = port_record();
+    expect_success(getAddress(kPort, &port));
+    expect_success(getPortParameters(kPort, &port));
+}
+void one_port_floor() { floor::one_port(kPort, &port_record()); }
+
 // Settings that these interfaces take; the recorded values go to a file that is not the machine's.
 void set_port() {
     PortInfo& port = port_record();
@@ -82,6 +90,7 @@ constexpr std::array kCases{
     Case{"GetPortStat", port_stat, port_stat_floor},
     Case{"GetDriverDetails", driver_details, driver_details_floor},
     Case{"getAddress", address, address_floor},
+    Case{"getPortParameters", one_port, one_port_floor},
     Case{"setPortParams", set_port, nullptr},
     Case{"SetIwarpProps", set_iwarp, nullptr},
 };

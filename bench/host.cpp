@@ -78,18 +78,11 @@ void add_offload(kxsim::Host& host, unsigned ports) {
     host.toe_device(device);
 }
 
+// The newest directories are listed first: a walk comes to the maker's modules last.
 void add_modules(kxsim::Host& host, const Size& size) {
     std::map<std::string, std::string> iwarp;
     for (const auto& row : kx::settings::kIwarpParameters) {
         iwarp[row.name] = "1";
-    }
-    for (unsigned i = 0; i < size.modules; ++i) {
-        const unsigned directory = i % kModuleDirectories;
-        host.module(
-            {.name = "other_" + std::to_string(i),
-             .version = "1.0",
-             .where = "kernel/drivers/class" + std::to_string(directory / 20) + "/maker" +
-                      std::to_string(directory)});
     }
     for (const std::string name : kOwnModules) {
         kxsim::Module module{.name = name, .version = "3.19.0.1", .description = "Kestrix " + name};
@@ -101,6 +94,14 @@ void add_modules(kxsim::Host& host, const Size& size) {
             module.parameters = iwarp;
         }
         host.module(module);
+    }
+    for (unsigned i = 0; i < size.modules; ++i) {
+        const unsigned directory = i % kModuleDirectories;
+        host.module(
+            {.name = "other_" + std::to_string(i),
+             .version = "1.0",
+             .where = "kernel/drivers/class" + std::to_string(directory / 20) + "/maker" +
+                      std::to_string(directory)});
     }
 }
 

@@ -20,5 +20,6 @@ void port_info(void* buffer, uint32_t* length);
 void port_stat(void* buffer, uint32_t* length);
 void driver_details(void* buffer, uint32_t* length);
 void address(const char* interface_name, PortInfo* port);
+void one_port(const char* interface_name, PortInfo* port);
 
 }  // namespace bench::floor

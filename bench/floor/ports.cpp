@@ -192,6 +192,13 @@ void address(const char* interface_name, PortInfo* port) {
     files(*port);
 }
 
+void one_port(const char* interface_name, PortInfo* port) {
+    address(interface_name, port);
+    const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
+    parameters(socket, *port);
+    close(socket);
+}
+
 void port_info(void* buffer, uint32_t* length) {
     is_loaded(loaded_modules(), "zfab4");
     find_adapters();
