@@ -47,13 +47,16 @@ public:
         ifaddrs* first = nullptr;
         readable_ = getifaddrs(&first) == 0;
         const AddressList list(readable_ ? first : nullptr);
+        empty_ = list == nullptr;
         for (const ifaddrs* entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
-            add(*entry);
+            if (entry->ifa_addr != nullptr) {
+                add(entry->ifa_name, *entry);
+            }
         }
     }
 
     [[nodiscard]] bool readable() const { return readable_; }
-    [[nodiscard]] bool empty() const { return by_name_.empty(); }
+    [[nodiscard]] bool empty() const { return empty_; }
 
     [[nodiscard]] Addresses find(const char* interface_name) const {
         const auto found = by_name_.find(interface_name);
@@ -61,22 +64,21 @@ public:
     }
 
 private:
-    void add(const ifaddrs& entry) {
-        Addresses& addresses = by_name_[entry.ifa_name];
-        if (entry.ifa_addr == nullptr) {
-            return;
-        }
+    // Interfaces without an address of either family need no place in the table.
+    void add(const char* interface_name, const ifaddrs& entry) {
         if (entry.ifa_addr->sa_family == AF_INET) {
+            Addresses& addresses = by_name_[interface_name];
             addresses.ipv4 = read_address<sockaddr_in>(entry.ifa_addr).sin_addr;
             if (entry.ifa_netmask != nullptr) {
                 addresses.netmask = read_address<sockaddr_in>(entry.ifa_netmask).sin_addr;
             }
         } else if (entry.ifa_addr->sa_family == AF_INET6) {
-            addresses.ipv6 = read_address<sockaddr_in6>(entry.ifa_addr).sin6_addr;
+            by_name_[interface_name].ipv6 = read_address<sockaddr_in6>(entry.ifa_addr).sin6_addr;
         }
     }
 
     bool readable_;
+    bool empty_;
     std::unordered_map<std::string, Addresses> by_name_;
 };
 
@@ -106,7 +108,7 @@ template <std::size_t N>
 void copy_first_line(
     const char* interface_name, const char* file, std::size_t longest, char (&field)[N]) {
     const std::string path = std::string(kInterfaceDirectory) + "/" + interface_name + "/" + file;
-    const auto content = kx::read_file(path.c_str(), longest);
+    const auto content = kx::read_value_file(path.c_str(), longest);
     if (!content || content->empty()) {
         return;
     }

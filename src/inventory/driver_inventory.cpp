@@ -2,9 +2,12 @@
 #include <kxlinhw/modules.h>
 #include <kxlinhw/status.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <string_view>
 
+#include "settings/module_search.hpp"
 #include "support/call_snapshot.hpp"
 #include "support/handle.hpp"
 #include "support/text.hpp"
@@ -33,6 +36,16 @@ constexpr KnownDriver kKnownDriverTable[] = {
     {"kxstor", isFCOELoaded, 0},
     {nullptr, nullptr, 0},
 };
+
+// The names as getModinfo will be asked for them.
+constexpr auto kKnownModules = [] {
+    std::array<std::string_view, std::size(kKnownDriverTable) - 1> names;
+    std::transform(
+        std::begin(kKnownDriverTable), std::end(kKnownDriverTable) - 1, names.begin(),
+        [](const KnownDriver& driver) { return driver.module; });
+    return names;
+}();
+static_assert(kKnownModules.size() <= kx::settings::ModuleAnnouncement::kMost);
 
 // What getModinfo asks for, and one byte more: a version that fills its 255 bytes has no NUL.
 using InfoText = std::array<char, 256>;
@@ -71,6 +84,7 @@ uint32_t getDriverInfo(KxDriverEntryPtr* slot) {
         return KX_INVALID_PARAMETER;
     }
     const kx::SnapshotScope scope;
+    const kx::settings::ModuleAnnouncement announcement(kKnownModules);
     freelist(*slot);
     *slot = nullptr;
     DriverEntry* last = nullptr;

@@ -23,7 +23,7 @@ void read_parameters(CardParams& params, int device_index) {
     using namespace kx::inventory;
     for (const OffloadParameter& row : kOffloadReadings) {
         const auto text =
-            kx::read_file(offload_file(device_index, row.name).c_str(), kLongestValue);
+            kx::read_value_file(offload_file(device_index, row.name).c_str(), kLongestValue);
         if (text) {
             set_offload_value(params, row, std::atoi(text->c_str()));
         }

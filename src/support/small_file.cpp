@@ -34,6 +34,16 @@ std::optional<std::string> read_file(const char* path, std::size_t limit) {
     return content;
 }
 
+std::optional<std::string> read_value_file(const char* path, std::size_t longest) {
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        return std::nullopt;
+    }
+    std::array<char, 64> value;
+    const ssize_t got = read(file.get(), value.data(), std::min(longest, value.size()));
+    return std::string(value.data(), got < 0 ? 0 : static_cast<std::size_t>(got));
+}
+
 std::optional<std::string_view> Pieces::next() {
     if (rest_.empty()) {
         return std::nullopt;

@@ -15,6 +15,9 @@ namespace kx {
 [[nodiscard]] std::optional<std::string> read_file(
     const char* path, std::size_t limit = std::string::npos);
 
+// What one read of up to `longest` bytes gives: the whole of the kernel's files of one value.
+[[nodiscard]] std::optional<std::string> read_value_file(const char* path, std::size_t longest);
+
 // Walks a content in pieces that end behind a newline or after `longest` characters, whichever
 // comes first. A line longer than that comes as several pieces.
 class Pieces {

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
+#include <sys/utsname.h>
 
 #include <cstring>
 #include <kxsim/host.hpp>
@@ -18,6 +19,12 @@ using testing::ElementsAre;
 const std::vector<std::string> kKnownModules{
     "zfab3",        "zfab4",      "zfab3m",     "toecore",  "q3_tom",   "q4_tom", "bonding",
     "kxiscsi_base", "kxiscsi_q4", "kxiscsi_q3", "iw_zfab3", "iw_zfab4", "kxstor"};
+
+std::string kernel_release() {
+    utsname kernel{};
+    uname(&kernel);
+    return kernel.release;
+}
 
 std::vector<std::string> module_names(const std::vector<DriverEntry>& drivers) {
     return test::each(drivers, [](const DriverEntry& driver) { return text(driver.module); });
@@ -206,6 +213,72 @@ TEST(DriverInventory, ReadsTheModuleListOnce) {
     const auto calls = host.count([] { test::driver_details(); });
     EXPECT_EQ(calls.on("open", "/proc/modules"), 1U);
     EXPECT_EQ(calls["mmap"], 13U) << "only the files that matched";
+}
+
+// One walk serves all names; each must come out as a search for it alone would have it.
+void expect_searches_agree(const kxsim::Host& host) {
+    const auto answer = test::driver_details();
+    std::size_t next = 0;
+    for (const std::string& module : kKnownModules) {
+        std::string name = module;
+        char version[256] = "";
+        char description[256] = "";
+        const bool found = getModinfo(name.data(), version, description) == 0;
+        const bool listed =
+            next < answer.records.size() && text(answer.records[next].module) == module;
+        ASSERT_EQ(listed, found) << module << " on " << host.root();
+        if (found) {
+            EXPECT_EQ(text(answer.records[next].version), version) << module;
+            ++next;
+        }
+    }
+    EXPECT_EQ(next, answer.records.size());
+}
+
+TEST(DriverInventory, EachModuleEndsTheSearchOfItsOwnDirectoriesOnly) {
+    kxsim::Host host;
+    const std::string tree = "/lib/modules/" + kernel_release();
+    // A match that cannot be mapped: the search for zfab4 leaves the directory, others go on in it
+    // and in the directory that bears its name.
+    host.directory(tree + "/kernel/a/zfab4.ko");
+    host.module({.name = "q4_tom", .version = "in a match", .where = "kernel/a/zfab4.ko"});
+    host.module({.name = "zfab4", .version = "behind it", .where = "kernel/a/later"});
+    host.module({.name = "zfab3", .version = "behind it", .where = "kernel/a/later"});
+    host.module({.name = "zfab4", .version = "of the parent", .where = "kernel/b"});
+    host.module({.name = "bonding", .version = "first", .where = "kernel/a/x"});
+    host.module({.name = "bonding", .version = "second", .where = "kernel/b"});
+    host.module({.name = "bonding", .version = "third", .where = "updates"});
+    host.module({.name = "q3_tom", .version = "dashed", .where = "kernel/b", .file = "q3-tom.ko"});
+    host.file(tree + "/updates/kxstor.ko.gz", "compressed");
+    host.module({.name = "kxstor", .version = "plain", .where = "kernel/b"});
+    const auto attached = host.attach();
+    expect_searches_agree(host);
+    for (const bool hidden : {true, false}) {
+        host.hide_entry_types(hidden);
+        host.order(tree + "/kernel", {"b", "a"});
+        host.order(tree + "/kernel/a", {"x", "later", "zfab4.ko"});
+        expect_searches_agree(host);
+        host.order(tree + "/kernel", {"a", "b"});
+        host.order(tree + "/kernel/a", {"zfab4.ko", "later", "x"});
+        expect_searches_agree(host);
+    }
+    EXPECT_EQ(
+        test::each(
+            test::driver_details().records,
+            [](const DriverEntry& driver) { return text(driver.version); }),
+        (std::vector<std::string>{
+            "behind it", "of the parent", "dashed", "in a match", "third", ""}))
+        << "zfab3, zfab4, q3_tom, q4_tom, bonding, kxstor";
+}
+
+TEST(DriverInventory, FileThatCannotBeOpenedIsNoMatchForTheParent) {
+    kxsim::Host host;
+    const std::string tree = "/lib/modules/" + kernel_release();
+    host.file(tree + "/updates/a/zfab4.ko", "", 0644);  // an empty file cannot be mapped
+    host.module({.name = "zfab4", .version = "good", .where = "updates/b"});
+    host.module({.name = "zfab3", .version = "beside", .where = "updates/a"});
+    const auto attached = host.attach();
+    expect_searches_agree(host);
 }
 
 TEST(DriverInventory, NullSlotIsRefused) {
