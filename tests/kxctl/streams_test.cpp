@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "kxctl/process.hpp"
+#include "kxctl/every_command.hpp"
 
 namespace {
 
@@ -61,6 +61,56 @@ TEST(StandardOutput, ThatIsClosedFails) {
     EXPECT_EQ(result.exit, 1);
     EXPECT_EQ(result.err, "kxctl: standard output: Bad file descriptor\n");
 }
+
+class StreamsOf : public testing::TestWithParam<const kx::ctl::Command*> {
+protected:
+    // The lines in which kxctl complains; progress has none of its marks.
+    static std::vector<std::string> complaints_in(const std::string& text) {
+        std::vector<std::string> lines;
+        std::istringstream stream(text);
+        for (std::string line; std::getline(stream, line);) {
+            if (line.starts_with("kxctl: ")) {
+                lines.push_back(line);
+            }
+        }
+        return lines;
+    }
+
+    std::vector<std::string> words_with(const char* word) const {
+        std::vector<std::string> words = test::example_of(*GetParam());
+        words.insert(words.end(), {"--sim=lab", word});
+        return words;
+    }
+
+    const test::ExampleDirectory directory_;
+};
+
+// As a table and as JSON.
+TEST_P(StreamsOf, FullStandardOutputFailsACommandThatWasDone) {
+    const OwnedDescriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    for (const char* word : {"--verbose", "--json"}) {
+        const test::ExampleDirectory fresh;
+        const test::Result result = run_into(full.get(), words_with(word));
+        EXPECT_EQ(result.exit, 1) << word << result.err;
+        EXPECT_THAT(
+            complaints_in(result.err),
+            testing::ElementsAre("kxctl: standard output: No space left on device"))
+            << word;
+    }
+}
+
+TEST_P(StreamsOf, ClosedPipeIsQuiet) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    const OwnedDescriptor broken(ends[1]);
+    const test::Result result = run_into(broken.get(), words_with("--color=never"));
+    EXPECT_EQ(result.exit, 0);
+    EXPECT_THAT(complaints_in(result.err), testing::IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, StreamsOf, testing::ValuesIn(test::all_commands()), test::name_of_command);
 
 TEST(StandardError, ThatIsClosedLosesItsLineOnly) {
     const test::Result result = run_in_shell("\"$1\" bogus -j 2>&-");

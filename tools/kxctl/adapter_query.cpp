@@ -1,5 +1,6 @@
 #include "adapter_query.hpp"
 
+#include <fcntl.h>
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/status.h>
 #include <kxlinhw/vpd.h>
@@ -12,8 +13,10 @@ extern "C" {
 #include <pci/pci.h>
 }
 
+#include "descriptor.hpp"
 #include "failure.hpp"
 #include "library_call.hpp"
+#include "refusal.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -35,10 +38,13 @@ struct AdapterState {
 // A register window is opened through /dev/mem; that it is refused is the usual reason.
 [[noreturn]] void fail_to_connect() {
     const std::string text = "The register window of an adapter cannot be opened";
-    if (access("/dev/mem", R_OK | W_OK) != 0) {
+    if (!Descriptor(open("/dev/mem", O_RDWR | O_CLOEXEC))) {
+        const int reason = errno;
+        if (is_refusal_of_memory(reason)) {
+            throw refused_memory(text, reason);
+        }
         throw Failure(
-            errno == EACCES || errno == EPERM ? ExitCode::kNoPermission : ExitCode::kFailed,
-            fmt::format("{}: /dev/mem: {}", text, std::strerror(errno)));
+            ExitCode::kFailed, fmt::format("{}: /dev/mem: {}", text, std::strerror(reason)));
     }
     throw Failure(ExitCode::kFailed, text);
 }
@@ -95,6 +101,12 @@ std::uint32_t find_capability(std::uint8_t adapter) {
     std::uint32_t capability = 0;
     const std::int32_t status = call_library([&] { return vpd_setup(adapter, &capability); });
     if (capability == 0) {
+        // Who lacks the privilege sees the first 64 bytes only, and thus no capability.
+        if (const auto known = obstacle(Privilege::kConfigSpace, read_circumstances())) {
+            throw Failure(
+                ExitCode::kNoPermission,
+                "The PCI configuration space of the adapter is not readable: " + *known);
+        }
         throw Failure(
             ExitCode::kNotSupported, "The adapter has no PCI capability for vital product data");
     }

@@ -51,7 +51,8 @@ ExitCode ChangeReport::tell_plan(Output& output) const {
 }
 
 ExitCode ChangeReport::tell_result(
-    Output& output, const void* after, const std::vector<std::string>& messages) const {
+    Output& output, const void* after, std::vector<std::string> messages,
+    Privilege privilege) const {
     Json settings = Json::array();
     Table table({{"SETTING"}, {"BEFORE", Align::kRight}, {"NOW", Align::kRight}});
     std::vector<std::string> untaken;
@@ -74,7 +75,13 @@ ExitCode ChangeReport::tell_result(
             {line.setting->key, text_of(*line.setting, line.before),
              Cell(text_of(*line.setting, now), as_wanted ? Style::kPlain : Style::kBad)});
     }
-    const std::vector<std::string>& failures = messages.empty() ? untaken : messages;
+    const bool refused_by_library = !messages.empty();
+    std::vector<std::string> failures = std::move(refused_by_library ? messages : untaken);
+    const auto known =
+        taken == 0 && !failures.empty() ? obstacle(privilege, read_circumstances()) : std::nullopt;
+    if (known) {
+        failures.push_back(*known);
+    }
     if (output.wants_json()) {
         Json answer = subject_;
         answer["settings"] = settings;
@@ -84,10 +91,15 @@ ExitCode ChangeReport::tell_result(
         output.table(table);
     }
     std::ranges::for_each(failures, complain);
-    if (!messages.empty()) {
-        return taken > 0 ? ExitCode::kPartly : ExitCode::kFailed;
+    if (failures.empty()) {
+        return ExitCode::kDone;
     }
-    return untaken.empty() ? ExitCode::kDone : ExitCode::kVerification;
+    if (known) {
+        return ExitCode::kNoPermission;
+    }
+    return !refused_by_library ? ExitCode::kVerification
+           : taken > 0         ? ExitCode::kPartly
+                               : ExitCode::kFailed;
 }
 
 }  // namespace kx::ctl

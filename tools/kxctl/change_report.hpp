@@ -8,6 +8,7 @@
 
 #include "exit_code.hpp"
 #include "json.hpp"
+#include "refusal.hpp"
 #include "setting.hpp"
 
 namespace kx::ctl {
@@ -25,8 +26,10 @@ public:
 
     // Tell what was changed, as read back. messages: what the library said of settings that
     // failed; without one a value that differs from the one asked for was silently not taken.
+    // privilege: what a change takes; when nothing was taken, its lack is told as the reason.
     ExitCode tell_result(
-        Output& output, const void* after, const std::vector<std::string>& messages) const;
+        Output& output, const void* after, std::vector<std::string> messages,
+        Privilege privilege) const;
 
 private:
     struct Line {

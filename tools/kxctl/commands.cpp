@@ -2,6 +2,7 @@
 #include <kxlinhw/settings.h>
 
 #include "command.hpp"
+#include "configuration_lock.hpp"
 #include "nouns.hpp"
 #include "port_settings.hpp"
 #include "setting.hpp"
@@ -128,11 +129,11 @@ std::span<const Command> commands() {
                 "Applies the settings and shows each as it was and as it reads back. A setting "
                 "that fails does not stop the others; each failure is told on a line of its own. "
                 "What was applied is saved and applied again by \"kxctl restore\" after a reboot.",
-            .arguments =
+            .arguments = with_lock_options(
                 {kLocation,
                  {.name = "PORT", .help = "Number of the port, as \"port list\" shows it"},
                  kChanges,
-                 kDryRun},
+                 kDryRun}),
             .examples =
                 {"kxctl port set 03:00.4 1 mtu=9000 tso=on",
                  "kxctl --sim port set 03:00.4 1 autoneg=off speed=1000 duplex=full --dry-run"},
@@ -158,7 +159,7 @@ std::span<const Command> commands() {
             .about = "Applies the settings and shows each as it was and as it reads back. A "
                      "setting that fails does not stop the others; each failure is told on a line "
                      "of its own. Settings of the offload engine are saved in /etc/sysctl.conf.",
-            .arguments = {kLocation, kChanges, kDryRun},
+            .arguments = with_lock_options({kLocation, kChanges, kDryRun}),
             .examples =
                 {"kxctl offload set 03:00.4 activated=on mss=1460",
                  "kxctl --sim offload set 03:00.4 max_conn=-1 --dry-run"},
@@ -497,8 +498,8 @@ std::span<const Command> commands() {
                      " and tells of each saved setting whether it was applied, skipped because its "
                      "interface is gone, or refused, and of each damaged line its number. The "
                      "service kxlinhw-restore runs it at start-up.",
-            .arguments =
-                {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional}},
+            .arguments = with_lock_options(
+                {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional}}),
             .examples = {"kxctl restore", "kxctl restore --json"},
             .run = restore::run,
         },
@@ -510,7 +511,7 @@ std::span<const Command> commands() {
                      ". When a power cut came between the two renamings of a rewrite, the file is "
                      "there under other names only; it gets its own name back. The service "
                      "kxlinhw-repair runs it early at start-up.",
-            .arguments = {},
+            .arguments = with_lock_options({}),
             .examples = {"kxctl repair", "kxctl repair --json"},
             .run = repair::run,
         },

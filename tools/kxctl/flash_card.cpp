@@ -21,6 +21,7 @@ extern "C" {
 #include "printable.hpp"
 #include "progress.hpp"
 #include "record_text.hpp"
+#include "refusal.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -57,13 +58,13 @@ constexpr FlashStatusRow kFlashStatuses[] = {
 
 // Why a window cannot be opened stands in a message of the library only, but for /dev/mem.
 [[noreturn]] void fail_to_connect(const std::string& location, int reason) {
-    if (memfd >= 0) {
-        throw Failure(
-            ExitCode::kFailed, fmt::format("{}: its registers cannot be mapped", location));
+    if (is_refusal_of_memory(reason)) {
+        throw refused_memory(location, reason);
     }
     throw Failure(
-        reason == EACCES || reason == EPERM ? ExitCode::kNoPermission : ExitCode::kFailed,
-        fmt::format("{}: /dev/mem: {}", location, std::strerror(reason)));
+        ExitCode::kFailed, memfd >= 0
+                               ? fmt::format("{}: its registers cannot be mapped", location)
+                               : fmt::format("{}: /dev/mem: {}", location, std::strerror(reason)));
 }
 
 }  // namespace

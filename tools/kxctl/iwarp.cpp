@@ -134,7 +134,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
     }
     check(call_library([&] { return SetIwarpProps(&props); }));
     const IwarpProps after = query_props(module);
-    return report.tell_result(output, &after, {});
+    return report.tell_result(output, &after, {}, Privilege::kOwnFiles);
 }
 
 }  // namespace kx::ctl::iwarp

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "change_report.hpp"
+#include "configuration_lock.hpp"
 #include "failure.hpp"
 #include "library_call.hpp"
 #include "library_query.hpp"
@@ -84,6 +85,7 @@ std::span<const Setting> settings() { return kSettings; }
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
+    const auto lock = lock_unless_planning(arguments);
     CardParams params = query_card(location).params;
     const ChangeReport report(Json{{"location", location}}, changes, &params);
     const std::uint64_t mask = apply_changes(changes, &params);
@@ -101,7 +103,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
                                                   ? split_detail(GetErrStr(KX_SET_FAILED))
                                                   : std::vector<std::string>();
     const CardParams after = query_card(location).params;
-    return report.tell_result(output, &after, messages);
+    return report.tell_result(output, &after, messages, Privilege::kOwnFiles);
 }
 
 }  // namespace kx::ctl::offload

@@ -5,6 +5,7 @@
 #include <kxlinhw/status.h>
 
 #include "change_report.hpp"
+#include "configuration_lock.hpp"
 #include "failure.hpp"
 #include "library_call.hpp"
 #include "library_query.hpp"
@@ -54,6 +55,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::uint32_t instance = port_instance(arguments);
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
+    const auto lock = lock_unless_planning(arguments);
     PortInfo port = query_port(location, instance);
     const ChangeReport report(
         Json{
@@ -76,7 +78,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
                                                   ? split_set_messages(GetErrStr(KX_SET_FAILED))
                                                   : std::vector<std::string>();
     const PortInfo after = query_port(location, instance);
-    return report.tell_result(output, &after.settings, messages);
+    return report.tell_result(output, &after.settings, messages, Privilege::kNetworkAdmin);
 }
 
 }  // namespace kx::ctl::port

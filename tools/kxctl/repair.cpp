@@ -14,10 +14,12 @@
 #include <filesystem>
 #include <string>
 
+#include "configuration_lock.hpp"
 #include "descriptor.hpp"
 #include "failure.hpp"
 #include "nouns.hpp"
 #include "output.hpp"
+#include "refusal.hpp"
 #include "table.hpp"
 
 namespace kx::ctl::repair {
@@ -40,9 +42,12 @@ bool exists(const std::string& path) {
 
 void rename_or_fail(const std::string& from, const std::string& to) {
     if (std::rename(from.c_str(), to.c_str()) != 0) {
-        throw Failure(
-            errno == EACCES || errno == EPERM ? ExitCode::kNoPermission : ExitCode::kFailed,
-            fmt::format("{} cannot be renamed to {}: {}", from, to, std::strerror(errno)));
+        const int reason = errno;
+        const std::string what = fmt::format("{} cannot be renamed to {}", from, to);
+        if (reason == EACCES || reason == EPERM) {
+            throw refused_file(what, reason);
+        }
+        throw Failure(ExitCode::kFailed, fmt::format("{}: {}", what, std::strerror(reason)));
     }
 }
 
@@ -114,7 +119,9 @@ Finding repair(const std::string& path) {
 
 }  // namespace
 
-ExitCode run(const Arguments&, Output& output) {
+ExitCode run(const Arguments& arguments, Output& output) {
+    // Between its two renamings a rewrite that goes on looks as one that was cut off.
+    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
     Json files = Json::array();
     Table table({{"FILE"}, {"STATE"}, {"REMARK"}});
     ExitCode code = ExitCode::kDone;

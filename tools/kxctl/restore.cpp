@@ -10,12 +10,14 @@
 #include <fstream>
 #include <iterator>
 
+#include "configuration_lock.hpp"
 #include "failure.hpp"
 #include "library_call.hpp"
 #include "nouns.hpp"
 #include "output.hpp"
 #include "port_settings.hpp"
 #include "recording.hpp"
+#include "refusal.hpp"
 #include "saved_settings.hpp"
 #include "standard_streams.hpp"
 #include "table.hpp"
@@ -185,7 +187,11 @@ std::string read_file(const std::string& path) {
         if (errno == ENOENT) {
             return "";  // nothing was ever saved
         }
-        throw Failure(ExitCode::kFailed, fmt::format("{}: {}", path, std::strerror(errno)));
+        const int reason = errno;
+        if (reason == EACCES || reason == EPERM) {
+            throw refused_file(path, reason);
+        }
+        throw Failure(ExitCode::kFailed, fmt::format("{}: {}", path, std::strerror(reason)));
     }
     try {
         file.exceptions(std::ios::badbit);
@@ -237,10 +243,25 @@ void tell_people(Output& output, const Restorer& restorer) {
         restorer.damaged.size()));
 }
 
+// Nothing but refusals of a process that lacks the privilege is one refusal.
+ExitCode verdict(const Restorer& restorer) {
+    const std::size_t refused = count(restorer.lines, Result::kRefused);
+    if (restorer.damaged.empty() && refused == 0) {
+        return ExitCode::kDone;
+    }
+    const auto known = obstacle(Privilege::kNetworkAdmin, read_circumstances());
+    if (refused > 0 && count(restorer.lines, Result::kApplied) == 0 && known) {
+        complain(*known);
+        return ExitCode::kNoPermission;
+    }
+    return ExitCode::kPartly;
+}
+
 }  // namespace
 
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
+    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
     const Restorer restorer(parse_saved_settings(read_file(path)));
     if (output.wants_json()) {
         tell_json(output, path, restorer);
@@ -250,8 +271,7 @@ ExitCode run(const Arguments& arguments, Output& output) {
     for (const DamagedLine& line : restorer.damaged) {
         complain(fmt::format("{}:{}: {}", path, line.line, line.reason));
     }
-    const bool complete = restorer.damaged.empty() && count(restorer.lines, Result::kRefused) == 0;
-    return complete ? ExitCode::kDone : ExitCode::kPartly;
+    return verdict(restorer);
 }
 
 }  // namespace kx::ctl::restore

@@ -1,9 +1,13 @@
 #include "simulation.hpp"
 
+#include <fcntl.h>
 #include <fmt/core.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -11,6 +15,8 @@
 
 #include "argument_vector.hpp"
 #include "command.hpp"
+#include "command_line.hpp"
+#include "descriptor.hpp"
 #include "failure.hpp"
 #include "standard_streams.hpp"
 
@@ -46,6 +52,50 @@ std::string simulator_path(const std::filesystem::path& own) {
     return access(beside.c_str(), X_OK) == 0 ? beside : "kxsim";
 }
 
+// What a program says on standard error when it fails; nothing when it was done, or cannot be run
+// at all.
+std::string complaint_of(std::vector<std::string> line) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return "";
+    }
+    const Descriptor in(ends[0]);
+    Descriptor out(ends[1]);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out.get(), STDERR_FILENO);
+    pid_t child = -1;
+    const int reason = posix_spawnp(
+        &child, line[0].c_str(), &actions, nullptr, argument_vector(line).data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    out.reset();
+    if (reason != 0) {
+        return "";
+    }
+    std::string text;
+    std::array<char, 512> chunk;
+    for (ssize_t got; (got = read(in.get(), chunk.data(), chunk.size())) > 0;) {
+        text.append(chunk.data(), static_cast<std::size_t>(got));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? "" : text;
+}
+
+// The simulator tells people what is wrong with a scenario. A machine gets it as it gets every
+// failure, which only kxctl can do: the host is put up once to see.
+void check_scenario(const std::string& simulator, const std::string& scenario) {
+    std::string text = complaint_of({simulator, "run", "--scenario", scenario, "--", "true"});
+    text = text.substr(0, text.find('\n'));
+    constexpr std::string_view kOwnName = "kxsim: ";
+    if (text.starts_with(kOwnName)) {
+        text.erase(0, kOwnName.size());
+    }
+    if (!text.empty()) {
+        throw Failure(ExitCode::kUsage, text);
+    }
+}
+
 }  // namespace
 
 SimulationWords take_simulation(const std::vector<std::string>& words) {
@@ -73,6 +123,9 @@ void run_simulated(const std::string& scenario, const std::vector<std::string>& 
     std::vector<std::string> line = {simulator_path(own), "run", "--scenario", scenario, "--",
                                      own.string()};
     line.insert(line.end(), words.begin(), words.end());
+    if (asks_for_json(words)) {
+        check_scenario(line[0], scenario);
+    }
     restore_signal_defaults();
     execvp(line[0].c_str(), argument_vector(line).data());
     if (errno == ENOENT) {

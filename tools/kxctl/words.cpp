@@ -21,11 +21,11 @@ std::optional<Number> parse(const std::string& word) {
     return error == std::errc() && rest == end ? std::optional(number) : std::nullopt;
 }
 
-std::chrono::nanoseconds parse_interval(const std::string& word) {
+std::chrono::nanoseconds parse_seconds(const std::string& option, const std::string& word) {
     const auto seconds = parse<double>(word);
     if (!seconds || !(*seconds >= kShortestInterval && *seconds <= kLongestInterval)) {
         refuse_usage(fmt::format(
-            "--watch {}: expected a number of seconds from {} to {}", word, kShortestInterval,
+            "{} {}: expected a number of seconds from {} to {}", option, word, kShortestInterval,
             kLongestInterval));
     }
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -51,6 +51,10 @@ std::uint32_t port_instance(const Arguments& arguments) {
     return *instance;
 }
 
+std::chrono::nanoseconds seconds_option(const Arguments& arguments, const std::string& option) {
+    return parse_seconds(option, arguments.get(option));
+}
+
 std::optional<Watch> watch_wish(const Arguments& arguments) {
     if (!arguments.has("--watch")) {
         if (arguments.has("--count")) {
@@ -59,7 +63,7 @@ std::optional<Watch> watch_wish(const Arguments& arguments) {
         return std::nullopt;
     }
     return Watch{
-        .interval = parse_interval(arguments.get("--watch")),
+        .interval = seconds_option(arguments, "--watch"),
         .count = arguments.has("--count") ? parse_count(arguments.get("--count")) : 0};
 }
 

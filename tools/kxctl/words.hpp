@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "command.hpp"
 
@@ -11,6 +12,10 @@ namespace kx::ctl {
 
 // The PORT of a command: the port's number within its card.
 [[nodiscard]] std::uint32_t port_instance(const Arguments& arguments);
+
+// The value of an option that takes seconds and was given.
+[[nodiscard]] std::chrono::nanoseconds seconds_option(
+    const Arguments& arguments, const std::string& option);
 
 // How a command repeats itself.
 struct Watch {

@@ -1,0 +1,79 @@
+// Every command of the table on a simulated host, with the words of its first example.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "command.hpp"
+#include "kxctl/process.hpp"
+
+namespace test {
+
+inline std::vector<std::string> words_of(const std::string& line) {
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+// A working directory with the files that the examples read.
+class ExampleDirectory {
+public:
+    ExampleDirectory() {
+        std::string path = std::filesystem::temp_directory_path() / "kxctl-examples-XXXXXX";
+        path_ = mkdtemp(path.data());
+        std::filesystem::current_path(path_);
+        std::string rom(1024, '\0');
+        rom.replace(0, 3, "\x55\xAA\x02");
+        put("rom.bin", rom);
+        put("config.bin", "CBIO" + std::string(1660, '\0'));
+    }
+    ~ExampleDirectory() {
+        std::filesystem::current_path("/");
+        std::filesystem::remove_all(path_);
+    }
+    ExampleDirectory(const ExampleDirectory&) = delete;
+    ExampleDirectory& operator=(const ExampleDirectory&) = delete;
+
+private:
+    static void put(const char* name, const std::string& content) {
+        std::ofstream(name, std::ios::binary) << content;
+    }
+
+    std::filesystem::path path_;
+};
+
+// The words of a command's first example; a command that can only plan does so.
+inline std::vector<std::string> example_of(const kx::ctl::Command& command) {
+    std::vector<std::string> words = words_of(command.examples[0]);
+    words.erase(words.begin());
+    const bool can_plan = std::ranges::any_of(command.arguments, [](const auto& argument) {
+        return std::string_view(argument.name) == "--dry-run";
+    });
+    if (can_plan && std::ranges::find(words, "--dry-run") == words.end()) {
+        words.emplace_back("--dry-run");
+    }
+    return words;
+}
+
+inline std::string name_of_command(const testing::TestParamInfo<const kx::ctl::Command*>& info) {
+    std::string name = std::string(info.param->noun) + "_" + info.param->verb;
+    std::ranges::replace(name, '-', '_');
+    return name;
+}
+
+inline std::vector<const kx::ctl::Command*> all_commands() {
+    std::vector<const kx::ctl::Command*> all;
+    for (const kx::ctl::Command& command : kx::ctl::commands()) {
+        all.push_back(&command);
+    }
+    return all;
+}
+
+}  // namespace test
