@@ -284,7 +284,7 @@ void MachineVisit::save() {
     for (int k = 0; k < count; ++k) {
         const LibvirtDomain released(domains[k]);
     }
-    ::free(domains);
+    preload::free_of_process(domains);
     driver.changes = ++host_->session->machine_changes;
 }
 

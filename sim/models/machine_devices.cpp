@@ -75,7 +75,7 @@ bool is_held(const MachineVisit& visit, const Mark& mark) {
         held =
             held || std::string_view(description.c_str()).find(mark.text) != std::string_view::npos;
     }
-    ::free(domains);
+    preload::free_of_process(domains);
     return held;
 }
 

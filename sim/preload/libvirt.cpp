@@ -22,4 +22,8 @@ void* find_in_libvirt(const char* name) {
     return function;
 }
 
+void free_of_process(void* block) {
+    reinterpret_cast<void (*)(void*)>(dlsym(RTLD_DEFAULT, "free"))(block);
+}
+
 }  // namespace kxsim::preload

@@ -4,8 +4,6 @@
 
 #include <libvirt/libvirt.h>
 
-#include <cstdlib>
-
 #include "preload/next.hpp"
 
 namespace kxsim::preload {
@@ -26,11 +24,14 @@ template <FunctionName kName, class Function>
     return reinterpret_cast<Function*>(function);
 }
 
+// Free what libvirt allocated: by the process's own allocator, which may be a sanitizer's.
+void free_of_process(void* block);
+
 // A text that libvirt allocated.
 class LibvirtText {
 public:
     explicit LibvirtText(char* text) : text_(text) {}
-    ~LibvirtText() { ::free(text_); }  // the process's, which may be a sanitizer's
+    ~LibvirtText() { free_of_process(text_); }
     LibvirtText(const LibvirtText&) = delete;
     LibvirtText& operator=(const LibvirtText&) = delete;
 

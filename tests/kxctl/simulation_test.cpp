@@ -102,11 +102,20 @@ TEST(SimulatedRun, UsesTheSimulatorBesideKxctl) {
     installation.add_kxsim(".", kTell);
     const fs::path other = installation.add_kxsim("other", "echo other\n");
     const test::Result result =
-        installation.run({"-j", "port", "list", "--sim", "--", "a b"}, other);
+        installation.run({"-v", "port", "list", "--sim", "--", "a b"}, other);
     EXPECT_EQ(
         result.out,
-        "run|--scenario|lab|--|" + installation.kxctl().string() + "|-j|port|list|--|a b|");
+        "run|--scenario|lab|--|" + installation.kxctl().string() + "|-v|port|list|--|a b|");
     EXPECT_EQ(result.exit, 0);
+}
+
+TEST(SimulatedRun, ForAMachineLooksAtTheScenarioFirst) {
+    const Installation installation;
+    installation.add_kxsim(".", kTell);
+    const test::Result result = installation.run({"-j", "card", "list", "--sim"});
+    EXPECT_EQ(
+        result.out, "run|--scenario|lab|--|true|run|--scenario|lab|--|" +
+                        installation.kxctl().string() + "|-j|port|list|");
 }
 
 TEST(SimulatedRun, FallsBackToTheSimulatorInThePath) {

@@ -487,7 +487,7 @@ std::span<const Command> commands() {
                  {.name = "TARGET",
                   .help = "The host's end of the interface, as \"bridge list\" shows it"}},
             .examples =
-                {"kxctl bridge detach web1 vnet0", "kxctl --sim bridge detach web1 testnet0"},
+                {"kxctl bridge detach web1 testnet0", "kxctl --sim bridge detach web1 testnet0"},
             .run = bridge::detach,
         },
         {
