@@ -115,7 +115,7 @@ TEST(SimulatedRun, ForAMachineLooksAtTheScenarioFirst) {
     const test::Result result = installation.run({"-j", "card", "list", "--sim"});
     EXPECT_EQ(
         result.out, "run|--scenario|lab|--|true|run|--scenario|lab|--|" +
-                        installation.kxctl().string() + "|-j|port|list|");
+                        installation.kxctl().string() + "|-j|card|list|");
 }
 
 TEST(SimulatedRun, FallsBackToTheSimulatorInThePath) {
