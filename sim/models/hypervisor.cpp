@@ -129,7 +129,7 @@ bool start_all(const preload::Host& host, virConnectPtr connection) {
 virConnectPtr open_driver(const preload::Host& host) {
     TextBuffer uri;
     node_uri(host, uri);
-    const virConnectPtr connection =
+    virConnectPtr connection =
         libvirt<"virConnectOpen", decltype(::virConnectOpen)>()(uri.c_str());
     if (connection != nullptr && !start_all(host, connection)) {
         close(connection);
@@ -152,7 +152,7 @@ bool make_current(const preload::Host& host) {
     if (is_current(host)) {
         return true;
     }
-    const virConnectPtr fresh = open_driver(host);
+    virConnectPtr fresh = open_driver(host);
     if (fresh == nullptr) {
         return false;
     }
@@ -196,7 +196,7 @@ bool write_down(const preload::Host& host, std::span<virDomainPtr> domains) {
     });
     TextBuffer node(state::kNodeStart);
     TextBuffer active;
-    for (const virDomainPtr domain : domains) {
+    for (virDomainPtr domain : domains) {
         if (libvirt<"virDomainIsPersistent", decltype(::virDomainIsPersistent)>()(domain) == 1) {
             const LibvirtText definition(
                 description_of(domain, VIR_DOMAIN_XML_INACTIVE | VIR_DOMAIN_XML_SECURE));
@@ -248,7 +248,7 @@ MachineVisit::MachineVisit(virConnectPtr connection, Purpose purpose) : host_(pr
 
 MachineVisit::MachineVisit(virDomainPtr domain, Purpose purpose) : host_(preload::host()) {
     const auto connection_of = libvirt<"virDomainGetConnect", decltype(::virDomainGetConnect)>();
-    const virConnectPtr given =
+    virConnectPtr given =
         host_ == nullptr || domain == nullptr ? nullptr : connection_of(domain);
     begin(given, purpose);
     if (given == connection_) {
@@ -296,7 +296,7 @@ bool MachineVisit::replace_live(const char* uuid, std::string_view description) 
         !write_host_file(*host_, path.view(), description)) {
         return false;
     }
-    const virConnectPtr fresh = open_driver(*host_);
+    virConnectPtr fresh = open_driver(*host_);
     if (fresh == nullptr) {
         if (!write_host_file(*host_, path.view(), before.view())) {
             preload::complain("libkxsim: the files of the machines cannot be written\n");

@@ -157,7 +157,7 @@ struct Wanted {
 // opens the machines anew.
 template <class Edit>
 int edit_machine(MachineVisit& visit, unsigned flags, const Edit& edit) {
-    const virDomainPtr domain = visit.domain();
+    virDomainPtr domain = visit.domain();
     const Wanted wanted(domain, flags);
     if (wanted.live && !is_active(domain)) {
         preload::complain("libkxsim: the machine does not run\n");

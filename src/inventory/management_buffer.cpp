@@ -1,4 +1,5 @@
 // The management buffer and the two calls that reach the maker's tool and driver directly.
+#include <kxlinhw/host.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/status.h>
 #include <linux/sockios.h>
@@ -12,9 +13,6 @@
 #include "support/interface_socket.hpp"
 
 extern "C" {
-
-// Supplied by the agent; see <kxlinhw/host.h>.
-int mx_cmd_wraper(int count, char** arguments);
 
 char* g_MXdataBuffer;
 int32_t g_MXdataBufferSize;

@@ -104,7 +104,7 @@ const Row kRows[] = {
      "kxctl: vm needs a verb: list, start, suspend, resume, reboot, shutdown (see --help)\n"},
     {{"vm", "start"}, 2, "", "kxctl: vm start: VM is required (see --help)\n"},
     {{"vm", "list", "web1"}, 2, "", "kxctl: vm list does not take web1 (see --help)\n"},
-    {{"vf", "atach"}, 2, "", "kxctl: vf knows list, attach, detach, not atach (see --help)\n"},
+    {{"vf", "grab"}, 2, "", "kxctl: vf knows list, attach, detach, not grab (see --help)\n"},
     {{"vf", "attach", "web1"}, 2, "", "kxctl: vf attach: VF is required (see --help)\n"},
     {{"vf", "attach", "web1", "4"}, 2, "", "kxctl: VF is 4, expected a location such as 04:01.2\n"},
     {{"bridge", "list"}, 2, "", "kxctl: bridge list: VM is required (see --help)\n"},

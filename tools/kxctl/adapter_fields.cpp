@@ -89,7 +89,7 @@ bool was_read(const AdapterInfoRecord& adapter) {
 }
 
 std::string mac_text(const AdapterInfoRecord& adapter) {
-    const std::string digits = product_text(adapter.mac);
+    std::string digits = product_text(adapter.mac);
     const bool whole = digits.size() == kMacDigits &&
                        std::all_of(digits.begin(), digits.end(), [](unsigned char each) {
                            return std::isxdigit(each) != 0;

@@ -57,7 +57,7 @@ bool is_in_container() {
 }
 
 // Both may be so; a container alone is no obstacle when everything was granted to it.
-std::string with_container(std::string text, const Circumstances& circumstances) {
+std::string with_container(const std::string& text, const Circumstances& circumstances) {
     return circumstances.container ? text + ", in a container" : text;
 }
 

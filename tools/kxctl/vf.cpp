@@ -1,6 +1,8 @@
 // vf: virtual functions of the host, and those that virtual machines have.
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 
@@ -36,6 +38,7 @@ std::vector<std::string> functions_of_host() {
         throw machine_failure(ExitCode::kFailed, "Cannot list the virtual functions of this host");
     }
     std::vector<std::string> locations;
+    locations.reserve(static_cast<std::size_t>(std::max(count, 0)));
     for (int k = 0; k < count; ++k) {
         locations.push_back(host_location_text(records[k]));
     }
