@@ -14,9 +14,12 @@ namespace kx::vm {
 inline constexpr char kVirsh[] = "/usr/bin/virsh";
 
 // The message stands in the format's place: agents recognise failures by it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"  // clang looks no further than this call
 [[gnu::format(printf, 1, 0)]] inline void log_failure(const char* message) {
     KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, message);
 }
+#pragma GCC diagnostic pop
 
 // VMUtils::getConnection for members that answer its exception with a result.
 [[nodiscard]] bool connect(virConnectPtr& connection);
