@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Fuzz every target for a while, each from its checked-in corpus and dictionary.
+#
+#     tests/fuzz/run.sh [-t SECONDS] [-r RUNS] [-k] [TARGET...]
+#
+# -t: seconds for each target (default 20); -r: end a target after so many executions;
+# -k: keep what was newly reached, as few files as reach it, in the checked-in corpora.
+# Prints executions and rate of each target and the sum; ends with 1 when there is a finding, which
+# stays under build/fuzz/findings/TARGET.
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+root=$(cd "$here/../.." && pwd)
+programs=$root/build/fuzz/tests
+findings=$root/build/fuzz/findings
+
+seconds=20 runs=-1 keep=
+while getopts t:r:k option; do
+    case $option in
+        t) seconds=$OPTARG ;;
+        r) runs=$OPTARG ;;
+        k) keep=yes ;;
+        *) exit 2 ;;
+    esac
+done
+shift $((OPTIND - 1))
+
+if (($# == 0)); then
+    for source in "$here"/*_fuzz.cpp; do
+        set -- "$@" "$(basename "$source" _fuzz.cpp)"
+    done
+fi
+
+scratch=$(mktemp -d -p "$([[ -d /dev/shm ]] && echo /dev/shm || echo /tmp)")
+trap 'rm -rf "$scratch"' EXIT
+export TMPDIR=$scratch
+
+# What is not released by contract would be taken for a leak; crashes are the findings here.
+export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=16:allocator_may_return_null=1
+export UBSAN_OPTIONS=print_stacktrace=1
+
+# fuzz TARGET: leaves libFuzzer's statistics in $scratch/TARGET.log.
+fuzz() {
+    local target=$1 dictionary=$here/dictionaries/$1.dict options=()
+    [[ -f $dictionary ]] && options+=("-dict=$dictionary")
+    mkdir -p "$scratch/$target" "$findings/$target" "$here/corpus/$target"
+    (cd "$scratch" && "$programs/fuzz_$target" -close_fd_mask=3 -print_final_stats=1 -timeout=10 \
+        -rss_limit_mb=4096 -max_len=4096 -max_total_time="$seconds" -runs="$runs" \
+        -artifact_prefix="$findings/$target/" "${options[@]}" \
+        "$scratch/$target" "$here/corpus/$target") >"$scratch/$target.log" 2>&1
+}
+
+# As few of the new inputs as reach what the checked-in ones do not.
+keep_corpus() {
+    (cd "$scratch" && "$programs/fuzz_$1" -close_fd_mask=3 -merge=1 -max_len=1024 \
+        "$here/corpus/$1" "$scratch/$1") >/dev/null 2>&1
+}
+
+statistic() { # TARGET NAME
+    sed -n "s/^stat::$2: *//p" "$scratch/$1.log"
+}
+
+status=0 total=0
+for target in "$@"; do
+    if ! fuzz "$target"; then
+        status=1
+        printf '%-16s FINDING, see %s\n' "$target" "$findings/$target"
+        tail -n 40 "$scratch/$target.log" >&2
+        continue
+    fi
+    executions=$(statistic "$target" number_of_executed_units)
+    total=$((total + executions))
+    printf '%-16s %10d executions, %7d a second, no finding\n' "$target" "$executions" \
+        "$(statistic "$target" average_exec_per_sec)"
+    if [[ -n $keep ]]; then
+        keep_corpus "$target"
+    fi
+done
+printf '%-16s %10d executions\n' all "$total"
+exit "$status"

@@ -1,0 +1,179 @@
+// Every call that an exported function makes fails once: nothing crashes, hangs, throws, or stays
+// open.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "trust/entry_points.hpp"
+
+namespace {
+
+using test::EntryPoint;
+
+// A run that takes longer than this many seconds hangs; SIGALRM ends the process then.
+constexpr unsigned kPatience = 60;
+
+// Of calls that are made many times in a row, the first ones and every few later ones fail.
+constexpr unsigned kEach = 24;
+constexpr unsigned next_position(unsigned nth) { return nth < kEach ? nth + 1 : nth + nth / 3; }
+
+// Exported names that are no functions.
+const std::set<std::string> kVariables = {
+    "ErrStr",
+    "errStr",
+    "g_err",
+    "g_MXdataBuffer",
+    "g_MXdataBufferOffset",
+    "g_MXdataBufferSize",
+    "g_KestrixAdapterInfo",
+    "g_KestrixAdapters",
+    "g_adapter_count",
+    "kestrix_hbas",
+    "memfd",
+    "mmapd_adapter",
+    "mmapd_addr",
+    "mmapd_len",
+    "modfound",
+    "pci_access_p",
+};
+
+TEST(EveryExportedFunction, HasACaller) {
+    std::set<std::string> called;
+    for (const EntryPoint& entry : test::entry_points()) {
+        EXPECT_TRUE(called.emplace(entry.name).second) << entry.name << " stands there twice";
+    }
+    std::ifstream list(KX_EXPORTS_FILE);
+    std::size_t functions = 0;
+    for (std::string name; std::getline(list, name);) {
+        if (name.empty() || name.starts_with("#") || name.starts_with("_Z") ||
+            kVariables.contains(name)) {
+            continue;
+        }
+        ++functions;
+        EXPECT_TRUE(called.contains(name)) << name << " has no caller in entry_points.cpp";
+    }
+    EXPECT_EQ(functions, called.size()) << "callers of functions that are not exported";
+}
+
+struct Failure {
+    const char* call;
+    int error;
+    const char* from = "";  // of allocations: whose
+};
+
+// What may befall each kind of call that the library or those behind it make. Allocations of libpci
+// are left out: it ends the process when its first one fails, before it can be told not to.
+constexpr Failure kFailures[] = {
+    {"access", EACCES},
+    {"calloc", ENOMEM, "libkxlinhw"},
+    {"calloc", ENOMEM, "libc.so"},
+    {"chmod", EPERM},
+    {"chown", EPERM},
+    {"fclose", EIO},
+    {"fflush", ENOSPC},
+    {"fopen", EACCES},
+    {"fopen", EMFILE},
+    {"freopen", EACCES},
+    {"fsync", EIO},
+    {"getifaddrs", ENOMEM},
+    {"ioctl", EIO},
+    {"ioctl", EOPNOTSUPP},
+    {"link", EIO},
+    {"malloc", ENOMEM, "libkxlinhw"},
+    {"malloc", ENOMEM, "libstdc++"},
+    {"malloc", ENOMEM, "libc.so"},
+    {"mkdir", ENOSPC},
+    {"mmap", ENOMEM},
+    {"open", EACCES},
+    {"open", EMFILE},
+    {"opendir", EACCES},
+    {"read", EIO},
+    {"read", EINTR},
+    {"readdir", EIO},
+    {"readlink", EIO},
+    {"realloc", ENOMEM, "libkxlinhw"},
+    {"realloc", ENOMEM, "libc.so"},
+    {"rename", EIO},
+    {"rename", ENOSPC},
+    {"socket", EMFILE},
+    {"stat", EACCES},
+    {"truncate", EIO},
+    {"unlink", EACCES},
+    {"usleep", EINTR},
+    {"write", ENOSPC},
+    {"write", EINTR},
+    {"write", EIO},
+};
+
+class EntryPointTest : public testing::TestWithParam<EntryPoint> {
+protected:
+    void SetUp() override { alarm(kPatience); }
+    void TearDown() override { alarm(0); }
+
+    // Run the call with one failure; false when the failure found no call to strike.
+    bool run(const Failure& failure, unsigned nth) {
+        test::Lab::prepare();
+        const test::Held before = test::held(lab_.host());
+        kxsim::FaultRule rule = lab_.host().fail(
+            {.call = failure.call, .nth = nth, .error = failure.error, .from = failure.from});
+        bool threw = false;
+        {
+            const test::Silence silence;
+            lab_.host().count([&] {
+                try {
+                    GetParam().call();
+                } catch (...) {
+                    threw = true;
+                }
+            });
+        }
+        const bool fired = rule.fired() > 0;
+        rule.remove();
+        EXPECT_FALSE(threw) << describe(failure, nth);
+        const test::Held after = test::held(lab_.host());
+        EXPECT_EQ(after.descriptors, before.descriptors) << describe(failure, nth);
+        if (GetParam().stays.empty()) {
+            EXPECT_EQ(after.mappings, before.mappings) << describe(failure, nth);
+        }
+        return fired;
+    }
+
+    static std::string describe(const Failure& failure, unsigned nth) {
+        return std::string(GetParam().name) + ": " + failure.call + " number " +
+               std::to_string(nth) + " fails with " + std::to_string(failure.error) + " " +
+               failure.from;
+    }
+
+    test::Lab lab_;
+};
+
+TEST_P(EntryPointTest, BearsTheFailureOfEachOfItsCalls) {
+    unsigned runs = 0;
+    const kxsim::Calls calls = lab_.host().count([] {
+        const test::Silence silence;
+        GetParam().call();
+    });
+    for (const Failure& failure : kFailures) {
+        if (calls[failure.call] == 0) {
+            continue;
+        }
+        alarm(kPatience);
+        for (unsigned nth = 1; run(failure, nth) && !HasFailure(); nth = next_position(nth)) {
+            ++runs;
+        }
+    }
+    RecordProperty("failures", static_cast<int>(runs));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Flat, EntryPointTest,
+    testing::ValuesIn(test::entry_points().begin(), test::entry_points().end()),
+    [](const auto& entry) { return std::string(entry.param.name); });
+
+}  // namespace
