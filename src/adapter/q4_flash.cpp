@@ -135,8 +135,9 @@ int32_t measure_flash(uint8_t adapter, int32_t& sector_size) {
         return KX_FLASH_INVALID;
     }
     std::printf("sf_size %d sf_nsec %d\n", size, sectors);
-    sector_size = size / sectors;
-    return 0;
+    // The flash was asked twice; answers that do not fit each other make no sector.
+    sector_size = sectors == 0 ? 0 : size / sectors;
+    return sector_size > 0 ? 0 : static_cast<int32_t>(KX_FLASH_INVALID);
 }
 
 int32_t erase_range(uint8_t adapter, uint32_t start, uint32_t size, int32_t sector_size) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -87,24 +88,26 @@ bool ended_well(pid_t pid) {
 
 }  // namespace
 
-extern "C" __attribute__((weak)) int mx_cmd_wraper(int count, char** arguments) {
+extern "C" __attribute__((weak)) int mx_cmd_wraper(int count, char** arguments) try {
     if (count < 1 || arguments == nullptr) {
         return -1;
     }
+    std::vector<std::string> texts = texts_of(count, arguments);
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return -1;
     }
-    std::vector<std::string> texts = texts_of(count, arguments);
     pid_t pid = -1;
     bool complete = false;
     {
         const kx::Descriptor in(ends[0]);
         {
-            const kx::Descriptor out(ends[1]);
+            const kx::Descriptor out(ends[1]);  // both are owned before anything can throw
             pid = start(texts, out);
         }
         complete = pid != -1 && collect(in);
     }  // a tool that still writes after a failed collection meets a closed pipe, not a deadlock
     return pid != -1 && ended_well(pid) && complete ? 0 : -1;
+} catch (const std::bad_alloc&) {
+    return -1;
 }

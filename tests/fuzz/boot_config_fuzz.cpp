@@ -1,4 +1,4 @@
-// The boot configuration record of Q4 and Q5 flash: status of the flash, number of ports, length of
+// The boot configuration record of Q4 and Q5 flash: status of the flash, number of ports in eights, length of
 // the base name, base name, suffix, then the option ROM's first KiB, then the record.
 #include "fuzz/fed_adapter.hpp"
 #include "fuzz/input.hpp"
@@ -6,7 +6,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     const int32_t status = input.byte() == 0xFF ? -11 : 0;
-    const auto ports = input.number<uint32_t>();
+    const uint32_t ports = input.byte() * 8U;  // up to more than a record has bytes
     const std::string base = input.text();
     const auto suffix = fuzz::block(input.take(12), 12);
     const auto rom = input.take(1024);

@@ -15,7 +15,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static_cast<void>(q3_read_settings(0, settings.data()));
     static_cast<void>(Is_Valid_q4oprom_Present(0));
     static_cast<void>(read_q4biosversion_from_boot(0));
-    std::vector<uint32_t> words(KX_BOOT_DUMP_WORDS);
-    static_cast<void>(read_flash_for_boot(0, words.data()));
     return 0;
 }

@@ -191,7 +191,13 @@ const auto kEntryPoints = std::to_array<EntryPoint>({
      [] { query([](void* to, uint32_t* n) { return GetCardStats(q4_location, to, n); }); }},
     {"GetDriverDetails", [] { query(GetDriverDetails); }},
     {"GetErrStr", [] { ignore(GetErrStr(66)); }},
-    {"GetIwarpProps", [] { query(GetIwarpProps); }},
+    {"GetIwarpProps",
+     [] {
+         auto* const record = scratch<IwarpProps>();
+         std::strcpy(record->module, "iw_zfab4");
+         uint32_t size = sizeof(IwarpProps);
+         ignore(GetIwarpProps(record, &size));
+     }},
     {"GetLibVersion", [] { ignore(GetLibVersion(scratch<void>())); }},
     {"GetPortInfo",
      [] { query([](void* to, uint32_t* n) { return GetPortInfo(q4_location, to, n); }); }},
@@ -229,8 +235,7 @@ const auto kEntryPoints = std::to_array<EntryPoint>({
     {"SetIwarpProps",
      [] {
          auto* const record = scratch<IwarpProps>();
-         uint32_t size = sizeof(IwarpProps);
-         ignore(GetIwarpProps(record, &size));
+         std::strcpy(record->module, "iw_zfab4");
          record->change_mask = KX_IWARP_CRC_ENABLED;
          ignore(SetIwarpProps(record));
      }},
@@ -243,10 +248,13 @@ const auto kEntryPoints = std::to_array<EntryPoint>({
     {"Set_q4config_property_with_Default_Settings",
      [] { Set_q4config_property_with_Default_Settings(scratch<void>()); }},
     {"adapter_list_free",
-     [] { list(get_adapter_list, adapter_list_free, g_KestrixAdapters); }, kWindowStays},
+     [] {
+         ignore(adapter_list_free(static_cast<AdapterRecord*>(std::calloc(1, sizeof(AdapterRecord)))));
+     }},
     {"adapterinfo_list_free",
-     [] { list(get_adapterinfo_list, adapterinfo_list_free, g_KestrixAdapterInfo); },
-     kWindowStays},
+     [] {
+         ignore(adapterinfo_list_free(static_cast<AdapterInfoRecord*>(std::calloc(1, sizeof(AdapterInfoRecord)))));
+     }},
     {"atohex", [] { ignore(atohex("fe")); }},
     {"checkLinkStatus", [] { ignore(checkLinkStatus(kPort)); }},
     {"cleanup_and_exit", [] { ignore(cleanup_and_exit(0)); }},
@@ -275,8 +283,8 @@ const auto kEntryPoints = std::to_array<EntryPoint>({
      [] { eeprom_rd_all_Q4(places.q4, vpd_cap(places.q4), scratch<void>()); }},
     {"erase_hba_settings",
      [] {
-         const Window window(places.q3);
          ignore(erase_hba_settings(places.q3));
+         disconnect_from_hba(places.q3);  // it opens the window itself, and leaves it open
      },
      kWindowStays},
     {"erase_option_rom", [] { ignore(erase_option_rom(places.q3)); }, kWindowStays},

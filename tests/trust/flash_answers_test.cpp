@@ -1,0 +1,36 @@
+// A flash that answers differently each time it is asked what it is.
+#include <gtest/gtest.h>
+#include <kxlinhw/kxlinhw.h>
+
+#include <array>
+
+namespace {
+
+int32_t flash_size;
+int32_t sector_count;
+
+}  // namespace
+
+// The library calls its exported functions by their names: these stand in front of its own.
+extern "C" int32_t get_flash_params(uint8_t) { return flash_size; }
+extern "C" int32_t get_flash_params_sf_nsec(uint8_t) { return sector_count; }
+
+namespace {
+
+void expect_refusal(int32_t size, int32_t sectors) {
+    flash_size = size;
+    sector_count = sectors;
+    std::array<uint8_t, sizeof(Q4BootConfig)> record{};
+    std::array<uint8_t, 512> image{};
+    EXPECT_EQ(q4_erase(0, 0x70000, 0x10000), KX_FLASH_INVALID);
+    EXPECT_EQ(write_flash_for_config(0, record.data()), KX_FLASH_INVALID);
+    EXPECT_EQ(q4_load_boot(0, image.data(), 0, image.size()), KX_FLASH_INVALID);
+}
+
+TEST(AFlashThatContradictsItself, IsRefusedWhenItIsSmallerThanItsNumberOfSectors) {
+    expect_refusal(2, 16);
+}
+
+TEST(AFlashThatContradictsItself, IsRefusedWhenItHasNoSector) { expect_refusal(1 << 22, 0); }
+
+}  // namespace
