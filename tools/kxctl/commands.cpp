@@ -81,8 +81,9 @@ std::span<const Command> commands() {
             .verb = "stats",
             .help = "Show the counters of a card's offload engine",
             .about = "One line a counter, under the name that the driver gives it. With --watch: "
-                     "each counter's change since the reading before and its rate a second; with "
-                     "--json one line of JSON a reading.",
+                     "each counter's change since the reading before and its rate a second, on a "
+                     "terminal in one place with a graph of the rates; with --json one line of "
+                     "JSON a reading.",
             .arguments = {kLocation, kWatch, kCount},
             .examples = {"kxctl card stats 03:00.4", "kxctl card stats 03:00.4 --watch 5"},
             .run = card::stats,
@@ -115,8 +116,9 @@ std::span<const Command> commands() {
             .verb = "stats",
             .help = "Show the counters of a port",
             .about = "One line a counter, under the name that the driver gives it. With --watch: "
-                     "each counter's change since the reading before and its rate a second; with "
-                     "--json one line of JSON a reading.",
+                     "each counter's change since the reading before and its rate a second, on a "
+                     "terminal in one place with a graph of the rates; with --json one line of "
+                     "JSON a reading.",
             .arguments = {kLocation, kPort, kWatch, kCount},
             .examples = {"kxctl port stats 03:00.4 1", "kxctl port stats 03:00.4 1 --watch 2"},
             .run = port::stats,
@@ -489,6 +491,34 @@ std::span<const Command> commands() {
             .examples =
                 {"kxctl bridge detach web1 testnet0", "kxctl --sim bridge detach web1 testnet0"},
             .run = bridge::detach,
+        },
+        {
+            .noun = "metrics",
+            .verb = "",
+            .help = "Show state and counters for monitoring",
+            .about = "Metrics in the text format of Prometheus: cards, ports with link and speed, "
+                     "their most useful counters, driver modules. A host without cards has them "
+                     "too. With --output the file is replaced as a whole, as the textfile "
+                     "collector of the node exporter needs it, and nothing is printed.",
+            .arguments =
+                {{.name = "--all", .help = "Every counter of the ports and offload engines"},
+                 {.name = "--output", .help = "Write to this file instead", .value = "FILE"}},
+            .examples =
+                {"kxctl metrics",
+                 "kxctl metrics --all --output /var/lib/prometheus/node-exporter/kxlinhw.prom"},
+            .run = metrics::run,
+        },
+        {
+            .noun = "report",
+            .verb = "",
+            .help = "Write a page about the whole host",
+            .about = "One HTML file that needs nothing else and no network: cards with ports, "
+                     "links, counters, flash and product data, driver modules, virtual machines "
+                     "with their virtual functions. What cannot be read is told in its place.",
+            .arguments =
+                {{.name = "--html", .help = "The file, which is replaced", .value = "FILE"}},
+            .examples = {"kxctl report --html host.html", "kxctl --sim report --html lab.html"},
+            .run = host_report::run,
         },
         {
             .noun = "restore",

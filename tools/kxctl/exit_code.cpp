@@ -12,7 +12,7 @@ constexpr ExitCodeRow kExitCodes[] = {
     {ExitCode::kUsage, "wrong usage"},
     {ExitCode::kNotFound, "no such card, port, driver or other object"},
     {ExitCode::kPartly, "partly done, or something differs from what was asked for"},
-    {ExitCode::kBusy, "the card is busy"},
+    {ExitCode::kBusy, "the card or its configuration is busy"},
     {ExitCode::kVerification, "what was written does not read back"},
     {ExitCode::kNoPermission, "no permission"},
     {ExitCode::kNotSupported, "not supported by the card or its driver"},

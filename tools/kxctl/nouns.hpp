@@ -83,6 +83,14 @@ ExitCode attach(const Arguments& arguments, Output& output);
 ExitCode detach(const Arguments& arguments, Output& output);
 }  // namespace bridge
 
+namespace metrics {
+ExitCode run(const Arguments& arguments, Output& output);
+}
+
+namespace host_report {
+ExitCode run(const Arguments& arguments, Output& output);
+}
+
 namespace restore {
 ExitCode run(const Arguments& arguments, Output& output);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "exit_code.hpp"
 #include "json.hpp"
@@ -26,11 +27,15 @@ public:
     // Whether the user asked for JSON; a command then prints one JSON value and nothing else.
     [[nodiscard]] bool wants_json() const { return json_; }
     void set_colour(bool colour) { colour_ = colour; }
+    [[nodiscard]] bool colour() const { return colour_; }
 
     void text(std::string_view text) { text_ += text; }
     void table(const Table& table);
     void json(const Json& value);
     void json_line(const Json& value);  // for commands that print one value after another
+
+    // What was printed so far, which then is not written.
+    [[nodiscard]] std::string take() { return std::exchange(text_, {}); }
 
     // Write what was printed so far, for commands that go on. False when nobody reads it any more.
     [[nodiscard]] bool flush();

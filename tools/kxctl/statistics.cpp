@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "library_query.hpp"
+#include "live_view.hpp"
 #include "nouns.hpp"
 #include "output.hpp"
 #include "record_text.hpp"
@@ -75,7 +76,7 @@ Json to_json(const Source& source, const Reading& now, const Reading* before, bo
     return all;
 }
 
-std::vector<Column> columns(bool has_groups, bool watching) {
+std::vector<Column> columns(bool has_groups, bool watching, bool with_graphs) {
     std::vector<Column> columns;
     if (has_groups) {
         columns.push_back({"GROUP", Align::kRight});
@@ -86,11 +87,22 @@ std::vector<Column> columns(bool has_groups, bool watching) {
         columns.push_back({"CHANGE", Align::kRight});
         columns.push_back({"PER SECOND", Align::kRight});
     }
+    if (with_graphs) {
+        columns.push_back({"RATE"});
+    }
     return columns;
 }
 
-Table to_table(const Source& source, const Reading& now, const Reading* before, bool watching) {
-    Table table(columns(source.has_groups, watching));
+// The name of a counter in the history: names may be in several groups.
+std::string history_name(const StatEntry& counter) {
+    return fmt::format("{} {}", counter.group, field_text(counter.name));
+}
+
+// history: of the rates, for a view that shows their graphs.
+Table to_table(
+    const Source& source, const Reading& now, const Reading* before, bool watching,
+    RateHistory* history = nullptr) {
+    Table table(columns(source.has_groups, watching, history != nullptr));
     for (std::size_t k = 0; k < now.counters.size(); ++k) {
         const StatEntry& counter = now.counters[k];
         std::vector<Cell> row;
@@ -103,6 +115,11 @@ Table to_table(const Source& source, const Reading& now, const Reading* before, 
             const Movement movement(now, before, k);
             row.emplace_back(movement.change ? fmt::format("{}", *movement.change) : "");
             row.emplace_back(movement.change ? fmt::format("{:.1f}", movement.rate) : "");
+            if (history != nullptr) {
+                const std::string name = history_name(counter);
+                history->add(name, movement.change ? std::optional(movement.rate) : std::nullopt);
+                row.emplace_back(history->graph(name));
+            }
         }
         table.add_row(std::move(row));
     }
@@ -124,13 +141,19 @@ ExitCode show_once(const Source& source, Output& output) {
     return ExitCode::kDone;
 }
 
-// A table for people, a line of JSON for machines, for each reading.
+// For each reading a line of JSON for machines; for people a table, on a terminal (history) in the
+// place of the one before.
 void show_reading(
     const Source& source, const Reading& now, const std::optional<Reading>& before,
-    Output& output) {
+    RateHistory* history, Output& output) {
     const Reading* const old = before ? &*before : nullptr;
     if (output.wants_json()) {
         output.json_line(to_json(source, now, old, true));
+        return;
+    }
+    if (history != nullptr) {
+        const std::string text = to_table(source, now, old, true, history).text(output.colour());
+        output.text(drawing(text, terminal_height(), old == nullptr));
         return;
     }
     output.text(old == nullptr ? "" : "\n");
@@ -139,12 +162,14 @@ void show_reading(
 
 ExitCode show_again(const Source& source, const Watch& watch, Output& output) {
     std::optional<Reading> before;
+    RateHistory history;
+    const bool draws = !output.wants_json() && can_draw();
     Clock::time_point next = Clock::now();
     for (std::uint64_t shown = 0; watch.count == 0 || shown < watch.count; ++shown) {
         std::this_thread::sleep_until(next);
         next += watch.interval;
         Reading now = take_reading(source);
-        show_reading(source, now, before, output);
+        show_reading(source, now, before, draws ? &history : nullptr, output);
         if (!output.flush()) {
             break;
         }

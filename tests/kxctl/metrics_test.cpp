@@ -1,0 +1,163 @@
+// kxctl metrics: the text that monitoring reads, and the file that it finds it in.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "kxctl/on_host.hpp"
+#include "metric.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(LabelText, CannotEndItsLabelOrLine) {
+    EXPECT_EQ(kx::ctl::label_text("a\\b\"c"), "a\\\\b\\\"c");
+    EXPECT_THAT(kx::ctl::label_text("x\"} 1\nevil 2"), Not(HasSubstr("\n")));
+    EXPECT_EQ(kx::ctl::label_text("\xff"), "\uFFFD");
+}
+
+TEST(Exposition, LeavesMetricsWithoutASampleOut) {
+    const std::vector<kx::ctl::Metric> metrics = {
+        {"a_total", "counter", "A.", {{{{"l", "v"}}, 0xFFFFFFFFFFFFFFFF}, {{}, 2}}},
+        {"b", "gauge", "B."}};
+    EXPECT_EQ(
+        kx::ctl::exposition_text(metrics),
+        "# HELP a_total A.\n# TYPE a_total counter\n"
+        "a_total{l=\"v\"} 18446744073709551615\na_total 2\n");
+}
+
+class Metrics : public testing::Test {
+protected:
+    Metrics() {
+        std::string path = fs::temp_directory_path() / "kxctl-metrics-XXXXXX";
+        directory_ = mkdtemp(path.data());
+        file_ = directory_ / "kxlinhw.prom";
+    }
+    ~Metrics() override { fs::remove_all(directory_); }
+
+    static std::string text_on(const char* scenario, std::vector<std::string> words = {}) {
+        words.insert(words.begin(), {std::string("--sim=") + scenario, "metrics"});
+        const test::Result result = test::run(words);
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        return result.out;
+    }
+
+    std::string content() const {
+        std::ifstream file(file_);
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+
+    fs::path directory_;
+    fs::path file_;
+};
+
+TEST_F(Metrics, TellStateAndUsefulCounters) {
+    const std::string text = text_on("lab");
+    const std::string port = "{location=\"03:00.4\",port=\"1\",interface=\"eth2\"} ";
+    for (const char* line : {"kxlinhw_port_link_up", "kxlinhw_port_receive_frames_total"}) {
+        EXPECT_THAT(text, HasSubstr("\n" + std::string(line) + port)) << line;
+    }
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_cards 3\n"));
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_port_speed_bytes" + port + "1250000000\n"));
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_port_mtu_bytes" + port + "9000\n"));
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_port_receive_bytes_total" + port + "1500000\n"));
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_port_receive_dropped_total" + port + "3\n"));
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_module_loaded{module=\"bonding\"} 0\n"));
+    EXPECT_THAT(
+        text,
+        HasSubstr("\nkxlinhw_port_link_up{location=\"04:00.4\",port=\"4\",interface=\"eth7\"} "
+                  "0\n"));
+    EXPECT_THAT(text, Not(HasSubstr("counter=")));
+}
+
+TEST_F(Metrics, TellEveryCounterOnRequest) {
+    const std::string text = text_on("lab", {"--all"});
+    EXPECT_THAT(
+        text, HasSubstr("kxlinhw_port_statistic_total{location=\"03:00.4\",port=\"1\",interface="
+                        "\"eth2\",counter=\"rx_multicast_frames\"} 20\n"));
+    EXPECT_THAT(
+        text, HasSubstr("kxlinhw_card_statistic{location=\"05:00.0\",group=\"1\",counter="
+                        "\"CurrEstab\"} 63\n"));
+}
+
+TEST_F(Metrics, OfAHostWithoutCardsAreThereToo) {
+    for (const char* scenario : {"empty", "no-driver", "guest-vfs-only"}) {
+        EXPECT_THAT(text_on(scenario), HasSubstr("\nkxlinhw_cards 0\n")) << scenario;
+    }
+}
+
+TEST_F(Metrics, AreWellFormedLinesWithEachSampleOnce) {
+    const std::regex sample(
+        R"re([a-z_]+(\{[a-z]+="([^"\\]|\\["\\])*"(,[a-z]+="([^"\\]|\\["\\])*")*\})? [0-9]+)re");
+    for (const char* scenario : {"lab", "many-ports", "nic-only-q3", "damaged-vpd"}) {
+        std::istringstream stream(text_on(scenario, {"--all"}));
+        std::set<std::string> seen;
+        for (std::string line; std::getline(stream, line);) {
+            if (!line.starts_with("# ")) {
+                EXPECT_TRUE(std::regex_match(line, sample)) << line;
+            }
+            EXPECT_TRUE(seen.insert(line.substr(0, line.rfind(' '))).second) << line;
+        }
+    }
+}
+
+TEST_F(Metrics, SatisfyTheCheckerOfPrometheus) {
+    test::Setup setup;
+    setup.program = "sh";
+    if (test::run({"-c", "command -v promtool"}, setup).exit != 0) {
+        GTEST_SKIP() << "no promtool (Debian package prometheus)";
+    }
+    for (const char* scenario : {"lab", "empty", "many-ports"}) {
+        for (const char* option : {"", "--all"}) {
+            std::ofstream(file_) << text_on(
+                scenario,
+                *option == '\0' ? std::vector<std::string>{} : std::vector<std::string>{option});
+            const test::Result result =
+                test::run({"-c", "promtool check metrics < \"$1\"", "sh", file_}, setup);
+            EXPECT_EQ(result.exit, 0) << scenario << option << result.out << result.err;
+            EXPECT_EQ(result.out + result.err, "");
+        }
+    }
+}
+
+TEST_F(Metrics, ReplaceTheirFileAsAWhole) {
+    std::ofstream(file_) << "old\n";
+    EXPECT_EQ(text_on("lab", {"--output", file_}), "");
+    EXPECT_EQ(content(), text_on("lab"));
+    struct stat status {};
+    ASSERT_EQ(stat(file_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0644U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 1) << "nothing left behind";
+}
+
+TEST_F(Metrics, KeepTheirFileWhenTheNewOneCannotBeMade) {
+    kxsim::Host host;
+    fs::create_directory(file_);  // cannot be replaced by a file
+    const test::Result taken = test::run_on(host, {"metrics", "--output", file_});
+    EXPECT_EQ(taken.exit, 1);
+    EXPECT_THAT(taken.err, HasSubstr(file_.string()));
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 1) << "nothing left behind";
+    EXPECT_EQ(test::run_on(host, {"metrics", "--output", file_ / "no" / "x.prom"}).exit, 3);
+}
+
+TEST_F(Metrics, AreDataForMachines) {
+    kxsim::Host host;
+    const auto answer = test::json_on(host, {"metrics", "--output", file_});
+    EXPECT_EQ(answer.at("file"), file_.string());
+    EXPECT_EQ(answer.at("metrics").at(1).at("name"), "kxlinhw_cards");
+    EXPECT_EQ(answer.at("metrics").at(1).at("samples").at(0).at("value"), 0);
+}
+
+}  // namespace

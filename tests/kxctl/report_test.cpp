@@ -1,0 +1,208 @@
+// kxctl report: the page's structure, what hostile names become, and how a browser shows it.
+#include "report_page.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "kxctl/on_host.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kx::ctl::Json;
+using testing::HasSubstr;
+using testing::Not;
+
+// Why a page is not well-formed; empty when it is. Every tag is closed in its order, every
+// attribute is quoted, every "&" begins a reference.
+std::string fault_in(std::string page) {
+    const std::string declaration = "<!DOCTYPE html>\n";
+    if (!page.starts_with(declaration)) {
+        return "no declaration";
+    }
+    page.erase(0, declaration.size());
+    static const std::regex tag(
+        R"re(<(/?)([a-z][a-z0-9]*)((?: [a-zA-Z-]+="[^"<&]*(?:&[a-z#0-9]+;[^"<&]*)*")*)(/?)>)re");
+    static const std::regex text(R"re([^<>&]*(?:&(?:[a-z]+|#[0-9]+);[^<>&]*)*)re");
+    std::vector<std::string> open;
+    auto at = page.cbegin();
+    while (at != page.cend()) {
+        const auto next = std::find(at, page.cend(), '<');
+        if (!std::regex_match(at, next, text)) {
+            return "text: " + std::string(at, std::min(next, at + 200));
+        }
+        std::smatch found;
+        if (next == page.cend()) {
+            break;
+        }
+        if (!std::regex_search(
+                next, page.cend(), found, tag, std::regex_constants::match_continuous)) {
+            return "tag: " + std::string(next, page.cend()).substr(0, 200);
+        }
+        if (found[1].length() != 0) {
+            if (open.empty() || open.back() != found[2]) {
+                return "closes " + found[2].str();
+            }
+            open.pop_back();
+        } else if (found[4].length() == 0) {
+            open.push_back(found[2]);
+        }
+        at = found[0].second;
+    }
+    return open.empty() ? "" : "open: " + open.back();
+}
+
+class Report : public testing::Test {
+protected:
+    Report() {
+        std::string path = fs::temp_directory_path() / "kxctl-report-XXXXXX";
+        directory_ = mkdtemp(path.data());
+        file_ = directory_ / "host.html";
+    }
+    ~Report() override { fs::remove_all(directory_); }
+
+    std::string page_of(const std::string& scenario) const {
+        const test::Result result = test::run({"--sim=" + scenario, "report", "--html", file_});
+        EXPECT_EQ(result.exit, 0) << result.err;
+        return content();
+    }
+
+    std::string content() const {
+        std::ifstream file(file_);
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+
+    fs::path directory_;
+    fs::path file_;
+};
+
+TEST(FaultIn, FindsWhatIsNotWellFormed) {
+    const std::string head = "<!DOCTYPE html>\n";
+    EXPECT_EQ(fault_in(head + "<p class=\"a\">x &amp; y<br/></p>"), "");
+    for (const char* bad :
+         {"<p>", "</p>", "<p><b></p></b>", "<p class=a></p>", "<p>a & b</p>", "<p>1 > 0</p>",
+          "<p title=\"<\"></p>"}) {
+        EXPECT_NE(fault_in(head + bad), "") << bad;
+    }
+}
+
+TEST_F(Report, IsWellFormedOnEveryHost) {
+    for (const char* scenario :
+         {"lab", "many-ports", "nic-only-q3", "no-driver", "damaged-vpd", "empty"}) {
+        EXPECT_EQ(fault_in(page_of(scenario)), "") << scenario;
+    }
+}
+
+TEST_F(Report, NeedsNothingFromOutside) {
+    const std::string page = page_of("lab");
+    for (const char* reference :
+         {"http:", "https:", "src=", "href=", "url(", "@import", "<script", "<link", "<iframe",
+          "//"}) {
+        EXPECT_THAT(page, Not(HasSubstr(reference)));
+    }
+    EXPECT_THAT(page, HasSubstr("default-src 'none'"));
+}
+
+TEST_F(Report, IsMadeForPhonesPaperAndDarkness) {
+    const std::string page = page_of("empty");
+    EXPECT_THAT(page, HasSubstr("name=\"viewport\" content=\"width=device-width"));
+    EXPECT_THAT(page, HasSubstr("prefers-color-scheme: dark"));
+    EXPECT_THAT(page, HasSubstr("@media print"));
+}
+
+TEST_F(Report, ShowsTheWholeHost) {
+    const std::string page = page_of("lab");
+    for (const char* text :
+         {"03:00.4", "04:00.4", "05:00.0", "PT05160001", "eth7", "192.0.2.12", "rx_bytes",
+          "RetransSegs", "Vital product data", "110-1160-50", "iw_zfab4", "web1", "0000:04:01.0",
+          "version 1.0.0.84"}) {
+        EXPECT_THAT(page, HasSubstr(text));
+    }
+}
+
+TEST_F(Report, DrawsTheFlashToScale) {
+    // 4 MiB: boot 384 KiB from 0, config 64 KiB from 448 KiB, firmware from 512 KiB to the end.
+    const std::string page = page_of("lab");
+    EXPECT_THAT(page, HasSubstr("<rect class=\"boot\" x=\"0.00\" width=\"93.75\""));
+    EXPECT_THAT(page, HasSubstr("<rect class=\"config\" x=\"109.38\" width=\"15.62\""));
+    EXPECT_THAT(page, HasSubstr("<rect class=\"firmware\" x=\"125.00\" width=\"875.00\""));
+}
+
+TEST_F(Report, TellsWhatCannotBeReadInItsPlace) {
+    const test::Result result = test::run({"--sim=no-driver", "report", "--json", "--html", file_});
+    EXPECT_EQ(result.exit, 0);
+    const auto answer = nlohmann::json::parse(result.out);
+    EXPECT_GT(answer.at("failures").size(), 0U);
+    EXPECT_THAT(content(), HasSubstr("class=\"failure\""));
+}
+
+constexpr char kHostile[] = "<script>alert('x')</script>\" onload=\"y & z\x01\xff";
+
+TEST(HtmlText, CannotBecomeMarkup) {
+    EXPECT_EQ(
+        kx::ctl::html_text(kHostile),
+        "&lt;script&gt;alert(&#39;x&#39;)&lt;/script&gt;&quot; onload=&quot;y &amp; z\uFFFD\uFFFD");
+}
+
+// A host all of whose texts are hostile, made of the lab's answers.
+void poison(Json& value) {
+    if (value.is_string()) {
+        value = kHostile;
+    } else if (value.is_structured()) {
+        for (Json& part : value) {
+            poison(part);
+        }
+    }
+}
+
+TEST(ReportPage, HostileTextsStayTexts) {
+    Json host = Json::parse(R"({"name": "n", "time": "t", "version": {"kxctl": {"version": "1"}},
+        "cards": [{"location": "l", "card": {"chip_type": "c", "model": "m", "firmware": "f"},
+          "adapter": {"serial_number": "s", "mac": "m"},
+          "ports": [{"instance": 1, "interface": "i", "link_detected": 0, "speed_mbps": 65535,
+            "duplex": 255, "mtu_bytes": null, "mac": null, "ipv4_address": "a",
+            "counters": {"counters": [{"name": "n", "value": 18446744073709551615}]}}],
+          "counters": {"failure": "no"},
+          "flash": {"flash": {"size_bytes": 1000}, "regions": [
+            {"name": "r", "address": 0, "size_bytes": 10, "valid": true, "version": "v"}]},
+          "vpd": {"checksum": "b", "fields": [{"keyword": "k", "meaning": "m", "text": "t"}]}}],
+        "modules": {"modules": [{"module": "m", "loaded": 1, "version": "v", "description": "d"}]},
+        "vms": {"vms": [{"name": "n", "state": "s", "functions": {"vfs": ["f"]}}]}})");
+    poison(host);
+    const std::string page = kx::ctl::report_page(host);
+    EXPECT_EQ(fault_in(page), "");
+    EXPECT_THAT(page, Not(HasSubstr("<script")));
+    EXPECT_THAT(page, Not(HasSubstr("onload=\"")));
+}
+
+TEST_F(Report, NeedsAFile) {
+    EXPECT_EQ(test::run({"report"}).exit, 2);
+    EXPECT_EQ(test::run({"--sim", "report", "--html", directory_ / "no" / "x.html"}).exit, 3);
+}
+
+TEST_F(Report, IsShownByABrowser) {
+    test::Setup setup;
+    setup.program = "sh";
+    if (test::run({"-c", "command -v chromium"}, setup).exit != 0) {
+        GTEST_SKIP() << "no chromium (Debian package chromium)";
+    }
+    page_of("lab");
+    const std::string command =
+        "cd \"$1\" && timeout 100 chromium --headless --no-sandbox --disable-gpu --disable-quic "
+        "--no-first-run --disable-background-networking --disable-component-update --disable-sync "
+        "--user-data-dir=\"$1/profile\" --window-size=390,844 --screenshot=shot.png "
+        "\"file://$1/host.html\"";
+    const test::Result result = test::run({"-c", command, "sh", directory_}, setup);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    std::error_code error;
+    EXPECT_GT(fs::file_size(directory_ / "shot.png", error), 10000U) << result.err;
+}
+
+}  // namespace

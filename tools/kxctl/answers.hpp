@@ -1,0 +1,22 @@
+// What commands would answer with --json, for commands that gather what others tell.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <utility>
+
+#include "command.hpp"
+#include "json.hpp"
+
+namespace kx::ctl {
+
+using GivenWords = std::initializer_list<std::pair<const char*, std::string>>;
+
+// Throws the command's Failure.
+[[nodiscard]] Json answer_of(ExitCode (*run)(const Arguments&, Output&), GivenWords words = {});
+
+// The same; of a command that fails {"failure": the line that it would print}.
+[[nodiscard]] Json answer_or_failure(
+    ExitCode (*run)(const Arguments&, Output&), GivenWords words = {});
+
+}  // namespace kx::ctl

@@ -1,0 +1,37 @@
+// A view on a terminal that is drawn anew in its place, with a small graph of what each row did.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kx::ctl {
+
+// Bars of eight heights, from nothing to the greatest of the values; a missing value is a blank.
+[[nodiscard]] std::string graph_of(std::span<const std::optional<double>> values);
+
+// The latest rates of each row, by its name.
+class RateHistory {
+public:
+    static constexpr std::size_t kLength = 20;
+
+    void add(const std::string& row, std::optional<double> rate);
+    [[nodiscard]] std::string graph(const std::string& row) const;
+
+private:
+    std::map<std::string, std::vector<std::optional<double>>> rates_;
+};
+
+// Whether standard output is a terminal that can be drawn on, and its height in lines.
+[[nodiscard]] bool can_draw();
+[[nodiscard]] std::size_t terminal_height();
+
+// The text in the place of what was drawn before: first clears the screen. Lines are not wrapped,
+// and those for which the terminal is too low are counted in its last line.
+[[nodiscard]] std::string drawing(std::string_view text, std::size_t height, bool first);
+
+}  // namespace kx::ctl
