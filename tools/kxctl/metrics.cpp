@@ -73,12 +73,12 @@ class Collection {
 public:
     explicit Collection(bool all) : all_(all) {
         add(kBuild, {{"version", KXCTL_VERSION}}, 1);
-        const std::vector<CardInfo> cards = cards_or_none();
+        const std::vector<CardInfo> cards = list_or_none(query_cards);
         add(kCards, {}, cards.size());
         for (const CardInfo& card : cards) {
             add_card(card);
         }
-        for (const DriverEntry& module : query_modules()) {
+        for (const DriverEntry& module : list_or_none(query_modules)) {
             add(kModule, {{"module", field_text(module.module)}}, module.loaded == 1 ? 1 : 0);
         }
     }
@@ -87,9 +87,10 @@ public:
 
 private:
     // A host without a card or its driver is monitored too.
-    static std::vector<CardInfo> cards_or_none() {
+    template <class Record>
+    static std::vector<Record> list_or_none(std::vector<Record> (*query)()) {
         try {
-            return query_cards();
+            return query();
         } catch (const Failure& failure) {
             if (failure.code() != ExitCode::kNotFound) {
                 throw;
