@@ -1,5 +1,5 @@
-// The boot configuration record of Q4 and Q5 flash: status of the flash, number of ports in eights, length of
-// the base name, base name, suffix, then the option ROM's first KiB, then the record.
+// The boot configuration record of Q4 and Q5 flash: status of the flash, number of ports in eights,
+// length of the base name, base name, suffix, then the option ROM's first KiB, then the record.
 #include "fuzz/fed_adapter.hpp"
 #include "fuzz/input.hpp"
 

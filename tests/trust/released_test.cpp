@@ -117,7 +117,7 @@ TEST(WhatStaysByContract, FindingAnAddressKeepsItsInventoryAndNothingElse) {
     EXPECT_LE(each, 2 * inventory) << "one inventory, and one filled with addresses at most";
 }
 
-TEST(WhatStaysByContract, EachConnectionKeepsItsMappingAndNoDescriptor) {
+TEST(WhatStaysByContract, AConnectionThatWasClosedKeepsNoDescriptor) {
     test::Lab lab;
     const test::Silence silence;
     uint8_t q4 = 0;

@@ -20,14 +20,18 @@ check() { # NAME COMMAND...
 }
 
 suppressions=(
-    # Records of the interface hold fields that only agents read.
-    --suppress=unusedStructMember
-    # A loop that says what it looks for is as good as an algorithm.
-    --suppress=useStlAlgorithm
-    # System headers are not looked into.
+    # The system's headers are not looked into.
     --suppress=missingIncludeSystem
     # Exported functions keep the types that agents were built with.
-    --suppress=constParameterPointer --suppress=constParameter
+    --suppress=passedByValue:src/host/command_runner.cpp
+    --suppress=passedByValue:src/vm/bridge_interfaces.cpp
+    # The class's layout and members are a contract; agents make one object and never copy it.
+    --suppress=noCopyConstructor:src/vm/domains.cpp
+    --suppress=noOperatorEq:src/vm/domains.cpp
+    # Takes an element of an array of pointers for an integer.
+    --suppress=CastIntegerToAddressAtReturn:src/inventory/port_discovery.cpp
+    # The size of a pointer is meant: the link in front of the next record.
+    --suppress=pointerSize:src/inventory/query.cpp
 )
 
 run_cppcheck() {
@@ -36,12 +40,14 @@ run_cppcheck() {
         "${suppressions[@]}" -I src -I include src
 }
 
-# Version 12 of the analyser knows C only; the one C program is the example agent, if there is one.
+# The analyser of version 12 understands C only.
 run_analyser() {
-    local source found=0
-    while read -r source; do
+    local source sources found=0
+    mapfile -t sources < <(git ls-files 'examples/*.c' 'tests/*.c')
+    printf 'gcc -fanalyzer: %d C sources\n' "${#sources[@]}"
+    for source in "${sources[@]}"; do
         gcc -std=c11 -fanalyzer -Wall -Wextra -Iinclude -c "$source" -o /dev/null || found=1
-    done < <(git ls-files 'examples/*.c' 'tests/*.c')
+    done
     return "$found"
 }
 
