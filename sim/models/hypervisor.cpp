@@ -129,8 +129,7 @@ bool start_all(const preload::Host& host, virConnectPtr connection) {
 virConnectPtr open_driver(const preload::Host& host) {
     TextBuffer uri;
     node_uri(host, uri);
-    virConnectPtr connection =
-        libvirt<"virConnectOpen", decltype(::virConnectOpen)>()(uri.c_str());
+    virConnectPtr connection = libvirt<"virConnectOpen", decltype(::virConnectOpen)>()(uri.c_str());
     if (connection != nullptr && !start_all(host, connection)) {
         close(connection);
         return nullptr;
@@ -248,8 +247,7 @@ MachineVisit::MachineVisit(virConnectPtr connection, Purpose purpose) : host_(pr
 
 MachineVisit::MachineVisit(virDomainPtr domain, Purpose purpose) : host_(preload::host()) {
     const auto connection_of = libvirt<"virDomainGetConnect", decltype(::virDomainGetConnect)>();
-    virConnectPtr given =
-        host_ == nullptr || domain == nullptr ? nullptr : connection_of(domain);
+    virConnectPtr given = host_ == nullptr || domain == nullptr ? nullptr : connection_of(domain);
     begin(given, purpose);
     if (given == connection_) {
         domain_ = domain;
