@@ -6,6 +6,7 @@
 #include <malloc.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -49,10 +50,39 @@ int call_often(void (*call)()) {
     return calls;
 }
 
+std::ptrdiff_t difference(std::size_t after, std::size_t before) {
+    return static_cast<std::ptrdiff_t>(after) - static_cast<std::ptrdiff_t>(before);
+}
+
 class ReleasedTest : public testing::TestWithParam<EntryPoint> {
 protected:
     static void TearDownTestSuite() {
         std::printf("%d calls, %zu functions\n", total_, test::entry_points().size());
+    }
+
+    // What a round of calls left behind.
+    struct Growth {
+        std::ptrdiff_t bytes;
+        std::ptrdiff_t descriptors;
+        std::ptrdiff_t mappings;
+        int calls;
+
+        // A leak with every call is at least this: no block is smaller.
+        std::ptrdiff_t leaking() const { return std::ptrdiff_t{16} * calls; }
+    };
+
+    Growth grown(const EntryPoint& entry) {
+        const test::Held before = test::held(lab_.host());
+        const std::size_t bytes = allocated_bytes();
+        const int calls = call_often(entry.call);
+        test::Lab::prepare();  // libpci keeps the last function's file open until then
+        const std::size_t bytes_after = allocated_bytes();
+        const test::Held after = test::held(lab_.host());
+        return {
+            .bytes = difference(bytes_after, bytes),
+            .descriptors = difference(after.descriptors, before.descriptors),
+            .mappings = difference(after.mappings, before.mappings),
+            .calls = calls};
     }
 
     static inline int total_ = 0;
@@ -65,24 +95,17 @@ TEST_P(ReleasedTest, NothingGrows) {
         SUCCEED() << "measured by WhatStaysByContract";
         return;
     }
-    {
-        const test::Silence silence;
-        call_often(entry.call);  // what is made once stays, as it should
-        test::Lab::prepare();
+    grown(entry);  // what is made once stays, as it should
+    Growth growth = grown(entry);
+    for (int again = 0; again < 2 && growth.bytes >= growth.leaking(); ++again) {
+        growth = grown(entry);  // a buffer that found its size late; what leaks grows every time
     }
-    const test::Held before = test::held(lab_.host());
-    const std::size_t bytes = allocated_bytes();
-    const int calls = call_often(entry.call);
-    test::Lab::prepare();  // libpci keeps the last function's file open until then
-    const test::Held after = test::held(lab_.host());
-    const std::size_t bytes_after = allocated_bytes();
-    EXPECT_EQ(after.descriptors, before.descriptors);
+    EXPECT_EQ(growth.descriptors, 0);
     if (entry.stays.empty()) {
-        EXPECT_EQ(after.mappings, before.mappings);
+        EXPECT_EQ(growth.mappings, 0);
     }
-    // The smallest block that could be lost with each call is larger.
-    EXPECT_LT(bytes_after, bytes + 16 * static_cast<std::size_t>(calls)) << calls << " calls";
-    total_ += calls;
+    EXPECT_LT(growth.bytes, growth.leaking()) << growth.calls << " calls";
+    total_ += growth.calls;
 }
 
 INSTANTIATE_TEST_SUITE_P(
