@@ -27,6 +27,7 @@ private:
     std::uint8_t identification(std::uint32_t position) const;
     std::uint8_t status();
     std::uint8_t next_byte();
+    std::size_t wrapped(std::size_t address) const;
     void take_page_byte(std::uint8_t in);
     void program();
     void erase();
