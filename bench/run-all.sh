@@ -9,38 +9,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 export KXBENCH_BUILD=${KXBENCH_BUILD:-$PWD/${1:-build/release}}
-programs=$KXBENCH_BUILD/bench
-here=bench/run-all.sh
-
-# --- Counting ---
-
-# system_calls COMMAND...: of the process and its children
-system_calls() {
-    local log
-    log=$(mktemp)
-    strace -f -qq -c -o "$log" "$@" >/dev/null 2>&1 || true
-    awk '$NF == "total" { print $4 }' "$log"
-    rm -f "$log"
-}
-
-# callgrind OPTION COMMAND...: instructions outside of the kernel, of the process and its children
-callgrind() {
-    local log
-    log=$(mktemp)
-    valgrind --tool=callgrind --callgrind-out-file=/dev/null --log-file="$log" "$@" >/dev/null 2>&1 || true
-    sed -n 's/.*Collected *: *//p' "$log" | awk '{ sum += $1 } END { print sum + 0 }'
-    rm -f "$log"
-}
-
-# Of one warm call: calls_of CASE SIDE, instructions_of CASE SIDE
-calls_of() {
-    local fewer more
-    fewer=$(system_calls "$programs/kx-bench-calls" "$@" 2)
-    more=$(system_calls "$programs/kx-bench-calls" "$@" 3)
-    echo $((more - fewer))
-}
-
-instructions_of() { callgrind --instr-atstart=no "$programs/kx-bench-calls" "$@" 3; }
+source bench/counting.sh
 
 # wall_us COMMAND...: the shortest of ten runs
 wall_us() {
@@ -56,9 +25,7 @@ wall_us() {
     echo "$best"
 }
 
-# --- Arithmetic and rows ---
-
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+# --- Rows ---
 
 # verdict VALUE GOAL
 verdict() { awk -v v="$1" -v g="$2" 'BEGIN { print (v <= g + 0.005 ? "met" : "**missed**") }'; }
@@ -153,17 +120,6 @@ fi
 
 # --- The page ---
 
-# on HOST-OPTIONS -- FUNCTION ARGUMENTS...: on a machine of that size
-on() {
-    local options=()
-    while [[ $1 != -- ]]; do
-        options+=("$1")
-        shift
-    done
-    printf '  %s\n' "${options[*]} $*" >&2
-    "$programs/kx-bench-host" "${options[@]}" -- "$here" inside "${@:2}"
-}
-
 machine() {
     local cache=$KXBENCH_BUILD/CMakeCache.txt
     printf -- '- processor: %s, %s of them\n' \
@@ -179,28 +135,14 @@ calls_table() {
     row Call 'System calls, library / floor' ratio goal 'Instructions, library / floor' ratio goal \
         'CPU µs, library / floor' ratio goal
     row --- ---: ---: --- ---: ---: --- ---: ---: ---
-    local interfaces
-    on -- measure 'GetCardInfo, 10 interfaces, 64 PCI devices' GetCardInfo 1.10 1.30 1.30
-    on -- measure 'GetPortStat, the same' GetPortStat 1.10 1.30 1.30
-    on --interfaces 100 -- measure 'GetPortInfo, 4 ports, 100 interfaces' \
-        GetPortInfo 1.10 1.25 1.25
-    for interfaces in 1000 5000; do
-        on --interfaces $interfaces -- \
-            measure "GetPortInfo, 4 ports, $(thousands $interfaces) interfaces" \
-            GetPortInfo 1.05 1.10 1.15
-    done
-    on --interfaces 1000 --ports 64 -- measure 'GetPortInfo, 64 ports, 1,000 interfaces' \
-        GetPortInfo 1.15 1.25 1.30
-    on --interfaces 1000 --ports 256 -- measure 'GetPortInfo, 256 ports, 1,000 interfaces' \
-        GetPortInfo 1.20 1.25 1.30
-    on --devices 256 -- measure 'GetCardInfo, 256 PCI devices' GetCardInfo 1.05 1.15 1.20
-    on --ports 1 --queues 64 -- measure 'GetPortStat, 577 counters' GetPortStat 1.10 1000 1.50 577
-    on --ports 1 --queues 4096 -- measure 'GetPortStat, 36,865 counters' \
-        GetPortStat 1.10 1000 1.60 36865
-    on --modules 4000 -- measure 'GetDriverDetails, none of 4,000 modules ours' \
-        GetDriverDetails 1.30 2.00 1.60
-    on --modules 4000 --installed -- measure 'GetDriverDetails, all 13 installed' \
-        GetDriverDetails 1.30 2.00 1.60
+    each_row measured_row
+}
+
+# measured_row GUARDED TITLE HOST-OPTIONS MEASURE-ARGUMENTS...
+measured_row() {
+    local options
+    read -r -a options <<<"$3"
+    on "${options[@]}" -- measure "$2" "${@:4}"
 }
 
 counted_table() {
