@@ -126,7 +126,8 @@ void search_tree(
             return;
         }
     }
-    Walk(std::move(directory), names, files).search(wanted);
+    Walk walk(std::move(directory), names, files);
+    walk.search(wanted);
 }
 
 }  // namespace

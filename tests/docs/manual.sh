@@ -43,13 +43,14 @@ if [[ -e $pages/kxctl.8 ]]; then
     page=$(text_of "$pages/kxctl.8")
     help=$("$build/kxctl" --help)
     while read -r command; do
+        read -r -a words <<<"$command"
         grep -qE "^ +kxctl $command( |$)" <<<"$page" || complain "kxctl(8) lacks $command"
-        for option in $("$build/kxctl" $command --help | grep -oE -- '--[a-z][a-z-]*'); do
+        for option in $("$build/kxctl" "${words[@]}" --help | grep -oE -- '--[a-z][a-z-]*'); do
             grep -qE -- "$option([^a-z-]|$)" <<<"$page" || complain "kxctl(8) lacks $option"
         done
         while read -r setting; do
             grep -qE "^ +o +$setting: " <<<"$page" || complain "kxctl(8) lacks $setting of $command"
-        done < <("$build/kxctl" $command --help |
+        done < <("$build/kxctl" "${words[@]}" --help |
             sed -nE '/^Settings:/,/^$/s/^  ([a-z][a-z_0-9]*) .*/\1/p')
     done < <(sed -nE '/^Commands:/,/^$/s/^  ([a-z]+( [a-z-]+)?).*/\1/p' <<<"$help")
     while read -r code; do

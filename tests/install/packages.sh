@@ -63,6 +63,7 @@ done
 [[ -n ${KX_OWN_MOUNTS:-} ]] || skip "a fresh system needs the right to mount"
 command -v debootstrap >/dev/null || skip "debootstrap is not installed"
 codename=$(. /etc/os-release && printf '%s' "${VERSION_CODENAME:-}")
+# shellcheck disable=SC2016  # apt's own variables
 mirror=$(apt-get indextargets --format '$(REPO_URI) $(RELEASE)' 'Created-By: Packages' |
     awk -v release="$codename" '$2 == release {print $1; exit}')
 [[ -n $mirror ]] || skip "apt knows no archive of $codename"

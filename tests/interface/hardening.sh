@@ -6,6 +6,7 @@
 #
 # libkxsim.so is not among the files: it stands in front of the C library's functions and has to
 # define the very ones that the checked variants would replace.
+# shellcheck disable=SC2317  # functions are called by name
 set -euo pipefail
 level=$1 library=$2
 shift

@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
 # Compare the interface of the built library with the baseline in the tree.
 #
-#     tools/checks/abi.sh [--update]
+#     tools/checks/abi.sh [--update] [LIBRARY]
 #
 # Ends with 0 when they are the same, and prints the difference otherwise. --update writes the
 # baseline anew; agents that are already built must be able to live with what changes in it.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-library=$root/build/release/libkxlinhw.so
+update=
+if [[ ${1:-} == --update ]]; then
+    update=yes
+    shift
+fi
+library=${1:-$root/build/release/libkxlinhw.so}
 baseline=$root/tests/interface/libkxlinhw.abi
 
 describe() {
@@ -15,7 +20,11 @@ describe() {
         --exported-interfaces-only "$library"
 }
 
-if [[ ${1:-} == --update ]]; then
+if ! command -v abidiff >/dev/null; then
+    echo 'Skipped: abidiff (abigail-tools) is not installed.'
+    exit 77
+fi
+if [[ -n $update ]]; then
     describe >"$baseline"
     exit
 fi

@@ -43,7 +43,7 @@ run_cppcheck() {
 # The analyser of version 12 understands C only.
 run_analyser() {
     local source sources found=0
-    mapfile -t sources < <(git ls-files 'examples/*.c' 'tests/*.c')
+    mapfile -t sources < <(git ls-files '*.c')
     printf 'gcc -fanalyzer: %d C sources\n' "${#sources[@]}"
     for source in "${sources[@]}"; do
         gcc -std=c11 -fanalyzer -Wall -Wextra -Iinclude -c "$source" -o /dev/null || found=1
@@ -53,12 +53,13 @@ run_analyser() {
 
 run_shellcheck() {
     local scripts
-    mapfile -t scripts < <(git ls-files '*.sh' run .ci/run)
-    shellcheck "${scripts[@]}"
+    mapfile -t scripts < <(git ls-files --cached --others --exclude-standard '*.sh' run .ci/run)
+    shellcheck --external-sources "${scripts[@]}"
 }
 
 run_codespell() {
-    git ls-files '*.md' '*.c' '*.h' '*.cpp' '*.hpp' '*.toml' '*.sh' '*.txt' run | xargs codespell
+    git ls-files --cached --others --exclude-standard \
+        '*.md' '*.c' '*.h' '*.cpp' '*.hpp' '*.toml' '*.sh' '*.txt' run | xargs codespell
 }
 
 check cppcheck run_cppcheck
