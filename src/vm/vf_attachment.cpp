@@ -126,7 +126,7 @@ int VMUtils::getXMLDescForVF(_VF vf, char** text) {
     if (text == nullptr) {
         return 1;
     }
-    *text = static_cast<char*>(std::calloc(1, kDeviceTextSize));
+    *text = static_cast<char*>(std::malloc(kDeviceTextSize));
     if (*text != nullptr) {
         std::snprintf(
             *text, kDeviceTextSize, kDeviceFormat, static_cast<unsigned>(vf.pciDomain),
