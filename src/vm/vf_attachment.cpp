@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -128,6 +129,7 @@ int VMUtils::getXMLDescForVF(_VF vf, char** text) {
     }
     *text = static_cast<char*>(std::malloc(kDeviceTextSize));
     if (*text != nullptr) {
+        std::memset(*text, 0, kDeviceTextSize);
         std::snprintf(
             *text, kDeviceTextSize, kDeviceFormat, static_cast<unsigned>(vf.pciDomain),
             static_cast<unsigned>(vf.bus), static_cast<unsigned>(vf.slot),
