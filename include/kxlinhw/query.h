@@ -3,8 +3,8 @@
 
    length receives the number of bytes written and is set to 0 before anything can fail. No size is
    passed and none is checked: the buffer must hold every record. location is the text
-   "%02x:%02x.%x" of bus, device and function; null names no card (65). A null buffer or length
-   gives 317.
+   "%02x:%02x.%x" of bus, device and function; null names no card (65). A null length gives
+   317, and so does a null buffer when there is a record to copy.
 
    Beside the codes given here every query returns those of InitAndFillInfo_Kxcard. */
 #ifndef KXLINHW_QUERY_H

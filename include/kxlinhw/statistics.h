@@ -33,7 +33,8 @@ KX_EXPORT uint32_t getCardStats(KxStatEntryPtr* slot, const char* device_name);
 KX_EXPORT uint32_t getQ4CardStats(CardInfo* card);
 
 /* Counters of an interface's driver into port->stats, in the driver's order, group 0. Names are cut
-   at 30 characters, without NUL then.
+   at 30 characters, without NUL then. There are as many counters as the driver announces; what it
+   then leaves out has an empty name and the value 0.
    Returns 0; 1 when the socket or a request failed or the driver has no counters; 66 out of memory
    (a new chain holds what was read); 317 for null. Prints nothing on standard output; when the
    driver refuses the names, "Cannot get stats strings information" and the reason on standard

@@ -34,32 +34,35 @@ uint32_t build(CardList*& list, uint32_t mask) try {
     if (list->card_count == 0) {
         return KX_NO_CARDS;
     }
-    return FillInfo_Kxcard(&list, mask);
+    // Statuses of a build pass through one byte, whoever fills the list.
+    return static_cast<uint8_t>(FillInfo_Kxcard(&list, mask));
 } catch (const std::bad_alloc&) {
     return KX_NO_MEMORY;
 }
 
-template <class Record>
-void free_chain(Record* first) {
+// Free a chain; free_parts frees what hangs in a record just before the record itself goes.
+template <class Record, class FreeParts>
+void free_chain(Record* first, FreeParts free_parts) {
     while (first != nullptr) {
         const kx::Block<Record> record(first);
         first = record->next;
+        free_parts(*record);
     }
+}
+
+void free_stats(StatEntry* first) {
+    free_chain(first, [](const StatEntry&) {});
 }
 
 void free_ports(PortInfo* first) {
-    for (const PortInfo* port = first; port != nullptr; port = port->next) {
-        free_chain(port->stats);
-    }
-    free_chain(first);
+    free_chain(first, [](const PortInfo& port) { free_stats(port.stats); });
 }
 
 void free_cards(CardInfo* first) {
-    for (const CardInfo* card = first; card != nullptr; card = card->next) {
-        free_ports(card->ports);
-        free_chain(card->stats);
-    }
-    free_chain(first);
+    free_chain(first, [](const CardInfo& card) {
+        free_ports(card.ports);
+        free_stats(card.stats);
+    });
 }
 
 }  // namespace

@@ -85,8 +85,10 @@ uint32_t getDriverInfo(KxDriverEntryPtr* slot) {
     }
     const kx::SnapshotScope scope;
     const kx::settings::ModuleAnnouncement announcement(kKnownModules);
-    freelist(*slot);
-    *slot = nullptr;
+    if (*slot != nullptr) {
+        freelist(*slot);
+        *slot = nullptr;
+    }
     DriverEntry* last = nullptr;
     for (const KnownDriver* driver = kKnownDriverTable; driver->module != nullptr; ++driver) {
         DriverEntry* const entry = inspect(*driver);

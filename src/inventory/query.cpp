@@ -19,6 +19,18 @@ struct Chain {
     uint32_t record_size;
 };
 
+// Copy a chain into the agent's buffer. Only a chain that holds something needs a buffer, so an
+// agent that has none yet still learns what else stands in the way.
+uint32_t copy_chain(const Chain& chain, void* buffer, uint32_t* length) {
+    if (chain.status == KX_SUCCESS && chain.first != nullptr && buffer == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    if (chain.status == KX_SUCCESS) {
+        *length = ConstructBuffer(buffer, chain.record_size, chain.first);
+    }
+    return chain.status;
+}
+
 // The steps all queries share; select picks the chain to copy from the inventory.
 template <class Select>
 uint32_t answer(uint32_t mask, void* buffer, uint32_t* length, Select select) {
@@ -26,20 +38,13 @@ uint32_t answer(uint32_t mask, void* buffer, uint32_t* length, Select select) {
         return KX_INVALID_PARAMETER;
     }
     *length = 0;
-    if (buffer == nullptr) {
-        return KX_INVALID_PARAMETER;
-    }
     CardList* list = nullptr;
     const uint32_t status = InitAndFillInfo_Kxcard(&list, mask);
     if (status != KX_SUCCESS) {
         return status;
     }
     const Inventory inventory(list);
-    const Chain chain = select(list);
-    if (chain.status == KX_SUCCESS) {
-        *length = ConstructBuffer(buffer, chain.record_size, chain.first);
-    }
-    return chain.status;
+    return copy_chain(select(list), buffer, length);
 }
 
 // As answer, for queries that name a card; a null location names none.
@@ -90,18 +95,12 @@ uint32_t GetDriverDetails(void* buffer, uint32_t* length) {
         return KX_INVALID_PARAMETER;
     }
     *length = 0;
-    if (buffer == nullptr) {
-        return KX_INVALID_PARAMETER;
-    }
     const Inventory inventory(kx::allocate_record<CardList>().release());
     if (!inventory) {
         return KX_NO_MEMORY;
     }
     const uint32_t status = getDriverInfo(&inventory->drivers);
-    if (status == KX_SUCCESS) {
-        *length = ConstructBuffer(buffer, KX_DRIVER_COPY, inventory->drivers);
-    }
-    return status;
+    return copy_chain({status, inventory->drivers, KX_DRIVER_COPY}, buffer, length);
 }
 
 uint32_t ConstructBuffer(void* destination, uint32_t record_size, const void* first) {

@@ -124,7 +124,6 @@ TEST(EveryQuery, RefusesANullBufferOrLength) {
     EXPECT_EQ(GetCardInfo(nullptr, &length), 317U);
     EXPECT_EQ(length, 0U);
     EXPECT_EQ(GetCardInfo(buffer.data(), nullptr), 317U);
-    EXPECT_EQ(GetCardStats("03:00.4", nullptr, &length), 317U);
     EXPECT_EQ(GetCardStats("03:00.4", buffer.data(), nullptr), 317U);
     EXPECT_EQ(GetPortInfo("03:00.4", nullptr, &length), 317U);
     EXPECT_EQ(GetPortInfo("03:00.4", buffer.data(), nullptr), 317U);
@@ -132,6 +131,27 @@ TEST(EveryQuery, RefusesANullBufferOrLength) {
     EXPECT_EQ(GetPortStat("03:00.4", 1, buffer.data(), nullptr), 317U);
     EXPECT_EQ(GetDriverDetails(nullptr, &length), 317U);
     EXPECT_EQ(GetDriverDetails(buffer.data(), nullptr), 317U);
+}
+
+// An agent that has no buffer yet still learns what else stands in the way of its query.
+TEST(EveryQuery, NeedsNoBufferWhenThereIsNothingToCopy) {
+    uint32_t length = 9;
+    {
+        kxsim::Host host;  // no driver
+        const auto attached = host.attach();
+        EXPECT_EQ(GetCardInfo(nullptr, &length), 62U);
+        EXPECT_EQ(length, 0U);
+        EXPECT_EQ(GetDriverDetails(nullptr, &length), 62U);
+    }
+    LabHost host;
+    const auto attached = host.attach();
+    EXPECT_EQ(GetCardStats("3:0.4", nullptr, &length), 65U);
+    EXPECT_EQ(GetCardStats("03:00.4", nullptr, &length), 71U);
+    EXPECT_EQ(GetPortInfo("3:0.4", nullptr, &length), 65U);
+    EXPECT_EQ(GetPortInfo("04:00.4", nullptr, &length), 72U);
+    EXPECT_EQ(GetPortStat("3:0.4", 1, nullptr, &length), 65U);
+    EXPECT_EQ(GetPortStat("03:00.4", 3, nullptr, &length), 64U);
+    EXPECT_EQ(length, 0U);
 }
 
 TEST(EveryQuery, PassesTheFailureOfTheInventoryOn) {
