@@ -1,12 +1,13 @@
 #include "settings/config_file.hpp"
 
 #include <fcntl.h>
+#include <kxlinhw/settings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <optional>
 
@@ -49,10 +50,18 @@ bool write_all(const Descriptor& file, std::string_view text) {
     return true;
 }
 
-bool flush_to_disk(const Descriptor& file) { return fsync(file.get()) == 0; }
+// What has no disk behind it (a file that an administrator linked to /dev/null) needs no flushing.
+bool flush_to_disk(const Descriptor& file) { return fsync(file.get()) == 0 || errno == EINVAL; }
 
+// Strips through the exported trim, as agents may have put their own in its place; one that answers
+// with an address outside the piece strips nothing.
 std::string_view stripped(std::string_view piece) {
-    return piece.substr(std::min(piece.find_first_not_of(" \t"), piece.size()));
+    std::array<char, kLongestPiece + 1> text{};
+    piece.copy(text.data(), kLongestPiece);
+    const auto skipped = static_cast<std::size_t>(
+        reinterpret_cast<std::uintptr_t>(trim(text.data())) -
+        reinterpret_cast<std::uintptr_t>(text.data()));
+    return skipped <= piece.size() ? piece.substr(skipped) : piece;
 }
 
 bool has_own_line(std::string_view text, const LineTest& is_own) {

@@ -68,7 +68,7 @@ void bring_device_up(const PortInfo* port) {
 
 }  // namespace
 
-void name_card_in_messages(std::string_view location) { copy_text(card_name, location); }
+void name_card_in_messages(std::string_view name) { copy_text(card_name, name); }
 
 std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
     if (is_nic_only(card)) {

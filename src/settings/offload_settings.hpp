@@ -10,7 +10,7 @@
 namespace kx::settings {
 
 // Which card the messages of the offload settings name, until the next call.
-void name_card_in_messages(std::string_view location);
+void name_card_in_messages(std::string_view name);
 
 // Apply the offload settings of mask: 0, or 70 when one failed. Nothing when the card has no
 // offload engine or no control files; the reason then stands alone in the detail text.

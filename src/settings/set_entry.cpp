@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "settings/detail_text.hpp"
 #include "settings/module_parameter.hpp"
@@ -25,6 +26,14 @@ Inventory build_inventory(uint32_t mask, uint32_t& status) {
     CardList* list = nullptr;
     status = InitAndFillInfo_Kxcard(&list, mask);
     return Inventory(status == KX_SUCCESS ? list : nullptr);
+}
+
+// The name of a card in messages is the text that its record begins with, wherever that ends: a
+// name longer than the location's field runs on into the fields behind it.
+constexpr std::size_t kCardNameSize = 32;
+
+std::string_view name_at_start(const CardInfo& card) {
+    return field_text(reinterpret_cast<const char*>(&card), kCardNameSize);
 }
 
 // A setter group and the bits of the port change mask that call for it.
@@ -134,7 +143,7 @@ uint32_t setCardParams(CardInfo* card) try {
         return KX_INVALID_PARAMETER;
     }
     const uint32_t mask = card->params.change_mask;
-    name_card_in_messages(kx::field_text(card->pci_bus_location));
+    name_card_in_messages(name_at_start(*card));
     clear_detail();
     uint32_t status = KX_SUCCESS;
     if ((mask & KX_CARD_OFFLOAD_BITS) != 0) {

@@ -4,6 +4,7 @@
 #include <kxlinhw/kxlinhw.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -356,6 +357,22 @@ TEST_F(OffloadSettings, ACardWithoutAPortUsesTheFirstDevice) {
     card.params.activated = 2;
     EXPECT_EQ(setCardParams(&card), 70U);
     EXPECT_STREQ(GetErrStr(70), "Set activated for LLLLLLLLLLLLLLLL failed: Invalid set value; ");
+}
+
+TEST_F(OffloadSettings, MessagesNameTheTextAtTheStartOfTheCardWhereverItEnds) {
+    const auto attached = host_.attach();
+    CardInfo card{};
+    std::strcpy(card.offload_device, "toe0");
+    card.params.change_mask = 4;
+    for (const std::size_t length : {15U, 16U, 20U, 31U, 40U}) {
+        std::memset(&card, 0, offsetof(CardInfo, offload_device));
+        std::memset(&card, 'L', length);
+        EXPECT_EQ(setCardParams(&card), 70U);
+        const std::string name(std::min<std::size_t>(length, 31), 'L');
+        EXPECT_EQ(
+            std::string(errStr),
+            "Set TOE Parameter(s) failed for " + name + ": Resource not available");
+    }
 }
 
 TEST_F(OffloadSettings, ASingleSettingNamesTheLastCardAndAppends) {

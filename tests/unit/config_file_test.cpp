@@ -286,6 +286,10 @@ TEST_F(ConfigFile, AppendingEndsALineWithoutNewlineFirst) {
     EXPECT_EQ(text(), "b = 2\na = 1\n");
 }
 
+TEST_F(ConfigFile, AppendingToWhatHasNoDiskSucceeds) {
+    EXPECT_EQ(append_unless_present("/dev/null", "a = 1\n", holding("a =")), Saving::kAppended);
+}
+
 TEST_F(ConfigFile, APresentLineIsToldAndNothingIsWritten) {
     hold("\t a = 7");
     EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a =")), Saving::kPresent);

@@ -1,0 +1,61 @@
+// An agent with functions of its own under the library's names: the library calls the agent's.
+#include <gtest/gtest.h>
+#include <kxlinhw/settings.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> trimmed;           // what the library has had trimmed
+char* (*answer)(char* text) = nullptr;      // what it is told
+char elsewhere[] = "  an address outside";  // of every line
+
+class OwnTrim : public testing::Test {
+protected:
+    OwnTrim() {
+        std::string pattern = (fs::temp_directory_path() / "kxownXXXXXX").string();
+        directory_ = mkdtemp(pattern.data());
+        path_ = directory_ / "sysctl.conf";
+        trimmed.clear();
+    }
+    ~OwnTrim() override { fs::remove_all(directory_); }
+
+    std::string rewritten(const std::string& before) {
+        std::ofstream(path_) << before;
+        EXPECT_EQ(replaceSysctlLine(path_.c_str(), "key", "key = new\n", 3), 0);
+        std::ifstream file(path_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    fs::path directory_;
+    fs::path path_;
+};
+
+TEST_F(OwnTrim, DecidesWhatEveryLineLoses) {
+    answer = [](char* text) { return *text == '#' ? text + 1 : text; };
+    EXPECT_EQ(rewritten("#key = old\n#other\n key = 1\n"), "key = new\nother\n key = 1\n");
+    EXPECT_EQ(trimmed, (std::vector<std::string>{"#key = old\n", "#other\n", " key = 1\n"}));
+}
+
+TEST_F(OwnTrim, ThatLeavesTheLineStripsNothing) {
+    for (const auto stray :
+         {+[](char*) -> char* { return nullptr; }, +[](char*) -> char* { return elsewhere; }}) {
+        answer = stray;
+        EXPECT_EQ(rewritten("  a = 1\nkey = old\n"), "  a = 1\nkey = new\n");
+    }
+}
+
+}  // namespace
+
+char* trim(char* text) {
+    trimmed.emplace_back(text);
+    return answer(text);
+}
