@@ -29,7 +29,8 @@ extern KX_EXPORT struct pci_access* pci_access_p; /* null before the first scan 
 extern KX_EXPORT struct pci_dev* kestrix_hbas[KX_MOST_ADAPTERS];
 extern KX_EXPORT uint8_t g_adapter_count; /* valid entries; set by the list builders */
 
-/* The register window. */
+/* The register window. A host that opens windows itself stores them here: its descriptor is closed
+   with the window; the bounds of its memory are its own affair. */
 extern KX_EXPORT int32_t memfd;         /* /dev/mem, as the last connect opened it; 0 at first.
                                            Keeps its value when the library has closed it. */
 extern KX_EXPORT uint64_t mmapd_addr;   /* where the window begins; 0 when none is open */
@@ -69,8 +70,9 @@ KX_EXPORT int32_t connect_to_hba_Q4(uint8_t adapter);
 KX_EXPORT void disconnect_from_hba(uint8_t adapter);
 
 /* Read or write the register at a byte offset from the window's start, as one 32-bit access.
-   Reads give 0 on any adapter but mmapd_adapter, and outside the window. q3_write_reg ignores
-   other adapters; q4_write_reg writes to the open window whatever the adapter. */
+   Reads give 0 on any adapter but mmapd_adapter, and outside the window that a connect opened.
+   q3_write_reg ignores other adapters; q4_write_reg writes to the open window whatever the
+   adapter. */
 KX_EXPORT uint32_t q4_read_reg(uint8_t adapter, uint32_t offset);
 KX_EXPORT void q4_write_reg(uint8_t adapter, uint32_t offset, uint32_t value);
 KX_EXPORT int32_t q3_read_reg(uint8_t adapter, uint32_t offset);

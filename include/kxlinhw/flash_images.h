@@ -72,10 +72,10 @@ KX_EXPORT int32_t q4_erase_config(uint8_t adapter);
 
 /* Download a boot image of size bytes to start_kb KiB. Pages are written whole, the last one filled
    with 0xFF; the first one goes last, so that a download that was cut off leaves no valid image.
-   Returns 0; -22 for null or when the flash cannot be measured; -27 with "boot image too
-   small/large" or "boot image encroaching on firmware region"; else the status of what failed, with
-   "q4_flash_erase_sectors failed" or "q4_write_flash failed" and "boot image download failed, error
-   %d\n". */
+   Returns 0; -22 when the flash cannot be measured; -27 with "boot image too small/large" or "boot
+   image encroaching on firmware region"; -22 for null, when size and place are right; else the
+   status of what failed, with "q4_flash_erase_sectors failed" or "q4_write_flash failed" and "boot
+   image download failed, error %d\n". */
 KX_EXPORT int32_t
 q4_load_boot(uint8_t adapter, const uint8_t* image, uint32_t start_kb, uint32_t size);
 

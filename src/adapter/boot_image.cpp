@@ -131,12 +131,15 @@ int32_t q4_erase_boot(uint8_t adapter) {
 
 int32_t q4_load_boot(uint8_t adapter, const uint8_t* image, uint32_t start_kb, uint32_t size) {
     int32_t sector_size = 0;
-    if (image == nullptr || kx::adapter::measure_flash(adapter, sector_size) != 0) {
+    if (kx::adapter::measure_flash(adapter, sector_size) != 0) {
         return KX_FLASH_INVALID;
     }
     const uint64_t start = uint64_t{start_kb} * 1024;
     if (!kx::adapter::right_size(start, size)) {
         return KX_FLASH_BAD_SIZE;
+    }
+    if (image == nullptr) {
+        return KX_FLASH_INVALID;
     }
     const int32_t status =
         kx::adapter::write_image(adapter, static_cast<uint32_t>(start), {image, size}, sector_size);

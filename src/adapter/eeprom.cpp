@@ -28,7 +28,9 @@ static_assert(kQ3Eeprom.serial_configuration.start + KX_SERIAL_CONFIG_SIZE == KX
 
 void read_part(uint8_t adapter, uint32_t cap, const Part& part, uint32_t delay_ms, char* image) {
     for (uint32_t address = part.start; address < part.start + part.length; address += 4) {
-        msleep(delay_ms);
+        if (delay_ms != 0) {
+            msleep(delay_ms);
+        }
         uint32_t dword = 0;
         vpd_read_dword(adapter, cap, address, &dword);
         std::memcpy(image + address, &dword, sizeof dword);

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 extern "C" {
 #include <pci/pci.h>
@@ -36,13 +35,22 @@ constexpr uint32_t round_down(uint32_t value, uint32_t page_size) {
     return value & ~(page_size - 1);
 }
 
-// The descriptor that the library opened last and has not closed. memfd keeps its number after
-// that, but by then the number may belong to the agent.
-int open_descriptor = -1;
+// The descriptor that the library closed last. memfd keeps its number, but by then the number may
+// belong to the agent.
+int closed_descriptor = -1;
+
+// The window that the library has opened. Hosts may lend memory of their own through mmapd_addr,
+// whose bounds only they know: mmapd_len may still tell the length of a window before.
+struct OpenWindow {
+    uint64_t start = 0;
+    uint32_t length = 0;
+};
+
+OpenWindow open_window;
 
 int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {
     memfd = open("/dev/mem", O_RDWR | O_CLOEXEC);
-    open_descriptor = memfd;
+    closed_descriptor = -1;
     if (memfd < 0) {
         std::fputs("open /dev/mem failed!", stderr);
         return KX_ADAPTER_INVALID;
@@ -56,6 +64,7 @@ int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {
     mmapd_addr = reinterpret_cast<uint64_t>(window);
     mmapd_adapter = adapter;
     mmapd_len = length;
+    open_window = {mmapd_addr, length};
     return 0;
 }
 
@@ -83,12 +92,12 @@ int32_t connect(uint8_t adapter, const Placement& placement) {
 using Register __attribute__((aligned(1), may_alias)) = volatile uint32_t;
 
 // Does a register lie in the open window? The offset counts from the window's start, as the
-// window begins where an aligned BAR does. A host that lends its own memory through mmapd_addr
-// need not tell its length.
+// window begins where an aligned BAR does.
 bool window_holds(uint32_t offset) {
-    return mmapd_addr != 0 &&
-           (mmapd_len == 0 || (mmapd_len >= sizeof(uint32_t) &&
-                               offset <= mmapd_len - static_cast<uint32_t>(sizeof(uint32_t))));
+    if (mmapd_addr != open_window.start) {
+        return mmapd_addr != 0;
+    }
+    return uint64_t{offset} + sizeof(uint32_t) <= open_window.length;
 }
 
 }  // namespace
@@ -101,10 +110,12 @@ int32_t ensure_q3_window(uint8_t adapter) {
     return connect_to_hba(adapter);
 }
 
-void close_window_descriptor() {
-    const int ours = std::exchange(open_descriptor, -1);
-    if (memfd > 0 && memfd == ours) {
+void close_window() {
+    mmapd_addr = 0;
+    open_window = {};
+    if (memfd > 0 && memfd != closed_descriptor) {
         close(memfd);
+        closed_descriptor = memfd;
     }
 }
 
@@ -134,8 +145,7 @@ void disconnect_from_hba(uint8_t adapter) {
     if (adapter == mmapd_adapter) {
         kx::adapter::release_window_mapping();
     }
-    mmapd_addr = 0;
-    kx::adapter::close_window_descriptor();
+    kx::adapter::close_window();
 }
 
 uint32_t readl(uint64_t address) { return *reinterpret_cast<const Register*>(address); }

@@ -9,9 +9,8 @@
 extern "C" int32_t cleanup_and_exit(int32_t code) {
     if (mmapd_addr != 0) {
         kx::adapter::release_window_mapping();
-        mmapd_addr = 0;
     }
-    kx::adapter::close_window_descriptor();
+    kx::adapter::close_window();
     kx::adapter::release_bus();
     kx::adapter::drop_adapter_list();
     kx::adapter::drop_adapterinfo_list();

@@ -30,6 +30,8 @@ std::vector<std::string>& calls() {
     return made;
 }
 
+unsigned delays = 0;
+
 // Take down a call and hand it on to the library.
 template <class Function, class... Arguments>
 auto call(const char* name, Arguments... arguments) {
@@ -120,6 +122,8 @@ KX_EXPORT int32_t q3_get_adapterinfo(uint8_t adapter, uint32_t cap, AdapterInfoR
     return call<decltype(q3_get_adapterinfo)>("q3_get_adapterinfo", adapter, cap, record);
 }
 
+KX_EXPORT void msleep(uint32_t) { ++delays; }
+
 // With its place and length.
 KX_EXPORT int32_t q3_read_flash(uint8_t adapter, uint32_t address, uint32_t words, uint32_t* out) {
     calls().push_back(
@@ -154,6 +158,7 @@ protected:
         CaptureStdout();
         CaptureStderr();
         calls().clear();
+        delays = 0;
         build(&first);
         GetCapturedStderr();
         GetCapturedStdout();
@@ -177,6 +182,7 @@ TEST_F(ListCalls, OfAQ4) {
     }
     EXPECT_THAT(of(get_adapter_list), ElementsAreArray(list));
     EXPECT_EQ(g_KestrixAdapters->default_config_version, 3) << "the host's own answer";
+    EXPECT_EQ(delays, (512U + 1024U) / 4U) << "one for each dword of the EEPROM";
 
     Calls info = {"scan_hbas", "vpd_setup", "q4_get_adapterinfo"};
     info.insert(info.end(), eeprom.begin(), eeprom.end());
@@ -224,6 +230,7 @@ protected:
         }
         EXPECT_THAT(of(get_adapter_list), ElementsAreArray(list));
         EXPECT_THAT(of(get_adapterinfo_list), ElementsAreArray(info));
+        EXPECT_EQ(delays, 0U) << "a Q3's EEPROM needs none";
     }
 };
 

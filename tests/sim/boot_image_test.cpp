@@ -197,9 +197,12 @@ TEST_F(BootImage, DownloadTellsWhichStepFailed) {
     }
 }
 
-TEST_F(BootImage, NullImageIsRefused) {
-    EXPECT_EQ(q4_load_boot(0, nullptr, 0, 1024), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+TEST_F(BootImage, NullImageIsRefusedOnceItsSizeIsRight) {
+    EXPECT_EQ(run([] { return q4_load_boot(0, nullptr, 0, 27); }), KX_FLASH_BAD_SIZE);
+    EXPECT_EQ(printed, kMeasured + "boot image too small/large\n");
+    EXPECT_EQ(run([] { return q4_load_boot(0, nullptr, 0, 1024); }), KX_FLASH_INVALID);
+    EXPECT_EQ(printed, kMeasured);
+    EXPECT_THAT(adapter.erased_sectors(), IsEmpty());
 }
 
 // --- Power cuts ---

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>
+#include <kxlinhw/adapter_lists.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -292,6 +293,18 @@ TEST_F(RegisterWindow, StaleDescriptorNumberIsNeverClosedAgain) {
     EXPECT_EQ(close(mine), 0);
 }
 
+TEST_F(RegisterWindow, DescriptorThatAHostPutIntoMemfdIsClosedWithTheWindow) {
+    memfd = open("/dev/null", O_RDWR);
+    disconnect();
+    EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
+    dev_mem.closed.clear();
+    const int other = open("/dev/null", O_RDWR);
+    memfd = fcntl(other, F_DUPFD, other + 1);  // not the number of the one before
+    run([] { return cleanup_and_exit(0); });
+    EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
+    EXPECT_EQ(close(other), 0);
+}
+
 TEST_F(RegisterWindow, SecondConnectLeavesTheFirstDescriptorOpen) {
     ASSERT_EQ(connect(), 0);
     ASSERT_EQ(connect(3), 0);
@@ -343,6 +356,15 @@ TEST_F(RegisterWindow, OffsetsPastTheWindowReadZeroAndTakeNothing) {
     }
     EXPECT_EQ(q4_read_reg(0, 0xFFC), 7U);
     EXPECT_THAT(window, testing::Each(7U));
+}
+
+TEST_F(RegisterWindow, MemoryThatAHostLendsIsNotBoundByTheWindowBefore) {
+    ASSERT_EQ(connect(), 0);
+    disconnect();
+    mmapd_addr = reinterpret_cast<uint64_t>(window.data());
+    q4_write_reg(0, 0x193F8, 5);
+    EXPECT_EQ(q4_read_reg(0, 0x193F8), 5U);
+    EXPECT_EQ(mmapd_len, 0x1000U);
 }
 
 TEST_F(RegisterWindow, LoadsAndStoresAreThoseOfTheProcess) {
