@@ -9,6 +9,7 @@
 #include <regex>
 #include <sstream>
 
+#include "html.hpp"
 #include "kxctl/on_host.hpp"
 
 namespace {
@@ -147,7 +148,7 @@ constexpr char kHostile[] = "<script>alert('x')</script>\" onload=\"y & z\x01\xf
 
 TEST(HtmlText, CannotBecomeMarkup) {
     EXPECT_EQ(
-        kx::ctl::html_text(kHostile),
+        kx::ctl::page::html_text(kHostile),
         "&lt;script&gt;alert(&#39;x&#39;)&lt;/script&gt;&quot; onload=&quot;y &amp; z\uFFFD\uFFFD");
 }
 
@@ -176,7 +177,7 @@ TEST(ReportPage, HostileTextsStayTexts) {
         "modules": {"modules": [{"module": "m", "loaded": 1, "version": "v", "description": "d"}]},
         "vms": {"vms": [{"name": "n", "state": "s", "functions": {"vfs": ["f"]}}]}})");
     poison(host);
-    const std::string page = kx::ctl::report_page(host);
+    const std::string page = kx::ctl::page::report_page(host);
     EXPECT_EQ(fault_in(page), "");
     EXPECT_THAT(page, Not(HasSubstr("<script")));
     EXPECT_THAT(page, Not(HasSubstr("onload=\"")));
