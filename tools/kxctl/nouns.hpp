@@ -8,6 +8,8 @@
 
 #include "command.hpp"
 
+struct CardInfo;
+
 namespace kx::ctl {
 
 struct Setting;
@@ -33,6 +35,8 @@ Verb list, show, stats, set;
 namespace offload {
 Verb show, set;
 [[nodiscard]] std::span<const Setting> settings();
+// Throws the failure of a card that has no offload engine.
+void must_have_engine(const CardInfo& card);
 }  // namespace offload
 
 namespace iwarp {
