@@ -3,12 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-
-#include <csignal>
 
 #include "failure.hpp"
 #include "kxctl/on_host.hpp"
+#include "kxctl/terminal.hpp"
 
 namespace {
 
@@ -17,59 +15,7 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 constexpr char kLock[] = "/etc/kestrix-plexo/.kxctl.flash-0000:03:00.4.lock";
-
-// A run of kxctl that stands at its question, on a terminal of its own.
-class AtTheQuestion {
-public:
-    explicit AtTheQuestion(std::vector<std::string> words) {
-        words.insert(words.begin(), KXCTL_PROGRAM);
-        test::Setup setup;
-        std::vector<std::string> environment = test::detail::environment_of(setup);
-        const std::vector<char*> arguments = test::detail::pointers(words);
-        const std::vector<char*> variables = test::detail::pointers(environment);
-        process_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
-        if (process_ == 0) {
-            execve(arguments[0], arguments.data(), variables.data());
-            _exit(127);
-        }
-        while (screen_.find("Go on? ") == screen_.npos && read_more()) {
-        }
-    }
-    ~AtTheQuestion() {
-        if (process_ > 0) {
-            kill(process_, SIGKILL);
-            waitpid(process_, nullptr, 0);
-        }
-        close(terminal_);
-    }
-    AtTheQuestion(const AtTheQuestion&) = delete;
-    AtTheQuestion& operator=(const AtTheQuestion&) = delete;
-
-    pid_t process() const { return process_; }
-    const std::string& screen() const { return screen_; }
-
-    // The exit code once the question is answered.
-    int answer(const char* text) {
-        EXPECT_GT(write(terminal_, text, std::strlen(text)), 0);
-        while (read_more()) {
-        }
-        int status = 0;
-        waitpid(std::exchange(process_, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-
-private:
-    bool read_more() {
-        std::array<char, 1024> chunk;
-        const ssize_t got = read(terminal_, chunk.data(), chunk.size());
-        screen_.append(chunk.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        return got > 0;
-    }
-
-    int terminal_ = -1;
-    pid_t process_ = -1;
-    std::string screen_;
-};
+constexpr char kQuestion[] = "Go on? ";
 
 class FlashLocked : public testing::Test {
 protected:
@@ -89,8 +35,8 @@ protected:
 
 TEST_F(FlashLocked, SecondRunIsBusyAndToldWhoIsAtWork) {
     const auto attached = host_.attach();
-    AtTheQuestion first(erase_);
-    ASSERT_THAT(first.screen(), HasSubstr("Go on? "));
+    test::Terminal first(erase_);
+    ASSERT_TRUE(first.wait_for(kQuestion)) << first.screen();
     const std::string line = "kxctl: 03:00.4: kxctl flash config-erase (process " +
                              std::to_string(first.process()) + ") works on its flash\n";
     for (const std::vector<std::string>& words :
@@ -103,14 +49,18 @@ TEST_F(FlashLocked, SecondRunIsBusyAndToldWhoIsAtWork) {
     EXPECT_EQ(test::run(erase_now_).err, line);
     EXPECT_EQ(host_.hardware("03:00.4").flash(0x70000, 4), "CBIO");
     EXPECT_EQ(test::run({"flash", "info", "04:00.4"}).exit, 0) << "another adapter";
-    EXPECT_EQ(first.answer("yes\n"), 0);
+    first.type("yes\n");
+    EXPECT_EQ(first.finish(), 0);
     EXPECT_EQ(host_.hardware("03:00.4").flash(0x70000, 4), "\xFF\xFF\xFF\xFF");
     EXPECT_EQ(test::run(erase_now_).exit, 0) << "the first has ended";
 }
 
 TEST_F(FlashLocked, LockOfARunThatWasKilledIsFree) {
     const auto attached = host_.attach();
-    { const AtTheQuestion killed(erase_); }
+    {
+        test::Terminal killed(erase_);
+        ASSERT_TRUE(killed.wait_for(kQuestion)) << killed.screen();
+    }
     EXPECT_THAT(host_.read(kLock), testing::EndsWith(" flash config-erase"));
     {
         const FlashLock reader("03:00.4", "0000:03:00.4", "");

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "printable.hpp"
 
@@ -10,6 +11,15 @@ namespace kx::ctl::page {
 namespace {
 
 constexpr const char* kNothing = "&#8211;";
+
+// What stands for a character that would be markup.
+struct Reference {
+    char byte;
+    const char* text;
+};
+
+constexpr Reference kReferences[] = {
+    {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
 
 std::string style_attribute(const char* style) {
     return *style == '\0' ? "" : fmt::format(" class=\"{}\"", style);
@@ -20,24 +30,11 @@ std::string style_attribute(const char* style) {
 std::string html_text(std::string_view text) {
     std::string result;
     for (const char byte : printable(text)) {
-        switch (byte) {
-            case '&':
-                result += "&amp;";
-                break;
-            case '<':
-                result += "&lt;";
-                break;
-            case '>':
-                result += "&gt;";
-                break;
-            case '"':
-                result += "&quot;";
-                break;
-            case '\'':
-                result += "&#39;";
-                break;
-            default:
-                result += byte;
+        const auto* const found = std::ranges::find(kReferences, byte, &Reference::byte);
+        if (found == std::end(kReferences)) {
+            result += byte;
+        } else {
+            result += found->text;
         }
     }
     return result;
