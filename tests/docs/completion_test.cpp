@@ -221,6 +221,25 @@ TEST_P(Completion, OffersTheMachinesOfTheHostByName) {
     EXPECT_THAT(offer("kxctl --sim vf list "), IsSupersetOf({"web1", "db1", "batch1"}));
 }
 
+TEST_P(Completion, OffersTheFunctionsThatAMachineCanBeGivenOrHas) {
+    auto all = offers({"kxctl --sim vf attach web1 ", "kxctl --sim vf detach db1 "});
+    EXPECT_THAT(all["kxctl --sim vf attach web1 "], IsSupersetOf({"0000:04:01.0", "0000:04:01.7"}));
+    EXPECT_THAT(
+        all["kxctl --sim vf detach db1 "], UnorderedElementsAre("0000:04:01.1", "0000:04:01.2"));
+}
+
+TEST_P(Completion, OffersTheBridgesAndInterfacesOfAMachine) {
+    auto all = offers({"kxctl --sim bridge attach web1 ", "kxctl --sim bridge detach web1 "});
+    EXPECT_THAT(all["kxctl --sim bridge attach web1 "], ElementsAre("br0"));
+    EXPECT_THAT(all["kxctl --sim bridge detach web1 "], ElementsAre("testnet0"));
+}
+
+TEST_P(Completion, OffersTheRdmaDriversThatAreInstalled) {
+    auto all = offers({"kxctl --sim iwarp show ", "kxctl --sim=empty iwarp set "});
+    EXPECT_THAT(all["kxctl --sim iwarp show "], UnorderedElementsAre("iw_zfab3", "iw_zfab4"));
+    EXPECT_THAT(all["kxctl --sim=empty iwarp set "], IsEmpty());
+}
+
 TEST_P(Completion, OffersScenariosAndBehindTheBareOptionCommandsToo) {
     auto all = offers({"kxctl --sim=", "kxctl --sim "});
     EXPECT_THAT(all["kxctl --sim="], Contains("--sim=nic-only-q3"));

@@ -53,9 +53,10 @@ if [[ -e $pages/kxctl.8 ]]; then
         done < <("$build/kxctl" "${words[@]}" --help |
             sed -nE '/^Settings:/,/^$/s/^  ([a-z][a-z_0-9]*) .*/\1/p')
     done < <(sed -nE '/^Commands:/,/^$/s/^  ([a-z]+( [a-z-]+)?).*/\1/p' <<<"$help")
-    while read -r code; do
-        grep -qE "^ +$code$" <<<"$page" || complain "kxctl(8) lacks exit code $code"
-    done < <(sed -nE '/^Exit codes:/,/^$/s/^ +([0-9]+) .*/\1/p' <<<"$help")
+    # Codes and meanings, each as a line: those of the help and no others.
+    diff <(sed -nE '/^Exit codes:/,/^$/s/^ +([0-9]+) +(.*)/\1 \2/p' <<<"$help") \
+        <(sed -nE '/^EXIT STATUS/,/^FILES/{s/^ +([0-9]+)$/\1/; T; N; s/\n +/ /; s/\.$//p}' <<<"$page") ||
+        complain "kxctl(8) tells other exit codes (>) than the help (<)"
 fi
 
 # The declarations of the headers, without their comments.

@@ -1,15 +1,13 @@
 // The question and the progress of kxctl flash on a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
 #include "kxctl/on_host.hpp"
+#include "kxctl/terminal.hpp"
 
 namespace {
 
@@ -20,50 +18,6 @@ struct Session {
     int exit;
     std::string screen;
 };
-
-// Something typed once a text is on the screen; at once when it is empty.
-struct Typed {
-    std::string after;
-    std::string text;
-};
-
-// kxctl with a terminal as all three standard descriptors.
-Session run_on_terminal(
-    kxsim::Host& host, std::vector<std::string> words, const Typed& typed,
-    const std::string& directory) {
-    const auto attached = host.attach();
-    words.insert(words.begin(), KXCTL_PROGRAM);
-    test::Setup setup;
-    std::vector<std::string> environment = test::detail::environment_of(setup);
-    const std::vector<char*> arguments = test::detail::pointers(words);
-    const std::vector<char*> variables = test::detail::pointers(environment);
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        if (chdir(directory.c_str()) == 0) {
-            execve(arguments[0], arguments.data(), variables.data());
-        }
-        _exit(127);
-    }
-    Session session{-1, ""};
-    bool waiting = true;
-    std::array<char, 4096> chunk;
-    for (ssize_t got = 0; got >= 0;) {
-        session.screen.append(chunk.data(), static_cast<std::size_t>(got));
-        if (waiting && session.screen.find(typed.after) != std::string::npos) {
-            waiting = false;
-            EXPECT_EQ(
-                write(terminal, typed.text.data(), typed.text.size()),
-                static_cast<ssize_t>(typed.text.size()));
-        }
-        got = read(terminal, chunk.data(), chunk.size());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    session.exit = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return session;
-}
 
 class FlashTerminal : public testing::Test {
 protected:
@@ -77,9 +31,17 @@ protected:
     }
     ~FlashTerminal() override { std::filesystem::remove_all(directory_); }
 
+    // With a text typed once another is on the screen.
     Session run(
-        std::vector<std::string> words, const std::string& text, const std::string& after = "") {
-        return run_on_terminal(host_, std::move(words), {after, text}, directory_);
+        const std::vector<std::string>& words, const std::string& text,
+        const std::string& after = "") {
+        const auto attached = host_.attach();
+        test::Terminal terminal(words, {.directory = directory_});
+        if (terminal.wait_for(after)) {
+            terminal.type(text);
+        }
+        const int exit = terminal.finish();
+        return {exit, terminal.screen()};
     }
 
     [[nodiscard]] std::vector<std::string> files() const {

@@ -2,10 +2,9 @@
 #include "live_view.hpp"
 
 #include <gmock/gmock.h>
-#include <pty.h>
-#include <sys/ioctl.h>
 
 #include "kxctl/on_host.hpp"
+#include "kxctl/terminal.hpp"
 
 namespace {
 
@@ -54,31 +53,12 @@ TEST(Drawing, FitsTheTerminal) {
 }
 
 // What kxctl draws on a terminal of that kind.
-std::string screen_of(kxsim::Host& host, const char* kind, std::vector<std::string> words) {
+std::string screen_of(
+    kxsim::Host& host, const std::string& kind, const std::vector<std::string>& words) {
     const auto attached = host.attach();
-    words.insert(words.begin(), KXCTL_PROGRAM);
-    test::Setup setup;
-    setup.environment = {std::string("TERM=") + kind};
-    std::vector<std::string> environment = test::detail::environment_of(setup);
-    const std::vector<char*> arguments = test::detail::pointers(words);
-    const std::vector<char*> variables = test::detail::pointers(environment);
-    winsize size{.ws_row = 10, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-    if (child == 0) {
-        execve(arguments[0], arguments.data(), variables.data());
-        _exit(127);
-    }
-    std::string screen;
-    std::array<char, 4096> chunk;
-    for (ssize_t got; (got = read(terminal, chunk.data(), chunk.size())) > 0;) {
-        screen.append(chunk.data(), static_cast<std::size_t>(got));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(terminal);
-    EXPECT_EQ(status, 0) << screen;
-    return screen;
+    test::Terminal terminal(words, {.environment = {"TERM=" + kind}, .rows = 10});
+    EXPECT_EQ(terminal.finish(), 0) << terminal.screen();
+    return terminal.screen();
 }
 
 class LiveStatistics : public testing::Test {

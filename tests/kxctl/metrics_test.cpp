@@ -132,6 +132,60 @@ TEST_F(Metrics, SatisfyTheCheckerOfPrometheus) {
     }
 }
 
+// Prints each sample as the client sees it: its name, its labels by name, its value.
+constexpr char kReader[] = R"(
+import sys
+from prometheus_client.parser import text_string_to_metric_families
+for family in text_string_to_metric_families(sys.stdin.read()):
+    assert family.documentation and family.type in ("counter", "gauge", "unknown"), family
+    for sample in family.samples:
+        labels = ",".join('%s="%s"' % label for label in sorted(sample.labels.items()))
+        print("%s{%s} %d" % (sample.name, labels, sample.value))
+)";
+
+// The samples of a text as that program prints them.
+std::multiset<std::string> samples_in(const std::string& text) {
+    std::multiset<std::string> samples;
+    std::istringstream stream(text);
+    const std::regex label(R"re([a-z_]+="[^"]*")re");
+    for (std::string line; std::getline(stream, line);) {
+        if (line.starts_with("#")) {
+            continue;
+        }
+        const std::string name = line.substr(0, line.find_first_of("{ "));
+        const std::set<std::string> labels(
+            std::sregex_token_iterator(line.begin(), line.end(), label), {});
+        std::string sample = name + "{";
+        for (const std::string& one : labels) {
+            sample += (sample.back() == '{' ? "" : ",") + one;
+        }
+        samples.insert(sample + "}" + line.substr(line.rfind(' ')));
+    }
+    return samples;
+}
+
+TEST_F(Metrics, AreReadByAClientAsTheyWereMeant) {
+    test::Setup setup;
+    setup.program = "/usr/bin/python3";
+    if (!fs::exists(setup.program) ||
+        test::run({"-c", "import prometheus_client.parser"}, setup).exit != 0) {
+        GTEST_SKIP() << "no client of Prometheus (Debian package python3-prometheus-client)";
+    }
+    const std::string text = text_on("lab", {"--all"});
+    std::ofstream(file_) << text;
+    setup.program = "sh";
+    const test::Result result =
+        test::run({"-c", "exec /usr/bin/python3 -c \"$1\" < \"$2\"", "sh", kReader, file_}, setup);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    std::istringstream stream(result.out);
+    std::multiset<std::string> read;
+    for (std::string line; std::getline(stream, line);) {
+        read.insert(line);
+    }
+    EXPECT_GT(read.size(), 50U);
+    EXPECT_EQ(read, samples_in(text));
+}
+
 TEST_F(Metrics, ReplaceTheirFileAsAWhole) {
     std::ofstream(file_) << "old\n";
     EXPECT_EQ(text_on("lab", {"--output", file_}), "");

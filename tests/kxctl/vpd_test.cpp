@@ -217,7 +217,7 @@ TEST_F(VpdShow, RawFileHoldsTheBytesOfTheEeprom) {
 TEST_F(VpdShow, RawFileThatCannotBeWrittenIsTold) {
     host_.adapter(adapter("Q5"));
     for (const auto& [file, exit, text] :
-         {std::tuple{"/nosuch/file", 1, "kxctl: /nosuch/file: No such file or directory\n"},
+         {std::tuple{"/nosuch/file", 3, "kxctl: /nosuch/file: No such file or directory\n"},
           {"/dev/full", 1, "kxctl: /dev/full: No space left on device\n"}}) {
         const test::Result result = run_on(host_, {"vpd", "show", "03:00.4", "--raw", file});
         EXPECT_EQ(result.exit, exit);

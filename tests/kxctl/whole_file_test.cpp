@@ -91,6 +91,8 @@ TEST_F(WholeFile, ReplacesNothing) {
     }
     kx::ctl::must_be_free((directory_ / "other").string());
     EXPECT_EQ(fs::file_size(path_), 4U);
+    const std::string nowhere = (directory_ / "no" / "other").string();
+    EXPECT_EQ(failure_of([&] { kx::ctl::must_be_free(nowhere); }).code(), ExitCode::kNotFound);
 }
 
 TEST_F(WholeFile, NameWithoutDirectoryIsInThisOne) {

@@ -26,13 +26,43 @@ _kxctl_is_scenario() {
     [[ $1 != -* && ($1 != *:* || $1 == */*) ]] && ! _kxctl_row "${place:+$place }$1"
 }
 
+# A column of a table that kxctl prints for these words, without the heading and what is not known.
+_kxctl_column() {
+    "$program" "${sim[@]}" "${@:2}" 2>/dev/null |
+        awk -v column="$1" 'NR > 1 && $column != "-" { print $column }'
+}
+
+# The functions that a machine can be given, or has.
+_kxctl_functions() {
+    if [[ $place == 'vf detach' ]]; then
+        _kxctl_column 1 vf list "${taken[0]}"
+    else
+        _kxctl_column 1 vf list
+    fi
+}
+
+# The bridges of this host (a simulated one has no directory of them), and those of a machine.
+_kxctl_bridges() {
+    local directory
+    if [[ ${#sim[@]} -eq 0 ]]; then
+        for directory in /sys/class/net/*/bridge; do
+            [[ -d $directory ]] && basename "${directory%/bridge}"
+        done
+    fi
+    _kxctl_column 3 bridge list "${taken[0]}"
+}
+
 # The words of a kind: its choices, or what the host, the simulator or the disk knows.
 _kxctl_words_of_kind() {
     case $1 in
     '|'*) tr '|' '\n' <<<"${1#|}" ;;
-    LOCATION) "$program" "${sim[@]}" card list 2>/dev/null | awk 'NR > 1 { print $1 }' ;;
-    PORT) "$program" "${sim[@]}" port list "${taken[0]}" 2>/dev/null | awk 'NR > 1 { print $1 }' ;;
-    VM) "$program" "${sim[@]}" vm list 2>/dev/null | awk 'NR > 1 { print $2 }' ;;
+    LOCATION) _kxctl_column 1 card list ;;
+    PORT) _kxctl_column 1 port list "${taken[0]}" ;;
+    MODULE) _kxctl_column 1 module list | grep '^iw_' ;;
+    VM) _kxctl_column 2 vm list ;;
+    VF) _kxctl_functions ;;
+    BRIDGE) _kxctl_bridges | sort -u ;;
+    TARGET) _kxctl_column 1 bridge list "${taken[0]}" ;;
     SCENARIO) kxsim list 2>/dev/null | awk '{ print $1 }' ;;
     FILE) compgen -f -- "${current##*=}" ;;
     KEY=VALUE) tr ' ' '\n' <<<"$settings" ;;

@@ -11,9 +11,28 @@ function __kxctl_row --no-scope-shadowing
     return 0
 end
 
-# A column of a table that a command prints, without the heading.
-function __kxctl_column
-    $argv[2..-1] 2>/dev/null | awk -v column=$argv[1] 'NR > 1 { print $column }'
+# A column of a table that kxctl prints for these words, without the heading and what is not known.
+function __kxctl_column --no-scope-shadowing
+    $program $sim $argv[2..-1] 2>/dev/null |
+        awk -v column=$argv[1] 'NR > 1 && $column != "-" { print $column }'
+end
+
+# The functions that a machine can be given, or has.
+function __kxctl_functions --no-scope-shadowing
+    if test "$place" = 'vf detach'
+        __kxctl_column 1 vf list $taken[1]
+    else
+        __kxctl_column 1 vf list
+    end
+end
+
+# The bridges of this host (a simulated one has no directory of them), and those of a machine.
+function __kxctl_bridges --no-scope-shadowing
+    if test (count $sim) -eq 0
+        set -l directories /sys/class/net/*/bridge
+        string replace -rf '.*/([^/]+)/bridge$' '$1' -- $directories
+    end
+    __kxctl_column 3 bridge list $taken[1]
 end
 
 # The words of a kind: its choices, or what the host, the simulator or the disk knows.
@@ -22,11 +41,19 @@ function __kxctl_words_of_kind --no-scope-shadowing
         case '|*'
             string split '|' -- (string sub -s 2 -- "$argv")
         case LOCATION
-            __kxctl_column 1 $program $sim card list
+            __kxctl_column 1 card list
         case PORT
-            __kxctl_column 1 $program $sim port list $taken[1]
+            __kxctl_column 1 port list $taken[1]
+        case MODULE
+            __kxctl_column 1 module list | string match 'iw_*'
         case VM
-            __kxctl_column 2 $program $sim vm list
+            __kxctl_column 2 vm list
+        case VF
+            __kxctl_functions
+        case BRIDGE
+            __kxctl_bridges | sort -u
+        case TARGET
+            __kxctl_column 1 bridge list $taken[1]
         case SCENARIO
             kxsim list 2>/dev/null | string replace -r ' +' \t
         case FILE

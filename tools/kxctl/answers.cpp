@@ -5,7 +5,7 @@
 
 namespace kx::ctl {
 
-Json answer_of(ExitCode (*run)(const Arguments&, Output&), GivenWords words) {
+Json answer_of(Verb* run, GivenWords words) {
     Arguments arguments;
     for (const auto& [name, value] : words) {
         arguments.add(name, {value});
@@ -15,7 +15,7 @@ Json answer_of(ExitCode (*run)(const Arguments&, Output&), GivenWords words) {
     return Json::parse(output.take());
 }
 
-Json answer_or_failure(ExitCode (*run)(const Arguments&, Output&), GivenWords words) {
+Json answer_or_failure(Verb* run, GivenWords words) {
     try {
         return answer_of(run, words);
     } catch (const std::exception& failure) {

@@ -13,10 +13,9 @@ namespace kx::ctl {
 using GivenWords = std::initializer_list<std::pair<const char*, std::string>>;
 
 // Throws the command's Failure.
-[[nodiscard]] Json answer_of(ExitCode (*run)(const Arguments&, Output&), GivenWords words = {});
+[[nodiscard]] Json answer_of(Verb* run, GivenWords words = {});
 
 // The same; of a command that fails {"failure": the line that it would print}.
-[[nodiscard]] Json answer_or_failure(
-    ExitCode (*run)(const Arguments&, Output&), GivenWords words = {});
+[[nodiscard]] Json answer_or_failure(Verb* run, GivenWords words = {});
 
 }  // namespace kx::ctl

@@ -1,7 +1,5 @@
-// One command of kxctl: a row of the command table in commands.cpp. The parser, the help and the
+// One command of kxctl: a row of the command table (commands.hpp). The parser, the help and the
 // machine-readable description of the commands are made from the rows.
-//
-// To add a command, write its function in the file of its noun and add its row.
 #pragma once
 
 #include <map>
@@ -52,6 +50,9 @@ struct Term {
     std::vector<std::string> values = {};  // words that stand for its values, such as "on"
 };
 
+// What a command does. It fails by throwing Failure.
+using Verb = ExitCode(const Arguments& arguments, Output& output);
+
 struct Command {
     const char* noun;
     const char* verb;   // empty when the noun is the whole command
@@ -59,7 +60,7 @@ struct Command {
     const char* about;  // a paragraph for the command's own help
     std::vector<Argument> arguments;
     std::vector<const char*> examples;  // two, each a whole command line
-    ExitCode (*run)(const Arguments&, Output&);
+    Verb* run;
     std::vector<Term> settings = {};  // the keys that KEY=VALUE knows
 
     [[nodiscard]] std::string name() const;  // "card list"

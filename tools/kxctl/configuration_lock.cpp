@@ -1,18 +1,14 @@
 #include "configuration_lock.hpp"
 
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <thread>
 
 #include "failure.hpp"
-#include "refusal.hpp"
 #include "standard_streams.hpp"
 #include "words.hpp"
 
@@ -21,38 +17,9 @@ namespace {
 
 using LockClock = std::chrono::steady_clock;
 
-constexpr mode_t kLockMode = 0600;
-constexpr mode_t kLockDirectoryMode = 0755;
 constexpr std::chrono::seconds kTellAfter{1};
 constexpr std::chrono::microseconds kFirstPause{200};
 constexpr std::chrono::milliseconds kLongestPause{20};
-
-bool is_refusal(int reason) { return reason == EACCES || reason == EPERM; }
-
-int open_lock() {
-    return open(kConfigurationLockFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode);
-}
-
-// No descriptor when there is nothing to protect: the directory is missing and not to be made, or
-// lies on a file system that is read only.
-Descriptor open_lock_for(ConfigurationLock::Purpose purpose) {
-    const bool writing = purpose == ConfigurationLock::Purpose::kWrite;
-    Descriptor file(open_lock());
-    if (!file && errno == ENOENT && writing) {
-        const auto directory = std::filesystem::path(kConfigurationLockFile).parent_path();
-        static_cast<void>(mkdir(directory.c_str(), kLockDirectoryMode));
-        file = Descriptor(open_lock());
-    }
-    const int reason = file ? 0 : errno;
-    if (reason == 0 || reason == ENOENT || reason == EROFS || (!writing && is_refusal(reason))) {
-        return file;
-    }
-    if (is_refusal(reason)) {
-        throw refused_file(kConfigurationLockFile, reason);
-    }
-    throw Failure(
-        ExitCode::kFailed, fmt::format("{}: {}", kConfigurationLockFile, std::strerror(reason)));
-}
 
 // The kernel has no lock with a time limit; short pauses do as well and leave signals alone.
 void wait_for_lock(int file, Patience patience) {
@@ -91,7 +58,7 @@ const Argument kWaitLimit{
 }  // namespace
 
 ConfigurationLock::ConfigurationLock(Purpose purpose, Patience patience)
-    : file_(open_lock_for(purpose)) {
+    : file_(open_lock_file(kConfigurationLockFile, purpose)) {
     if (file_) {
         wait_for_lock(file_.get(), patience);
     }

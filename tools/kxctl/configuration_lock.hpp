@@ -4,16 +4,15 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <vector>
 
 #include "command.hpp"
 #include "descriptor.hpp"
+#include "lock_file.hpp"
 
 namespace kx::ctl {
 
-// Beside the port settings. Only root may open it, so that nobody else keeps root waiting.
 inline constexpr char kConfigurationLockFile[] = "/etc/kestrix-plexo/.kxctl.lock";
 
 // How long to wait for the lock; without end when nothing.
@@ -22,7 +21,7 @@ using Patience = std::optional<std::chrono::nanoseconds>;
 // Held while it lives. Whoever is to wait longer than a second is told so on standard error.
 class ConfigurationLock {
 public:
-    enum class Purpose : std::uint8_t { kRead, kWrite };
+    using Purpose = LockPurpose;
 
     // For writing, the directory of the lock is made when it is missing; for reading, a host
     // without it has nothing to lock. Throws Failure: kBusy when patience is over, kNoPermission

@@ -80,9 +80,11 @@ void check_flash(std::int32_t status, const std::string& what) {
     throw Failure(row->code, fmt::format("{}: {}", what, row->text));
 }
 
-FlashCard::FlashCard(std::string location) : location_(std::move(location)) {
+FlashCard::FlashCard(std::string location, const std::string& writer)
+    : location_(std::move(location)) {
     try {
         find();
+        lock_.emplace(location_, full_location_of(*kestrix_hbas[index_]), writer);
         read_product_data();
         measure();
     } catch (...) {

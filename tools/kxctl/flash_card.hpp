@@ -11,15 +11,18 @@
 #include <vector>
 
 #include "flash_layout.hpp"
+#include "flash_lock.hpp"
 #include "json.hpp"
 
 namespace kx::ctl {
 
 class FlashCard {
 public:
-    // Scan the bus and read the vital product data of the adapter at a location. Nothing is
-    // written to any adapter. Throws Failure: no such adapter, or one whose flash is unknown.
-    explicit FlashCard(std::string location);
+    // Scan the bus, lock the flash of the adapter at a location and read its vital product data.
+    // Nothing is written to any adapter. writer: the command that is to write, such as "flash
+    // write-boot"; none when the flash is only read. Throws Failure: no such adapter, one that
+    // another kxctl works on, or one whose flash is unknown.
+    explicit FlashCard(std::string location, const std::string& writer = {});
     ~FlashCard();
     FlashCard(const FlashCard&) = delete;
     FlashCard& operator=(const FlashCard&) = delete;
@@ -55,6 +58,7 @@ private:
     std::string product_;
     std::string serial_;
     FlashLayout layout_;
+    std::optional<FlashLock> lock_;
 };
 
 // Throw the failure of a flash function's status that is not success. what: "03:00.4: erasing".

@@ -248,6 +248,10 @@ void check_change_options(const std::string& command, const Arguments& arguments
     }
 }
 
+FlashCard card_to_change(const std::string& command, const Arguments& arguments) {
+    return FlashCard(arguments.get("LOCATION"), arguments.has("--dry-run") ? "" : command);
+}
+
 ExitCode run_change(
     const std::string& command, const FlashChange& change, const Arguments& arguments,
     Output& output) {

@@ -31,4 +31,8 @@ ExitCode run_change(
 // To be called first, before the adapter is looked at: wrong options, and nobody to ask.
 void check_change_options(const std::string& command, const Arguments& arguments);
 
+// The adapter at LOCATION, on whose flash no other kxctl works from now on; one that is only
+// planned for (--dry-run) may be read by others.
+[[nodiscard]] FlashCard card_to_change(const std::string& command, const Arguments& arguments);
+
 }  // namespace kx::ctl

@@ -120,7 +120,7 @@ FlashChange erase(const FlashCard& card, const char* region) {
 ExitCode run_erase(
     const char* command, const char* region, const Arguments& arguments, Output& output) {
     check_change_options(command, arguments);
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card = card_to_change(command, arguments);
     must_have(card, region);
     return run_change(command, erase(card, region), arguments, output);
 }
@@ -154,7 +154,7 @@ ExitCode write_boot(const Arguments& arguments, Output& output) {
     check_change_options(kCommand, arguments);
     const std::string path = arguments.get("FILE");
     const FileBytes image = read_image(path);
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "boot");
     must_fit(card, path, image);
     const std::uint8_t index = card.index();
@@ -186,7 +186,7 @@ ExitCode config_erase(const Arguments& arguments, Output& output) {
 ExitCode config_default(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash config-default";
     check_change_options(kCommand, arguments);
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "config");
     FileBytes empty(sizeof(Q3Settings), 0);
     FlashChange change = write_record(card, &empty);
@@ -202,7 +202,7 @@ ExitCode config_default(const Arguments& arguments, Output& output) {
 ExitCode config_write(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash config-write";
     check_change_options(kCommand, arguments);
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "config");
     FileBytes record = read_record_file(card, arguments.get("FILE"));
     return run_change(kCommand, write_record(card, &record), arguments, output);

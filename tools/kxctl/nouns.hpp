@@ -8,99 +8,80 @@
 
 #include "command.hpp"
 
+struct CardInfo;
+
 namespace kx::ctl {
 
 struct Setting;
 
 namespace card {
-ExitCode list(const Arguments& arguments, Output& output);
-ExitCode stats(const Arguments& arguments, Output& output);
+Verb list, stats;
 }  // namespace card
 
 namespace flash {
-ExitCode info(const Arguments& arguments, Output& output);
-ExitCode dump(const Arguments& arguments, Output& output);
-ExitCode write_boot(const Arguments& arguments, Output& output);
-ExitCode erase_boot(const Arguments& arguments, Output& output);
-ExitCode config_show(const Arguments& arguments, Output& output);
-ExitCode config_default(const Arguments& arguments, Output& output);
-ExitCode config_erase(const Arguments& arguments, Output& output);
-ExitCode config_write(const Arguments& arguments, Output& output);
+Verb info, dump, write_boot, erase_boot, config_show, config_default, config_erase, config_write;
 }  // namespace flash
 
 namespace module {
-ExitCode list(const Arguments& arguments, Output& output);
+Verb list;
 }
 
 namespace port {
-ExitCode list(const Arguments& arguments, Output& output);
-ExitCode show(const Arguments& arguments, Output& output);
-ExitCode stats(const Arguments& arguments, Output& output);
-ExitCode set(const Arguments& arguments, Output& output);
+Verb list, show, stats, set;
 // The messages of a failed set, one a setting. The one about the MTU lacks the others' ending.
 [[nodiscard]] std::vector<std::string> split_set_messages(std::string_view text);
 }  // namespace port
 
 namespace offload {
-ExitCode show(const Arguments& arguments, Output& output);
-ExitCode set(const Arguments& arguments, Output& output);
+Verb show, set;
 [[nodiscard]] std::span<const Setting> settings();
+// Throws the failure of a card that has no offload engine.
+void must_have_engine(const CardInfo& card);
 }  // namespace offload
 
 namespace iwarp {
-ExitCode show(const Arguments& arguments, Output& output);
-ExitCode set(const Arguments& arguments, Output& output);
+Verb show, set;
 [[nodiscard]] std::span<const Setting> settings();
 }  // namespace iwarp
 
 namespace adapter {
-ExitCode list(const Arguments& arguments, Output& output);
-ExitCode show(const Arguments& arguments, Output& output);
+Verb list, show;
 }  // namespace adapter
 
 namespace vpd {
-ExitCode show(const Arguments& arguments, Output& output);
+Verb show;
 }  // namespace vpd
 
 namespace vm {
-ExitCode list(const Arguments& arguments, Output& output);
-ExitCode start(const Arguments& arguments, Output& output);
-ExitCode suspend(const Arguments& arguments, Output& output);
-ExitCode resume(const Arguments& arguments, Output& output);
-ExitCode reboot(const Arguments& arguments, Output& output);
-ExitCode shutdown(const Arguments& arguments, Output& output);
+Verb list, start, suspend, resume, reboot, shutdown;
 }  // namespace vm
 
 namespace vf {
-ExitCode list(const Arguments& arguments, Output& output);
-ExitCode attach(const Arguments& arguments, Output& output);
-ExitCode detach(const Arguments& arguments, Output& output);
+Verb list, attach, detach;
 }  // namespace vf
 
 namespace bridge {
-ExitCode list(const Arguments& arguments, Output& output);
-ExitCode attach(const Arguments& arguments, Output& output);
-ExitCode detach(const Arguments& arguments, Output& output);
+Verb list, attach, detach;
 }  // namespace bridge
 
 namespace metrics {
-ExitCode run(const Arguments& arguments, Output& output);
+Verb run;
 }
 
 namespace host_report {
-ExitCode run(const Arguments& arguments, Output& output);
+Verb run;
 }
 
 namespace restore {
-ExitCode run(const Arguments& arguments, Output& output);
+Verb run;
 }
 
 namespace repair {
-ExitCode run(const Arguments& arguments, Output& output);
+Verb run;
 }
 
 namespace version {
-ExitCode show(const Arguments& arguments, Output& output);
+Verb show;
 }
 
 }  // namespace kx::ctl

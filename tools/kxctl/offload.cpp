@@ -86,10 +86,14 @@ ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
     const auto lock = lock_unless_planning(arguments);
-    CardParams params = query_card(location).params;
+    const CardInfo card = query_card(location);
+    CardParams params = card.params;
     const ChangeReport report(Json{{"location", location}}, changes, &params);
     const std::uint64_t mask = apply_changes(changes, &params);
     check_credits(changes, mask);
+    if ((mask & KX_CARD_OFFLOAD_BITS) != 0) {
+        must_have_engine(card);
+    }
     params.change_mask = static_cast<std::uint32_t>(mask);
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);

@@ -60,12 +60,16 @@ int device_of(const CardInfo& card, const std::string& location) {
 
 }  // namespace
 
-ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
-    const CardInfo card = query_card(location);
+void must_have_engine(const CardInfo& card) {
     if (field_text(card.offload_device).starts_with("nic")) {
         check(KX_NIC_ONLY);
     }
+}
+
+ExitCode show(const Arguments& arguments, Output& output) {
+    const std::string location = arguments.get("LOCATION");
+    const CardInfo card = query_card(location);
+    must_have_engine(card);
     const int device = device_of(card, location);
     if (card.params.state == kNoControlFiles) {
         check(KX_RESOURCE_UNAVAILABLE);

@@ -124,16 +124,16 @@ ExitCode run(const Arguments& arguments, Output& output) {
         refuse_usage("report: expected --html FILE");
     }
     const Json host = host_answers();
-    const std::string page = report_page(host);
-    replace_file(file, page);
+    const std::string text = page::report_page(host);
+    replace_file(file, text);
     const std::size_t cards = host.at("cards").is_array() ? host.at("cards").size() : 0;
     if (output.wants_json()) {
         Json failures = Json::array();
         collect_failures(host, failures);
         output.json(Json{
-            {"file", file}, {"size_bytes", page.size()}, {"cards", cards}, {"failures", failures}});
+            {"file", file}, {"size_bytes", text.size()}, {"cards", cards}, {"failures", failures}});
     } else {
-        output.text(fmt::format("{} cards, {} bytes written to {}\n", cards, page.size(), file));
+        output.text(fmt::format("{} cards, {} bytes written to {}\n", cards, text.size(), file));
     }
     return ExitCode::kDone;
 }

@@ -3,15 +3,10 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "json.hpp"
 
-namespace kx::ctl {
-
-// A text between tags or in an attribute: what names and texts of drivers hold cannot become
-// markup.
-[[nodiscard]] std::string html_text(std::string_view text);
+namespace kx::ctl::page {
 
 // host: {"name", "time", "version": answer, "modules": answer, "vms": answer whose machines have
 // "vfs", "cards": [{"location", "card": answer, "adapter": answer, "ports": [answer with
@@ -19,4 +14,4 @@ namespace kx::ctl {
 // {"failure": text}, which is told in its place.
 [[nodiscard]] std::string report_page(const Json& host);
 
-}  // namespace kx::ctl
+}  // namespace kx::ctl::page

@@ -181,17 +181,21 @@ private:
     }
 };
 
-std::string read_file(const std::string& path) {
+// The host's own file is missing where nothing was ever saved; one that the user names must be
+// there.
+std::string read_file(const std::string& path, bool named) {
     std::ifstream file(path, std::ios::binary);
     if (!file) {
-        if (errno == ENOENT) {
-            return "";  // nothing was ever saved
-        }
         const int reason = errno;
+        if (reason == ENOENT && !named) {
+            return "";
+        }
         if (reason == EACCES || reason == EPERM) {
             throw refused_file(path, reason);
         }
-        throw Failure(ExitCode::kFailed, fmt::format("{}: {}", path, std::strerror(reason)));
+        throw Failure(
+            reason == ENOENT ? ExitCode::kNotFound : ExitCode::kFailed,
+            fmt::format("{}: {}", path, std::strerror(reason)));
     }
     try {
         file.exceptions(std::ios::badbit);
@@ -262,7 +266,7 @@ ExitCode verdict(const Restorer& restorer) {
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
-    const Restorer restorer(parse_saved_settings(read_file(path)));
+    const Restorer restorer(parse_saved_settings(read_file(path, arguments.has("FILE"))));
     if (output.wants_json()) {
         tell_json(output, path, restorer);
     } else {

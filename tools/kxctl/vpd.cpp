@@ -3,7 +3,6 @@
 #include <fmt/core.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "adapter_query.hpp"
 #include "descriptor.hpp"
@@ -14,26 +13,20 @@
 #include "standard_streams.hpp"
 #include "table.hpp"
 #include "vpd_decode.hpp"
+#include "whole_file.hpp"
 
 namespace kx::ctl::vpd {
 namespace {
-
-[[noreturn]] void fail_with(const std::string& file, int reason) {
-    const bool refused = reason == EACCES || reason == EPERM || reason == EROFS;
-    throw Failure(
-        refused ? ExitCode::kNoPermission : ExitCode::kFailed,
-        fmt::format("{}: {}", file, std::strerror(reason)));
-}
 
 void write_raw(const std::string& file, std::span<const std::uint8_t> bytes) {
     constexpr mode_t kMode = 0666;
     const Descriptor out(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
     if (!out) {
-        fail_with(file, errno);
+        throw file_failure(file, errno);
     }
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (const int reason = write_text(out.get(), text); reason != 0) {
-        fail_with(file, reason);
+        throw file_failure(file, reason);
     }
 }
 

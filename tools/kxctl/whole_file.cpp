@@ -36,16 +36,18 @@ ExitCode code_of(int reason) {
     }
 }
 
-[[noreturn]] void fail(const std::string& path, int reason) {
-    throw Failure(code_of(reason), fmt::format("{}: {}", path, std::strerror(reason)));
+[[noreturn]] void fail(const std::string& path, int reason) { throw file_failure(path, reason); }
+
+std::filesystem::path directory_of(const std::string& path) {
+    const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    return parent.empty() ? "." : parent;
 }
 
 // The bytes are safe only with the name under which they are found. Some file systems have nothing
 // to flush there. 0, or the errno of what failed.
 int flush_name_of(const std::string& path) {
-    const std::filesystem::path parent = std::filesystem::path(path).parent_path();
     const Descriptor directory(
-        open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!directory) {
         return errno;
     }
@@ -62,6 +64,10 @@ int write_and_flush(const std::string& path, int file, std::span<const std::uint
 }
 
 }  // namespace
+
+Failure file_failure(const std::string& path, int reason) {
+    return {code_of(reason), fmt::format("{}: {}", path, std::strerror(reason))};
+}
 
 std::vector<std::uint8_t> read_whole_file(const std::string& path, std::size_t most) {
     // A pipe without a writer would be waited for.
@@ -92,6 +98,9 @@ void must_be_free(const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0) {
         fail(path, EEXIST);
+    }
+    if (stat(directory_of(path).c_str(), &status) != 0) {
+        fail(path, errno);
     }
 }
 

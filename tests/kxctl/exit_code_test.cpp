@@ -1,0 +1,316 @@
+// The exit codes that commands end with, beside what they print then: of a plain failure one line
+// on standard error, or with --json one error; of a change that was not taken the settings too.
+#include "exit_code.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <kxsim/scenario.hpp>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "command_line.hpp"
+#include "configuration_lock.hpp"
+#include "failure.hpp"
+#include "flash_lock.hpp"
+#include "kxctl/every_command.hpp"
+
+namespace {
+
+using namespace kx::ctl;
+using testing::AllOf;
+using testing::Not;
+using testing::StartsWith;
+using JsonText = nlohmann::json;
+
+// What is the matter with the host.
+enum class Trouble : std::uint8_t {
+    kNone,
+    kEmpty,           // it has no adapter
+    kNicOnly,         // drivers without offload
+    kNoProductData,   // no capability to read it through
+    kErased,          // product data
+    kNoMemory,        // /dev/mem is kept from everybody
+    kBusyController,  // the flash's
+    kFlippedBit,      // in what is written to the flash
+    kLocked,          // another kxctl works on the configuration files
+    kFlashLocked,     // or on the flash of the adapter 03:00.4
+};
+
+// Whether a command fails as a whole, or tells what became of each thing that it was to do.
+enum class Form : std::uint8_t { kFailure, kReport };
+
+struct Row {
+    int exit;
+    const char* line;  // behind "kxctl"
+    Trouble trouble = Trouble::kNone;
+    Form form = Form::kFailure;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Row& row) {
+    return stream << row.line << " " << static_cast<int>(row.trouble);
+}
+
+const Row kRows[] = {
+    {3, "card list", Trouble::kEmpty},
+    {3, "card stats 09:00.4"},
+    {3, "port list 09:00.4"},
+    {3, "port show 09:00.4 1"},
+    {3, "port show 03:00.4 7"},
+    {3, "port stats 03:00.4 7"},
+    {1, "port set 03:00.4 1 tso=2", Trouble::kNone, Form::kReport},
+    {2, "port set 03:00.4 1 mtu=wide"},
+    {3, "port set 09:00.4 1 mtu=1500"},
+    {3, "port set 03:00.4 7 mtu=1500"},
+    {4, "port set 03:00.4 1 tso=2 message_level=3", Trouble::kNone, Form::kReport},
+    {5, "port set 03:00.4 1 mtu=1500 --no-wait", Trouble::kLocked},
+    {3, "offload show 09:00.4"},
+    {14, "offload show 05:00.0", Trouble::kNicOnly},
+    {2, "offload set 03:00.4 max_wr_credits=1"},
+    {3, "offload set 09:00.4 mss=1460"},
+    {5, "offload set 03:00.4 mss=1460 --no-wait", Trouble::kLocked},
+    {14, "offload set 05:00.0 mss=1460", Trouble::kNicOnly},
+    {3, "iwarp show iw_zfab9"},
+    {14, "iwarp show zfab4"},
+    {2, "iwarp set iw_zfab4 peer2peer=maybe"},
+    {3, "iwarp set iw_zfab9 peer2peer=1"},
+    {14, "iwarp set iw_zfab3 z4iw_debug=1"},
+    {3, "adapter list", Trouble::kEmpty},
+    {13, "adapter list", Trouble::kNoMemory},
+    {3, "adapter show 09:00.4"},
+    {13, "adapter show 03:00.4", Trouble::kNoMemory},
+    {2, "vpd show 03:00.4 --raw ."},
+    {3, "vpd show 03:00.4 --raw no-such/vpd.bin"},
+    {3, "vpd show 09:00.4"},
+    {4, "vpd show 02:00.4", Trouble::kErased, Form::kReport},
+    {14, "vpd show 07:00.4", Trouble::kNoProductData},
+    {3, "flash info 09:00.4"},
+    {5, "flash info 03:00.4", Trouble::kBusyController},
+    {5, "flash info 03:00.4", Trouble::kFlashLocked},
+    {13, "flash info 03:00.4", Trouble::kNoMemory},
+    {2, "flash dump 03:00.4 rom.bin"},
+    {3, "flash dump 09:00.4 new.bin"},
+    {3, "flash dump 03:00.4 no-such/new.bin"},
+    {5, "flash dump 03:00.4 new.bin", Trouble::kFlashLocked},
+    {13, "flash dump 03:00.4 new.bin", Trouble::kNoMemory},
+    {2, "flash write-boot 03:00.4 config.bin --yes"},
+    {3, "flash write-boot 03:00.4 no-such.bin --yes"},
+    {3, "flash write-boot 09:00.4 rom.bin --yes"},
+    {5, "flash write-boot 03:00.4 rom.bin --yes", Trouble::kFlashLocked},
+    {6, "flash write-boot 04:00.4 rom.bin --yes --no-backup", Trouble::kFlippedBit},
+    {13, "flash write-boot 03:00.4 rom.bin --yes", Trouble::kNoMemory},
+    {2, "flash erase-boot 03:00.4"},
+    {3, "flash erase-boot 09:00.4 --yes"},
+    {5, "flash erase-boot 03:00.4 --yes", Trouble::kFlashLocked},
+    {13, "flash erase-boot 03:00.4 --yes", Trouble::kNoMemory},
+    {3, "flash config-show 09:00.4"},
+    {3, "flash config-show 05:00.0", Trouble::kNicOnly},
+    {5, "flash config-show 03:00.4", Trouble::kFlashLocked},
+    {13, "flash config-show 03:00.4", Trouble::kNoMemory},
+    {2, "flash config-default 03:00.4"},
+    {3, "flash config-default 09:00.4 --yes"},
+    {5, "flash config-default 03:00.4 --yes", Trouble::kFlashLocked},
+    {6, "flash config-default 05:00.0 --yes --no-backup", Trouble::kFlippedBit},
+    {13, "flash config-default 03:00.4 --yes", Trouble::kNoMemory},
+    {2, "flash config-erase 03:00.4"},
+    {3, "flash config-erase 09:00.4 --yes"},
+    {5, "flash config-erase 03:00.4 --yes", Trouble::kFlashLocked},
+    {13, "flash config-erase 03:00.4 --yes", Trouble::kNoMemory},
+    {2, "flash config-write 03:00.4 rom.bin --yes"},
+    {3, "flash config-write 03:00.4 no-such.bin --yes"},
+    {3, "flash config-write 09:00.4 config.bin --yes"},
+    {5, "flash config-write 03:00.4 config.bin --yes", Trouble::kFlashLocked},
+    {6, "flash config-write 04:00.4 config.bin --yes --no-backup", Trouble::kFlippedBit},
+    {13, "flash config-write 03:00.4 config.bin --yes", Trouble::kNoMemory},
+    {3, "vm start nobody"},
+    {1, "vm start web1"},
+    {3, "vm suspend nobody"},
+    {1, "vm suspend web2"},
+    {3, "vm resume nobody"},
+    {1, "vm resume web1"},
+    {3, "vm reboot nobody"},
+    {1, "vm reboot web2"},
+    {3, "vm shutdown nobody"},
+    {1, "vm shutdown web2"},
+    {3, "vf list nobody"},
+    {1, "vf attach web1 04:01.1"},
+    {2, "vf attach web1 4"},
+    {3, "vf attach nobody 04:01.4"},
+    {2, "vf detach web1 4"},
+    {3, "vf detach nobody 04:01.0"},
+    {3, "vf detach web1 04:01.7"},
+    {1, "bridge list web2"},
+    {3, "bridge list nobody"},
+    {1, "bridge attach web1 br9"},
+    {3, "bridge attach nobody br0"},
+    {1, "bridge detach web2 testnet0"},
+    {3, "bridge detach nobody testnet0"},
+    {3, "bridge detach web1 testnet9"},
+    {3, "metrics --output no-such/host.prom"},
+    {2, "report"},
+    {3, "report --html no-such/host.html"},
+    {2, "restore --no-wait --wait 1"},
+    {3, "restore no-such.conf"},
+    {4, "restore damaged.conf", Trouble::kNone, Form::kReport},
+    {5, "restore --no-wait", Trouble::kLocked},
+    {2, "repair --no-wait --wait 1"},
+    {5, "repair --no-wait", Trouble::kLocked},
+};
+
+const char* scenario_of(Trouble trouble) {
+    switch (trouble) {
+        case Trouble::kEmpty:
+            return "empty";
+        case Trouble::kNicOnly:
+            return "nic-only-q3";
+        case Trouble::kErased:
+        case Trouble::kNoProductData:
+            return "damaged-vpd";
+        default:
+            return "lab";
+    }
+}
+
+bool is_of_hardware(Trouble trouble) {
+    return trouble == Trouble::kBusyController || trouble == Trouble::kFlippedBit;
+}
+
+// One host a scenario for all rows, because making it takes longer than a run on it; hardware that
+// is broken has one of its own.
+kxsim::Host& host_of(Trouble trouble) {
+    static std::map<std::pair<std::string, bool>, kxsim::Host> hosts;
+    const char* const scenario = scenario_of(trouble);
+    const auto [found, is_new] = hosts.try_emplace({scenario, is_of_hardware(trouble)});
+    if (is_new) {
+        kxsim::load_scenario(found->second, kxsim::find_scenario(scenario));
+        found->second.directory("/etc/kestrix-plexo");
+    }
+    return found->second;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+class ExitCodes : public testing::TestWithParam<Row> {
+protected:
+    ExitCodes() : host_(host_of(GetParam().trouble)), attached_(host_.attach()) {
+        std::ofstream("damaged.conf") << "eth99.mtu = 1500\nbad\n";
+        switch (GetParam().trouble) {
+            case Trouble::kNoMemory:
+                host_.fail({.call = "open", .times = 0, .error = EPERM, .object = "/dev/mem"});
+                break;
+            case Trouble::kLocked:
+                files_.emplace(LockPurpose::kWrite, std::nullopt);
+                break;
+            case Trouble::kFlashLocked:
+                flash_.emplace("03:00.4", "0000:03:00.4", "flash erase-boot");
+                break;
+            default:
+                break;
+        }
+    }
+    ~ExitCodes() override { host_.clear_faults(); }
+
+    test::Result run(const char* more) {
+        std::vector<std::string> words = test::words_of(GetParam().line);
+        words.emplace_back(more);
+        if (is_of_hardware(GetParam().trouble)) {
+            const bool busy = GetParam().trouble == Trouble::kBusyController;
+            host_.hardware(words.at(2))
+                .faults({.stuck_busy_at = busy ? 1U : 0U, .flipped_bit_at = busy ? 0U : 1U});
+        }
+        return test::run(words);
+    }
+
+    const test::ExampleDirectory directory_;
+    kxsim::Host& host_;
+    const kxsim::Attached attached_;
+    std::optional<ConfigurationLock> files_;
+    std::optional<FlashLock> flash_;
+};
+
+TEST_P(ExitCodes, ForPeopleComeWithOneLine) {
+    const test::Result result = run("--color=never");
+    EXPECT_EQ(result.exit, GetParam().exit) << result.err;
+    if (GetParam().form == Form::kReport) {
+        EXPECT_NE(result.out, "");
+        return;
+    }
+    EXPECT_EQ(result.out, "");
+    std::vector<std::string> lines = lines_of(result.err);
+    if (GetParam().trouble == Trouble::kFlippedBit) {  // what was done before is shown as progress
+        std::erase_if(lines, [](const std::string& line) { return line.ends_with("%)"); });
+    }
+    EXPECT_THAT(lines, testing::ElementsAre(StartsWith("kxctl: "))) << result.err;
+}
+
+TEST_P(ExitCodes, ForProgramsComeWithOneValue) {
+    const test::Result result = run("--json");
+    EXPECT_EQ(result.exit, GetParam().exit) << result.err;
+    const JsonText answer = JsonText::parse(result.out, nullptr, false);
+    ASSERT_TRUE(answer.is_object()) << result.out;
+    ASSERT_EQ(answer.contains("error"), GetParam().form == Form::kFailure) << result.out;
+    if (GetParam().form == Form::kReport) {
+        return;
+    }
+    EXPECT_EQ(answer.size(), 1U);
+    const JsonText& error = answer.at("error");
+    EXPECT_EQ(error.size(), 4U);
+    EXPECT_EQ(error.at("code"), GetParam().exit);
+    EXPECT_TRUE(error.at("status").is_null() || error.at("status").is_number_unsigned());
+    EXPECT_THAT(error.at("text").get<std::string>(), Not(testing::IsEmpty()));
+    EXPECT_TRUE(error.at("detail").is_array());
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ExitCodes, testing::ValuesIn(kRows));
+
+TEST(ExitCodeRows, AreThereForEveryCommandThatNamesSomething) {
+    std::set<const Command*> with_unknown_name;
+    for (const Row& row : kRows) {
+        if (row.exit == 3) {
+            with_unknown_name.insert(parse(test::words_of(row.line)).command);
+        }
+    }
+    for (const Command& command : commands()) {
+        const bool names = std::ranges::any_of(command.arguments, [](const Argument& argument) {
+            return !argument.is_option() || std::string_view(argument.value) == "FILE";
+        });
+        EXPECT_TRUE(!names || with_unknown_name.contains(&command)) << command.name();
+    }
+}
+
+TEST(ExitCodeRows, AreThereForEveryCode) {
+    std::set<int> missing;
+    for (const ExitCodeRow& row : exit_codes()) {
+        missing.insert(static_cast<int>(row.code));
+    }
+    missing.erase(0);  // every command ends with it in the tests of the standard streams
+    for (const Row& row : kRows) {
+        missing.erase(row.exit);
+    }
+    EXPECT_THAT(missing, testing::IsEmpty());
+}
+
+TEST(WrongUsage, IsFoundByEveryCommand) {
+    for (const Command& command : commands()) {
+        std::vector<std::string> words = test::words_of(command.name());
+        words.emplace_back("--no-such-option");
+        try {
+            static_cast<void>(parse(words));
+            ADD_FAILURE() << command.name();
+        } catch (const Failure& failure) {
+            EXPECT_EQ(failure.code(), ExitCode::kUsage);
+            EXPECT_EQ(
+                failure.line(), command.name() + " does not take --no-such-option (see --help)");
+        }
+    }
+}
+
+}  // namespace
