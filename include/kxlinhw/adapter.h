@@ -94,7 +94,8 @@ KX_EXPORT void pci_config_write(uint8_t adapter, uint32_t offset, uint32_t value
 KX_EXPORT uint32_t find_pci_capability(uint8_t adapter, uint8_t id);
 
 /* Read a dword of the serial EEPROM through the VPD capability at offset cap. Bits 2 to 12 of
-   address count. Waits for the adapter without a limit; does nothing when cap is 0. */
+   address count. Waits for the adapter without a limit. Reads all ones when the request cannot be
+   written; does nothing when cap is 0. */
 KX_EXPORT void vpd_read_dword(uint8_t adapter, uint32_t cap, uint32_t address, uint32_t* out);
 
 /* Does the VPD data register keep what is written to it? 0 yes, 1 no, with the message

@@ -19,7 +19,9 @@
 
    Unless it says otherwise, a member returns 0 for success and 1 for failure, and a null pointer
    where one is needed counts as a failure. Everything handed out was allocated with malloc or
-   calloc and is the caller's to free. One thread at a time. */
+   calloc and is the caller's to free. When memory is short, members may throw std::bad_alloc or
+   Xerces' OutOfMemoryException, after which the object is as good as before. One thread at a
+   time. */
 #ifndef KXLINHW_VMUTILS_H
 #define KXLINHW_VMUTILS_H
 

@@ -34,6 +34,10 @@ FaultRule Host::fail(const Fault& fault) {
     if (fault.nth == 0) {
         throw std::invalid_argument("calls are counted from 1");
     }
+    const bool moves_bytes = call == state::Call::kRead || call == state::Call::kWrite;
+    if ((fault.error == 0) == (fault.most == 0) || (fault.most != 0 && !moves_bytes)) {
+        throw std::invalid_argument("a call fails with an errno, or a read or write is cut short");
+    }
     auto& rules = state_->session->rules;
     auto* const rule = std::find_if(
         std::begin(rules), std::end(rules), [](const auto& each) { return each.in_use == 0; });
@@ -42,14 +46,20 @@ FaultRule Host::fail(const Fault& fault) {
     }
     copy_field(rule->object, fault.object, "object of a fault");
     copy_field(rule->from, fault.from, "origin of a fault");
+    copy_field(rule->program, fault.program, "program of a fault");
     rule->call = call;
     rule->nth = fault.nth;
     rule->times = fault.times;
     rule->error = fault.error;
+    rule->most = fault.most;
     rule->command = fault.command;
     rule->seen = 0;
     rule->fired = 0;
+    rule->struck[0] = '\0';
     rule->in_use = 1;
+    if (!fault.program.empty()) {
+        state_->session->programs_named = 1;
+    }
     return {*this, static_cast<std::size_t>(rule - std::begin(rules))};
 }
 
@@ -62,6 +72,8 @@ void Host::clear_faults() {
 unsigned FaultRule::seen() const { return host_->state_->session->rules[place_].seen; }
 
 unsigned FaultRule::fired() const { return host_->state_->session->rules[place_].fired; }
+
+std::string FaultRule::struck() const { return host_->state_->session->rules[place_].struck; }
 
 void FaultRule::remove() { host_->state_->session->rules[place_].in_use = 0; }
 

@@ -4,10 +4,13 @@
 #include <kxsim/preload.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "preload/attached.hpp"
 #include "preload/export.hpp"
+#include "preload/owned_paths.hpp"
 #include "preload/target.hpp"
 
 namespace kxsim::preload {
@@ -64,30 +67,44 @@ bool same_origin(const FaultRule& rule, const void* caller) {
            std::strstr(object.dli_fname, rule.from) != nullptr;
 }
 
-bool matches(
-    const FaultRule& rule, Call call, const char* object, std::uint32_t command,
-    const void* caller) {
-    return rule.in_use.load(std::memory_order_acquire) != 0 && rule.call == call &&
-           (rule.command == 0 || rule.command == command) && same_object(rule.object, object) &&
-           same_origin(rule, caller);
+// Allocations fail in the process whose window is open, or in a program that the rule names.
+bool concerns_this_process(const Session& session, const FaultRule& rule) {
+    return rule.program[0] == '\0'
+               ? !state::is_allocation(rule.call) || window_of_this_process(session)
+               : std::strncmp(
+                     rule.program, program_invocation_short_name, sizeof rule.program - 1) == 0;
 }
 
-// Every matching rule counts the call; the first whose turn it is decides.
-int injected_error(
+// The kernel's own files answer whole.
+bool concerns_object(const FaultRule& rule, const char* object) {
+    return same_object(rule.object, object) && (rule.most == 0 || !is_kernel_path(object));
+}
+
+bool matches(
+    const Session& session, const FaultRule& rule, Call call, const char* object,
+    std::uint32_t command, const void* caller) {
+    return rule.in_use.load(std::memory_order_acquire) != 0 && rule.call == call &&
+           (rule.command == 0 || rule.command == command) && concerns_this_process(session, rule) &&
+           concerns_object(rule, object) && same_origin(rule, caller);
+}
+
+// Every matching rule counts the call; the first whose turn it is decides. Null: the call goes on.
+const FaultRule* due_rule(
     Session& session, Call call, const char* object, std::uint32_t command, const void* caller) {
-    int error = 0;
+    const FaultRule* decides = nullptr;
     for (FaultRule& rule : session.rules) {
-        if (!matches(rule, call, object, command, caller)) {
+        if (!matches(session, rule, call, object, command, caller)) {
             continue;
         }
         const std::uint32_t number = rule.seen.fetch_add(1, std::memory_order_relaxed) + 1;
         const bool due = number >= rule.nth && (rule.times == 0 || number - rule.nth < rule.times);
-        if (due && error == 0) {
-            error = rule.error;
+        if (due && decides == nullptr) {
+            decides = &rule;
+            copy_object(rule.struck, object);
             rule.fired.fetch_add(1, std::memory_order_relaxed);
         }
     }
-    return error;
+    return decides;
 }
 
 bool any_rule(const Session& session, Call call) {
@@ -99,18 +116,36 @@ bool any_rule(const Session& session, Call call) {
     return false;
 }
 
+int error_of(const FaultRule* rule) { return rule == nullptr ? 0 : rule->error; }
+
 // The host's answer to the call that this thread made last is noted in its log entry.
 thread_local LoggedCall* last_logged __attribute__((tls_model("initial-exec"))) = nullptr;
 
-int account_on(Session& session, Call call, const char* object, std::uint32_t command) {
+const FaultRule* account_on(
+    Session& session, Call call, const char* object, std::uint32_t command) {
     LoggedCall* const entry =
         window_of_this_process(session) ? count(session, call, object, command) : nullptr;
     last_logged = entry;
-    const int error = injected_error(session, call, object, command, nullptr);
+    const FaultRule* const rule = due_rule(session, call, object, command, nullptr);
     if (entry != nullptr) {
-        entry->error = error;
+        entry->error = error_of(rule);
     }
-    return error;
+    return rule;
+}
+
+const FaultRule* account_on_descriptor(Call call, int descriptor) {
+    Host* const on = host();
+    if (on == nullptr) {
+        return nullptr;
+    }
+    const KeepErrno keep;
+    Session& session = *on->session;
+    if (!any_rule(session, call) && !window_of_this_process(session)) {
+        return nullptr;
+    }
+    PathText path;
+    static_cast<void>(simulated_path(*on, descriptor, path));
+    return account_on(session, call, path.c_str(), 0);
 }
 
 }  // namespace
@@ -121,22 +156,19 @@ int account(Call call, const char* object, std::uint32_t command) {
         return 0;
     }
     const KeepErrno keep;
-    return account_on(*on->session, call, object, command);
+    return error_of(account_on(*on->session, call, object, command));
 }
 
 int account_descriptor(Call call, int descriptor) {
-    Host* const on = host();
-    if (on == nullptr) {
-        return 0;
+    return error_of(account_on_descriptor(call, descriptor));
+}
+
+int account_transfer(Call call, int descriptor, std::size_t& size) {
+    const FaultRule* const rule = account_on_descriptor(call, descriptor);
+    if (rule != nullptr && rule->most != 0) {
+        size = std::min<std::size_t>(size, rule->most);
     }
-    const KeepErrno keep;
-    Session& session = *on->session;
-    if (!any_rule(session, call) && !window_of_this_process(session)) {
-        return 0;
-    }
-    PathText path;
-    static_cast<void>(simulated_path(*on, descriptor, path));
-    return account_on(session, call, path.c_str(), 0);
+    return error_of(rule);
 }
 
 void note_refusal(int error) {
@@ -150,14 +182,21 @@ void note_refusal(int error) {
 extern "C" KXSIM_EXPORT int kxsim_allocation_fails(const char* name, const void* caller) {
     using namespace kxsim::preload;
     Host* const on = host();
-    if (on == nullptr || !window_of_this_process(*on->session)) {
+    if (on == nullptr) {
+        return 0;
+    }
+    Session& session = *on->session;
+    const bool counts = window_of_this_process(session);
+    if (!counts && session.programs_named == 0) {
         return 0;
     }
     const KeepErrno keep;
     const Call call = std::strcmp(name, "malloc") == 0   ? Call::kMalloc
                       : std::strcmp(name, "calloc") == 0 ? Call::kCalloc
                                                          : Call::kRealloc;
-    count(*on->session, call, "", 0);
+    if (counts) {
+        count(session, call, "", 0);
+    }
     const Pause pause;  // asking the dynamic linker may allocate
-    return injected_error(*on->session, call, "", 0, caller);
+    return error_of(due_rule(session, call, "", 0, caller));
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -15,6 +16,9 @@ namespace kxsim::preload {
 
 // As account, for calls on a descriptor; the path it is open on is found when something asks.
 [[nodiscard]] int account_descriptor(state::Call call, int descriptor);
+
+// As account_descriptor, for a read or write; a rule may have it move fewer bytes than `size`.
+[[nodiscard]] int account_transfer(state::Call call, int descriptor, std::size_t& size);
 
 // Note that the call that was counted last was refused by the host rather than by a rule.
 void note_refusal(int error);

@@ -30,12 +30,12 @@ auto on_descriptor(Call call, int descriptor, Rest... rest) {
 }
 
 // Reads and writes reach the model of a file that has one; transfer is its function for this
-// direction, go the C library's.
+// direction, go the C library's, with the bytes that may move.
 template <class Bytes, class Transfer, class Go>
 ssize_t transfer_bytes(
     Call call, int descriptor, Bytes* bytes, std::size_t size, std::optional<off_t> offset,
     Transfer ModelledFile::*transfer, Go go) {
-    if (const int error = account_descriptor(call, descriptor); error != 0) {
+    if (const int error = account_transfer(call, descriptor, size); error != 0) {
         return refuse<ssize_t>(error);
     }
     Host* const on = host();
@@ -47,31 +47,37 @@ ssize_t transfer_bytes(
                 FileAccess{*on, descriptor, path.view(), offset}, bytes, size);
         }
     }
-    return go();
+    return go(size);
 }
 
 ssize_t read_bytes(int descriptor, void* buffer, size_t size) {
     return transfer_bytes(
         Call::kRead, descriptor, buffer, size, std::nullopt, &ModelledFile::read,
-        [=] { return next<"read", decltype(::read)>()(descriptor, buffer, size); });
+        [=](std::size_t most) {
+            return next<"read", decltype(::read)>()(descriptor, buffer, most);
+        });
 }
 
 ssize_t read_bytes_at(int descriptor, void* buffer, size_t size, off_t offset) {
-    return transfer_bytes(Call::kRead, descriptor, buffer, size, offset, &ModelledFile::read, [=] {
-        return next<"pread", decltype(::pread)>()(descriptor, buffer, size, offset);
-    });
+    return transfer_bytes(
+        Call::kRead, descriptor, buffer, size, offset, &ModelledFile::read, [=](std::size_t most) {
+            return next<"pread", decltype(::pread)>()(descriptor, buffer, most, offset);
+        });
 }
 
 ssize_t write_bytes(int descriptor, const void* data, size_t size) {
     return transfer_bytes(
         Call::kWrite, descriptor, data, size, std::nullopt, &ModelledFile::write,
-        [=] { return next<"write", decltype(::write)>()(descriptor, data, size); });
+        [=](std::size_t most) {
+            return next<"write", decltype(::write)>()(descriptor, data, most);
+        });
 }
 
 ssize_t write_bytes_at(int descriptor, const void* data, size_t size, off_t offset) {
-    return transfer_bytes(Call::kWrite, descriptor, data, size, offset, &ModelledFile::write, [=] {
-        return next<"pwrite", decltype(::pwrite)>()(descriptor, data, size, offset);
-    });
+    return transfer_bytes(
+        Call::kWrite, descriptor, data, size, offset, &ModelledFile::write, [=](std::size_t most) {
+            return next<"pwrite", decltype(::pwrite)>()(descriptor, data, most, offset);
+        });
 }
 
 // Offsets are 64 bits wide in either spelling.

@@ -1,7 +1,10 @@
 // libvirt's functions for machines, on the hypervisor of the simulated host. Connections and
 // domains that are none of the host's are used as they are.
+#include <type_traits>
+
 #include "models/hypervisor.hpp"
 #include "models/machine_devices.hpp"
+#include "preload/account.hpp"
 #include "preload/attached.hpp"
 #include "preload/libvirt.hpp"
 
@@ -9,7 +12,11 @@ namespace {
 
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 using kxsim::models::MachineVisit;
+using kxsim::state::Call;
 using Purpose = MachineVisit::Purpose;
+
+// The errno with which a fault rule has a function fail, or 0.
+int stopped(const char* function) { return account(Call::kLibvirt, function); }
 
 virConnectPtr handle_of(const MachineVisit& visit, virConnectPtr) { return visit.connection(); }
 virDomainPtr handle_of(const MachineVisit& visit, virDomainPtr) { return visit.domain(); }
@@ -19,12 +26,16 @@ bool succeeded(const void* result) { return result != nullptr; }
 
 template <FunctionName kName, class Function, class Handle, class... Rest>
 auto on_machines(Purpose purpose, Handle* handle, Rest... rest) {
+    using Result = std::invoke_result_t<Function*, Handle*, Rest...>;
+    if (const int error = stopped(kName.text); error != 0) {
+        return refuse<Result>(error);
+    }
     const auto function = libvirt<kName, Function>();
     MachineVisit visit(handle, purpose);
     if (!visit.is_simulated()) {
         return function(handle, rest...);
     }
-    const auto result = function(handle_of(visit, handle), rest...);
+    const Result result = function(handle_of(visit, handle), rest...);
     if (purpose == Purpose::kChange && succeeded(result)) {
         visit.save();
     }
@@ -41,8 +52,21 @@ auto changes(Handle* handle, Rest... rest) {
     return on_machines<kName, Function>(Purpose::kChange, handle, rest...);
 }
 
+// What needs no look at the machines: libvirt's own answer.
+template <FunctionName kName, class Function, class Handle, class... Rest>
+auto tells(Handle* handle, Rest... rest) {
+    using Result = std::invoke_result_t<Function*, Handle*, Rest...>;
+    if (const int error = stopped(kName.text); error != 0) {
+        return refuse<Result>(error);
+    }
+    return libvirt<kName, Function>()(handle, rest...);
+}
+
 template <FunctionName kName, class Function, class... Rest>
 virConnectPtr opens(const char* name, Rest... rest) {
+    if (const int error = stopped(kName.text); error != 0) {
+        return refuse<virConnectPtr>(error);
+    }
     Host* const on = host();
     return on != nullptr && kxsim::models::is_hypervisor_name(name)
                ? kxsim::models::open_hypervisor(*on)
@@ -51,10 +75,14 @@ virConnectPtr opens(const char* name, Rest... rest) {
 
 using DeviceModel = int (*)(MachineVisit& visit, const char* device, unsigned flags);
 
-// passed_on: the call itself, for a domain that is none of the host's.
+// pass_on: the call itself, for a domain that is none of the host's.
 template <class PassOn>
 int edits(
-    DeviceModel model, virDomainPtr domain, const char* device, unsigned flags, PassOn pass_on) {
+    const char* function, DeviceModel model, virDomainPtr domain, const char* device,
+    unsigned flags, PassOn pass_on) {
+    if (const int error = stopped(function); error != 0) {
+        return refuse<int>(error);
+    }
     MachineVisit visit(domain, Purpose::kChange);
     return visit.is_simulated() ? model(visit, device, flags) : pass_on();
 }
@@ -169,26 +197,45 @@ int virDomainResume(virDomainPtr d) {
     return changes<"virDomainResume", decltype(::virDomainResume)>(d);
 }
 
+// What a handle tells of itself.
+
+const char* virDomainGetName(virDomainPtr d) {
+    return tells<"virDomainGetName", decltype(::virDomainGetName)>(d);
+}
+int virDomainGetUUID(virDomainPtr d, unsigned char* uuid) {
+    return tells<"virDomainGetUUID", decltype(::virDomainGetUUID)>(d, uuid);
+}
+char* virDomainGetOSType(virDomainPtr d) {
+    return tells<"virDomainGetOSType", decltype(::virDomainGetOSType)>(d);
+}
+char* virConnectGetURI(virConnectPtr c) {
+    return tells<"virConnectGetURI", decltype(::virConnectGetURI)>(c);
+}
+
 // Devices; the calls without flags mean the machine as it runs.
 
 int virDomainAttachDevice(virDomainPtr d, const char* device) {
-    return edits(kxsim::models::attach_device, d, device, VIR_DOMAIN_AFFECT_LIVE, [&] {
-        return libvirt<"virDomainAttachDevice", decltype(::virDomainAttachDevice)>()(d, device);
-    });
+    return edits(
+        "virDomainAttachDevice", kxsim::models::attach_device, d, device, VIR_DOMAIN_AFFECT_LIVE,
+        [&] {
+            return libvirt<"virDomainAttachDevice", decltype(::virDomainAttachDevice)>()(d, device);
+        });
 }
 int virDomainAttachDeviceFlags(virDomainPtr d, const char* device, unsigned flags) {
-    return edits(kxsim::models::attach_device, d, device, flags, [&] {
+    return edits("virDomainAttachDeviceFlags", kxsim::models::attach_device, d, device, flags, [&] {
         return libvirt<"virDomainAttachDeviceFlags", decltype(::virDomainAttachDeviceFlags)>()(
             d, device, flags);
     });
 }
 int virDomainDetachDevice(virDomainPtr d, const char* device) {
-    return edits(kxsim::models::detach_device, d, device, VIR_DOMAIN_AFFECT_LIVE, [&] {
-        return libvirt<"virDomainDetachDevice", decltype(::virDomainDetachDevice)>()(d, device);
-    });
+    return edits(
+        "virDomainDetachDevice", kxsim::models::detach_device, d, device, VIR_DOMAIN_AFFECT_LIVE,
+        [&] {
+            return libvirt<"virDomainDetachDevice", decltype(::virDomainDetachDevice)>()(d, device);
+        });
 }
 int virDomainDetachDeviceFlags(virDomainPtr d, const char* device, unsigned flags) {
-    return edits(kxsim::models::detach_device, d, device, flags, [&] {
+    return edits("virDomainDetachDeviceFlags", kxsim::models::detach_device, d, device, flags, [&] {
         return libvirt<"virDomainDetachDeviceFlags", decltype(::virDomainDetachDeviceFlags)>()(
             d, device, flags);
     });

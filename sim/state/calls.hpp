@@ -21,6 +21,7 @@ enum class Call : std::uint16_t {
     kFsync,
     kGetifaddrs,
     kIoctl,
+    kLibvirt,
     kLink,
     kMalloc,
     kMkdir,
@@ -50,16 +51,17 @@ inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::kCount)
 
 // By kind; also the names that fault rules and counters use.
 inline constexpr std::array<std::string_view, kCallCount> kCallNames{
-    "access",   "calloc",   "chdir",  "chmod",      "chown",  "fclose",  "fflush",
-    "fopen",    "freopen",  "fsync",  "getifaddrs", "ioctl",  "link",    "malloc",
-    "mkdir",    "mmap",     "open",   "opendir",    "read",   "readdir", "readlink",
-    "realloc",  "realpath", "rename", "rmdir",      "socket", "stat",    "symlink",
-    "truncate", "unlink",   "usleep", "utime",      "write",  "xattr",
+    "access",   "calloc",   "chdir",    "chmod",      "chown",   "fclose",  "fflush",
+    "fopen",    "freopen",  "fsync",    "getifaddrs", "ioctl",   "libvirt", "link",
+    "malloc",   "mkdir",    "mmap",     "open",       "opendir", "read",    "readdir",
+    "readlink", "realloc",  "realpath", "rename",     "rmdir",   "socket",  "stat",
+    "symlink",  "truncate", "unlink",   "usleep",     "utime",   "write",   "xattr",
 };
 
 static_assert(!kCallNames.back().empty(), "every kind of call has a name");
 
-// Memory is what everything uses; these fail only while a window is open.
+// Memory is what everything uses: these fail only while a window is open, or in a program that a
+// rule names.
 constexpr bool is_allocation(Call call) {
     return call == Call::kMalloc || call == Call::kCalloc || call == Call::kRealloc;
 }

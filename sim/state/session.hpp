@@ -22,19 +22,22 @@ inline constexpr std::uint32_t kMostRules = 64;
 inline constexpr std::uint32_t kMostLogged = 1U << 16;
 inline constexpr std::size_t kObjectSize = 104;  // of a path or name, cut if need be
 
-// "The nth call of a kind fails."
+// "The nth call of a kind fails", or is cut short.
 struct FaultRule {
     std::atomic<std::uint32_t> in_use;
     Call call;
     std::uint16_t reserved;
     std::uint32_t nth;         // of the calls that match, counted from 1
     std::uint32_t times;       // how many fail from there on; 0 for all
-    std::int32_t error;        // errno
+    std::int32_t error;        // errno; 0 when it is cut short
+    std::uint32_t most;        // bytes that a read or write is cut to; 0 when it fails
     std::uint32_t command;     // of an ioctl; 0 for any
     char object[kObjectSize];  // path or interface name, "*" at its end for any rest; empty for any
     char from[32];             // allocations: part of the calling object's file name; empty for any
+    char program[16];          // the name of the program that calls; empty for any
     std::atomic<std::uint32_t> seen;   // calls that matched
-    std::atomic<std::uint32_t> fired;  // calls that failed
+    std::atomic<std::uint32_t> fired;  // calls that failed or were cut short
+    char struck[kObjectSize];          // what the last of them was about
 };
 
 // One call made while a window was open.
@@ -49,6 +52,7 @@ struct LoggedCall {
 struct Session {
     std::atomic<std::uint32_t> window_process;  // the process that counts its calls; 0 for none
     std::uint32_t hide_entry_types;             // directory entries are of unknown type
+    std::uint32_t programs_named;               // by rules: allocations everywhere have to ask them
     std::atomic<std::uint64_t> slept_microseconds;
     std::atomic<std::uint32_t> machine_changes;  // of the virtual machines' files
     std::atomic<std::int32_t> last_machine_id;   // ids are not given twice

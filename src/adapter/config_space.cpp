@@ -14,8 +14,12 @@ constexpr uint32_t kCapabilityOffsets = 0xFC;  // the low two bits of an offset 
 constexpr int kMostCapabilities = 48;          // as many as fit behind the header
 
 constexpr uint32_t kVpdAddresses = 0x1FFC;
-constexpr uint32_t kVpdDone = 1U << 31;  // set by the adapter once the data register is valid
+constexpr uint32_t kVpdDone = 1U << 31;     // set by the adapter once the data register is valid
+constexpr uint32_t kNoAnswer = 0xFFFFFFFF;  // as from an empty slot
 constexpr uint32_t kVpdProbe = 0x00800000;
+
+// Whether the dword written last got to its adapter.
+bool written = false;
 
 // An absent adapter leaves the dword at what it held.
 uint32_t config_dword(uint8_t adapter, uint32_t offset, uint32_t absent) {
@@ -50,7 +54,7 @@ void pci_config_read(uint8_t adapter, uint32_t offset, uint32_t* out) {
 void pci_config_write(uint8_t adapter, uint32_t offset, uint32_t value) {
     pci_dev* const device = kx::adapter::device_at(adapter);
     if (device != nullptr) {
-        kx::write_pci_config(device, offset, value);
+        written = kx::write_pci_config(device, offset, value);
     }
 }
 
@@ -66,7 +70,14 @@ void vpd_read_dword(uint8_t adapter, uint32_t cap, uint32_t address, uint32_t* o
     if (cap == 0) {
         return;  // without the capability nothing would ever answer
     }
+    written = true;
     pci_config_write(adapter, cap, (address & kVpdAddresses) << 16);
+    if (!written) {  // a request that was never made has no answer to wait for
+        if (out != nullptr) {
+            *out = kNoAnswer;
+        }
+        return;
+    }
     while ((config_dword(adapter, cap, kVpdDone) & kVpdDone) == 0) {
     }
     pci_config_read(adapter, cap + 4, out);

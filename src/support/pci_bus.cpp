@@ -80,8 +80,13 @@ void free_pci_bus(pci_access* access) {
 
 pci_dev* PciBus::first() const { return access_ == nullptr ? nullptr : access_->devices; }
 
+// Half an identity would be another device's: without a device id, an adapter would be a Q3.
 void fill_pci_device(pci_dev* device, int fields) {
-    inside_libpci([device, fields] { pci_fill_info(device, fields); });
+    const bool filled = inside_libpci([device, fields] { pci_fill_info(device, fields); });
+    if (!filled && (fields & PCI_FILL_IDENT) != 0) {
+        device->vendor_id = 0;
+        device->device_id = 0;
+    }
 }
 
 uint32_t read_pci_config(pci_dev* device, uint32_t offset) {
@@ -93,11 +98,14 @@ uint32_t read_pci_config(pci_dev* device, uint32_t offset) {
     return dword;
 }
 
-void write_pci_config(pci_dev* device, uint32_t offset, uint32_t value) {
+bool write_pci_config(pci_dev* device, uint32_t offset, uint32_t value) {
+    volatile bool written = false;  // survives libpci's way out
     if (in_config_space(offset)) {
-        inside_libpci(
-            [device, offset, value] { pci_write_long(device, static_cast<int>(offset), value); });
+        inside_libpci([device, offset, value, &written] {
+            written = pci_write_long(device, static_cast<int>(offset), value) != 0;
+        });
     }
+    return written;
 }
 
 std::string pci_bus_location(const pci_dev& device) {

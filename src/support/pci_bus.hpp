@@ -30,13 +30,14 @@ private:
     pci_access* access_;
 };
 
-// Have libpci read the fields of a device (PCI_FILL_... bits) that its scan leaves out.
+// Have libpci read the fields of a device (PCI_FILL_... bits) that its scan leaves out. A device
+// whose ids cannot be read gets those of no maker.
 void fill_pci_device(pci_dev* device, int fields);
 
 // One dword of a device's configuration space. What libpci refuses or cannot do reads all ones, as
-// from an empty slot, and writes nothing.
+// from an empty slot, and writes nothing, which is false.
 [[nodiscard]] uint32_t read_pci_config(pci_dev* device, uint32_t offset);
-void write_pci_config(pci_dev* device, uint32_t offset, uint32_t value);
+bool write_pci_config(pci_dev* device, uint32_t offset, uint32_t value);
 
 // "%02x:%02x.%x" of bus, device and function: the key by which agents name a card.
 [[nodiscard]] std::string pci_bus_location(const pci_dev& device);

@@ -129,8 +129,8 @@ int list_interfaces(
     return 0;
 }
 
-int read_interfaces(const VMUtils& vm, _interfaceInfo** list, int* count) {
-    xercesc::DOMDocument* const document = kx::vm::parse(*vm.parser, kx::vm::kDomainFile);
+int read_interfaces(VMUtils& vm, _interfaceInfo** list, int* count) {
+    xercesc::DOMDocument* const document = kx::vm::parse(vm.parser, kx::vm::kDomainFile);
     const DOMElement* const root = document == nullptr ? nullptr : document->getDocumentElement();
     if (root == nullptr) {
         log_failure("ListInterfaces: Error while reading domain configuration");

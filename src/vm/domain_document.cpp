@@ -1,6 +1,9 @@
 #include "vm/domain_document.hpp"
 
 #include <cstdio>
+#include <utility>
+#include <xercesc/util/OutOfMemoryException.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLException.hpp>
 
@@ -31,16 +34,26 @@ void write_domain_file(const char* description) {
     }
 }
 
-xercesc::DOMDocument* parse(xercesc::XercesDOMParser& parser, const char* path) {
-    parser.resetDocumentPool();  // the documents of earlier calls
-    parser.setValidationScheme(xercesc::XercesDOMParser::Val_Never);
-    parser.setDoNamespaces(false);
-    parser.setDoSchema(false);
-    parser.setLoadExternalDTD(false);
-    parser.setDisableDefaultEntityResolution(true);
-    parser.setSecurityManager(&entity_limit());
-    parser.parse(path);
-    return parser.getDocument();
+xercesc::XercesDOMParser* new_parser() {
+    return new xercesc::XercesDOMParser(
+        nullptr, xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
+}
+
+// A parser that ran out of memory counts itself as busy for good.
+xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path) try {
+    parser->resetDocumentPool();  // the documents of earlier calls
+    parser->setValidationScheme(xercesc::XercesDOMParser::Val_Never);
+    parser->setDoNamespaces(false);
+    parser->setDoSchema(false);
+    parser->setLoadExternalDTD(false);
+    parser->setDisableDefaultEntityResolution(true);
+    parser->setSecurityManager(&entity_limit());
+    parser->parse(path);
+    return parser->getDocument();
+} catch (const xercesc::OutOfMemoryException&) {
+    delete std::exchange(parser, nullptr);
+    parser = new_parser();
+    throw;
 }
 
 xercesc::DOMElement* element_at(const xercesc::DOMNodeList& list, XMLSize_t k) {

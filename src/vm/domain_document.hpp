@@ -21,9 +21,13 @@ inline constexpr char kDomainFile[] = "domain.xml";
 void write_domain_file(const char* description);
 
 // Parse a file. Null when it cannot be read; of a malformed one, what stands before the mistake.
-// The parser owns the document until its next use. Descriptions are foreign texts: neither other
-// files nor servers are read for them, and entities cannot swell without limit.
-[[nodiscard]] xercesc::DOMDocument* parse(xercesc::XercesDOMParser& parser, const char* path);
+// The parser owns the document until its next use; when memory runs out, which is Xerces'
+// exception, another parser takes its place. Descriptions are foreign texts: neither other files
+// nor servers are read for them, and entities cannot swell without limit.
+[[nodiscard]] xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path);
+
+// A parser of the process's memory manager. Nobody deletes it.
+[[nodiscard]] xercesc::XercesDOMParser* new_parser();
 
 // Item k of a list when it is an element, else null.
 [[nodiscard]] xercesc::DOMElement* element_at(const xercesc::DOMNodeList& list, XMLSize_t k);

@@ -21,6 +21,7 @@
 
 #include "support/shell.hpp"
 #include "vm/agent_memory.hpp"
+#include "vm/domain_document.hpp"
 #include "vm/vm_steps.hpp"
 #include "vm/xerces_text.hpp"
 
@@ -249,8 +250,7 @@ VMUtils::VMUtils() {
     busAttr = XMLString::transcode("bus");
     slotAttr = XMLString::transcode("slot");
     functionAttr = XMLString::transcode("function");
-    parser =
-        new xercesc::XercesDOMParser(nullptr, xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
+    parser = kx::vm::new_parser();
 }
 
 VMUtils::~VMUtils() {

@@ -103,7 +103,7 @@ void take_devices(VMUtils& vm, const DOMElement& root, kx::vm::Chain<KxVFNode>& 
 
 void read_document(VMUtils& vm, const char* path, kx::vm::Chain<KxVFNode>& vfs) {
     xercesc::DOMDocument* const document =
-        path == nullptr ? nullptr : kx::vm::parse(*vm.parser, path);
+        path == nullptr ? nullptr : kx::vm::parse(vm.parser, path);
     if (document == nullptr) {
         std::puts("some thing went wrong in getting document node");
         return;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <kxsim/host.hpp>
@@ -194,6 +195,16 @@ TEST_F(ConfigSpace, VpdOfAnAbsentFunctionReadsAllOnes) {
     uint32_t value = 0;
     vpd_read_dword(0, kVpd, 0x400, &value);
     EXPECT_EQ(value, 0xFFFFFFFFU);
+}
+
+TEST_F(ConfigSpace, VpdRequestThatCannotBeWrittenIsNotWaitedFor) {
+    start({.content = {{0x400, "\x01\x02\x03\x04"}}});
+    host_.fail({.call = "write", .error = EIO, .object = kConfig});
+    uint32_t value = kUntouched;
+    vpd_read_dword(0, kVpd, 0x400, &value);
+    EXPECT_EQ(value, 0xFFFFFFFF);
+    vpd_read_dword(0, kVpd, 0x400, &value);
+    EXPECT_EQ(value, 0x04030201U) << "the next one is";
 }
 
 TEST_F(ConfigSpace, VpdDataRegisterKeepsTheProbe) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <ifaddrs.h>
 #include <kxlinhw/kxlinhw.h>
+#include <libvirt/libvirt.h>
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -98,6 +99,7 @@ std::vector<Failing> failing_calls() {
              return getifaddrs(&list) != 0;
          }},
         {"ioctl", [] { return ioctl(0, SIOCETHTOOL, nullptr) != 0; }},
+        {"libvirt", [] { return virConnectOpen(nullptr) == nullptr; }},
         {"link", [] { return link(kFile, "/etc/sysctl.conf.bk") != 0; }},
         {"mkdir", [] { return mkdir("/etc/kestrix-plexo/new", 0755) != 0; }},
         {"mmap",
@@ -240,6 +242,55 @@ TEST_F(Faults, ARuleOnRequestsMayNameInterfaceAndCommand) {
     EXPECT_EQ(rule.seen(), 1U);
 }
 
+TEST_F(Faults, ARuleMayBeAboutOneFunctionOfLibvirt) {
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "libvirt", .times = 0, .error = EIO, .object = "virDomainGetName"});
+    virConnect* const connection = virConnectOpen(nullptr);
+    ASSERT_NE(connection, nullptr);
+    host_.machine({.name = "one"});
+    virDomain* const machine = virDomainLookupByName(connection, "one");
+    ASSERT_NE(machine, nullptr);
+    EXPECT_EQ(virDomainGetName(machine), nullptr);
+    EXPECT_EQ(rule.struck(), "virDomainGetName");
+    host_.clear_faults();
+    EXPECT_STREQ(virDomainGetName(machine), "one");
+    virDomainFree(machine);
+    virConnectClose(connection);
+}
+
+TEST_F(Faults, ARuleMayBeAboutOneProgram) {
+    const auto answers = [](const char* program) {
+        return std::system((std::string(program) + " " + kFile + " >/dev/null 2>&1").c_str()) == 0;
+    };
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "open", .times = 0, .error = EIO, .object = kFile, .program = "head"});
+    EXPECT_TRUE(answers("cat"));
+    EXPECT_FALSE(answers("head"));
+    EXPECT_EQ(rule.fired(), 1U);
+    EXPECT_EQ(rule.struck(), kFile);
+}
+
+TEST_F(Faults, AReadMayBeCutShort) {
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "read", .nth = 2, .error = 0, .object = kFile, .most = 2});
+    const AnOpenFile file;
+    char bytes[4];
+    EXPECT_EQ(pread(*file, bytes, sizeof bytes, 0), 4);
+    EXPECT_EQ(pread(*file, bytes, sizeof bytes, 0), 2);
+    EXPECT_EQ(std::string(bytes, 2), "te");
+    EXPECT_EQ(pread(*file, bytes, 1, 0), 1);
+    EXPECT_EQ(rule.fired(), 1U);
+}
+
+TEST_F(Faults, AWriteMayBeCutShort) {
+    host_.fail({.call = "write", .times = 0, .error = 0, .most = 3});
+    const AnOpenFile file(O_WRONLY);
+    EXPECT_EQ(write(*file, "12345", 5), 3);
+    EXPECT_EQ(write(*file, "45", 2), 2);
+    host_.clear_faults();
+    EXPECT_EQ(host_.read(kFile), "12345");
+}
+
 TEST_F(Faults, SeveralRulesMayStandBesideOneAnother) {
     host_.fail({.call = "access", .nth = 1, .error = EIO});
     host_.fail({.call = "access", .nth = 3, .error = EPERM});
@@ -257,6 +308,9 @@ TEST_F(Faults, TheBuildersOwnCallsNeitherFailNorCount) {
 TEST_F(Faults, UnknownCallsAndPositionsAreRefused) {
     EXPECT_THROW(host_.fail({.call = "frobnicate", .error = EIO}), std::invalid_argument);
     EXPECT_THROW(host_.fail({.call = "open", .nth = 0, .error = EIO}), std::invalid_argument);
+    EXPECT_THROW(host_.fail({.call = "open", .error = 0}), std::invalid_argument);
+    EXPECT_THROW(host_.fail({.call = "open", .error = 0, .most = 1}), std::invalid_argument);
+    EXPECT_THROW(host_.fail({.call = "read", .error = EIO, .most = 1}), std::invalid_argument);
 }
 
 TEST_F(Faults, AFailedCloseLosesWhatWasNotWritten) {
@@ -300,6 +354,14 @@ bool allocates() {
     const bool got = kept_block != nullptr;
     std::free(kept_block);
     return got;
+}
+
+TEST_F(Faults, AllocationsFailInTheProgramThatARuleNames) {
+    const kxsim::FaultRule rule =
+        host_.fail({.call = "malloc", .times = 0, .error = ENOMEM, .program = "sort"});
+    EXPECT_NE(std::system("sort /etc/sysctl.conf >/dev/null 2>&1"), 0);
+    EXPECT_GE(rule.fired(), 1U);
+    EXPECT_TRUE(allocates()) << "in this one they do not";
 }
 
 TEST_F(Faults, AllocationsFailInsideAWindowOnly) {

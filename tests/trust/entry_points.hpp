@@ -9,6 +9,14 @@
 
 namespace test {
 
+// Under a sanitizer every call takes several times as long: a sample has to do. The sanitizer then
+// tells what leaks; how much is allocated cannot be asked of an allocator that keeps what is freed.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
 struct EntryPoint {
     std::string_view name;
     // Calls it, and releases all that it hands out.

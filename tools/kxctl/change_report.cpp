@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "output.hpp"
+#include "recording.hpp"
 #include "standard_streams.hpp"
 #include "table.hpp"
 
@@ -76,11 +77,15 @@ ExitCode ChangeReport::tell_result(
              Cell(text_of(*line.setting, now), as_wanted ? Style::kPlain : Style::kBad)});
     }
     const bool refused_by_library = !messages.empty();
-    std::vector<std::string> failures = std::move(refused_by_library ? messages : untaken);
+    std::vector<std::string> failures = refused_by_library ? std::move(messages) : untaken;
     const auto known =
         taken == 0 && !failures.empty() ? obstacle(privilege, read_circumstances()) : std::nullopt;
     if (known) {
         failures.push_back(*known);
+    }
+    const bool recorded = take_unrecorded() == 0;
+    if (!recorded) {
+        failures.emplace_back("Not all of it could be recorded: a reboot undoes it");
     }
     if (output.wants_json()) {
         Json answer = subject_;
@@ -97,9 +102,10 @@ ExitCode ChangeReport::tell_result(
     if (known) {
         return ExitCode::kNoPermission;
     }
-    return !refused_by_library ? ExitCode::kVerification
-           : taken > 0         ? ExitCode::kPartly
-                               : ExitCode::kFailed;
+    if (!refused_by_library && !untaken.empty()) {
+        return ExitCode::kVerification;
+    }
+    return taken > 0 ? ExitCode::kPartly : ExitCode::kFailed;
 }
 
 }  // namespace kx::ctl

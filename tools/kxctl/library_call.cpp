@@ -6,9 +6,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "failure.hpp"
+#include "standard_streams.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -44,6 +46,20 @@ void flush_stdio() {
     static_cast<void>(std::fflush(stderr));
 }
 
+// Standard error as the user knows it, also while a call is under way.
+int error_output = STDERR_FILENO;
+
+void tell_of_sudden_end() {
+    if (error_output != STDERR_FILENO) {
+        end_with("kxctl: A library ended the process; --verbose shows what it says\n");
+    }
+}
+
+void watch_for_sudden_end() {
+    static const bool watching = std::atexit(tell_of_sudden_end) == 0;
+    static_cast<void>(watching);
+}
+
 }  // namespace
 
 void show_library_messages() {
@@ -53,6 +69,11 @@ void show_library_messages() {
 }
 
 bool library_messages_shown() { return messages_shown; }
+
+void end_with(std::string_view line) {
+    static_cast<void>(write_text(error_output, line));
+    _exit(static_cast<int>(ExitCode::kFailed));
+}
 
 void note_library_failure(const std::string& message) { last_failure() = message; }
 
@@ -70,8 +91,13 @@ LibraryCall::LibraryCall()
       output_(STDOUT_FILENO, target_),
       errors_(STDERR_FILENO, target_) {
     last_failure().clear();
+    watch_for_sudden_end();
+    error_output = errors_.saved();
 }
 
-LibraryCall::~LibraryCall() { flush_stdio(); }
+LibraryCall::~LibraryCall() {
+    error_output = STDERR_FILENO;
+    flush_stdio();
+}
 
 }  // namespace kx::ctl

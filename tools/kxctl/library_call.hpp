@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "descriptor.hpp"
 
@@ -15,6 +16,10 @@ void show_library_messages();
 void note_library_failure(const std::string& message);
 [[nodiscard]] const std::string& library_failure();
 
+// End the process as a failure, with this line on the user's standard error; without memory, from
+// within a call.
+[[noreturn]] void end_with(std::string_view line);
+
 // While it lives, a descriptor leads to where another one does.
 class Redirection {
 public:
@@ -23,6 +28,9 @@ public:
     Redirection(const Redirection&) = delete;
     Redirection& operator=(const Redirection&) = delete;
 
+    // Where the descriptor led before.
+    [[nodiscard]] int saved() const { return saved_.get(); }
+
 private:
     int descriptor_;
     Descriptor saved_;
@@ -30,7 +38,9 @@ private:
 
 // While it lives, what the library and the commands that it runs print is kept out of kxctl's own
 // output: standard output goes to standard error when library messages are shown; otherwise both
-// go nowhere. Throws Failure when the process has no descriptor left.
+// go nowhere. Throws Failure when the process has no descriptor left. A library that ends the
+// process (libpci does, without memory for its handle) does not do so without a line on standard
+// error.
 class LibraryCall {
 public:
     LibraryCall();

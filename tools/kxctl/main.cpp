@@ -2,7 +2,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <exception>
+#include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "command_line.hpp"
@@ -70,10 +73,19 @@ ExitCode execute_and_report(const std::vector<std::string>& words, Output& outpu
         return execute(words, output);
     } catch (const Failure& failure) {
         return output.report(failure);
+    } catch (const std::bad_alloc&) {
+        return output.report(Failure(ExitCode::kFailed, "Out of memory"));
     } catch (const std::exception& error) {
         return output.report(Failure(ExitCode::kFailed, error.what()));
     }
 }
+
+// When memory is too short even for telling a failure, and outside of everything that would tell
+// it: a line that needs none.
+[[noreturn]] void give_up() { end_with("kxctl: Out of memory\n"); }
+
+// Before the program's static objects are made.
+[[gnu::constructor(101)]] void prepare_for_the_worst() { std::set_terminate(give_up); }
 
 }  // namespace
 

@@ -5,6 +5,10 @@
 
 namespace kx::ctl {
 
+// How many settings were applied and could not be recorded since this was asked last. The library
+// counts them as applied; who asked for them learns that they are lost with the next reboot.
+[[nodiscard]] unsigned take_unrecorded();
+
 class RecordingPause {
 public:
     RecordingPause() { paused_ = true; }

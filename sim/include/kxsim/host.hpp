@@ -110,19 +110,24 @@ struct ToeDevice {
     bool of_zfab3 = false;                               // listed in /proc/net/zfab3/devices too
 };
 
-// "The nth call of a kind fails." Calls are counted from when the rule is made.
+// "The nth call of a kind fails." Calls are counted from when the rule is made, in all processes.
 struct Fault {
     std::string call;           // "open", "ioctl", "getifaddrs", ...: a name of call_names()
     unsigned nth = 1;           // the first call that fails
     unsigned times = 1;         // how many fail from there on; 0 for all
-    int error;                  // errno
-    std::string object = {};    // the path or interface concerned, "*" at its end for any rest
+    int error;                  // errno; 0 with `most` alone
+    std::string object = {};    // the path, interface or function of libvirt concerned, "*" at its
+                                // end for any rest
     std::uint32_t command = 0;  // of an ioctl: an Ethernet tool command or a request; 0 for any
     std::string from = {};      // allocations: part of the file name of the code that allocates
+    unsigned most = 0;         // instead of failing, a read or write moves no more bytes than this;
+                               // the kernel's own files always answer whole
+    std::string program = {};  // the name of the program that calls, up to 15 characters
 };
 
-// Every kind of call that is counted and can be made to fail. "malloc", "calloc" and "realloc" are
-// counted and fail only while a window of Host::count is open.
+// Every kind of call that is counted and can be made to fail; "libvirt" is every function of
+// libvirt that works on machines. "malloc", "calloc" and "realloc" are counted while a window of
+// Host::count is open, and fail only then or in a program that the rule names.
 [[nodiscard]] std::vector<std::string_view> call_names();
 
 // One call that was made while a window was open.
@@ -157,8 +162,9 @@ class Host;
 // A rule in force; it stays when this handle goes.
 class FaultRule {
 public:
-    [[nodiscard]] unsigned seen() const;   // calls that it was about
-    [[nodiscard]] unsigned fired() const;  // calls that it made fail
+    [[nodiscard]] unsigned seen() const;       // calls that it was about
+    [[nodiscard]] unsigned fired() const;      // calls that it made fail or cut short
+    [[nodiscard]] std::string struck() const;  // the object of the last of them
     void remove();
 
 private:

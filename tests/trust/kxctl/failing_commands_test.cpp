@@ -1,0 +1,434 @@
+// Every call that a command of kxctl makes fails once, on the lab host: the command says so, or
+// gives the answer that it gives without the failure. None ends by a signal, leaves half a
+// configuration file behind, or ends with a code that is not in the help.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <kxsim/host.hpp>
+#include <kxsim/scenario.hpp>
+#include <limits>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "exit_code.hpp"
+#include "kxctl/every_command.hpp"
+
+namespace {
+
+using kx::ctl::Command;
+
+// A command that takes longer than this many seconds hangs; SIGALRM ends the process then.
+constexpr unsigned kPatience = 120;
+
+constexpr char kProgram[] = "kxctl";
+constexpr unsigned kNever = 0xFFFFFFFF;
+constexpr int kPartly =
+    static_cast<int>(kx::ctl::ExitCode::kPartly);  // the answer says what is not
+
+struct Failure {
+    const char* call;
+    int error;
+    const char* from = "";  // of allocations: whose
+    unsigned most = 0;      // bytes that a read or write moves; it does not fail then
+    unsigned times = 1;     // 0: it and all that follow
+};
+
+constexpr Failure kFailures[] = {
+    {"access", EACCES},
+    {"chmod", EPERM},
+    {"chown", EPERM},
+    {"fclose", EIO},
+    {"fflush", ENOSPC},
+    {"fopen", EACCES},
+    {"freopen", EACCES},
+    {"fsync", EIO},
+    {"getifaddrs", ENOMEM},
+    {"ioctl", EIO},
+    {"libvirt", EIO},
+    {"link", EIO},
+    {"mkdir", ENOSPC},
+    {"mmap", ENOMEM},
+    {"open", EACCES},
+    {"open", EMFILE},
+    {"opendir", EACCES},
+    {"read", EIO},
+    {"read", 0, "", 1},
+    {"read", 0, "", 1, 0},
+    {"readdir", EIO},
+    {"readlink", EIO},
+    {"realpath", EIO},
+    {"rename", EIO},
+    {"rmdir", EIO},
+    {"socket", EMFILE},
+    {"stat", EACCES},
+    {"symlink", ENOSPC},
+    {"truncate", EIO},
+    {"unlink", EACCES},
+    {"usleep", EINTR},
+    {"utime", EPERM},
+    {"write", ENOSPC},
+    {"write", 0, "", 1},
+    {"write", 0, "", 1, 0},
+    {"xattr", EIO},
+    {"calloc", ENOMEM, "kxctl"},
+    {"calloc", ENOMEM, "libkxlinhw"},
+    {"calloc", ENOMEM, "libc.so"},
+    {"malloc", ENOMEM, "kxctl"},
+    {"malloc", ENOMEM, "libkxlinhw"},
+    {"malloc", ENOMEM, "libstdc++"},
+    {"malloc", ENOMEM, "libstdc++", 0, 0},
+    {"malloc", ENOMEM, "libpci"},
+    {"malloc", ENOMEM, "libc.so"},
+    {"realloc", ENOMEM, "kxctl"},
+    {"realloc", ENOMEM, "libkxlinhw"},
+    {"realloc", ENOMEM, "libc.so"},
+};
+
+// A command meets some of its failures, others than the command before; more of them with
+// KX_THOROUGH set, and all when it is "all" (tests/trust/faults.sh). All are those of the first
+// calls of a kind, one by one, and ever fewer of the others.
+constexpr unsigned kOneByOne = 30;
+
+std::size_t failures_for_each() {
+    const char* const wish = std::getenv("KX_THOROUGH");
+    if (wish == nullptr) {
+        return 3;
+    }
+    return std::string_view(wish) == "all" ? std::numeric_limits<std::size_t>::max() : 40;
+}
+
+unsigned next_position(unsigned nth) { return nth < kOneByOne ? nth + 1 : nth + nth / 8; }
+
+// Failures that the library keeps to itself, as its header says: the answer then lacks what could
+// not be found out, and the agent cannot tell it from what is not there.
+struct Unseen {
+    const char* call;    // "" for any
+    const char* object;  // what it begins with
+    const char* why;
+};
+
+constexpr Unseen kUnseen[] = {
+    {"ioctl", "", "an interface that does not answer is no port, or has no such setting"},
+    {"socket", "", "no interface answers then"},
+    {"libvirt", "virDomainGet", "of a machine that goes meanwhile some is known"},
+    {"getifaddrs", "", "ports have no addresses and no MTU then"},
+    {"", "/sys/bus/pci", "a function that cannot be read is nobody's, its product data are blank"},
+    {"", "/sys/class/net", "what is not listed is no port"},
+    {"", "/sys/module/", "a parameter that cannot be read is 0"},
+    {"", "/proc/sys/toe/", "a parameter that cannot be read is 0"},
+    {"", "/proc/net/", "an engine that is not listed offloads nothing"},
+    {"", "/proc/driver/", "statistics that cannot be read are left out"},
+    {"", "/proc/modules", "a list that cannot be read counts as one with the module in it"},
+    {"", "/lib/modules", "a module whose file is not found is left out"},
+    {"", "/lib/firmware/", "a file without a version has version 0"},
+    {"", "/dev/mem", "fields of an adapter that cannot be reached are blank"},
+    {"unlink", "/etc/", "the old text stays beside the new one; repair removes it"},
+    {"calloc", "", "a record that gets no memory is left out"},
+    {"malloc", "", "a record that gets no memory is left out"},
+    {"realloc", "", "what a tool says gets no memory, and a machine's state is unknown"},
+};
+
+bool is_unseen(const Failure& failure, const std::string& object) {
+    return std::ranges::any_of(kUnseen, [&](const Unseen& row) {
+        return (*row.call == '\0' || std::string_view(row.call) == failure.call) &&
+               object.starts_with(row.object);
+    });
+}
+
+std::string describe(const Failure& failure, unsigned nth) {
+    std::string text = std::string(failure.call) + " number " + std::to_string(nth);
+    text += failure.times == 0 ? " and all that follow" : "";
+    text += failure.most != 0 ? ": " + std::to_string(failure.most) + " byte"
+                              : std::string(": ") + std::strerror(failure.error);
+    return text + (*failure.from == '\0' ? "" : std::string(", of ") + failure.from);
+}
+
+// The words of a command's first example; what asks for consent gets it.
+std::vector<std::string> invocation_of(const Command& command) {
+    std::vector<std::string> words = test::words_of(command.examples[0]);
+    words.erase(words.begin());
+    for (const kx::ctl::Argument& argument : command.arguments) {
+        if (std::string_view(argument.name) == "--yes") {
+            words.emplace_back("--yes");
+        }
+        if (std::string_view(argument.name) == "--backup") {
+            words.insert(words.end(), {"--backup", "copy.bin"});  // not named after the time
+        }
+    }
+    return words;
+}
+
+using Files = std::map<std::string, std::string>;  // content by path
+
+// A report tells the time; that it is whole shows at its end.
+std::string content_of(const std::filesystem::path& path) {
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    const std::string text = content.str();
+    constexpr std::size_t kEnd = 9;
+    return path.extension() == ".html" && text.size() > kEnd ? text.substr(text.size() - kEnd)
+                                                             : text;
+}
+
+void add_files(const std::filesystem::path& root, const char* directory, Files& files) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root / directory)) {
+        if (entry.is_regular_file()) {
+            files[entry.path().lexically_relative(root).lexically_normal()] =
+                content_of(entry.path());
+        }
+    }
+}
+
+std::set<std::string> lines_of(const std::string& text) {
+    std::set<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.insert(line);
+    }
+    return lines;
+}
+
+// One command line on a lab host of its own.
+class Lab {
+public:
+    explicit Lab(const Command& command) : words_(invocation_of(command)) {
+        kxsim::load_scenario(host, kxsim::find_scenario("lab"));
+    }
+
+    test::Result run() {
+        test::Setup setup;
+        setup.environment = {"KXSIM_ROOT=" + host.root(), "LD_PRELOAD=" KXSIM_LIBRARY};
+        test::Result result = test::run(words_, setup);
+        // virsh gives new interfaces addresses by chance.
+        result.out = std::regex_replace(result.out, std::regex("52:54:00(:..){3}"), "52:54:00:*");
+        return result;
+    }
+
+    // The host's configuration and what the command wrote beside itself.
+    [[nodiscard]] Files files() const {
+        Files files;
+        add_files(host.root() + "/tree", "etc", files);
+        add_files(std::filesystem::current_path(), ".", files);
+        return files;
+    }
+
+    kxsim::Host host;
+
+private:
+    std::vector<std::string> words_;
+    test::ExampleDirectory directory_;
+};
+
+struct Position {
+    const Failure* failure;
+    unsigned nth;
+};
+
+class FailingCommand : public testing::TestWithParam<const Command*> {
+protected:
+    void SetUp() override {
+        alarm(kPatience);
+        Lab lab(*GetParam());
+        before_ = lab.files();
+        std::vector<kxsim::FaultRule> observers;
+        for (const Failure& failure : kFailures) {
+            observers.push_back(lab.host.fail(
+                {.call = failure.call,
+                 .nth = kNever,
+                 .error = EIO,
+                 .from = failure.from,
+                 .program = kProgram}));
+        }
+        undisturbed_ = lab.run();
+        after_ = lab.files();
+        for (const kxsim::FaultRule& observer : observers) {
+            calls_.push_back(observer.seen());
+        }
+    }
+    void TearDown() override { alarm(0); }
+    static void TearDownTestSuite() {
+        std::printf("%u failures, %zu commands\n", total_, kx::ctl::commands().size());
+    }
+
+    std::vector<Position> positions() const {
+        std::vector<Position> all;
+        for (std::size_t k = 0; k < std::size(kFailures); ++k) {
+            for (unsigned nth = 1; nth <= calls_[k]; nth = next_position(nth)) {
+                all.push_back({&kFailures[k], nth});
+            }
+        }
+        return some_of(all);
+    }
+
+    static std::vector<Position> some_of(const std::vector<Position>& all) {
+        const auto number = static_cast<std::size_t>(GetParam() - kx::ctl::commands().data());
+        const std::size_t step = all.size() / failures_for_each() + 1;
+        std::vector<Position> some;
+        for (std::size_t k = number % step; k < all.size(); k += step) {
+            some.push_back(all[k]);
+        }
+        return some;
+    }
+
+    void strike(const Position& position) {
+        alarm(kPatience);
+        Lab lab(*GetParam());
+        const Failure& failure = *position.failure;
+        const kxsim::FaultRule rule = lab.host.fail(
+            {.call = failure.call,
+             .nth = position.nth,
+             .times = failure.times,
+             .error = failure.error,
+             .from = failure.from,
+             .most = failure.most,
+             .program = kProgram});
+        const test::Result result = lab.run();
+        const testing::ScopedTrace trace(
+            __FILE__, __LINE__,
+            GetParam()->name() + ": " + describe(failure, position.nth) + " " + rule.struck());
+        const bool unseen = is_unseen(failure, rule.struck());
+        judge(result, unseen);
+        judge(lab.files(), result.exit == 0 && !unseen);
+        total_ += rule.fired() > 0 ? 1 : 0;
+    }
+
+    void judge(const test::Result& result, bool unseen) const {
+        EXPECT_TRUE(std::ranges::any_of(
+            kx::ctl::exit_codes(),
+            [&](const auto& row) { return static_cast<int>(row.code) == result.exit; }))
+            << result.exit << result.err;
+        if (result.exit == 0) {
+            EXPECT_TRUE(unseen || result.out == undisturbed_.out) << result.out;
+        } else if (result.exit != kPartly || result.out.empty()) {
+            EXPECT_THAT(result.err, testing::HasSubstr("kxctl: "));
+        }
+    }
+
+    // Done as it should be, the files are as they should become. Otherwise each is as it was or as
+    // it should become; of a configuration, each line is whole.
+    void judge(const Files& files, bool done) const {
+        if (done) {
+            EXPECT_THAT(changed(files, after_), testing::IsEmpty());
+            return;
+        }
+        for (const auto& [path, content] : before_) {
+            const bool there = files.contains(path) || files.contains(path + ".bk");
+            EXPECT_TRUE(there || !after_.contains(path)) << path << " is gone";
+        }
+        for (const auto& [path, content] : files) {
+            const bool same =
+                is_content(before_, path, content) || is_content(after_, path, content);
+            EXPECT_TRUE(same || has_whole_lines(path, content)) << path << ": " << content;
+        }
+    }
+
+    static bool is_content(
+        const Files& files, const std::string& path, const std::string& content) {
+        const auto found = files.find(path);
+        return found != files.end() && found->second == content;
+    }
+
+    // Nothing of the old configuration is lost, but for lines that something new stands for.
+    bool has_whole_lines(const std::string& path, const std::string& content) const {
+        if (!path.starts_with("etc/")) {
+            return false;
+        }
+        const std::set<std::string> lines = lines_of(content);
+        const auto is_whole = [](const std::string& line) {
+            return std::regex_match(line, std::regex("#.*|[^ =]+ = -?[0-9]+|"));
+        };
+        return std::ranges::all_of(lines, is_whole) && (content.empty() || content.back() == '\n');
+    }
+
+    // The files that are not the same, each with its content now.
+    static std::vector<std::string> changed(const Files& now, const Files& wanted) {
+        std::vector<std::string> paths;
+        for (const auto& [path, content] : wanted) {
+            const auto found = now.find(path);
+            if (found == now.end()) {
+                paths.push_back(path + " is missing");
+            } else if (found->second != content) {
+                paths.push_back(path + ": " + found->second.substr(0, 400));
+            }
+        }
+        for (const auto& [path, content] : now) {
+            if (!wanted.contains(path)) {
+                paths.push_back(path + " is left over: " + content.substr(0, 400));
+            }
+        }
+        return paths;
+    }
+
+    test::Result undisturbed_;
+    Files before_;
+    Files after_;
+    std::vector<unsigned> calls_;  // by failure
+    static inline unsigned total_ = 0;
+};
+
+TEST_P(FailingCommand, SaysSoOrAnswersTheSame) {
+    ASSERT_EQ(undisturbed_.exit, 0) << undisturbed_.err;
+    for (const Position& position : positions()) {
+        strike(position);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FailingCommand, testing::ValuesIn(test::all_commands()), test::name_of_command);
+
+// --- What is told when there is no way to tell it ---
+
+const Command& command_named(const std::string& name) {
+    return *std::ranges::find(kx::ctl::commands(), name, &Command::name);
+}
+
+test::Result run_with(const std::string& name, const kxsim::Fault& fault) {
+    Lab lab(command_named(name));
+    lab.host.fail(fault);
+    return lab.run();
+}
+
+TEST(ACommandWithoutMemory, FailsWithALine) {
+    for (const unsigned nth : {1U, 100U, 1000U}) {
+        const test::Result result = run_with(
+            "version", {.call = "malloc",
+                        .nth = nth,
+                        .times = 0,
+                        .error = ENOMEM,
+                        .from = "libstdc++",
+                        .program = kProgram});
+        EXPECT_EQ(result.exit, 1) << nth;
+        EXPECT_EQ(result.out, "") << nth;
+        EXPECT_EQ(result.err, "kxctl: Out of memory\n") << nth;
+    }
+}
+
+TEST(ALibraryThatEndsTheProcess, DoesNotEndItInSilence) {
+    const test::Result result = run_with(
+        "card list", {.call = "malloc", .error = ENOMEM, .from = "libpci", .program = kProgram});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.err, "kxctl: A library ended the process; --verbose shows what it says\n");
+}
+
+TEST(ASettingThatIsNotRecorded, IsPartlyDone) {
+    for (const char* name : {"port set", "offload set"}) {
+        const bool port = std::string_view(name) == "port set";
+        const test::Result result = run_with(
+            name, {.call = "open",
+                   .times = 0,
+                   .error = EROFS,
+                   .object = port ? "/etc/kestrix-plexo/kxportparams.conf" : "/etc/sysctl.conf",
+                   .program = kProgram});
+        EXPECT_EQ(result.exit, kPartly) << name;
+        EXPECT_EQ(result.err, "kxctl: Not all of it could be recorded: a reboot undoes it\n")
+            << name;
+        EXPECT_THAT(result.out, testing::HasSubstr("NOW")) << name;
+    }
+}
+
+}  // namespace
