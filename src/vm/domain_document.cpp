@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <xercesc/util/SecurityManager.hpp>
-#include <xercesc/util/XMLException.hpp>
 
 #include "support/handle.hpp"
 #include "vm/xerces_text.hpp"
@@ -54,8 +53,8 @@ xercesc::DOMElement* first_below(const xercesc::DOMElement& root, const XMLCh* n
     return element_at(*root.getElementsByTagName(name), 0);
 }
 
-void print_parse_error(const xercesc::XMLException& error) {
-    std::printf("Error parsing file: %s", LocalText(error.getMessage()).c_str());
+void print_parse_error(const XMLCh* message) {
+    std::printf("Error parsing file: %s", LocalText(message).c_str());
     std::fflush(stdout);
 }
 
