@@ -142,6 +142,12 @@ int read_interfaces(VMUtils& vm, _interfaceInfo** list, int* count) {
     return list_interfaces(vm, *root, list, count);
 }
 
+int report_parse_error(const XMLCh* message) {
+    kx::vm::print_parse_error(message);
+    log_failure("ListInterfaces: Error while parsing");
+    return 1;
+}
+
 std::string mac_element(const unsigned char (&mac)[6]) {
     char text[kPieceSize];
     std::snprintf(
@@ -255,9 +261,9 @@ int VMUtils::listInterfacesForVM(int id, _interfaceInfo** list, int* count) {
     try {
         return read_interfaces(*this, list, count);
     } catch (const xercesc::XMLException& error) {
-        kx::vm::print_parse_error(error);
-        log_failure("ListInterfaces: Error while parsing");
-        return 1;
+        return report_parse_error(error.getMessage());
+    } catch (const xercesc::DOMException& error) {
+        return report_parse_error(error.getMessage());
     }
 }
 

@@ -5,7 +5,6 @@
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/SecurityManager.hpp>
-#include <xercesc/util/XMLException.hpp>
 
 #include "support/handle.hpp"
 #include "vm/xerces_text.hpp"
@@ -67,8 +66,8 @@ xercesc::DOMElement* first_below(const xercesc::DOMElement& root, const XMLCh* n
     return element_at(*root.getElementsByTagName(name), 0);
 }
 
-void print_parse_error(const xercesc::XMLException& error) {
-    std::printf("Error parsing file: %s", LocalText(error.getMessage()).c_str());
+void print_parse_error(const XMLCh* message) {
+    std::printf("Error parsing file: %s", LocalText(message).c_str());
     std::fflush(stdout);
 }
 

@@ -197,7 +197,9 @@ KxVFNode* VMUtils::getVFsFromDomainInfo(char* path) {
     try {
         read_document(*this, path, vfs);
     } catch (const xercesc::XMLException& error) {
-        kx::vm::print_parse_error(error);
+        kx::vm::print_parse_error(error.getMessage());
+    } catch (const xercesc::DOMException& error) {
+        kx::vm::print_parse_error(error.getMessage());
     }
     return vfs.first();
 }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,8 @@ struct Calls {
     int wrapper = 0;
     std::vector<std::string> arguments;
     std::string output = "tool output";
+    std::optional<int32_t> told_size;    // of the buffer, and
+    std::optional<int32_t> told_offset;  // of the output's end, right or wrong
 } calls;
 
 // As agents write it: grow while the output does not fit.
@@ -42,6 +45,8 @@ extern "C" int mx_cmd_wraper(int count, char** arguments) {
     ++calls.wrapper;
     calls.arguments.assign(arguments, arguments + count);
     write_output(calls.output);
+    g_MXdataBufferSize = calls.told_size.value_or(g_MXdataBufferSize);
+    g_MXdataBufferOffset = calls.told_offset.value_or(g_MXdataBufferOffset);
     return 0;
 }
 
@@ -132,6 +137,20 @@ TEST_F(OwnServices, OutputOfNoBytesIsSomethingThatFreeTakes) {
     EXPECT_EQ(length, 0U);
     EXPECT_NE(output, reinterpret_cast<char*>(1));
     std::free(output);
+}
+
+TEST_F(OwnServices, OutputEndsNoLaterThanTheBuffer) {
+    struct Row {
+        int32_t size;
+        int32_t offset;
+        std::string output;
+    };
+    for (const Row& row :
+         {Row{16384, 4, "tool"}, {4, 11, "tool"}, {16384, -1, ""}, {0, 11, ""}, {-1, 11, ""}}) {
+        calls.told_size = row.size;
+        calls.told_offset = row.offset;
+        EXPECT_EQ(run(argument_block({})).output, row.output) << row.size << ' ' << row.offset;
+    }
 }
 
 TEST_F(OwnServices, NullArgumentsAreRefusedBeforeTheToolRuns) {

@@ -2,13 +2,19 @@
 #include <gtest/gtest.h>
 #include <kxlinhw/host.h>
 #include <kxlinhw/kxlinhw.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -93,6 +99,93 @@ TEST(ToolStandIn, ReportsTheToolsFailure) {
     ReleaseMXBuffer();
 }
 
+// The process may open no file, pipe or socket.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+// An agent whose children leave no status behind.
+class IgnoredChildren {
+public:
+    IgnoredChildren() : before_(std::signal(SIGCHLD, SIG_IGN)) {}
+    ~IgnoredChildren() { std::signal(SIGCHLD, before_); }
+    IgnoredChildren(const IgnoredChildren&) = delete;
+    IgnoredChildren& operator=(const IgnoredChildren&) = delete;
+
+private:
+    void (*before_)(int);
+};
+
+// An agent with a timer, whose signal interrupts what the process waits for.
+class Timer {
+public:
+    Timer() {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};  // no SA_RESTART
+        sigaction(SIGALRM, &action, &before_);
+        set(20000);
+    }
+    ~Timer() {
+        set(0);
+        sigaction(SIGALRM, &before_, nullptr);
+    }
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
+
+private:
+    static void set(int microseconds) {
+        const itimerval interval{{0, microseconds}, {0, microseconds}};
+        setitimer(ITIMER_REAL, &interval, nullptr);
+    }
+
+    struct sigaction before_ {};
+};
+
+int call_wrapper() {
+    char name[] = "zfabtool";
+    char* arguments[] = {name};
+    return mx_cmd_wraper(1, arguments);
+}
+
+TEST(ToolStandIn, WaitsOnWhenASignalComes) {
+    const ToolDirectory tool("sleep 0.1; echo one; exec >&-; sleep 0.1\n");
+    ASSERT_EQ(InitMXBuffer(), 0U);
+    {
+        const Timer timer;
+        EXPECT_EQ(call_wrapper(), 0);
+    }
+    EXPECT_EQ(std::string(g_MXdataBuffer, static_cast<std::size_t>(g_MXdataBufferOffset)), "one\n");
+    ReleaseMXBuffer();
+}
+
+TEST(ToolStandIn, FailsWhereItCannotCollectTheOutput) {
+    const ToolDirectory tool("echo one\n");
+    g_MXdataBuffer = nullptr;
+    EXPECT_EQ(call_wrapper(), -1) << "no buffer";
+    ASSERT_EQ(InitMXBuffer(), 0U);
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(call_wrapper(), -1) << "no pipe";
+    }
+    {
+        const IgnoredChildren ignored;
+        EXPECT_EQ(call_wrapper(), -1) << "how the tool ended is not known";
+    }
+    EXPECT_EQ(call_wrapper(), 0);
+    ReleaseMXBuffer();
+}
+
 int run_command(const std::string& command, std::string& output) {
     return BridgeUtils::getControl()->getOutput(command, output);
 }
@@ -104,6 +197,18 @@ TEST(CommandStandIn, GivesOutputAndExitStatusOfAShellCommand) {
     EXPECT_EQ(run_command("exit 5", output), 5);
     EXPECT_EQ(run_command("kill -9 $$", output), 128 + 9);
     EXPECT_EQ(run_command("/no/such/command 2>/dev/null", output), 127);
+}
+
+TEST(CommandStandIn, TellsACommandThatCannotRunFromOneThatFails) {
+    std::string output;
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(run_command("echo one", output), -1);
+    }
+    EXPECT_EQ(output, "");
+    const IgnoredChildren ignored;
+    EXPECT_EQ(run_command("echo one", output), -1);
+    EXPECT_EQ(output, "one\n");
 }
 
 TEST(CommandStandIn, CollectsLongAndBinaryOutput) {
@@ -125,6 +230,38 @@ TEST(LoggerStandIn, WritesOneLineWithLevelAndModule) {
         testing::internal::GetCapturedStderr(),
         "libkxlinhw: error: [module 2] cannot do that: 3\n"
         "libkxlinhw: warning: [module 10] 100%n\n");
+}
+
+TEST(LoggerStandIn, NamesEachLevel) {
+    const std::vector<std::pair<LogType, std::string>> levels{
+        {KX_LOG_DEBUG, "debug"}, {KX_LOG_INFO, "info"},     {KX_LOG_WARNING, "warning"},
+        {KX_LOG_ERROR, "error"}, {KX_LOG_FAILURE, "error"},
+    };
+    for (const auto& [level, name] : levels) {
+        testing::internal::CaptureStderr();
+        KxLogger::KestrixLogMsg(KX_MOD_VM, level, "text");
+        EXPECT_EQ(
+            testing::internal::GetCapturedStderr(), "libkxlinhw: " + name + ": [module 2] text\n");
+    }
+}
+
+TEST(LoggerStandIn, KeepsTheLinesOfTwoThreadsApart) {
+    constexpr int kLines = 500;
+    const auto write_lines = [] {
+        for (int k = 0; k < kLines; ++k) {
+            KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_INFO, "%s", "text");
+        }
+    };
+    testing::internal::CaptureStderr();
+    std::thread other(write_lines);
+    write_lines();
+    other.join();
+    std::istringstream lines(testing::internal::GetCapturedStderr());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        ASSERT_EQ(line, "libkxlinhw: info: [module 2] text");
+    }
+    EXPECT_EQ(count, 2 * kLines);
 }
 
 TEST(LoggerStandIn, GivesTheServiceNumberAsModule) {

@@ -65,6 +65,12 @@ int open(const char* path, int flags, ...) {
     return next(fuzz::FedFiles::real(path).c_str(), flags, mode);
 }
 
+int stat(const char* path, struct stat* status) {
+    using Call = int (*)(const char*, struct stat*);
+    static const Call next = fuzz::next_call<Call>("stat");
+    return next(fuzz::FedFiles::real(path).c_str(), status);
+}
+
 DIR* opendir(const char* path) {
     using Call = DIR* (*)(const char*);
     static const Call next = fuzz::next_call<Call>("opendir");

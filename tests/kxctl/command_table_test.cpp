@@ -261,4 +261,20 @@ TEST(GlobalOptions, AreTakenBehindEveryCommand) {
     }
 }
 
+TEST(CommandLine, KeepsNothingOfTheLineBefore) {
+    for (const char* before :
+         {"card list --help", "port set 03:00.4 1 mtu=9000 --json", "card nothing", "--", "port"}) {
+        try {
+            static_cast<void>(parse(words_of(before)));
+        } catch (const Failure&) {
+        }
+        const Invocation invocation = parse(words_of("port list 03:00.4 -v"));
+        EXPECT_EQ(invocation.wish, Wish::kRun) << before;
+        EXPECT_EQ(invocation.command->name(), "port list") << before;
+        EXPECT_EQ(invocation.arguments.all("LOCATION").size(), 1U) << before;
+        EXPECT_EQ(invocation.arguments.get("LOCATION"), "03:00.4") << before;
+        EXPECT_FALSE(invocation.options.has("--json")) << before;
+    }
+}
+
 }  // namespace

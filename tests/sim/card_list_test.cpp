@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
+#include <malloc.h>
 
 #include <kxsim/host.hpp>
 #include <string>
@@ -280,6 +281,26 @@ TEST(CardList, NoShortageOfMemoryLeavesTheLibraryAsAnException) {
             Close_Kxcard(list);
         });
     EXPECT_GT(failures, 4U);
+}
+
+// A sanitized program has no such count; its leaks are found when it ends.
+TEST(CardList, ClosingGivesBackEveryRecord) {
+    constexpr std::size_t kTimes = 50;
+    HostWithDrivers host;
+    host.adapter({.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}}});
+    host.adapter({.chip = "Q3", .location = "05:00.0", .ports = {{.name = "eth4"}}});
+    const auto attached = host.attach();
+    const auto open_and_close = [] {
+        CardList* list = nullptr;
+        EXPECT_EQ(InitAndFillInfo_Kxcard(&list, KX_FILL_PORT_STATS), 0U);
+        Close_Kxcard(list);
+    };
+    open_and_close();
+    const std::size_t before = mallinfo2().uordblks;
+    for (std::size_t k = 0; k < kTimes; ++k) {
+        open_and_close();
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + kTimes * sizeof(CardInfo));
 }
 
 TEST(CardList, ClosingNothingIsFine) { EXPECT_EQ(Close_Kxcard(nullptr), 0U); }

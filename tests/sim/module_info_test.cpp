@@ -1,6 +1,7 @@
 // Where a module's file is looked for, and what is read of it.
 #include <gtest/gtest.h>
 #include <kxlinhw/modules.h>
+#include <sys/mman.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -329,7 +330,10 @@ TEST_F(ModulePath, MappingIsPrivateWritableAndAsLongAsTheFile) {
     std::string kept;
     std::ifstream("file") >> kept;
     EXPECT_EQ(kept, "0123456789");
+    unsigned char resident = 0;
+    EXPECT_EQ(mincore(bytes, length, &resident), 0) << "mapped";
     release_file(bytes, length);
+    EXPECT_EQ(mincore(bytes, length, &resident), -1) << "mapped no more";
 }
 
 TEST_F(ModulePath, FailureToMapTellsWhyAndLeavesNoDescriptor) {

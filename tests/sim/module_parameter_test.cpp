@@ -64,6 +64,24 @@ TEST_F(ModuleParameter, ItsLowEightBitsAreRead) {
     }
 }
 
+TEST_F(ModuleParameter, ReadsZeroAndStaysWhenMemoryIsShort) {
+    host_.file(kTxCoal, "5\n");
+    const auto attached = host_.attach();
+    const kxsim::Fault shortage{.call = "malloc", .error = ENOMEM, .from = "libstdc++"};
+    unsigned failures = kxsim::sweep(host_, shortage, [this](unsigned nth) {
+        params_.tx_coal = 99;
+        EXPECT_EQ(getDriverParams(&params_, "zfab4"), 0U);
+        EXPECT_TRUE(params_.tx_coal == 0 || params_.tx_coal == 5) << nth;
+    });
+    EXPECT_GT(failures, 0U);
+    failures = kxsim::sweep(host_, shortage, [this](unsigned nth) {
+        params_.tx_coal = 6;
+        EXPECT_EQ(setDriverParams(&params_, 0x1000000, "zfab4"), 0U) << nth;
+    });
+    EXPECT_GT(failures, 0U);
+    EXPECT_EQ(host_.read(kTxCoal), "6\n") << "the last time memory was there";
+}
+
 TEST_F(ModuleParameter, WithoutItsFileItReadsZero) {
     host_.remove(kTxCoal);
     const auto attached = host_.attach();

@@ -66,6 +66,13 @@ TEST_F(Recording, APortKeyIsFoundInsideALongerOne) {
     EXPECT_EQ(ports(), "eth1.mtu = 1500\neth1.mtu = 1500\n");
 }
 
+TEST_F(Recording, TheLastOfA31CharactersLongPortKeyCounts) {
+    const std::string name(27, 'n');
+    save(name.c_str(), "mtu", 1);
+    save(name.c_str(), "mtx", 2);
+    EXPECT_EQ(ports(), name + ".mtu = 1\n" + name + ".mtx = 2\n");
+}
+
 TEST_F(Recording, APortKeyIsSearchedByItsFirst31Characters) {
     const std::string name(40, 'n');
     host_.file(kPortFile, std::string(31, 'n') + "other = 1\nnnn.mtu = 2\n");

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "settings/config_file.hpp"
@@ -119,6 +120,11 @@ TEST_F(ConfigFile, SysctlKeyThatEndsTheFileWithoutNewlineIsNotRead) {
     EXPECT_EQ(replaced_sysctl_line("a.b = 1\na.c", "a.c"), "a.b = 1\na.c");
 }
 
+TEST_F(ConfigFile, SysctlKeyThatFillsAPieceIsNotFound) {
+    const std::string key(255, 'k');
+    EXPECT_EQ(replaced_sysctl_line(key + "=1\n", key), key + "=1\n") << "the mark is in the next";
+}
+
 TEST_F(ConfigFile, SysctlKeyLengthIsBoundedByTheKey) {
     hold("abc = 1\nab = 1\n");
     EXPECT_EQ(replaceSysctlLine(path_.c_str(), "ab", "NEW\n", 100), 0);
@@ -188,13 +194,15 @@ TEST_F(ConfigFile, OwnerIsKept) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give files away";
     }
-    hold("key\n");
-    ASSERT_EQ(chown(path_.c_str(), 1234, 4321), 0);
-    ASSERT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
-    struct stat status {};
-    ASSERT_EQ(stat(path_.c_str(), &status), 0);
-    EXPECT_EQ(status.st_uid, 1234U);
-    EXPECT_EQ(status.st_gid, 4321U);
+    for (const auto& [user, group] : {std::pair{1234U, 4321U}, {1234U, 0U}, {0U, 4321U}}) {
+        hold("key\n");
+        ASSERT_EQ(chown(path_.c_str(), user, group), 0);
+        ASSERT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
+        struct stat status {};
+        ASSERT_EQ(stat(path_.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, user);
+        EXPECT_EQ(status.st_gid, group);
+    }
 }
 
 TEST_F(ConfigFile, LeftoversOfAnEarlierRewriteAreReplacedAndRemoved) {
@@ -321,15 +329,28 @@ protected:
     }
 };
 
+const auto kCallsOfARewrite = ElementsAre(
+    "open", "open", "read", "read", "fchmod", "write", "fsync", "rename", "rename", "open", "fsync",
+    "unlink");
+
 TEST_F(Rewrite, CallsComeInTheOrderThatKeepsOneTextWhole) {
     hold(kOld);
     FileFaults watch(Fault::kNone, 0, 0);
     ASSERT_TRUE(rewrite());
     watch.disarm();
-    EXPECT_THAT(
-        watch.calls(), ElementsAre(
-                           "open", "open", "read", "read", "fchmod", "write", "fsync", "rename",
-                           "rename", "open", "fsync", "unlink"));
+    EXPECT_THAT(watch.calls(), kCallsOfARewrite);
+}
+
+TEST_F(Rewrite, OfANameWithoutDirectoryFlushesTheWorkingDirectory) {
+    hold(kOld);
+    const fs::path before = fs::current_path();
+    fs::current_path(directory_);
+    FileFaults watch(Fault::kNone, 0, 0);
+    EXPECT_TRUE(replace_lines("settings.conf", "key = new\n", holding("key")));
+    watch.disarm();
+    fs::current_path(before);
+    EXPECT_THAT(watch.calls(), kCallsOfARewrite);
+    EXPECT_EQ(text(), kNew);
 }
 
 TEST_F(Rewrite, AnyFailingCallLeavesOneTextWhole) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <numeric>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -190,6 +191,13 @@ TEST(EepromImage, PartsAreCopiedFromTheirPlaces) {
         row.copy(image.data(), nullptr);
         EXPECT_EQ(out, expected);
     }
+}
+
+TEST(EepromImage, ThatIsNullIsNotRead) {
+    testing::internal::CaptureStdout();
+    eeprom_rd_all_Q4(0, 0x80, nullptr);
+    eeprom_rd_all_Q3(0, 0x80, nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
 // --- Entries ---
@@ -442,6 +450,23 @@ TEST(PortCounts, EveryProductHasOneTwoOrFour) {
         products += known ? 1 : 0;
     }
     EXPECT_EQ(products, 46);
+}
+
+TEST(PortCounts, AreThoseOfTheProducts) {
+    const std::set<std::string> one{"400f", "4013", "500f"};
+    const std::set<std::string> four{"4010", "4011", "4012", "4014", "5003", "5004",
+                                     "5006", "5009", "500a", "500e", "5012"};
+    for (const unsigned generation : {0x4000U, 0x5000U}) {
+        for (unsigned id = generation; id <= generation + 0x16; ++id) {
+            char text[8];
+            std::snprintf(text, sizeof text, "%x", id);
+            EXPECT_EQ(
+                getPortsQ4(text), one.contains(text)    ? 1
+                                  : four.contains(text) ? 4
+                                                        : 2)
+                << text;
+        }
+    }
 }
 
 TEST(PortCounts, FirstFourCharactersCount) {

@@ -406,6 +406,14 @@ TEST_F(Interfaces, ParserErrorsArePrintedAndLogged) {
         << "flushed";
 }
 
+TEST_F(Interfaces, OfADocumentTypeThatIsNoNameAreAParserErrorToo) {
+    EXPECT_EQ(list("<!DOCTYPE d:00.5 []><domain/>"), 1);
+    EXPECT_THAT(printed_, testing::StartsWith("Error parsing file: "));
+    EXPECT_THAT(host().logged(), ElementsAre("ListInterfaces: Error while parsing"));
+    expect_untouched();
+    EXPECT_EQ(list("<domain/>"), 0) << "the parser goes on";
+}
+
 TEST_F(Interfaces, OfAMalformedDescriptionAreThoseInFrontOfTheMistake) {
     EXPECT_EQ(list("<domain>" + kFull + "<interface type='cut"), 0);
     EXPECT_EQ(count_, 1);

@@ -330,6 +330,24 @@ TEST_F(DomainVfs, AreNotReadFromOtherFilesOrSwollenEntities) {
     EXPECT_LT(vfs_of("<!DOCTYPE d [" + entities + "]><d>&e11;</d>").size(), 100000U);
 }
 
+TEST_F(DomainVfs, DocumentTypeThatIsNoNameIsAParserErrorToo) {
+    write_domain_file("<!DOCTYPE d:00.5 []><domain/>");
+    EXPECT_THAT(
+        printed([] {
+            char path[] = "domain.xml";
+            EXPECT_EQ(vm().getVFsFromDomainInfo(path), nullptr);
+        }),
+        testing::StartsWith("Error parsing file: "));
+    write_domain_file("<domain/>");
+    EXPECT_EQ(
+        printed([] {
+            char path[] = "domain.xml";
+            EXPECT_EQ(vm().getVFsFromDomainInfo(path), nullptr);
+        }),
+        "")
+        << "the parser goes on";
+}
+
 TEST_F(DomainVfs, ParserErrorsArePrintedWithoutLineEndAndFlushed) {
     host().fail_parse = true;
     EXPECT_EQ(

@@ -167,7 +167,7 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
 }  // namespace
 
 Invocation parse(const std::vector<std::string>& words) {
-    Tree tree;
+    static Tree tree;  // forgets the words before when it is given others
     std::string complaint;
     Wish wish = Wish::kRun;
     try {
