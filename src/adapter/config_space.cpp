@@ -18,6 +18,11 @@ constexpr uint32_t kVpdDone = 1U << 31;     // set by the adapter once the data 
 constexpr uint32_t kNoAnswer = 0xFFFFFFFF;  // as from an empty slot
 constexpr uint32_t kVpdProbe = 0x00800000;
 
+// Does the address register say that this request was done?
+bool answers(uint32_t dword, uint32_t request) {
+    return ((dword ^ (request | kVpdDone)) & (kVpdAddresses << 16 | kVpdDone)) == 0;
+}
+
 // Whether the dword written last got to its adapter.
 bool written = false;
 
@@ -70,15 +75,18 @@ void vpd_read_dword(uint8_t adapter, uint32_t cap, uint32_t address, uint32_t* o
     if (cap == 0) {
         return;  // without the capability nothing would ever answer
     }
+    const uint32_t request = (address & kVpdAddresses) << 16;
     written = true;
-    pci_config_write(adapter, cap, (address & kVpdAddresses) << 16);
-    if (!written) {  // a request that was never made has no answer to wait for
+    pci_config_write(adapter, cap, request);
+    uint32_t answer = config_dword(adapter, cap, kVpdDone);
+    if (!written && !answers(answer, request)) {  // never made: there is nothing to wait for
         if (out != nullptr) {
             *out = kNoAnswer;
         }
         return;
     }
-    while ((config_dword(adapter, cap, kVpdDone) & kVpdDone) == 0) {
+    while ((answer & kVpdDone) == 0) {
+        answer = config_dword(adapter, cap, kVpdDone);
     }
     pci_config_read(adapter, cap + 4, out);
 }
