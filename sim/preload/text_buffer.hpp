@@ -42,7 +42,7 @@ public:
 
 private:
     bool reserve(std::size_t more) {
-        if (length_ + more + 1 <= room_) {
+        if (text_ != nullptr && length_ + more + 1 <= room_) {
             return true;
         }
         const std::size_t room = 2 * (length_ + more) + 64;

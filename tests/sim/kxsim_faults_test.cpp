@@ -277,7 +277,7 @@ TEST_F(Faults, AReadMayBeCutShort) {
     char bytes[4];
     EXPECT_EQ(pread(*file, bytes, sizeof bytes, 0), 4);
     EXPECT_EQ(pread(*file, bytes, sizeof bytes, 0), 2);
-    EXPECT_EQ(std::string(bytes, 2), "te");
+    EXPECT_EQ(std::string(bytes, 2), std::string("text", 2));
     EXPECT_EQ(pread(*file, bytes, 1, 0), 1);
     EXPECT_EQ(rule.fired(), 1U);
 }
