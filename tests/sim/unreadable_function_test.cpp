@@ -31,7 +31,7 @@ TEST_P(UnreadableFunction, IsNoCard) {
     ASSERT_EQ(InitAndFillInfo_Kxcard(&list, 0), 0U);
     EXPECT_EQ(list->card_count, 1);
     EXPECT_STREQ(list->cards->pci_bus_location, "04:00.4");
-    EXPECT_EQ(list->cards->next, nullptr);
+    EXPECT_TRUE(list->cards->next == nullptr);
     Close_Kxcard(list);
 }
 
