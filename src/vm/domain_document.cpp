@@ -38,8 +38,12 @@ xercesc::XercesDOMParser* new_parser() {
         nullptr, xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
 }
 
-// A parser that ran out of memory counts itself as busy for good.
+// A parser that ran out of memory counts itself as busy for good; the next call makes another,
+// because there may be no memory for that now either.
 xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path) try {
+    if (parser == nullptr) {
+        parser = new_parser();
+    }
     parser->resetDocumentPool();  // the documents of earlier calls
     parser->setValidationScheme(xercesc::XercesDOMParser::Val_Never);
     parser->setDoNamespaces(false);
@@ -51,7 +55,6 @@ xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path)
     return parser->getDocument();
 } catch (const xercesc::OutOfMemoryException&) {
     delete std::exchange(parser, nullptr);
-    parser = new_parser();
     throw;
 }
 

@@ -40,6 +40,7 @@ struct Failure {
     const char* call;
     int error;
     const char* from = "";  // of allocations: whose
+    unsigned times = 1;     // it and those that follow
 };
 
 // Allocations of libvirt are left out: its own library ends the process when one fails.
@@ -55,6 +56,7 @@ constexpr Failure kFailures[] = {
     {"calloc", ENOMEM, "libkxlinhw"},
     {"malloc", ENOMEM, "libkxlinhw"},
     {"malloc", ENOMEM, "libstdc++"},
+    {"malloc", ENOMEM, "libstdc++", 4},  // nor for what would mend it
 };
 
 // The first call of a kind fails, and ever fewer of the others; all with KX_THOROUGH set
@@ -352,6 +354,7 @@ protected:
         kxsim::FaultRule rule = fresh.host.fail(
             {.call = failure.call,
              .nth = nth,
+             .times = failure.times,
              .error = failure.error,
              .from = failure.from,
              .program = kProgram});
