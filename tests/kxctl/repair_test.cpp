@@ -92,6 +92,18 @@ TEST_P(Repair, SaysWhyARenamingFailed) {
     EXPECT_TRUE(exists(".bk"));
 }
 
+TEST_P(Repair, GuessesNothingOfANameThatCannotBeLookedUp) {
+    put("", "current\n");
+    put(".bk", "old\n");
+    for (const int reason : {EIO, EACCES}) {
+        host_.fail({.call = "stat", .error = reason, .object = path_});
+        const test::Result result = test::run_on(host_, {"repair"});
+        EXPECT_NE(result.exit, 0);
+        EXPECT_THAT(result.err, HasSubstr(path_ + " cannot be looked up"));
+        EXPECT_EQ(host_.read(path_), "current\n");
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(
     BothFiles, Repair, testing::Values(kPortFile, kSysctlFile),
     [](const auto& file) { return file.param == kPortFile ? "Ports" : "Sysctl"; });

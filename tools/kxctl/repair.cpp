@@ -35,19 +35,30 @@ struct Names {
     std::string backup;
 };
 
+Failure failure_of_file(const std::string& what, int reason) {
+    if (reason == EACCES || reason == EPERM) {
+        return refused_file(what, reason);
+    }
+    return {ExitCode::kFailed, fmt::format("{}: {}", what, std::strerror(reason))};
+}
+
+// A name that cannot be looked up may be there: what follows would be a guess.
 bool exists(const std::string& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
+    if (lstat(path.c_str(), &status) == 0) {
+        return true;
+    }
+    const int reason = errno;
+    if (reason != ENOENT && reason != ENOTDIR) {
+        throw failure_of_file(path + " cannot be looked up", reason);
+    }
+    return false;
 }
 
 void rename_or_fail(const std::string& from, const std::string& to) {
     if (std::rename(from.c_str(), to.c_str()) != 0) {
         const int reason = errno;
-        const std::string what = fmt::format("{} cannot be renamed to {}", from, to);
-        if (reason == EACCES || reason == EPERM) {
-            throw refused_file(what, reason);
-        }
-        throw Failure(ExitCode::kFailed, fmt::format("{}: {}", what, std::strerror(reason)));
+        throw failure_of_file(fmt::format("{} cannot be renamed to {}", from, to), reason);
     }
 }
 
