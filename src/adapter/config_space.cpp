@@ -24,7 +24,7 @@ bool answers(uint32_t dword, uint32_t request) {
 }
 
 // Whether the dword written last got to its adapter.
-bool written = false;
+bool write_arrived = false;
 
 // An absent adapter leaves the dword at what it held.
 uint32_t config_dword(uint8_t adapter, uint32_t offset, uint32_t absent) {
@@ -59,7 +59,7 @@ void pci_config_read(uint8_t adapter, uint32_t offset, uint32_t* out) {
 void pci_config_write(uint8_t adapter, uint32_t offset, uint32_t value) {
     pci_dev* const device = kx::adapter::device_at(adapter);
     if (device != nullptr) {
-        written = kx::write_pci_config(device, offset, value);
+        write_arrived = kx::write_pci_config(device, offset, value);
     }
 }
 
@@ -76,10 +76,10 @@ void vpd_read_dword(uint8_t adapter, uint32_t cap, uint32_t address, uint32_t* o
         return;  // without the capability nothing would ever answer
     }
     const uint32_t request = (address & kVpdAddresses) << 16;
-    written = true;
+    write_arrived = true;
     pci_config_write(adapter, cap, request);
     uint32_t answer = config_dword(adapter, cap, kVpdDone);
-    if (!written && !answers(answer, request)) {  // never made: there is nothing to wait for
+    if (!write_arrived && !answers(answer, request)) {  // never made: there is nothing to wait for
         if (out != nullptr) {
             *out = kNoAnswer;
         }

@@ -43,8 +43,8 @@ bool decide_colour(
 void Output::table(const Table& table) { text_ += table.text(colour_); }
 
 void Output::json(const Json& value) {
-    constexpr int kIndent = 2;
-    text_ += value.dump(kIndent, ' ', false, Json::error_handler_t::replace);
+    constexpr int kJsonIndent = 2;
+    text_ += value.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace);
     text_ += '\n';
 }
 
