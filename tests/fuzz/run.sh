@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Fuzz every target for a while, each from its checked-in corpus and dictionary.
 #
-#     tests/fuzz/run.sh [-t SECONDS] [-r RUNS] [-k] [TARGET...]
+#     tests/fuzz/run.sh [-t SECONDS] [-r RUNS] [-s SEED] [-j JOBS] [-k] [TARGET...]
 #
 # -t: seconds for each target (default 20); -r: end a target after so many executions;
-# -k: keep what was newly reached, as few files as reach it, in the checked-in corpora.
+# -s: of the random numbers (default another each time); -j: targets at a time (default one for
+# each processor); -k: keep what was newly reached, as few files as reach it, in the checked-in
+# corpora.
 # Prints executions and rate of each target and the sum; ends with 1 when there is a finding, which
 # stays under build/fuzz/findings/TARGET.
 set -euo pipefail
@@ -13,11 +15,13 @@ root=$(cd "$here/../.." && pwd)
 programs=$root/build/fuzz/tests
 findings=$root/build/fuzz/findings
 
-seconds=20 runs=-1 keep=
-while getopts t:r:k option; do
+seconds=20 runs=-1 seed=0 jobs=$(nproc) keep=
+while getopts t:r:s:j:k option; do
     case $option in
         t) seconds=$OPTARG ;;
         r) runs=$OPTARG ;;
+        s) seed=$OPTARG ;;
+        j) jobs=$OPTARG ;;
         k) keep=yes ;;
         *) exit 2 ;;
     esac
@@ -32,36 +36,52 @@ fi
 
 scratch=$(mktemp -d -p "$([[ -d /dev/shm ]] && echo /dev/shm || echo /tmp)")
 trap 'rm -rf "$scratch"' EXIT
-export TMPDIR=$scratch
 
 # What is not released by contract would be taken for a leak; crashes are the findings here.
 export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=16:allocator_may_return_null=1
 export UBSAN_OPTIONS=print_stacktrace=1
 
-# fuzz TARGET: leaves libFuzzer's statistics in $scratch/TARGET.log.
+# in_place TARGET ARGUMENT...: a target leaves files where it runs.
+in_place() {
+    local target=$1
+    mkdir -p "$scratch/$target.place"
+    (cd "$scratch/$target.place" && TMPDIR=$PWD "$programs/fuzz_$target" -close_fd_mask=3 "${@:2}")
+}
+
+# fuzz TARGET: leaves libFuzzer's statistics in $scratch/TARGET.log, and TARGET.found when it ended
+# with a finding.
 fuzz() {
     local target=$1 dictionary=$here/dictionaries/$1.dict options=()
     [[ -f $dictionary ]] && options+=("-dict=$dictionary")
     mkdir -p "$scratch/$target" "$findings/$target" "$here/corpus/$target"
-    (cd "$scratch" && "$programs/fuzz_$target" -close_fd_mask=3 -print_final_stats=1 -timeout=10 \
-        -rss_limit_mb=4096 -max_len=4096 -max_total_time="$seconds" -runs="$runs" \
+    in_place "$target" -print_final_stats=1 -timeout=10 -rss_limit_mb=4096 -max_len=4096 \
+        -max_total_time="$seconds" -runs="$runs" -seed="$seed" \
         -artifact_prefix="$findings/$target/" "${options[@]}" \
-        "$scratch/$target" "$here/corpus/$target") >"$scratch/$target.log" 2>&1
+        "$scratch/$target" "$here/corpus/$target" >"$scratch/$target.log" 2>&1 ||
+        touch "$scratch/$target.found"
 }
 
 # As few of the new inputs as reach what the checked-in ones do not.
 keep_corpus() {
-    (cd "$scratch" && "$programs/fuzz_$1" -close_fd_mask=3 -merge=1 -max_len=1024 \
-        "$here/corpus/$1" "$scratch/$1") >/dev/null 2>&1
+    in_place "$1" -merge=1 -max_len=1024 "$here/corpus/$1" "$scratch/$1" >/dev/null 2>&1
 }
 
 statistic() { # TARGET NAME
     sed -n "s/^stat::$2: *//p" "$scratch/$1.log"
 }
 
+running=0
+for target in "$@"; do
+    if ((running++ >= jobs)); then
+        wait -n
+    fi
+    fuzz "$target" &
+done
+wait
+
 status=0 total=0
 for target in "$@"; do
-    if ! fuzz "$target"; then
+    if [[ -e $scratch/$target.found ]]; then
         status=1
         printf '%-16s FINDING, see %s\n' "$target" "$findings/$target"
         tail -n 40 "$scratch/$target.log" >&2
