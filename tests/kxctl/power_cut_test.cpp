@@ -1,0 +1,85 @@
+// The power goes while the library rewrites a configuration file: `kxctl repair` finds the old text
+// or the new one, whole, and the file under its own name again.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <kxlinhw/kxlinhw.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <set>
+
+#include "kxctl/on_host.hpp"
+#include "support/file_faults.hpp"
+
+namespace {
+
+using test::Fault;
+using test::FileFaults;
+using testing::AnyOf;
+
+constexpr std::size_t kNever = SIZE_MAX;
+
+// A rewrite that the next start finds cut off.
+struct Rewrite {
+    const char* file;
+    const char* old_text;
+    const char* new_text;
+    int (*run)();
+};
+
+constexpr Rewrite kRewrites[] = {
+    {"/etc/kestrix-plexo/kxportparams.conf", "eth1.gso = 1\neth1.mtu = 1500\n",
+     "eth1.gso = 1\neth1.mtu = 9000\n", [] { return savePortParam("mtu", "eth1", 1, 9000); }},
+    {"/etc/sysctl.conf", "toe.toe0_tom.mss = 1\n# kept\n", "toe.toe0_tom.mss = 2\n# kept\n",
+     [] { return saveSysctlParam("/proc/sys/toe/toe0_tom/mss", 2); }},
+};
+
+class CutRewrite : public testing::TestWithParam<Rewrite> {
+protected:
+    // The calls of a rewrite that is cut off at one of them.
+    static std::vector<std::string> cut(kxsim::Host& host, std::size_t nth) {
+        host.directory("/etc/kestrix-plexo");
+        host.file(GetParam().file, GetParam().old_text);
+        const auto attached = host.attach();
+        FileFaults faults(Fault::kPowerCut, nth, EIO);
+        testing::internal::CaptureStdout();
+        static_cast<void>(GetParam().run());
+        testing::internal::GetCapturedStdout();
+        const std::vector<std::string> calls = faults.calls();
+        faults.reboot(std::filesystem::path(host.root() + "/tree" + GetParam().file).parent_path());
+        return calls;
+    }
+
+    static nlohmann::json repair(kxsim::Host& host) {
+        const nlohmann::json answer = test::json_on(host, {"repair"});
+        for (const auto& file : answer["files"]) {
+            if (file["file"] == GetParam().file) {
+                return file;
+            }
+        }
+        return {};
+    }
+};
+
+TEST_P(CutRewrite, IsWholeAgainAfterARepair) {
+    kxsim::Host undisturbed;
+    const std::size_t calls = cut(undisturbed, kNever).size();
+    ASSERT_EQ(undisturbed.read(GetParam().file), GetParam().new_text);
+    std::set<std::string> states;
+    for (std::size_t nth = 1; nth <= calls; ++nth) {
+        kxsim::Host host;
+        cut(host, nth);
+        states.insert(repair(host)["state"].get<std::string>());
+        EXPECT_THAT(host.read(GetParam().file), AnyOf(GetParam().old_text, GetParam().new_text))
+            << "call " << nth;
+        EXPECT_EQ(repair(host)["state"], "whole") << "a second repair has nothing to do";
+    }
+    EXPECT_THAT(states, testing::ElementsAre("repaired", "whole"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothFiles, CutRewrite, testing::ValuesIn(kRewrites), [](const auto& rewrite) {
+        return rewrite.param.file == kRewrites[0].file ? "Ports" : "Sysctl";
+    });
+
+}  // namespace
