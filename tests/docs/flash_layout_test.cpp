@@ -9,25 +9,20 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <set>
 #include <span>
 #include <sstream>
 
 #include "sim/adapter_bench.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
 constexpr std::size_t kRecordAddress = 0x70000;
 constexpr std::size_t kLine = 16;
 
-std::string page() {
-    std::ifstream file(KX_DOCS "/flash-layout.md");
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+std::string page() { return test::file_text(KX_DOCS "/flash-layout.md"); }
 
 // "70000  43 42 49 4f ...  |CBIO...|", a line for each 16 bytes that are not all zero.
 std::string dump(std::span<const uint8_t> bytes) {

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "exit_code.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -64,10 +65,7 @@ std::map<std::string, long> statuses_of_headers() {
     std::map<std::string, long> all = {
         {"KX_ADAPTER_INVALID", KX_ADAPTER_INVALID}, {"KX_Q3_BAD_IMAGE", KX_Q3_BAD_IMAGE}};
     for (const auto& header : std::filesystem::directory_iterator(KX_HEADERS)) {
-        std::ifstream file(header.path());
-        std::ostringstream content;
-        content << file.rdbuf();
-        const std::string text = content.str();
+        const std::string text = test::file_text(header.path());
         for (std::sregex_iterator found(text.begin(), text.end(), kEnumeration), end; found != end;
              ++found) {
             const std::string body = (*found)[1];

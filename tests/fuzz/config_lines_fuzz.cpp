@@ -7,10 +7,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
 #include "fuzz/input.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -29,11 +29,6 @@ std::string scratch_directory() {
     }();
     static_cast<void>(once);
     return path;
-}
-
-std::string read_back(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 bool is_own(bool sysctl, const std::string& line, const std::string& key) {
@@ -81,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     std::string wanted;
     if (expected(
             sysctl, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, key, wanted)) {
-        fuzz::require(read_back(path) == wanted, "own lines are replaced, the others stay");
+        fuzz::require(test::file_text(path) == wanted, "own lines are replaced, the others stay");
     }
     fuzz::require(access((path + ".tmp").c_str(), F_OK) != 0, "no new text is left behind");
     fuzz::require(access((path + ".bk").c_str(), F_OK) != 0, "no backup is left behind");

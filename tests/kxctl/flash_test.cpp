@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "kxctl/on_host.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -74,8 +75,7 @@ protected:
     }
 
     [[nodiscard]] std::string content(const std::string& name) const {
-        std::ifstream in(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        return test::file_text(path(name));
     }
 
     [[nodiscard]] std::size_t files() const {

@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 #include "kxctl/process.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -124,13 +124,6 @@ std::string transcript(const Row& row, const test::Result& result) {
     return text;
 }
 
-std::string content_of(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 class Golden : public testing::TestWithParam<Row> {};
 
 TEST_P(Golden, OutputIsAsKept) {
@@ -140,7 +133,7 @@ TEST_P(Golden, OutputIsAsKept) {
     if (std::getenv("KXCTL_UPDATE_GOLDEN") != nullptr) {
         std::ofstream(path, std::ios::binary) << transcript(row, result);
     }
-    EXPECT_EQ(transcript(row, result), content_of(path));
+    EXPECT_EQ(transcript(row, result), test::file_text(path));
     EXPECT_EQ(result.exit, row.exit);
 }
 

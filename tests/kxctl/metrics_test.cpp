@@ -12,6 +12,7 @@
 
 #include "kxctl/on_host.hpp"
 #include "metric.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -52,12 +53,7 @@ protected:
         return result.out;
     }
 
-    std::string content() const {
-        std::ifstream file(file_);
-        std::ostringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
+    std::string content() const { return test::file_text(file_); }
 
     fs::path directory_;
     fs::path file_;

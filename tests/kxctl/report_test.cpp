@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "html.hpp"
 #include "kxctl/on_host.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -73,12 +73,7 @@ protected:
         return content();
     }
 
-    std::string content() const {
-        std::ifstream file(file_);
-        std::ostringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
+    std::string content() const { return test::file_text(file_); }
 
     fs::path directory_;
     fs::path file_;

@@ -8,9 +8,9 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "kxctl/on_host.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -208,9 +208,7 @@ TEST_F(VpdShow, RawFileHoldsTheBytesOfTheEeprom) {
     const test::Result result = run_on(host_, {"vpd", "show", "03:00.4", "--raw", file});
     EXPECT_EQ(result.exit, 0);
     EXPECT_THAT(result.out, HasSubstr("0123456789ABCDEF"));
-    std::ifstream in(file, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    EXPECT_EQ(bytes, host_.hardware("03:00.4").eeprom(0x400, 512));
+    EXPECT_EQ(test::file_text(file), host_.hardware("03:00.4").eeprom(0x400, 512));
     std::filesystem::remove(file);
 }
 

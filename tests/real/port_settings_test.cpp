@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "support/file_text.hpp"
 #include "support/private_network.hpp"
 
 namespace {
@@ -21,11 +22,6 @@ using testing::HasSubstr;
 constexpr char kConfFile[] = "/etc/kestrix-plexo/kxportparams.conf";
 constexpr uint32_t kOffloads = 0x301c00;
 constexpr uint32_t kMtu = 0x4;
-
-std::string text_of(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 template <std::size_t N>
 void put(char (&field)[N], std::string_view text) {
@@ -112,7 +108,7 @@ TEST_F(RealPort, TheMtuIsWhatIpShows) {
         EXPECT_EQ(apply(kMtu), 0U) << errStr;
         EXPECT_EQ(ip_mtu("veth0"), mtu);
     }
-    EXPECT_EQ(text_of(kConfFile), "veth0.mtu = 10222\n");
+    EXPECT_EQ(test::file_text(kConfFile), "veth0.mtu = 10222\n");
     put(port_.settings.mtu, "22");
     EXPECT_EQ(apply(kMtu), 70U) << "less than the kernel takes for this interface";
     EXPECT_STREQ(errStr, "Set MTU for interface veth0failed: Unknown Error ");
@@ -184,7 +180,7 @@ TEST_F(RealPort, AForcedLinkAndTheMessageLevelAreWhatEthtoolShows) {
         EXPECT_THAT(shown, HasSubstr("message level: 0x00000005"));
     }
     EXPECT_EQ(
-        text_of(kConfFile),
+        test::file_text(kConfFile),
         "tap0.link_autoneg = 0\ntap0.speed = 10000\ntap0.duplex = 1\ntap0.messageLevel = 5\n");
     test::must("ip link del tap0");
 }
@@ -225,12 +221,12 @@ TEST_F(RealPort, SavedSysctlLinesAreWhatProcpsTakes) {
     std::ofstream("/etc/sysctl.conf") << "# ours\n  net.ipv4.ip_forward = 0\n";
     EXPECT_EQ(saveSysctlParam(path.c_str(), 33), 0);
     test::must("sysctl -p /etc/sysctl.conf");
-    EXPECT_EQ(text_of(path), "33\n");
+    EXPECT_EQ(test::file_text(path), "33\n");
     EXPECT_EQ(saveSysctlParam(path.c_str(), 44), 0);
     EXPECT_EQ(
         test::must("sysctl -p /etc/sysctl.conf"),
         "net.ipv4.ip_forward = 0\nnet.ipv4.ip_default_ttl = 44\n");
-    EXPECT_EQ(text_of(path), "44\n");
+    EXPECT_EQ(test::file_text(path), "44\n");
 }
 
 }  // namespace

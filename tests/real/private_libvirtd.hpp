@@ -16,10 +16,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 
+#include "support/file_text.hpp"
 #include "support/shell.hpp"
 
 namespace test {
@@ -34,13 +34,6 @@ inline bool wait_until(
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return true;
-}
-
-inline std::string file_content(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
 }
 
 class PrivateLibvirtd {
@@ -93,7 +86,7 @@ public:
     [[nodiscard]] bool answers() const { return answers_ && processes() > 1; }
     // What it said, for a failed start.
     [[nodiscard]] std::string log() const {
-        return file_content(directory_ / "start.log") + file_content(directory_ / "libvirtd.log");
+        return file_text(directory_ / "start.log") + file_text(directory_ / "libvirtd.log");
     }
     [[nodiscard]] pid_t pid() const { return pid_; }
     [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
@@ -137,7 +130,7 @@ public:
 
     // How often the guest has booted since its domain started: it writes a letter each time.
     [[nodiscard]] std::size_t boots(const std::string& uuid) const {
-        return file_content(serial_log(uuid)).size();
+        return file_text(serial_log(uuid)).size();
     }
 
     void forget_boots(const std::string& uuid) const { std::filesystem::remove(serial_log(uuid)); }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "support/file_text.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -49,10 +51,7 @@ protected:
         return {};
     }
 
-    std::string content(const std::string& name) {
-        std::ifstream in(directory_ / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    std::string content(const std::string& name) { return test::file_text(directory_ / name); }
 
     fs::path directory_;
     kxsim::Host host_;

@@ -16,6 +16,7 @@
 
 #include "settings/config_file.hpp"
 #include "support/file_faults.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -42,11 +43,7 @@ protected:
 
     void hold(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
 
-    [[nodiscard]] static std::string text_of(const fs::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    [[nodiscard]] std::string text() const { return text_of(path_); }
+    [[nodiscard]] std::string text() const { return test::file_text(path_); }
 
     [[nodiscard]] std::vector<std::string> names() const {
         std::vector<std::string> names;
@@ -235,7 +232,7 @@ TEST_F(ConfigFile, ABackupNameThatIsTakenLeavesBothTexts) {
     fs::create_directories(path_ + ".bk/x");
     EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
     EXPECT_EQ(text(), "key\n");
-    EXPECT_EQ(text_of(path_ + ".tmp"), "NEW\n");
+    EXPECT_EQ(test::file_text(path_ + ".tmp"), "NEW\n");
 }
 
 TEST_F(ConfigFile, PortRewriteTellsItsNewLine) {
@@ -317,8 +314,8 @@ protected:
         if (fs::exists(path_)) {
             EXPECT_THAT(text(), AnyOf(kOld, kNew)) << "after call " << nth;
         } else {
-            EXPECT_EQ(text_of(path_ + ".bk"), kOld) << "after call " << nth;
-            EXPECT_EQ(text_of(path_ + ".tmp"), kNew) << "after call " << nth;
+            EXPECT_EQ(test::file_text(path_ + ".bk"), kOld) << "after call " << nth;
+            EXPECT_EQ(test::file_text(path_ + ".tmp"), kNew) << "after call " << nth;
         }
     }
     bool rewrite() { return replace_lines(path_.c_str(), "key = new\n", holding("key")); }
@@ -384,7 +381,7 @@ TEST_F(Rewrite, AFailedFirstRenamingKeepsTheNewTextBeside) {
     EXPECT_FALSE(rewrite());
     faults.disarm();
     EXPECT_EQ(text(), kOld);
-    EXPECT_EQ(text_of(path_ + ".tmp"), kNew);
+    EXPECT_EQ(test::file_text(path_ + ".tmp"), kNew);
 }
 
 TEST_F(Rewrite, AFailedSecondRenamingIsTakenBack) {

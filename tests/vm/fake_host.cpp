@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
+#include "support/file_text.hpp"
 #include "vm/allocator.hpp"
 
 namespace test {
@@ -117,10 +117,7 @@ VMUtils& VmTest::vm() {
 }
 
 std::string VmTest::domain_file() {
-    std::ifstream file("domain.xml");
-    std::ostringstream content;
-    content << file.rdbuf();
-    return file ? content.str() : "(none)";
+    return std::filesystem::exists("domain.xml") ? file_text("domain.xml") : "(none)";
 }
 
 void VmTest::write_domain_file(const std::string& content) {
@@ -143,12 +140,10 @@ std::string in_fresh_process(const std::function<void()>& body, bool leave_unflu
     int status = -1;
     waitpid(child, &status, 0);
     close(output);
-    std::ifstream file(name);
-    std::ostringstream content;
-    content << file.rdbuf();
+    std::string content = file_text(name);
     unlink(name);
-    EXPECT_EQ(status, 0) << content.str();
-    return content.str();
+    EXPECT_EQ(status, 0) << content;
+    return content;
 }
 
 }  // namespace test

@@ -17,6 +17,7 @@
 
 #include "exit_code.hpp"
 #include "kxctl/every_command.hpp"
+#include "support/file_text.hpp"
 
 namespace {
 
@@ -167,9 +168,7 @@ using Files = std::map<std::string, std::string>;  // content by path
 
 // A report tells the time; that it is whole shows at its end.
 std::string content_of(const std::filesystem::path& path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    const std::string text = content.str();
+    const std::string text = test::file_text(path);
     constexpr std::size_t kEnd = 9;
     return path.extension() == ".html" && text.size() > kEnd ? text.substr(text.size() - kEnd)
                                                              : text;
