@@ -22,8 +22,8 @@ void write_domain_file(const char* description);
 
 // Parse a file. Null when it cannot be read; of a malformed one, what stands before the mistake.
 // The parser owns the document until its next use; when memory runs out, which is Xerces'
-// exception, it goes, and the next call makes another. Descriptions are foreign texts: neither other files
-// nor servers are read for them, and entities cannot swell without limit.
+// exception, it goes, and the next call makes another. Descriptions are foreign texts: neither
+// other files nor servers are read for them, and entities cannot swell without limit.
 [[nodiscard]] xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path);
 
 // A parser of the process's memory manager. Nobody deletes it.
