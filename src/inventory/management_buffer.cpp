@@ -90,7 +90,8 @@ uint32_t ReleaseMXBuffer(void) {
 
 uint32_t ReallocMXbuffer(void) {
     int32_t size = 0;
-    if (__builtin_add_overflow(g_MXdataBufferSize, kGrowth, &size) || size < 0) {
+    // Of 0 bytes nothing would be left but the pointer.
+    if (__builtin_add_overflow(g_MXdataBufferSize, kGrowth, &size) || size <= 0) {
         return KX_OUTPUT_REALLOC_FAILED;
     }
     void* const grown = std::realloc(g_MXdataBuffer, static_cast<std::size_t>(size));

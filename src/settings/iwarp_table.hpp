@@ -67,7 +67,8 @@ consteval std::array<IwarpParameter, Count> in_reading_order(std::size_t IwarpPa
     std::array<IwarpParameter, Count> rows{};
     for (const IwarpParameter& row : kIwarpParameters) {
         if (row.*place != 0) {
-            rows.at(row.*place - 1) = row;
+            IwarpParameter& slot = rows.at(row.*place - 1);
+            slot = slot.name == nullptr ? row : throw "a place is taken twice";
         }
     }
     return rows;

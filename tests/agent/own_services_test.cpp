@@ -193,4 +193,16 @@ TEST(ManagementBuffer, RefusesToGrowPastItsSizeType) {
     ReleaseMXBuffer();
 }
 
+TEST(ManagementBuffer, RefusesToGrowToNothing) {
+    ASSERT_EQ(InitMXBuffer(), 0U);
+    char* const before = g_MXdataBuffer;
+    for (const int32_t size : {-16384, -16385, INT32_MIN}) {
+        g_MXdataBufferSize = size;
+        EXPECT_EQ(ReallocMXbuffer(), 417U);
+        EXPECT_EQ(g_MXdataBuffer, before);
+    }
+    before[16383] = 'a';  // still there
+    ReleaseMXBuffer();
+}
+
 }  // namespace

@@ -399,18 +399,30 @@ TEST_F(OffloadSettings, TheWalkLeavesTheActivationOut) {
     EXPECT_EQ(written("mss"), "1448\n");
 }
 
+// Set with a descriptor closed, whose number the control file then gets.
+uint32_t set_without(int descriptor) {
+    const int kept = dup(descriptor);
+    close(descriptor);
+    char name[] = "mss";
+    const uint32_t status = setTOEParam(name, 3, 8, 8, 9);
+    if (kept >= 0) {
+        dup2(kept, descriptor);
+        close(kept);
+    }
+    return status;
+}
+
 TEST_F(OffloadSettings, DescriptorZeroCountsAsAFailure) {
     const auto attached = host_.attach();
-    const int standard_input = dup(STDIN_FILENO);
-    close(STDIN_FILENO);
-    char name[] = "mss";
-    EXPECT_EQ(setTOEParam(name, 3, 8, 8, 9), 70U);
-    if (standard_input >= 0) {
-        dup2(standard_input, STDIN_FILENO);
-        close(standard_input);
-    }
+    EXPECT_EQ(set_without(STDIN_FILENO), 70U);
     EXPECT_THAT(std::string(errStr), HasSubstr("Resource unavailable"));
     EXPECT_EQ(written("mss"), "untouched\n");
+}
+
+TEST_F(OffloadSettings, DescriptorOneIsAsGoodAsAnother) {
+    const auto attached = host_.attach();
+    EXPECT_EQ(set_without(STDOUT_FILENO), 0U);
+    EXPECT_EQ(written("mss"), "8\n");
 }
 
 }  // namespace

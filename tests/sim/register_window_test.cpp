@@ -293,6 +293,21 @@ TEST_F(RegisterWindow, StaleDescriptorNumberIsNeverClosedAgain) {
     EXPECT_EQ(close(mine), 0);
 }
 
+TEST_F(RegisterWindow, ThatWasNeverOpenedLeavesStandardInputOpen) {
+    run([] { return cleanup_and_exit(0); });
+    EXPECT_THAT(dev_mem.unmapped, IsEmpty());
+    disconnect();
+    EXPECT_THAT(dev_mem.closed, IsEmpty());
+}
+
+TEST_F(RegisterWindow, CleaningUpClosesIt) {
+    ASSERT_EQ(connect_q4(3), 0);
+    run([] { return cleanup_and_exit(0); });
+    EXPECT_THAT(dev_mem.unmapped, ElementsAre(Pair(nullptr, 0x20000U)));
+    EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
+    EXPECT_EQ(mmapd_addr, 0U);
+}
+
 TEST_F(RegisterWindow, DescriptorThatAHostPutIntoMemfdIsClosedWithTheWindow) {
     memfd = open("/dev/null", O_RDWR);
     disconnect();

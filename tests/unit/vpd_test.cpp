@@ -163,6 +163,13 @@ TEST(VpdValue, IsCutAtTheEndOfTheData) {
     EXPECT_EQ(kx::adapter::vpd_identifier(std::span(vpd).first(2)), "");
 }
 
+TEST(VpdIdentifier, HasALengthOfTwoBytesTheLowOneFirst) {
+    Bytes vpd(685, 'x');
+    vpd[1] = 4;
+    vpd[2] = 1;
+    EXPECT_EQ(kx::adapter::vpd_identifier(vpd).size(), 260U);
+}
+
 // --- EEPROM images ---
 
 TEST(EepromImage, PartsAreCopiedFromTheirPlaces) {
@@ -198,6 +205,15 @@ TEST(EepromImage, ThatIsNullIsNotRead) {
     eeprom_rd_all_Q4(0, 0x80, nullptr);
     eeprom_rd_all_Q3(0, 0x80, nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST(EepromImage, IsNotReadWithoutTheCapability) {
+    std::string image(KX_Q4_EEPROM_SIZE, 'x');
+    testing::internal::CaptureStdout();
+    eeprom_rd_all_Q4(0, 0, image.data());
+    eeprom_rd_all_Q3(0, 0, image.data());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n\n");
+    EXPECT_EQ(image, std::string(KX_Q4_EEPROM_SIZE, 'x'));
 }
 
 // --- Entries ---
