@@ -147,13 +147,16 @@ def mutants_of(file, source, chooser):
 
 
 def choose(root, seed):
-    """All mutants of src/ in an order that reaches every file early and each in proportion."""
-    chooser = random.Random(seed)
+    """All mutants of src/ in an order that reaches every file early and each in proportion.
+
+    An edit of one file changes the choice in no other.
+    """
     ranked = []
     files = sorted(path for path in pathlib.Path(root, "src").rglob("*.[ch]pp")
                    if path.name != "record_layout.cpp")  # assertions and nothing else
     for path in files:
         file = str(path.relative_to(root))
+        chooser = random.Random(f"{seed} {file}")
         found = mutants_of(file, path.read_text(), chooser)
         for place, mutant in enumerate(found):
             rank = 0 if place == 0 else (place + chooser.random()) / len(found)
