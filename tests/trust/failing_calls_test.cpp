@@ -16,10 +16,12 @@
 #include <vector>
 
 #include "trust/entry_points.hpp"
+#include "trust/failure.hpp"
 
 namespace {
 
 using test::EntryPoint;
+using test::Failure;
 
 // A run that takes longer than this many seconds hangs; SIGALRM ends the process then.
 constexpr unsigned kPatience = 120;
@@ -89,13 +91,6 @@ TEST(EveryExportedFunction, HasACaller) {
     EXPECT_EQ(functions, called.size()) << "callers of functions that are not exported";
 }
 
-struct Failure {
-    const char* call;
-    int error;
-    const char* from = "";  // of allocations: whose
-    unsigned most = 0;      // bytes that a read or write moves; it does not fail then
-};
-
 // What may befall each kind of call that the library or those behind it make. Allocations of libpci
 // are left out: it ends the process when its first one fails, before it can be told not to.
 constexpr Failure kFailures[] = {
@@ -152,12 +147,7 @@ protected:
         alarm(kPatience);
         test::Lab::prepare();
         const test::Held before = test::held(lab_.host());
-        kxsim::FaultRule rule = lab_.host().fail(
-            {.call = failure.call,
-             .nth = nth,
-             .error = failure.error,
-             .from = failure.from,
-             .most = failure.most});
+        kxsim::FaultRule rule = lab_.host().fail(test::fault_of(failure, nth));
         bool threw = false;
         {
             const test::Silence silence;
@@ -188,9 +178,7 @@ protected:
     }
 
     static std::string describe(const Failure& failure, unsigned nth) {
-        return std::string(GetParam().name) + ": " + failure.call + " number " +
-               std::to_string(nth) + " fails with " + std::to_string(failure.error) + " " +
-               failure.from;
+        return std::string(GetParam().name) + ": " + test::describe(failure, nth);
     }
 
     static void TearDownTestSuite() {

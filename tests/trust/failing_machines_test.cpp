@@ -23,6 +23,7 @@
 #include <xercesc/util/OutOfMemoryException.hpp>
 
 #include "trust/entry_points.hpp"
+#include "trust/failure.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The class leaves handles and texts of libvirt allocated; other tests tell them from leaks.
@@ -33,15 +34,10 @@ extern "C" __attribute__((visibility("default"))) const char* __asan_default_opt
 
 namespace {
 
+using test::Failure;
+
 constexpr unsigned kPatience = 120;             // seconds; a call that takes longer hangs
 constexpr char kProgram[] = "trust_failing_m";  // this one; what it starts is spared
-
-struct Failure {
-    const char* call;
-    int error;
-    const char* from = "";  // of allocations: whose
-    unsigned times = 1;     // it and those that follow
-};
 
 // Allocations of libvirt are left out: its own library ends the process when one fails.
 constexpr Failure kFailures[] = {
@@ -56,7 +52,7 @@ constexpr Failure kFailures[] = {
     {"calloc", ENOMEM, "libkxlinhw"},
     {"malloc", ENOMEM, "libkxlinhw"},
     {"malloc", ENOMEM, "libstdc++"},
-    {"malloc", ENOMEM, "libstdc++", 4},  // nor for what would mend it
+    {"malloc", ENOMEM, "libstdc++", 0, 4},  // nor for what would mend it
 };
 
 // The first call of a kind fails, and ever fewer of the others; all with KX_THOROUGH set
@@ -302,8 +298,7 @@ private:
 };
 
 std::string describe(const Member& member, const Failure& failure, unsigned nth) {
-    return std::string(member.name) + ": " + failure.call + " number " + std::to_string(nth) +
-           " fails " + failure.from;
+    return std::string(member.name) + ": " + test::describe(failure, nth);
 }
 
 constexpr char kOutOfMemory[] = "no memory";
@@ -351,13 +346,7 @@ protected:
         MachineHost fresh;
         vm().getConnection();  // opened on this host: what it takes is another test
         const std::size_t before = test::held(fresh.host).descriptors;
-        kxsim::FaultRule rule = fresh.host.fail(
-            {.call = failure.call,
-             .nth = nth,
-             .times = failure.times,
-             .error = failure.error,
-             .from = failure.from,
-             .program = kProgram});
+        kxsim::FaultRule rule = fresh.host.fail(test::fault_of(failure, nth, kProgram));
         const std::string answer = answer_of(GetParam(), vm());
         rule.remove();
         const std::string what = describe(GetParam(), failure, nth) + " " + rule.struck();

@@ -12,8 +12,11 @@
 #include <vector>
 
 #include "trust/entry_points.hpp"
+#include "trust/failure.hpp"
 
 namespace {
+
+using test::Failure;
 
 constexpr char kLocation[] = "04:00.4";
 constexpr std::size_t kRoom = 1 << 20;
@@ -41,12 +44,6 @@ const Query kQueries[] = {
      KX_STAT_COPY,
      {1, 60, 62, 64, 65, 66}},
     {"GetDriverDetails", GetDriverDetails, KX_DRIVER_COPY, {62, 66}},
-};
-
-struct Failure {
-    const char* call;
-    int error;
-    const char* from = "";  // of allocations: whose
 };
 
 constexpr Failure kFailures[] = {
@@ -78,8 +75,7 @@ protected:
     // Ask with one failure; false when the failure found no call to strike.
     bool ask(const Failure& failure, unsigned nth) {
         test::Lab::prepare();
-        kxsim::FaultRule rule = lab_.host().fail(
-            {.call = failure.call, .nth = nth, .error = failure.error, .from = failure.from});
+        kxsim::FaultRule rule = lab_.host().fail(test::fault_of(failure, nth));
         std::fill(buffer_.begin(), buffer_.end(), kBefore);
         uint32_t length = 1;
         uint32_t status = 0;
@@ -89,9 +85,7 @@ protected:
         }
         const bool fired = rule.fired() > 0;
         const testing::ScopedTrace trace(
-            __FILE__, __LINE__,
-            std::string(failure.call) + " number " + std::to_string(nth) + " fails " +
-                failure.from + " " + rule.struck());
+            __FILE__, __LINE__, test::describe(failure, nth) + " " + rule.struck());
         rule.remove();
         judge(status, length);
         return fired;

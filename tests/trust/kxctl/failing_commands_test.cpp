@@ -18,10 +18,12 @@
 #include "exit_code.hpp"
 #include "kxctl/every_command.hpp"
 #include "support/file_text.hpp"
+#include "trust/failure.hpp"
 
 namespace {
 
 using kx::ctl::Command;
+using test::Failure;
 
 // A command that takes longer than this many seconds hangs; SIGALRM ends the process then.
 constexpr unsigned kPatience = 120;
@@ -30,14 +32,6 @@ constexpr char kProgram[] = "kxctl";
 constexpr unsigned kNever = 0xFFFFFFFF;
 constexpr int kPartly =
     static_cast<int>(kx::ctl::ExitCode::kPartly);  // the answer says what is not
-
-struct Failure {
-    const char* call;
-    int error;
-    const char* from = "";  // of allocations: whose
-    unsigned most = 0;      // bytes that a read or write moves; it does not fail then
-    unsigned times = 1;     // 0: it and all that follow
-};
 
 constexpr Failure kFailures[] = {
     {"access", EACCES},
@@ -139,14 +133,6 @@ bool is_unseen(const Failure& failure, const std::string& object) {
         return (*row.call == '\0' || std::string_view(row.call) == failure.call) &&
                object.starts_with(row.object);
     });
-}
-
-std::string describe(const Failure& failure, unsigned nth) {
-    std::string text = std::string(failure.call) + " number " + std::to_string(nth);
-    text += failure.times == 0 ? " and all that follow" : "";
-    text += failure.most != 0 ? ": " + std::to_string(failure.most) + " byte"
-                              : std::string(": ") + std::strerror(failure.error);
-    return text + (*failure.from == '\0' ? "" : std::string(", of ") + failure.from);
 }
 
 // The words of a command's first example; what asks for consent gets it.
@@ -278,18 +264,13 @@ protected:
         alarm(kPatience);
         Lab lab(*GetParam());
         const Failure& failure = *position.failure;
-        const kxsim::FaultRule rule = lab.host.fail(
-            {.call = failure.call,
-             .nth = position.nth,
-             .times = failure.times,
-             .error = failure.error,
-             .from = failure.from,
-             .most = failure.most,
-             .program = kProgram});
+        const kxsim::FaultRule rule =
+            lab.host.fail(test::fault_of(failure, position.nth, kProgram));
         const test::Result result = lab.run();
         const testing::ScopedTrace trace(
             __FILE__, __LINE__,
-            GetParam()->name() + ": " + describe(failure, position.nth) + " " + rule.struck());
+            GetParam()->name() + ": " + test::describe(failure, position.nth) + " " +
+                rule.struck());
         const bool unseen = is_unseen(failure, rule.struck());
         judge(result, unseen);
         judge(lab.files(), result.exit == 0 && !unseen);
