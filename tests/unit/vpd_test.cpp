@@ -417,6 +417,7 @@ TEST(ProductName, EveryQ3ModelHasOneThatFits) {
         EXPECT_EQ(name == "identifier", !known) << id;
         if (known) {
             EXPECT_LT(name.size(), 16U);
+            EXPECT_THAT(name, testing::StartsWith("Q3"));
             names.push_back(name);
         }
     }

@@ -330,6 +330,12 @@ TEST_F(DomainVfs, AreNotReadFromOtherFilesOrSwollenEntities) {
     EXPECT_LT(vfs_of("<!DOCTYPE d [" + entities + "]><d>&e11;</d>").size(), 100000U);
 }
 
+TEST_F(DomainVfs, AreReadByOneParserFromFirstToLast) {
+    const auto* const parser = vm().parser;
+    EXPECT_EQ(vfs_of("<domain/>").size(), 0U);
+    EXPECT_EQ(vm().parser, parser);
+}
+
 TEST_F(DomainVfs, DocumentTypeThatIsNoNameIsAParserErrorToo) {
     write_domain_file("<!DOCTYPE d:00.5 []><domain/>");
     EXPECT_THAT(
