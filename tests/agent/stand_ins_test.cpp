@@ -79,6 +79,11 @@ TEST(ToolStandIn, CollectsOutputBeyondTheFirstBuffer) {
     EXPECT_EQ(run_tool({}), std::string(100000, 'x'));
 }
 
+TEST(ToolStandIn, CollectsWhatComesByteByByte) {
+    const ToolDirectory tool("for letter in a b c; do printf $letter; sleep 0.02; done\n");
+    EXPECT_EQ(run_tool({}), "abc");
+}
+
 TEST(ToolStandIn, GivesNoOutputWhenThereIsNoTool) { EXPECT_EQ(run_tool({"eth2"}), ""); }
 
 TEST(ToolStandIn, ReportsTheToolsFailure) {
