@@ -190,6 +190,11 @@ TEST_P(EveryKind, MoreSectionsThanTheFileHoldsAreNotRead) {
         std::nullopt);
 }
 
+TEST_P(EveryKind, SectionBehindTheLastIsNotRead) {
+    EXPECT_EQ(section_of(module().put(elf_class().count, 2, 4).bytes()), "version=1");
+    EXPECT_EQ(section_of(module().put(elf_class().count, 2, 3).bytes()), std::nullopt);
+}
+
 TEST_P(EveryKind, NameTableBeyondTheFileIsNoSection) {
     EXPECT_EQ(section_of(module().put(elf_class().name_index, 2, 0xFFFF).bytes()), std::nullopt);
     Image file = module();
