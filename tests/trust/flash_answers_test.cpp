@@ -31,6 +31,14 @@ TEST(AFlashThatContradictsItself, IsRefusedWhenItIsSmallerThanItsNumberOfSectors
     expect_refusal(2, 16);
 }
 
+TEST(AFlashThatContradictsItself, IsMeasuredBeforeItIsRefused) {
+    testing::internal::CaptureStdout();
+    expect_refusal(0, 16);
+    EXPECT_EQ(
+        testing::internal::GetCapturedStdout(),
+        "sf_size 0 sf_nsec 16\nsf_size 0 sf_nsec 16\nsf_size 0 sf_nsec 16\n");
+}
+
 TEST(AFlashThatContradictsItself, IsRefusedWhenItHasNoSector) { expect_refusal(1 << 22, 0); }
 
 }  // namespace

@@ -40,7 +40,7 @@ RESULTS = PLACE / "results.jsonl"
 
 # The tests that can see a folder of src/. What takes long, or looks at other things, is left out.
 SEEN_BY = {
-    "adapter": r"unit_(vpd|register_access)|fuzz_(vpd_.*|boot_config|option_rom)|"
+    "adapter": r"unit_(vpd|register_access)|trust_flash_answers|fuzz_(vpd_.*|boot_config|option_rom)|"
                r"sim_(adapter.*|boot.*|bus_table|config_space|cost|damaged_vpd|default_config_file|"
                r"find_mac|lspci_vpd|hardware_keys|q3_.*|q4_flash|register_window|machines|"
                r"power_cut)",
