@@ -4,15 +4,14 @@
 # how many failures and calls there were; end with 1 when a test failed. Needs a release build with
 # tests.
 #
-#     tests/trust/faults.sh [all]    all: of a command every kind of call at some 50 positions
-#                                    (hours), not 40 calls
+#     tests/trust/faults.sh [COUNT]    COUNT: failures for each command of kxctl (40)
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 programs=$root/build/release/tests
 if [[ -d /dev/shm ]]; then
     export TMPDIR=/dev/shm
 fi
-export KX_THOROUGH=${1:-1}
+export KX_THOROUGH=${1:-40}
 shards=$(nproc)
 output=$(mktemp -d)
 trap 'rm -rf "$output"' EXIT
