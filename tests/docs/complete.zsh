@@ -2,7 +2,7 @@
 # "> LINE". zsh completes only where someone types, so a second zsh runs on a terminal of its own.
 zmodload zsh/zpty
 local directory=$(mktemp -d)
-trap "rm -rf $directory" EXIT
+trap 'rm -rf -- $directory' EXIT
 
 cat >$directory/.zshrc <<'SETUP'
 fpath=($completions $fpath)
@@ -42,7 +42,8 @@ await() {
     exit 1
 }
 
-zpty terminal "ZDOTDIR=$directory completions=${1:h} offers=$directory/offers zsh -d -i"
+zpty terminal \
+    "ZDOTDIR=${(q)directory} completions=${(q)1:h} offers=${(q)directory}/offers zsh -d -i"
 await READY.
 shift
 for line; do

@@ -2,6 +2,7 @@
 // table, and with what the simulated host knows.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <map>
@@ -49,8 +50,9 @@ protected:
         }
     }
 
-    // What the shell offers at the end of each line.
-    std::map<std::string, Words> offers(const Words& lines) const {
+    // What the shell offers at the end of each line, with its scratch files in a directory.
+    std::map<std::string, Words> offers(
+        const Words& lines, const std::string& scratch = testing::TempDir()) const {
         const Shell& shell = GetParam();
         const std::filesystem::path programs = std::filesystem::path(KXCTL_PROGRAM).parent_path();
         Words words = {"60", shell.name};
@@ -62,7 +64,7 @@ protected:
             words, {.program = "timeout",
                     .environment = {
                         "PATH=" + programs.string() + ":" + std::getenv("PATH"),
-                        "HOME=" + testing::TempDir(), "TERM=dumb"}});
+                        "HOME=" + testing::TempDir(), "TERM=dumb", "TMPDIR=" + scratch}});
         EXPECT_EQ(result.exit, 0) << result.err;
         EXPECT_EQ(result.err, "");
         return sorted_by_line(result.out);
@@ -250,6 +252,21 @@ TEST_P(Completion, OffersTheValuesOfAnOptionAndNothingForANumber) {
     auto all = offers({"kxctl card list --color ", "kxctl card stats --watch "});
     EXPECT_THAT(all["kxctl card list --color "], UnorderedElementsAre("auto", "always", "never"));
     EXPECT_THAT(all["kxctl card stats --watch "], IsEmpty());
+}
+
+TEST_P(Completion, WorksBelowADirectoryWithBlanksAndLeavesItsNeighboursAlone) {
+    const std::filesystem::path directory =
+        std::filesystem::path(testing::TempDir()) / ("blanks-" + std::to_string(getpid()));
+    const std::filesystem::path neighbour = directory / "a";
+    const std::filesystem::path scratch = directory / "a b";
+    create_directories(neighbour);
+    create_directories(scratch);
+
+    EXPECT_THAT(offers({"kxctl "}, scratch)["kxctl "], UnorderedElementsAreArray(nouns()));
+    EXPECT_TRUE(exists(neighbour));
+    EXPECT_TRUE(is_empty(scratch));
+
+    remove_all(directory);
 }
 
 TEST_P(Completion, OffersNothingWhereNoWordIsTaken) {
