@@ -41,6 +41,9 @@ trap 'rm -rf "$scratch"' EXIT
 export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=16:allocator_may_return_null=1
 export UBSAN_OPTIONS=print_stacktrace=1
 
+# What a target reads beside its own corpus; CMakeLists.txt has the same list.
+declare -A more_inputs=([scenario]=$root/sim/scenarios)
+
 # in_place TARGET ARGUMENT...: a target leaves files where it runs.
 in_place() {
     local target=$1
@@ -51,19 +54,23 @@ in_place() {
 # fuzz TARGET: leaves libFuzzer's statistics in $scratch/TARGET.log, and TARGET.found when it ended
 # with a finding.
 fuzz() {
-    local target=$1 dictionary=$here/dictionaries/$1.dict options=()
-    [[ -f $dictionary ]] && options+=("-dict=$dictionary")
+    local target=$1 dictionary options=()
+    for dictionary in "$here/dictionaries/"{"$1","${1%%_*}"}.dict; do
+        [[ -f $dictionary ]] && options=("-dict=$dictionary")
+    done
     mkdir -p "$scratch/$target" "$findings/$target" "$here/corpus/$target"
     in_place "$target" -print_final_stats=1 -timeout=10 -rss_limit_mb=4096 -max_len=4096 \
         -max_total_time="$seconds" -runs="$runs" -seed="$seed" \
         -artifact_prefix="$findings/$target/" "${options[@]}" \
-        "$scratch/$target" "$here/corpus/$target" >"$scratch/$target.log" 2>&1 ||
+        "$scratch/$target" "$here/corpus/$target" ${more_inputs[$target]:+"${more_inputs[$target]}"} \
+        >"$scratch/$target.log" 2>&1 ||
         touch "$scratch/$target.found"
 }
 
 # As few of the new inputs as reach what the checked-in ones do not.
 keep_corpus() {
-    in_place "$1" -merge=1 -max_len=1024 "$here/corpus/$1" "$scratch/$1" >/dev/null 2>&1
+    in_place "$1" -merge=1 -max_len=1024 "$here/corpus/$1" \
+        ${more_inputs[$1]:+"${more_inputs[$1]}"} "$scratch/$1" >/dev/null 2>&1
 }
 
 statistic() { # TARGET NAME
