@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "trust/entry_points.hpp"
+#include "fault_injection/entry_points.hpp"
 
 namespace {
 
@@ -37,7 +37,7 @@ using test::EntryPoint;
 constexpr int kCalls = test::kSanitized ? 2 : 10000;
 constexpr int kFewest = test::kSanitized ? 2 : 30;  // however long they take
 
-// For the others; longer with KX_THOROUGH set (tests/trust/faults.sh).
+// For the others; longer with KX_THOROUGH set (tests/fault_injection/faults.sh).
 std::chrono::milliseconds patience() {
     return std::chrono::milliseconds(std::getenv("KX_THOROUGH") != nullptr ? 30000 : 50);
 }

@@ -1,4 +1,4 @@
-#include "trust/entry_points.hpp"
+#include "fault_injection/entry_points.hpp"
 
 #include <fcntl.h>
 #include <kxlinhw/host.h>

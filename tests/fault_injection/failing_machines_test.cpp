@@ -22,8 +22,8 @@
 #include <vector>
 #include <xercesc/util/OutOfMemoryException.hpp>
 
-#include "trust/entry_points.hpp"
-#include "trust/failure.hpp"
+#include "fault_injection/entry_points.hpp"
+#include "fault_injection/failure.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The class leaves handles and texts of libvirt allocated; other tests tell them from leaks.
@@ -37,7 +37,7 @@ namespace {
 using test::Failure;
 
 constexpr unsigned kPatience = 120;             // seconds; a call that takes longer hangs
-constexpr char kProgram[] = "trust_failing_m";  // this one; what it starts is spared
+constexpr char kProgram[] = "fault_injection";  // this one; what it starts is spared
 
 // Allocations of libvirt are left out: its own library ends the process when one fails.
 constexpr Failure kFailures[] = {
@@ -56,7 +56,7 @@ constexpr Failure kFailures[] = {
 };
 
 // The first call of a kind fails, and ever fewer of the others; all with KX_THOROUGH set
-// (tests/trust/faults.sh). Under a sanitizer the first one has to do.
+// (tests/fault_injection/faults.sh). Under a sanitizer the first one has to do.
 constexpr unsigned kNever = 0xFFFFFFFF;
 unsigned next_position(unsigned nth) {
     static const bool all = std::getenv("KX_THOROUGH") != nullptr;

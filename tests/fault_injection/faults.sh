@@ -4,7 +4,7 @@
 # how many failures and calls there were; end with 1 when a test failed. Needs a release build with
 # tests.
 #
-#     tests/trust/faults.sh [COUNT]    COUNT: failures for each command of kxctl (40)
+#     tests/fault_injection/faults.sh [COUNT]    COUNT: failures for each command of kxctl (40)
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 programs=$root/build/release/tests
@@ -39,7 +39,7 @@ run() {
 }
 
 status=0
-for program in trust_failing_calls trust_failing_machines trust_failing_commands trust_released; do
+for program in fault_injection_failing_calls fault_injection_failing_machines fault_injection_failing_commands fault_injection_released; do
     run "$program" || status=1
 done
 exit "$status"

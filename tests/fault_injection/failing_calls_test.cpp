@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
-#include "trust/entry_points.hpp"
-#include "trust/failure.hpp"
+#include "fault_injection/entry_points.hpp"
+#include "fault_injection/failure.hpp"
 
 namespace {
 
@@ -27,7 +27,8 @@ using test::Failure;
 constexpr unsigned kPatience = 120;
 
 // Of calls that are made many times in a row, the first ones and some later ones fail; more of them
-// with KX_THOROUGH set (tests/trust/faults.sh), which an EEPROM of thousands of dwords makes long.
+// with KX_THOROUGH set (tests/fault_injection/faults.sh), which an EEPROM of thousands of dwords
+// makes long.
 constexpr unsigned kEach = 3;
 constexpr unsigned kEachThorough = 100;
 unsigned next_position(unsigned nth) {

@@ -15,9 +15,9 @@
 #include <set>
 
 #include "exit_code.hpp"
+#include "fault_injection/failure.hpp"
 #include "kxctl/every_command.hpp"
 #include "support/file_text.hpp"
-#include "trust/failure.hpp"
 
 namespace {
 
@@ -84,8 +84,8 @@ constexpr Failure kFailures[] = {
 };
 
 // A command meets some of its failures, others than the command before; as many as KX_THOROUGH says
-// (tests/trust/faults.sh). All are those of the first calls of a kind, one by one, and ever fewer
-// of the others.
+// (tests/fault_injection/faults.sh). All are those of the first calls of a kind, one by one, and
+// ever fewer of the others.
 constexpr unsigned kOneByOne = 30;
 
 std::size_t failures_for_each() {

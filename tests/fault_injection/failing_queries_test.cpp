@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "trust/entry_points.hpp"
-#include "trust/failure.hpp"
+#include "fault_injection/entry_points.hpp"
+#include "fault_injection/failure.hpp"
 
 namespace {
 
