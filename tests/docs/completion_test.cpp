@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "command.hpp"
+#include "cli/command.hpp"
 #include "kxctl/process.hpp"
 
 namespace {

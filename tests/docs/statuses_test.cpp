@@ -10,7 +10,7 @@
 #include <regex>
 #include <sstream>
 
-#include "exit_code.hpp"
+#include "failure/exit_code.hpp"
 #include "support/file_text.hpp"
 
 namespace {

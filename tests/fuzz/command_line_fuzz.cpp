@@ -1,11 +1,11 @@
 // Command lines of kxctl: one word a line.
 #include <sstream>
 
-#include "command_line.hpp"
-#include "failure.hpp"
+#include "cli/command_line.hpp"
+#include "cli/help.hpp"
+#include "cli/simulation.hpp"
+#include "failure/failure.hpp"
 #include "fuzz/input.hpp"
-#include "help.hpp"
-#include "simulation.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));

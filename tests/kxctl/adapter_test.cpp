@@ -3,8 +3,8 @@
 
 #include <cerrno>
 
-#include "adapter_fields.hpp"
 #include "kxctl/on_host.hpp"
+#include "library/adapter_fields.hpp"
 
 namespace {
 

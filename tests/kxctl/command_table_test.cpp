@@ -7,12 +7,12 @@
 #include <sstream>
 #include <string_view>
 
-#include "command_line.hpp"
-#include "failure.hpp"
-#include "help.hpp"
+#include "cli/command_line.hpp"
+#include "cli/help.hpp"
+#include "cli/simulation.hpp"
+#include "failure/failure.hpp"
 #include "kxctl/process.hpp"
-#include "printable.hpp"
-#include "simulation.hpp"
+#include "output/printable.hpp"
 
 namespace {
 

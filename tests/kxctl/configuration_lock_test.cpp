@@ -1,5 +1,5 @@
 // Runs of kxctl at the same time: none loses a line of another, and who waits can be told to stop.
-#include "configuration_lock.hpp"
+#include "settings/configuration_lock.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 #include <sstream>
 #include <thread>
 
-#include "failure.hpp"
+#include "failure/failure.hpp"
 #include "kxctl/on_host.hpp"
-#include "library_call.hpp"
+#include "library/call.hpp"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "command.hpp"
+#include "cli/command.hpp"
 #include "kxctl/process.hpp"
 
 namespace test {

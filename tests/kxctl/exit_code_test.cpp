@@ -1,6 +1,6 @@
 // The exit codes that commands end with, beside what they print then: of a plain failure one line
 // on standard error, or with --json one error; of a change that was not taken the settings too.
-#include "exit_code.hpp"
+#include "failure/exit_code.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,11 +10,11 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "command_line.hpp"
-#include "configuration_lock.hpp"
-#include "failure.hpp"
-#include "flash_lock.hpp"
+#include "cli/command_line.hpp"
+#include "failure/failure.hpp"
+#include "flash/lock.hpp"
 #include "kxctl/every_command.hpp"
+#include "settings/configuration_lock.hpp"
 
 namespace {
 

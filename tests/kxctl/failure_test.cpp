@@ -1,5 +1,5 @@
 // From library statuses to exit codes and lines on standard error.
-#include "failure.hpp"
+#include "failure/failure.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "confirmation.hpp"
-#include "flash_layout.hpp"
-#include "progress.hpp"
+#include "cli/confirmation.hpp"
+#include "flash/layout.hpp"
+#include "output/progress.hpp"
 
 namespace {
 

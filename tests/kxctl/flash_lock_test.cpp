@@ -1,10 +1,10 @@
 // Two runs of kxctl on the flash of one adapter: the second is told who is at work.
-#include "flash_lock.hpp"
+#include "flash/lock.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "failure.hpp"
+#include "failure/failure.hpp"
 #include "kxctl/on_host.hpp"
 #include "kxctl/terminal.hpp"
 

@@ -1,6 +1,6 @@
 // What the library and its children print stays out of kxctl's output. Each test body runs in a
 // child process, because whether messages are shown is decided once.
-#include "library_call.hpp"
+#include "library/call.hpp"
 
 #include <gtest/gtest.h>
 #include <kxlinhw/host.h>
@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "failure.hpp"
+#include "failure/failure.hpp"
 #include "kxctl/process.hpp"
 
 namespace {

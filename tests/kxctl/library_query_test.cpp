@@ -1,11 +1,11 @@
 // Replies of the library as records.
-#include "library_query.hpp"
+#include "library/query.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "record_text.hpp"
+#include "library/record_text.hpp"
 
 namespace {
 

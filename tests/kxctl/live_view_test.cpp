@@ -1,5 +1,5 @@
 // The live view of counters: its graphs and frames, and what a terminal gets.
-#include "live_view.hpp"
+#include "output/live_view.hpp"
 
 #include <gmock/gmock.h>
 

@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "kxctl/on_host.hpp"
-#include "metric.hpp"
+#include "output/metric.hpp"
 #include "support/file_text.hpp"
 
 namespace {

@@ -1,5 +1,5 @@
 // Texts made fit for a terminal.
-#include "printable.hpp"
+#include "output/printable.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // kxctl report: the page's structure, what hostile names become, and how a browser shows it.
-#include "report_page.hpp"
+#include "report/page.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <fstream>
 #include <regex>
 
-#include "html.hpp"
 #include "kxctl/on_host.hpp"
+#include "report/html.hpp"
 #include "support/file_text.hpp"
 
 namespace {

@@ -1,5 +1,5 @@
 // Reading the file of saved port settings.
-#include "saved_settings.hpp"
+#include "settings/saved_settings.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,9 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "command_line.hpp"
+#include "cli/command_line.hpp"
+#include "cli/simulation.hpp"
 #include "kxctl/every_command.hpp"
-#include "simulation.hpp"
 
 namespace {
 

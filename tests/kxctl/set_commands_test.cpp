@@ -6,8 +6,8 @@
 
 #include <cerrno>
 
+#include "commands/nouns.hpp"
 #include "kxctl/on_host.hpp"
-#include "nouns.hpp"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Settings as users name them: parsing, fields, and kxctl's tables beside the library's.
-#include "setting.hpp"
+#include "settings/setting.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,9 +11,9 @@
 
 #include "../../src/inventory/offload_table.hpp"
 #include "../../src/settings/iwarp_table.hpp"
-#include "failure.hpp"
-#include "nouns.hpp"
-#include "port_settings.hpp"
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "settings/port_settings.hpp"
 
 namespace {
 

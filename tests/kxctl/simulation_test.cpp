@@ -1,5 +1,5 @@
 // --sim: what is taken out of the command line, and what is run then.
-#include "simulation.hpp"
+#include "cli/simulation.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "failure.hpp"
+#include "failure/failure.hpp"
 #include "kxctl/process.hpp"
 
 namespace {

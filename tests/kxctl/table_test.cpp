@@ -1,9 +1,9 @@
 // Tables for people.
-#include "table.hpp"
+#include "output/table.hpp"
 
 #include <gtest/gtest.h>
 
-#include "output.hpp"
+#include "output/output.hpp"
 
 namespace {
 

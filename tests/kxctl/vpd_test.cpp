@@ -1,5 +1,5 @@
 // vpd show: the decoder on sound and hostile bytes, and the command on simulated hosts.
-#include "vpd_decode.hpp"
+#include "library/vpd_decode.hpp"
 
 #include <gmock/gmock.h>
 #include <kxlinhw/adapter_lists.h>

@@ -1,5 +1,5 @@
 // Copies of a flash: on disk and whole, or not there at all.
-#include "whole_file.hpp"
+#include "files/whole_file.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "failure.hpp"
+#include "failure/failure.hpp"
 #include "support/file_faults.hpp"
 
 namespace {

@@ -1,8 +1,8 @@
 // The parts of kxctl(8), in the markup of scdoc(5).
 #include <fmt/core.h>
 
-#include "command.hpp"
-#include "exit_code.hpp"
+#include "cli/command.hpp"
+#include "failure/exit_code.hpp"
 #include "parts.hpp"
 
 namespace kx::pages {

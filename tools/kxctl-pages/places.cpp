@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "command.hpp"
+#include "cli/command.hpp"
 
 namespace kx::pages {
 namespace {

@@ -8,13 +8,13 @@
 #include <string_view>
 #include <vector>
 
-#include "command_line.hpp"
-#include "failure.hpp"
-#include "help.hpp"
-#include "library_call.hpp"
-#include "output.hpp"
-#include "simulation.hpp"
-#include "standard_streams.hpp"
+#include "cli/command_line.hpp"
+#include "cli/help.hpp"
+#include "cli/simulation.hpp"
+#include "failure/failure.hpp"
+#include "library/call.hpp"
+#include "output/output.hpp"
+#include "output/standard_streams.hpp"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <regex>
 #include <set>
 
-#include "exit_code.hpp"
+#include "failure/exit_code.hpp"
 #include "fault_injection/failure.hpp"
 #include "kxctl/every_command.hpp"
 #include "support/file_text.hpp"

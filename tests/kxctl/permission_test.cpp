@@ -1,0 +1,179 @@
+// Refusals of permission, told apart: who asks, what is lacking, what the host forbids everybody.
+#include "failure/permission.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+#include "kxctl/on_host.hpp"
+
+namespace {
+
+using namespace kx::ctl;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr std::uint64_t kAll = ~std::uint64_t{0};
+constexpr std::uint64_t without(unsigned capability) {
+    return kAll & ~(std::uint64_t{1} << capability);
+}
+
+TEST(Obstacle, IsNoneForWhoMayDoEverything) {
+    for (const Privilege privilege :
+         {Privilege::kOwnFiles, Privilege::kNetworkAdmin, Privilege::kRawAccess,
+          Privilege::kConfigSpace}) {
+        EXPECT_EQ(obstacle(privilege, {}), std::nullopt);
+        EXPECT_EQ(obstacle(privilege, {.user = 1000, .container = true}), std::nullopt);
+    }
+}
+
+TEST(Obstacle, TellsRootFromCapabilityContainerAndLockdown) {
+    const struct {
+        Privilege privilege;
+        Circumstances circumstances;
+        const char* text;
+    } rows[] = {
+        {Privilege::kNetworkAdmin,
+         {.user = 1000, .capabilities = 0},
+         "the user is not root and lacks CAP_NET_ADMIN"},
+        {Privilege::kNetworkAdmin,
+         {.capabilities = without(CAP_NET_ADMIN)},
+         "root lacks CAP_NET_ADMIN here"},
+        {Privilege::kRawAccess,
+         {.capabilities = without(CAP_SYS_RAWIO), .container = true},
+         "root lacks CAP_SYS_RAWIO here, in a container"},
+        {Privilege::kRawAccess,
+         {.lockdown = "integrity", .container = true},
+         "the kernel is locked down (integrity)"},
+        {Privilege::kConfigSpace,
+         {.user = 7, .capabilities = without(CAP_SYS_ADMIN)},
+         "the user is not root and lacks CAP_SYS_ADMIN"},
+        {Privilege::kOwnFiles,
+         {.capabilities = without(CAP_DAC_OVERRIDE)},
+         "root lacks CAP_DAC_OVERRIDE here"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(obstacle(row.privilege, row.circumstances), row.text);
+    }
+}
+
+TEST(Obstacle, LockdownKeepsNobodyFromWhatItDoesNotCover) {
+    EXPECT_EQ(obstacle(Privilege::kNetworkAdmin, {.lockdown = "integrity"}), std::nullopt);
+}
+
+TEST(LockdownMode, IsTheOneInBrackets) {
+    EXPECT_EQ(lockdown_mode("[none] integrity confidentiality"), "");
+    EXPECT_EQ(lockdown_mode("none [integrity] confidentiality"), "integrity");
+    EXPECT_EQ(lockdown_mode("none integrity [confidentiality]\n"), "confidentiality");
+    for (const char* text : {"", "none", "[", "]", "][", "none [integrity"}) {
+        EXPECT_EQ(lockdown_mode(text), "") << text;
+    }
+}
+
+class RefusedMemory : public testing::Test {
+protected:
+    RefusedMemory() {
+        kxsim::Adapter adapter{.chip = "Q4", .location = "04:00.4"};
+        adapter.device_id = 0x4410;
+        adapter.eeprom.product_data = {.product = "Q404-CR", .serial = "PT04140007"};
+        host_.adapter(adapter);
+    }
+
+    // All commands that look into an adapter fail alike. The line.
+    std::string expect_refused() {
+        std::string line;
+        for (const std::vector<std::string>& words :
+             {std::vector<std::string>{"flash", "info", "04:00.4"},
+              std::vector<std::string>{"adapter", "list"}}) {
+            const test::Result result = test::run_on(host_, words);
+            EXPECT_EQ(result.exit, 13) << words[0];
+            EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+            EXPECT_EQ(result.out, "");
+            EXPECT_THAT(result.err, HasSubstr(": /dev/mem: "));
+            line = result.err;
+        }
+        return line;
+    }
+
+    kxsim::Host host_;
+};
+
+TEST_F(RefusedMemory, TellsOfALockedDownKernel) {
+    host_.file("/sys/kernel/security/lockdown", "none [integrity] confidentiality\n");
+    host_.fail({.call = "open", .times = 0, .error = EPERM, .object = "/dev/mem"});
+    EXPECT_THAT(
+        expect_refused(),
+        HasSubstr("Operation not permitted: the kernel is locked down (integrity)\n"));
+}
+
+TEST_F(RefusedMemory, TellsThatItIsMissing) {
+    host_.remove("/dev/mem");
+    EXPECT_THAT(
+        expect_refused(),
+        HasSubstr("No such file or directory: the kernel was built without it\n"));
+}
+
+TEST_F(RefusedMemory, TellsOfARefusalWithoutAKnownReason) {
+    host_.fail({.call = "open", .times = 0, .error = EACCES, .object = "/dev/mem"});
+    EXPECT_THAT(expect_refused(), HasSubstr(": /dev/mem: Permission denied\n"));
+}
+
+// kxctl on this machine, started by setpriv with these options.
+class RefusedHere : public testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "only root can give up privileges";
+        }
+        test::Setup setup;
+        setup.program = "setpriv";
+        if (test::run({"--bounding-set=-all", "--inh-caps=-all", "true"}, setup).exit != 0) {
+            GTEST_SKIP() << "setpriv cannot give up privileges here";
+        }
+        std::string path = std::filesystem::temp_directory_path() / "kxctl-refused-XXXXXX";
+        directory_ = mkdtemp(path.data());
+        chmod(directory_.c_str(), 0755);
+        file_ = directory_ + "/saved.conf";
+        std::ofstream(file_) << "eth2.mtu = 1500\n";
+    }
+    void TearDown() override {
+        if (!directory_.empty()) {
+            std::filesystem::remove_all(directory_);
+        }
+    }
+
+    test::Result restore_with(std::vector<std::string> options) const {
+        test::Setup setup;
+        setup.program = "setpriv";
+        options.insert(options.end(), {KXCTL_PROGRAM, "restore", file_});
+        return test::run(options, setup);
+    }
+
+    std::string directory_;
+    std::string file_;
+};
+
+TEST_F(RefusedHere, FileOfRootsIsToldAsAMatterOfTheUser) {
+    chmod(file_.c_str(), 0600);
+    const test::Result result = restore_with({"--reuid=65534", "--regid=65534", "--clear-groups"});
+    EXPECT_EQ(result.exit, 13);
+    EXPECT_THAT(
+        result.err, StartsWith(
+                        "kxctl: " + file_ +
+                        ": Permission denied: the user is not root and lacks CAP_DAC_OVERRIDE"));
+}
+
+TEST_F(RefusedHere, RootWithoutCapabilitiesIsToldWhichOne) {
+    chmod(file_.c_str(), 0600);
+    ASSERT_EQ(chown(file_.c_str(), 65534, 65534), 0);
+    const test::Result result = restore_with({"--bounding-set=-all", "--inh-caps=-all"});
+    EXPECT_EQ(result.exit, 13);
+    EXPECT_THAT(result.err, HasSubstr(": Permission denied: root lacks CAP_DAC_OVERRIDE here"));
+}
+
+}  // namespace

@@ -1,0 +1,26 @@
+// Names of commands, and what was given for their arguments.
+#include "cli/command.hpp"
+
+namespace kx::ctl {
+
+std::string Command::name() const {
+    return *verb == '\0' ? std::string(noun) : std::string(noun) + " " + verb;
+}
+
+void Arguments::add(std::string_view name, std::vector<std::string> values) {
+    values_.insert_or_assign(std::string(name), std::move(values));
+}
+
+bool Arguments::has(std::string_view name) const { return values_.find(name) != values_.end(); }
+
+std::string Arguments::get(std::string_view name, std::string_view otherwise) const {
+    const std::span<const std::string> given = all(name);
+    return given.empty() ? std::string(otherwise) : given.back();
+}
+
+std::span<const std::string> Arguments::all(std::string_view name) const {
+    const auto found = values_.find(name);
+    return found == values_.end() ? std::span<const std::string>() : found->second;
+}
+
+}  // namespace kx::ctl

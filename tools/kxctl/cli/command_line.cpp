@@ -1,0 +1,210 @@
+// The only file that knows the argument parser.
+#include "cli/command_line.hpp"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <string_view>
+
+#include "failure/failure.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr const char* kHelp = "-h,--help";
+constexpr const char* kVersion = "--version";
+
+void register_argument(CLI::App& app, const Argument& argument) {
+    if (argument.is_option() && *argument.value == '\0') {
+        app.add_flag(argument.name)->disable_flag_override();
+        return;
+    }
+    CLI::Option* const option = app.add_option(argument.name)->type_name(argument.value);
+    if (argument.count == Count::kSeveral) {
+        option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+    } else if (argument.is_option()) {
+        option->take_last();
+    }
+    option->required(!argument.is_option() && argument.count != Count::kOptional);
+    if (!argument.choices.empty()) {
+        const std::vector<std::string>& choices = argument.choices;
+        option->check([&choices](const std::string& value) {
+            return std::ranges::find(choices, value) != choices.end()
+                       ? std::string()
+                       : fmt::format("{} is none of {}", value, fmt::join(choices, ", "));
+        });
+    }
+}
+
+// The options and positional words that an app was given.
+Arguments given(const CLI::App& app) {
+    Arguments arguments;
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->count() > 0) {
+            arguments.add(option->get_name(), option->results());
+        }
+    }
+    return arguments;
+}
+
+// The parser's tree: the program, its nouns, their verbs. Options of all commands are known to the
+// program and may stand anywhere.
+class Tree {
+public:
+    Tree() {
+        root_.set_help_flag(kHelp);
+        root_.require_subcommand(0, 1);
+        root_.allow_extras();
+        root_.prefix_command();  // behind a word that nothing takes, nothing is understood
+        for (const Argument& option : global_options()) {
+            if (std::string_view(option.name) != kHelp) {
+                register_argument(root_, option);
+            }
+        }
+        for (const Command& command : commands()) {
+            add(command);
+        }
+    }
+
+    CLI::App& root() { return root_; }
+
+    // What was parsed so far, also when the parser gave up.
+    Invocation result() const {
+        Invocation invocation;
+        invocation.options = given(root_);
+        if (const CLI::App* const noun = chosen(root_)) {
+            invocation.noun = noun->get_name();
+            const CLI::App* const verb = chosen(*noun);
+            const CLI::App* const leaf = verb == nullptr ? noun : verb;
+            if (const auto found = leaves_.find(leaf); found != leaves_.end()) {
+                invocation.command = found->second;
+                invocation.arguments = given(*leaf);
+            }
+        }
+        return invocation;
+    }
+
+private:
+    static const CLI::App* chosen(const CLI::App& app) {
+        const std::vector<CLI::App*> parsed = app.get_subcommands();
+        return parsed.empty() ? nullptr : parsed.front();
+    }
+
+    static CLI::App& add_word(CLI::App& parent, const std::string& word) {
+        CLI::App& app = *parent.add_subcommand(word);
+        app.fallthrough();
+        app.require_subcommand(0, 1);
+        app.set_help_flag(kHelp);
+        return app;
+    }
+
+    CLI::App& noun_app(const std::string& noun) {
+        CLI::App*& app = nouns_[noun];
+        if (app == nullptr) {
+            app = &add_word(root_, noun);
+        }
+        return *app;
+    }
+
+    void add(const Command& command) {
+        CLI::App& noun = noun_app(command.noun);
+        CLI::App& leaf = *command.verb == '\0' ? noun : add_word(noun, command.verb);
+        leaves_.emplace(&leaf, &command);
+        for (const Argument& argument : command.arguments) {
+            register_argument(leaf, argument);
+        }
+    }
+
+    CLI::App root_;
+    std::map<std::string, CLI::App*> nouns_;
+    std::map<const CLI::App*, const Command*> leaves_;
+};
+
+// "list, set, show"
+std::string verbs_of(std::string_view noun) {
+    std::vector<std::string> verbs;
+    for (const Command& command : commands()) {
+        if (noun == command.noun) {
+            verbs.emplace_back(command.verb);
+        }
+    }
+    return fmt::format("{}", fmt::join(verbs, ", "));
+}
+
+// Words that nothing took. The parser keeps the "--" that ends the options among them, unless no
+// positional word was to follow; then it has forgotten the mark and read on.
+std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::string>& words) {
+    std::vector<std::string> left = root.remaining(true);
+    const auto mark = std::ranges::find(words, "--");
+    if (mark == words.end()) {
+        return left;
+    }
+    if (const auto kept = std::ranges::find(left, "--"); kept != left.end()) {
+        left.erase(kept);
+        return left;
+    }
+    return {mark + 1, words.end()};
+}
+
+[[noreturn]] void refuse_word(const Invocation& invocation, const std::string& word) {
+    if (invocation.command != nullptr) {
+        refuse_usage(fmt::format("{} does not take {}", invocation.command->name(), word));
+    }
+    if (word.starts_with('-')) {
+        refuse_usage(fmt::format("Unknown option {}", word));
+    }
+    if (invocation.noun.empty()) {
+        refuse_usage(fmt::format("Unknown command {}", word));
+    }
+    refuse_usage(
+        fmt::format("{} knows {}, not {}", invocation.noun, verbs_of(invocation.noun), word));
+}
+
+}  // namespace
+
+Invocation parse(const std::vector<std::string>& words) {
+    static Tree tree;  // forgets the words before when it is given others
+    std::string complaint;
+    Wish wish = Wish::kRun;
+    try {
+        tree.root().parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    } catch (const CLI::CallForHelp&) {
+        wish = Wish::kHelp;
+    } catch (const CLI::ParseError& error) {
+        complaint = error.what();
+    }
+    Invocation invocation = tree.result();
+    invocation.wish = invocation.options.has(kVersion) ? Wish::kVersion : wish;
+    if (const std::vector<std::string> extras = left_over(tree.root(), words); !extras.empty()) {
+        refuse_word(invocation, extras[0]);
+    }
+    if (!complaint.empty()) {
+        refuse_usage(
+            invocation.command == nullptr
+                ? complaint
+                : fmt::format("{}: {}", invocation.command->name(), complaint));
+    }
+    if (invocation.wish == Wish::kRun && invocation.noun.empty()) {
+        refuse_usage("No command given");
+    }
+    if (invocation.wish == Wish::kRun && invocation.command == nullptr) {
+        refuse_usage(
+            fmt::format("{} needs a verb: {}", invocation.noun, verbs_of(invocation.noun)));
+    }
+    return invocation;
+}
+
+bool asks_for_json(const std::vector<std::string>& words) {
+    const auto end = std::ranges::find(words, "--");
+    return std::any_of(words.begin(), end, [](const std::string& word) {
+        const bool is_cluster = word.size() > 1 && word.find_first_not_of("jvh", 1) == word.npos;
+        return word == "--json" ||
+               (word.starts_with('-') && is_cluster && word.find('j') != word.npos);
+    });
+}
+
+}  // namespace kx::ctl

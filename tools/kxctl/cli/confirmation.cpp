@@ -1,0 +1,56 @@
+#include "cli/confirmation.hpp"
+
+#include <fmt/core.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "failure/failure.hpp"
+#include "files/descriptor.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr std::size_t kLongestAnswer = 64;
+
+// One line of standard input, byte by byte: what follows it belongs to whoever reads next.
+std::string read_answer() {
+    std::string answer;
+    char byte = 0;
+    while (::read(STDIN_FILENO, &byte, 1) == 1 && byte != '\n' && answer.size() < kLongestAnswer) {
+        answer.push_back(byte);
+    }
+    return answer;
+}
+
+}  // namespace
+
+bool is_yes(std::string_view answer) {
+    const std::size_t first = answer.find_first_not_of(" \t");
+    if (first == answer.npos) {
+        return false;
+    }
+    const std::string word(answer.substr(first, answer.find_last_not_of(" \t\r") + 1 - first));
+    return strcasecmp(word.c_str(), "y") == 0 || strcasecmp(word.c_str(), "yes") == 0;
+}
+
+Confirmation::Confirmation(bool given, const std::string& command) : given_(given) {
+    if (!given && (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1)) {
+        throw Failure(
+            ExitCode::kUsage,
+            fmt::format("{} asks first, and there is no terminal (--yes answers it)", command));
+    }
+}
+
+void Confirmation::ask(const std::string& what) const {
+    if (given_) {
+        return;
+    }
+    static_cast<void>(write_text(STDERR_FILENO, what + "\nGo on? [y/N] "));
+    if (!is_yes(read_answer())) {
+        throw Failure(ExitCode::kFailed, "Nothing was changed");
+    }
+}
+
+}  // namespace kx::ctl

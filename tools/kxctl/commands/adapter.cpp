@@ -1,0 +1,217 @@
+// adapter: what the flash and the EEPROM of the host's adapters hold.
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <map>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "library/adapter_fields.hpp"
+#include "library/adapter_query.hpp"
+#include "library/query.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+
+namespace kx::ctl::adapter {
+namespace {
+
+// The interfaces of adapters are known to their drivers, which need not be loaded.
+std::vector<std::string> interfaces_of(const std::string& location) {
+    std::vector<std::string> names;
+    try {
+        for (const PortInfo& port : query_ports(location)) {
+            names.push_back(field_text(port.interface_name));
+        }
+    } catch (const Failure&) {
+        names.clear();
+    }
+    return names;
+}
+
+// How many interfaces each adapter has, by its location.
+std::map<std::string, std::size_t> interface_counts() {
+    std::map<std::string, std::size_t> counts;
+    try {
+        for (const CardInfo& card : query_cards()) {
+            counts[field_text(card.pci_bus_location)] = card.port_count;
+        }
+    } catch (const Failure&) {
+        counts.clear();
+    }
+    return counts;
+}
+
+std::string count_text(std::optional<std::size_t> count) {
+    return count ? fmt::format("{}", *count) : "";
+}
+
+Json count_json(std::optional<std::size_t> count) { return count ? Json(*count) : Json(); }
+
+// Of an adapter that was not read nothing is known but its place and its ids.
+Json when_read(const AdapterInfoRecord& adapter, const Json& value) {
+    return was_read(adapter) ? value : Json();
+}
+
+std::string presence(bool present) { return present ? "present" : "none"; }
+
+// What a list of adapters tells of each.
+Json identity_json(const AdapterInfoRecord& adapter, std::optional<std::size_t> ports) {
+    return {
+        {"location", location_of(adapter)},
+        {"domain", std::uint32_t{adapter.domain}},
+        {"adapter_index", adapter.adapter},
+        {"vendor_id", std::uint32_t{adapter.vendor_id}},
+        {"device_id", std::uint32_t{adapter.device_id}},
+        {"chip_type", chip_text(adapter)},
+        {"product", text_or_null(product_text(adapter.product_name))},
+        {"serial_number", text_or_null(product_text(adapter.serial_number))},
+        {"mac", text_or_null(mac_text(adapter))},
+        {"port_count", count_json(ports)},
+        {"option_rom", when_read(adapter, has_option_rom(adapter))},
+        {"bios_version", text_or_null(bios_version(adapter))},
+    };
+}
+
+Json boot_json(const Q4BootConfig* config) {
+    if (config == nullptr) {
+        return {};
+    }
+    Json all = Json::object();
+    for (const BootField& field : boot_fields()) {
+        const std::vector<std::uint32_t> values = boot_values(*config, field);
+        all[field.name] = field.count == 1 ? Json(values[0]) : Json(values);
+    }
+    all["initiator_name"] = text_or_null(initiator_name(*config));
+    return all;
+}
+
+template <std::size_t N>
+void put(char (&field)[N], const std::string& value) {
+    std::copy_n(value.begin(), std::min(value.size(), N), field);
+}
+
+// Q3 records lack the part number and "V0"; both are among the product data that the adapter's
+// other record holds.
+void complete(AdapterInfoRecord& adapter) {
+    if (adapter.chip_class == KX_CLASS_Q3 && was_read(adapter)) {
+        const AdapterRecord record = query_adapter(location_of(adapter));
+        const VpdContent content = decode_vpd(record.q3_vpd);
+        put(adapter.part_number, content.value("PN"));
+        put(adapter.v0, content.value("V0"));
+    }
+}
+
+// A signed Q4 or Q5 record's fields, each under its name.
+void add_boot_config(Table& table, const Q4BootConfig& config) {
+    for (const BootField& field : boot_fields()) {
+        table.add_row(
+            {fmt::format("  {}", field.name),
+             fmt::format("{}", fmt::join(boot_values(config, field), ", "))});
+    }
+    table.add_row({"  initiator_name", initiator_name(config)});
+}
+
+void add_identity(Table& table, const AdapterInfoRecord& adapter) {
+    table.add_row({"Product", product_text(adapter.product_name)});
+    table.add_row({"Chip", chip_text(adapter)});
+    table.add_row(
+        {"PCI location",
+         fmt::format("{:04x}:{}", std::uint32_t{adapter.domain}, location_of(adapter))});
+    table.add_row(
+        {"PCI ids",
+         fmt::format(
+             "{:04x}:{:04x}", std::uint32_t{adapter.vendor_id}, std::uint32_t{adapter.device_id})});
+    table.add_row({"Part number", product_text(adapter.part_number)});
+    table.add_row({"Serial number", product_text(adapter.serial_number)});
+    table.add_row({"MAC", mac_text(adapter)});
+}
+
+void add_boot(Table& table, const AdapterInfoRecord& adapter) {
+    if (!was_read(adapter)) {
+        table.add_row(
+            {"Not read", "The vital product data, on which the rest depends, are not there"});
+        return;
+    }
+    table.add_row({"Option ROM", presence(has_option_rom(adapter))});
+    table.add_row({"BIOS version", bios_version(adapter)});
+    if (adapter.chip_class == KX_CLASS_Q3) {
+        table.add_row({"Settings", presence(has_settings(adapter))});
+        return;
+    }
+    const Q4BootConfig* const config = boot_config(adapter);
+    table.add_row({"Default configuration", fmt::format("{}", adapter.default_config_version)});
+    table.add_row({"Boot configuration", presence(config != nullptr)});
+    if (config != nullptr) {
+        add_boot_config(table, *config);
+    }
+}
+
+}  // namespace
+
+ExitCode list(const Arguments&, Output& output) {
+    const std::vector<AdapterInfoRecord> adapters = query_adapter_infos();
+    std::map<std::string, std::size_t> interfaces = interface_counts();
+    const auto ports = [&](const AdapterInfoRecord& adapter) {
+        return port_count(adapter, interfaces[location_of(adapter)]);
+    };
+    if (output.wants_json()) {
+        Json all = Json::array();
+        for (const AdapterInfoRecord& adapter : adapters) {
+            all.push_back(identity_json(adapter, ports(adapter)));
+        }
+        output.json(Json{{"adapters", all}});
+        return ExitCode::kDone;
+    }
+    Table table(
+        {{"LOCATION"},
+         {"CHIP"},
+         {"PRODUCT"},
+         {"SERIAL NUMBER"},
+         {"MAC"},
+         {"PORTS", Align::kRight},
+         {"BIOS"}});
+    for (const AdapterInfoRecord& adapter : adapters) {
+        table.add_row(
+            {location_of(adapter), chip_text(adapter), product_text(adapter.product_name),
+             product_text(adapter.serial_number), mac_text(adapter), count_text(ports(adapter)),
+             bios_version(adapter)});
+    }
+    output.table(table);
+    return ExitCode::kDone;
+}
+
+ExitCode show(const Arguments& arguments, Output& output) {
+    const std::string location = arguments.get("LOCATION");
+    AdapterInfoRecord adapter = query_adapter_info(location);
+    complete(adapter);
+    const std::vector<std::string> interfaces = interfaces_of(location);
+    const std::optional<std::size_t> ports = port_count(adapter, interfaces.size());
+    if (output.wants_json()) {
+        Json all = identity_json(adapter, ports);
+        const bool is_q3 = adapter.chip_class == KX_CLASS_Q3;
+        all.update(Json{
+            {"part_number", text_or_null(product_text(adapter.part_number))},
+            {"interfaces", interfaces},
+            {"v0", text_or_null(product_text(adapter.v0))},
+            {"v5", text_or_null(product_text(adapter.v5))},
+            {"default_config_version",
+             when_read(adapter, is_q3 ? Json() : Json(adapter.default_config_version))},
+            {"boot_configuration", boot_json(boot_config(adapter))},
+            {"settings", when_read(adapter, is_q3 ? Json(has_settings(adapter)) : Json())},
+        });
+        output.json(all);
+        return ExitCode::kDone;
+    }
+    Table table({{}, {}});
+    add_identity(table, adapter);
+    table.add_row({"Ports", count_text(ports)});
+    table.add_row({"Interfaces", fmt::format("{}", fmt::join(interfaces, ", "))});
+    table.add_row({"V0", product_text(adapter.v0)});
+    table.add_row({adapter.chip_class == KX_CLASS_Q3 ? "V7" : "V5", product_text(adapter.v5)});
+    add_boot(table, adapter);
+    output.table(table);
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::adapter

@@ -1,0 +1,132 @@
+// bridge: the network interfaces of virtual machines, each on a bridge of the host.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "commands/nouns.hpp"
+#include "library/machines.hpp"
+#include "library/record_text.hpp"
+#include "output/output.hpp"
+#include "output/printable.hpp"
+
+namespace kx::ctl::bridge {
+namespace {
+
+constexpr const char* kNoModel = "N/A";
+
+// The library names machines by their ids here, which only active ones have.
+Machine find_active(const Arguments& arguments) {
+    Machine machine = find_machine(arguments.get("VM"));
+    if (!machine.is_active()) {
+        throw Failure(
+            ExitCode::kFailed,
+            fmt::format("{} has interfaces only while it runs", machine.title()));
+    }
+    return machine;
+}
+
+std::vector<_interfaceInfo> interfaces_of(const Machine& machine) {
+    _interfaceInfo* records = nullptr;
+    int count = 0;
+    const int result = call_machines([&](VMUtils& library) {
+        return library.listInterfacesForVM(machine.id, &records, &count);
+    });
+    const std::unique_ptr<_interfaceInfo, decltype(&std::free)> owner(records, std::free);
+    if (result != 0) {
+        throw machine_failure(
+            ExitCode::kFailed, fmt::format("Cannot list the interfaces of {}", machine.title()));
+    }
+    return {records, records + count};
+}
+
+std::string mac_text(const _interfaceInfo& interface) {
+    const unsigned char* const mac = interface.mac;
+    return fmt::format(
+        "{:02x}:{:02x}:{:02x}:{:02x}:{:02x}:{:02x}", mac[0], mac[1], mac[2], mac[3], mac[4],
+        mac[5]);
+}
+
+std::string model_text(const _interfaceInfo& interface) {
+    const std::string model = field_text(interface.model);
+    return model == kNoModel ? "" : model;
+}
+
+Json to_json(const _interfaceInfo& interface) {
+    return {
+        {"target", text_or_null(field_text(interface.targetDev))},
+        {"type", text_or_null(field_text(interface.type))},
+        {"bridge", text_or_null(field_text(interface.bridge))},
+        {"model", text_or_null(model_text(interface))},
+        {"mac", mac_text(interface)},
+        {"alias", text_or_null(field_text(interface.alias))},
+    };
+}
+
+void tell(Output& output, const Machine& machine, const std::vector<_interfaceInfo>& interfaces) {
+    if (output.wants_json()) {
+        output.json(Json{{"vm", machine.name}, {"interfaces", json_array(interfaces, to_json)}});
+        return;
+    }
+    Table table({{"TARGET"}, {"TYPE"}, {"BRIDGE"}, {"MODEL"}, {"MAC"}});
+    for (const _interfaceInfo& interface : interfaces) {
+        table.add_row(
+            {field_text(interface.targetDev), field_text(interface.type),
+             field_text(interface.bridge), model_text(interface), mac_text(interface)});
+    }
+    output.table(table);
+}
+
+}  // namespace
+
+ExitCode list(const Arguments& arguments, Output& output) {
+    const Machine machine = find_active(arguments);
+    tell(output, machine, interfaces_of(machine));
+    return ExitCode::kDone;
+}
+
+ExitCode attach(const Arguments& arguments, Output& output) {
+    const Machine machine = find_active(arguments);
+    std::string bridge = arguments.get("BRIDGE");
+    const int result = call_machines(
+        [&](VMUtils& library) { return library.attachBrdgToVM(machine.id, bridge.data()); });
+    if (result != 0) {
+        throw machine_failure(
+            ExitCode::kFailed,
+            fmt::format("Cannot attach {} to bridge {}", machine.title(), bridge));
+    }
+    tell(output, machine, interfaces_of(machine));
+    return ExitCode::kDone;
+}
+
+ExitCode detach(const Arguments& arguments, Output& output) {
+    const Machine machine = find_active(arguments);
+    const std::string target = arguments.get("TARGET");
+    const std::vector<_interfaceInfo> interfaces = interfaces_of(machine);
+    // A name that fills its field may go on behind it.
+    const auto found =
+        std::find_if(interfaces.begin(), interfaces.end(), [&](const _interfaceInfo& interface) {
+            return field_text(interface.targetDev) == target.substr(0, sizeof interface.targetDev);
+        });
+    if (target.empty() || found == interfaces.end()) {
+        throw Failure(
+            ExitCode::kNotFound, fmt::format("{} has no interface {}", machine.title(), target));
+    }
+    const int result = call_machines(
+        [&](VMUtils& library) { return library.dettachInterfaceFromVM(machine.id, *found); });
+    if (result != 0) {
+        throw machine_failure(
+            ExitCode::kFailed, fmt::format("Cannot detach {} from {}", target, machine.title()));
+    }
+    if (output.wants_json()) {
+        output.json(
+            Json{{"vm", machine.name}, {"target", target}, {"kept_until_next_start", true}});
+    } else {
+        output.text(fmt::format(
+            "{} is out of the definition of {}, which keeps it until its next start\n",
+            printable(target), printable(machine.name)));
+    }
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::bridge

@@ -1,0 +1,77 @@
+// card: the adapters of the host.
+#include <fmt/core.h>
+
+#include <cstring>
+
+#include "commands/nouns.hpp"
+#include "library/query.hpp"
+#include "library/record_text.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+
+namespace kx::ctl::card {
+namespace {
+
+// The offload device of a card. The text of cards with an offload engine is longer than its field
+// and runs two bytes into the PCI class, which is lost for those cards.
+struct Offload {
+    explicit Offload(const CardInfo& card) {
+        char text[sizeof card.offload_device + 2];
+        const char* const record = reinterpret_cast<const char*>(&card);
+        std::memcpy(text, record + offsetof(CardInfo, offload_device), sizeof text);
+        covers_class = field_text(text) == "OffloadCard";
+        device = covers_class ? field_text(text) : field_text(card.offload_device);
+    }
+
+    [[nodiscard]] std::string for_people() const {
+        return covers_class ? "yes" : device == "nic_dev" ? "no" : device;
+    }
+
+    std::string device;
+    bool covers_class;
+};
+
+Json to_json(const CardInfo& card) {
+    const Offload offload(card);
+    return {
+        {"location", field_text(card.pci_bus_location)},
+        {"chip_type", field_text(card.chip_type)},
+        {"model", text_or_null(field_text(card.model))},
+        {"vendor_id", std::uint32_t{card.vendor_id}},
+        {"device_id", std::uint32_t{card.device_id}},
+        {"pci_class", offload.covers_class ? Json() : Json(std::uint32_t{card.pci_class})},
+        {"irq", std::uint32_t{card.irq}},
+        {"port_count", std::uint16_t{card.port_count}},
+        {"firmware", text_or_null(field_text(card.firmware))},
+        {"offload_device", text_or_null(offload.device)},
+    };
+}
+
+}  // namespace
+
+ExitCode list(const Arguments&, Output& output) {
+    const std::vector<CardInfo> cards = query_cards();
+    if (output.wants_json()) {
+        output.json(Json{{"cards", json_array(cards, to_json)}});
+        return ExitCode::kDone;
+    }
+    Table table(
+        {{"LOCATION"},
+         {"CHIP"},
+         {"MODEL"},
+         {"DEVICE"},
+         {"PORTS", Align::kRight},
+         {"FIRMWARE"},
+         {"OFFLOAD"}});
+    for (const CardInfo& card : cards) {
+        table.add_row(
+            {field_text(card.pci_bus_location), field_text(card.chip_type), field_text(card.model),
+             fmt::format("{:04x}", std::uint32_t{card.device_id}),
+             fmt::format("{}", std::uint16_t{card.port_count}), field_text(card.firmware),
+             Offload(card).for_people()});
+    }
+    output.table(table);
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::card

@@ -1,0 +1,190 @@
+// flash info, flash dump: what an adapter's flash is, and what is in it.
+#include <fmt/core.h>
+#include <kxlinhw/flash.h>
+#include <kxlinhw/flash_images.h>
+#include <kxlinhw/q3_boot.h>
+
+#include <cstring>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "files/whole_file.hpp"
+#include "flash/card.hpp"
+#include "library/call.hpp"
+#include "library/record_text.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+
+namespace kx::ctl::flash {
+namespace {
+
+// What the two boot images tell of themselves. A version is empty when there is none.
+struct Contents {
+    bool boot_valid = false;
+    std::string boot_version;
+    bool config_valid = false;
+};
+
+Contents q4_contents(std::uint8_t adapter) {
+    Contents contents;
+    std::uint32_t version = 0;
+    call_library([&] {
+        contents.boot_valid = Is_Valid_q4oprom_Present(adapter) == 0;
+        contents.config_valid = Is_Valid_q4config_Present(adapter) == 0;
+        version = read_q4biosversion_from_boot(adapter);
+    });
+    if (version != KX_BIOS_VERSION_UNKNOWN && version != 0xFFFFFFFF) {
+        contents.boot_version = fmt::format(
+            "{}.{}.{}.{}", version & 0xFF, version >> 8 & 0xFF, version >> 16 & 0xFF,
+            version >> 24);
+    }
+    return contents;
+}
+
+Contents q3_contents(const FlashCard& card) {
+    Contents contents;
+    const std::vector<std::uint8_t> head = card.read({0, 4});
+    contents.boot_valid = head[0] == 0x55 && head[1] == 0xAA;
+    Q3OptionRomVersion rom{};
+    Q3Settings settings{};
+    call_library([&] {
+        if (get_pxe_oprom_version(card.index(), &rom) == 0) {
+            const unsigned version = rom.version;
+            contents.boot_version =
+                fmt::format("{}.{} build {}", version >> 8, version & 0xFF, unsigned{rom.build});
+        }
+        contents.config_valid = q3_read_settings(card.index(), &settings) == 0 &&
+                                std::memcmp(settings.signature, "CIB", sizeof "CIB") == 0;
+    });
+    return contents;
+}
+
+Contents contents_of(const FlashCard& card) {
+    card.open_window();
+    return card.is_q3() ? q3_contents(card) : q4_contents(card.index());
+}
+
+// Only the flash of Q4 and Q5 identifies itself.
+Json flash_json(const FlashCard& card) {
+    const FlashLayout& layout = card.layout();
+    const auto or_null = [](std::uint32_t number) { return number == 0 ? Json() : Json(number); };
+    return {
+        {"manufacturer", card.is_q3() ? Json() : Json(unsigned{KX_FLASH_MANUFACTURER})},
+        {"size_bytes", layout.size},
+        {"sectors", or_null(layout.sectors)},
+        {"sector_size_bytes", or_null(layout.sector_size())},
+    };
+}
+
+Json region_json(const FlashRegion& region, const Contents& contents) {
+    const std::string_view name = region.name;
+    Json json{{"name", name}, {"address", region.range.begin}, {"size_bytes", region.range.size()}};
+    if (name == "boot") {
+        json["valid"] = contents.boot_valid;
+        json["version"] = text_or_null(contents.boot_version);
+    } else if (name == "config") {
+        json["valid"] = contents.config_valid;
+    }
+    return json;
+}
+
+Json info_json(const FlashCard& card, const Contents& contents) {
+    Json regions = Json::array();
+    for (const FlashRegion& region : card.layout().regions) {
+        regions.push_back(region_json(region, contents));
+    }
+    Json json = card.json();
+    json["flash"] = flash_json(card);
+    json["regions"] = regions;
+    return json;
+}
+
+std::string size_text(std::uint32_t size) { return fmt::format("{} KiB", size / 1024); }
+
+Cell content_cell(std::string_view region, const Contents& contents) {
+    if (region == "boot") {
+        const std::string& version = contents.boot_version;
+        return contents.boot_valid
+                   ? Cell("valid" + (version.empty() ? "" : ", version " + version), Style::kGood)
+                   : Cell("no option ROM");
+    }
+    if (region == "config") {
+        return contents.config_valid ? Cell("valid", Style::kGood) : Cell("no valid record");
+    }
+    return "";
+}
+
+void print_info(const FlashCard& card, const Contents& contents, Output& output) {
+    const FlashLayout& layout = card.layout();
+    Table facts({{}, {}});
+    facts.add_row({"Card", card.name()});
+    facts.add_row({"Flash size", size_text(layout.size)});
+    facts.add_row(
+        {"Manufacturer",
+         card.is_q3() ? "" : fmt::format("{:#04x}", unsigned{KX_FLASH_MANUFACTURER})});
+    facts.add_row(
+        {"Sectors",
+         layout.sectors == 0
+             ? ""
+             : fmt::format("{} of {}", layout.sectors, size_text(layout.sector_size()))});
+    output.table(facts);
+    output.text("\n");
+    Table regions(
+        {{"REGION"}, {"ADDRESS", Align::kRight}, {"SIZE", Align::kRight}, {"HOLDS"}, {"STATE"}});
+    for (const FlashRegion& region : layout.regions) {
+        regions.add_row(
+            {region.name, fmt::format("{:#x}", region.range.begin), size_text(region.range.size()),
+             region.meaning, content_cell(region.name, contents)});
+    }
+    output.table(regions);
+}
+
+Range range_named(const FlashCard& card, const std::string& name) {
+    if (name == "all") {
+        return {0, card.layout().size};
+    }
+    const FlashRegion* const region = card.layout().region(name);
+    if (region == nullptr) {
+        throw Failure(
+            ExitCode::kNotSupported,
+            fmt::format("{}: the flash has no region {}", card.location(), name));
+    }
+    return region->range;
+}
+
+}  // namespace
+
+ExitCode info(const Arguments& arguments, Output& output) {
+    const FlashCard card(arguments.get("LOCATION"));
+    const Contents contents = contents_of(card);
+    if (output.wants_json()) {
+        output.json(info_json(card, contents));
+    } else {
+        print_info(card, contents, output);
+    }
+    return ExitCode::kDone;
+}
+
+ExitCode dump(const Arguments& arguments, Output& output) {
+    const std::string path = arguments.get("FILE");
+    const std::string region = arguments.get("--region", "all");
+    must_be_free(path);
+    const FlashCard card(arguments.get("LOCATION"));
+    const Range range = range_named(card, region);
+    const std::string label = "Reading " + (region == "all" ? std::string("flash") : region);
+    write_new_file(path, card.read(range, label));
+    if (output.wants_json()) {
+        Json json = card.json();
+        json["file"] = path;
+        json["region"] = region;
+        json["address"] = range.begin;
+        json["size_bytes"] = range.size();
+        output.json(json);
+    } else {
+        output.text(
+            fmt::format("{} bytes from {:#x} written to {}\n", range.size(), range.begin, path));
+    }
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::flash

@@ -1,0 +1,211 @@
+// flash write-boot, erase-boot, config-default, config-erase, config-write: what replaces or erases
+// the boot images of an adapter.
+#include <fmt/core.h>
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/flash_images.h>
+#include <kxlinhw/q3_boot.h>
+
+#include <cstring>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "files/whole_file.hpp"
+#include "flash/change.hpp"
+#include "library/call.hpp"
+
+namespace kx::ctl::flash {
+namespace {
+
+using FileBytes = std::vector<std::uint8_t>;
+
+constexpr std::size_t kConfigRegion = 0x10000;
+constexpr std::string_view kQ4Signature = "CBIO";
+constexpr std::string_view kQ3Signature{"CIB\0", 4};
+
+[[noreturn]] void refuse(const std::string& path, const std::string& text) {
+    throw Failure(ExitCode::kUsage, path + ": " + text);
+}
+
+bool begins_with(const FileBytes& bytes, std::string_view signature) {
+    return bytes.size() >= signature.size() &&
+           std::memcmp(bytes.data(), signature.data(), signature.size()) == 0;
+}
+
+// What fits no adapter is refused before one is looked at.
+FileBytes read_image(const std::string& path) {
+    FileBytes image = read_whole_file(path, KX_BOOT_IMAGE_MAX);
+    if (image.size() < KX_BOOT_IMAGE_MIN) {
+        refuse(path, fmt::format("a boot image has at least {} bytes", int{KX_BOOT_IMAGE_MIN}));
+    }
+    if (!begins_with(image, "\x55\xAA")) {
+        refuse(path, "a boot image begins with 55 aa");
+    }
+    return image;
+}
+
+void must_have(const FlashCard& card, const char* region) {
+    if (card.layout().region(region) == nullptr) {
+        throw Failure(
+            ExitCode::kNotSupported,
+            fmt::format("{}: the flash is too small for a boot image", card.location()));
+    }
+}
+
+void must_fit(const FlashCard& card, const std::string& path, const FileBytes& image) {
+    if (card.is_q3() && image.size() > KX_Q3_BOOT_IMAGE_MAX) {
+        refuse(
+            path,
+            fmt::format("a boot image of Q3 has at most {} bytes", int{KX_Q3_BOOT_IMAGE_MAX}));
+    }
+}
+
+// The record itself, from a file that holds it with or without the rest of its region.
+FileBytes read_record_file(const FlashCard& card, const std::string& path) {
+    FileBytes record = read_whole_file(path, kConfigRegion);
+    const std::size_t size = card.is_q3() ? sizeof(Q3Settings) : sizeof(Q4BootConfig);
+    if (record.size() < size) {
+        refuse(path, fmt::format("a record of {} has {} bytes", card.chip(), size));
+    }
+    if (!begins_with(record, card.is_q3() ? kQ3Signature : kQ4Signature)) {
+        refuse(path, fmt::format("this is no record of {}", card.chip()));
+    }
+    record.resize(size);
+    return record;
+}
+
+// The library writes no default record for an adapter without option ROM, whose version it holds.
+void must_have_option_rom(const FlashCard& card) {
+    card.open_window();
+    const std::uint32_t version =
+        call_library([&] { return read_q4biosversion_from_boot(card.index()); });
+    if (version == KX_BIOS_VERSION_UNKNOWN || version == 0xFFFFFFFF) {
+        throw Failure(
+            ExitCode::kNotFound,
+            fmt::format("{}: there is no boot option ROM to configure", card.location()));
+    }
+}
+
+// The ports that a default record is made for: those of the product, unless the user says.
+std::uint32_t port_count(const FlashCard& card, const Arguments& arguments) {
+    const std::string ports = arguments.get("--ports");
+    if (!ports.empty()) {
+        return static_cast<std::uint32_t>(ports.front() - '0');
+    }
+    constexpr unsigned kProductDigits = 0xF0FF;  // of a device id; the other one is its function's
+    const std::string product = fmt::format("{:x}", card.device_id() & kProductDigits);
+    const std::uint32_t known = call_library([&] { return getPortsQ4(product.c_str()); });
+    if (known == 0) {
+        throw Failure(
+            ExitCode::kUsage,
+            fmt::format(
+                "{}: how many ports device {:04x} has is not known; --ports tells", card.location(),
+                card.device_id()));
+    }
+    return known;
+}
+
+FlashChange erase(const FlashCard& card, const char* region) {
+    const bool boot = std::string_view(region) == "boot";
+    const std::uint8_t index = card.index();
+    const auto own = card.is_q3() ? (boot ? erase_option_rom : erase_hba_settings)
+                                  : (boot ? q4_erase_boot : q4_erase_config);
+    return {
+        .card = &card,
+        .plan = plan_erase(card.layout(), region),
+        .doing = boot ? "erasing the boot option ROM" : "erasing the configuration",
+        .carry_out = [index, own] { return own(index); },
+    };
+}
+
+ExitCode run_erase(
+    const char* command, const char* region, const Arguments& arguments, Output& output) {
+    check_change_options(command, arguments);
+    const FlashCard card = card_to_change(command, arguments);
+    must_have(card, region);
+    return run_change(command, erase(card, region), arguments, output);
+}
+
+// The library changes a record of Q3 as it writes it.
+FlashChange write_record(const FlashCard& card, FileBytes* record) {
+    const std::uint8_t index = card.index();
+    const auto size =
+        static_cast<std::uint32_t>(card.is_q3() ? sizeof(Q3Settings) : sizeof(Q4BootConfig));
+    FlashChange change{
+        .card = &card,
+        .plan = plan_record(card.layout(), size),
+        .doing = "writing the configuration",
+        .carry_out = {},
+        .content = *record,
+    };
+    if (card.is_q3()) {
+        change.carry_out = [index, record] { return save_hba_settings(index, record->data()); };
+    } else {
+        change.carry_out = [index, record] {
+            return write_flash_for_config(index, record->data());
+        };
+    }
+    return change;
+}
+
+}  // namespace
+
+ExitCode write_boot(const Arguments& arguments, Output& output) {
+    constexpr const char* kCommand = "flash write-boot";
+    check_change_options(kCommand, arguments);
+    const std::string path = arguments.get("FILE");
+    const FileBytes image = read_image(path);
+    const FlashCard card = card_to_change(kCommand, arguments);
+    must_have(card, "boot");
+    must_fit(card, path, image);
+    const std::uint8_t index = card.index();
+    const auto size = static_cast<std::uint32_t>(image.size());
+    const FlashChange change{
+        .card = &card,
+        .plan = plan_boot_image(card.layout(), size),
+        .doing = "writing the boot image",
+        .carry_out =
+            [&] {
+                return card.is_q3() ? q3_load_boot(index, image.data(), size)
+                                    : q4_load_boot(index, image.data(), 0, size);
+            },
+        .content = image,
+    };
+    return run_change(kCommand, change, arguments, output);
+}
+
+ExitCode erase_boot(const Arguments& arguments, Output& output) {
+    return run_erase("flash erase-boot", "boot", arguments, output);
+}
+
+ExitCode config_erase(const Arguments& arguments, Output& output) {
+    return run_erase("flash config-erase", "config", arguments, output);
+}
+
+// Q3 adapters have no default but an empty block, whose header the library puts right. The default
+// record of the others is the library's own.
+ExitCode config_default(const Arguments& arguments, Output& output) {
+    constexpr const char* kCommand = "flash config-default";
+    check_change_options(kCommand, arguments);
+    const FlashCard card = card_to_change(kCommand, arguments);
+    must_have(card, "config");
+    FileBytes empty(sizeof(Q3Settings), 0);
+    FlashChange change = write_record(card, &empty);
+    if (!card.is_q3()) {
+        must_have_option_rom(card);
+        const std::uint32_t ports = port_count(card, arguments);
+        change.carry_out = [&card, ports] { return q4_load_default_config(card.index(), ports); };
+        change.content = {};
+    }
+    return run_change(kCommand, change, arguments, output);
+}
+
+ExitCode config_write(const Arguments& arguments, Output& output) {
+    constexpr const char* kCommand = "flash config-write";
+    check_change_options(kCommand, arguments);
+    const FlashCard card = card_to_change(kCommand, arguments);
+    must_have(card, "config");
+    FileBytes record = read_record_file(card, arguments.get("FILE"));
+    return run_change(kCommand, write_record(card, &record), arguments, output);
+}
+
+}  // namespace kx::ctl::flash

@@ -1,0 +1,95 @@
+// offload show: the parameters of a card's offload engine and Ethernet driver.
+#include <fmt/core.h>
+#include <kxlinhw/offload.h>
+#include <kxlinhw/status.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "library/call.hpp"
+#include "library/query.hpp"
+#include "library/record_text.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+#include "settings/setting.hpp"
+
+namespace kx::ctl::offload {
+namespace {
+
+constexpr std::uint8_t kNoControlFiles = 2;
+
+struct Unit {
+    std::string_view key;
+    const char* unit;
+};
+
+// What is not here is a switch, or counted as only the driver knows.
+constexpr Unit kUnits[] = {
+    {"max_host_sndbuf", "bytes"},
+    {"tx_hold_thres", "bytes"},
+    {"max_wr", "work requests"},
+    {"rx_credit_thres", "bytes"},
+    {"mss", "bytes"},
+    {"max_conn", "connections"},
+    {"ddp_thres", "bytes"},
+    {"recvmsg_spin_us", "us"},
+    {"zcopy_sendmsg_partial_thres", "bytes"},
+    {"zcopy_sendmsg_partial_copy", "bytes"},
+    {"zcopy_sendmsg_thres", "bytes"},
+    {"zcopy_sendmsg_copy", "bytes"},
+    {"zcopy_sendmsg_ret_pending_dma", "bytes"},
+};
+
+std::string unit_of(const Setting& setting) {
+    const auto* const found = std::ranges::find(kUnits, setting.key, &Unit::key);
+    return found == std::end(kUnits) ? "" : found->unit;
+}
+
+// The library leaves the parameters of a card empty when it cannot find the engine's device, so
+// that is asked for here. A card without a port is served by the first device.
+int device_of(const CardInfo& card, const std::string& location) {
+    int index = 0;
+    if (card.port_count > 0) {
+        const std::string interface = field_text(query_port(location, 1).interface_name);
+        check(call_library([&] { return getTOEDeviceIndex(interface.c_str(), &index); }));
+    }
+    return index;
+}
+
+}  // namespace
+
+void must_have_engine(const CardInfo& card) {
+    if (field_text(card.offload_device).starts_with("nic")) {
+        check(KX_NIC_ONLY);
+    }
+}
+
+ExitCode show(const Arguments& arguments, Output& output) {
+    const std::string location = arguments.get("LOCATION");
+    const CardInfo card = query_card(location);
+    must_have_engine(card);
+    const int device = device_of(card, location);
+    if (card.params.state == kNoControlFiles) {
+        check(KX_RESOURCE_UNAVAILABLE);
+    }
+    Json parameters = Json::array();
+    Table table({{"PARAMETER"}, {"VALUE", Align::kRight}, {"UNIT"}});
+    for (const Setting& setting : settings()) {
+        if (const auto value = setting.value_in(&card.params)) {
+            const std::string unit = unit_of(setting);
+            parameters.push_back(
+                {{"name", setting.key}, {"value", *value}, {"unit", text_or_null(unit)}});
+            table.add_row({setting.key, fmt::format("{}", *value), unit});
+        }
+    }
+    if (output.wants_json()) {
+        output.json(Json{{"location", location}, {"device", device}, {"parameters", parameters}});
+    } else {
+        output.table(table);
+    }
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::offload

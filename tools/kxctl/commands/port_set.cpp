@@ -1,0 +1,84 @@
+// port set: change the settings of a port.
+#include <fmt/core.h>
+#include <kxlinhw/query.h>
+#include <kxlinhw/settings.h>
+#include <kxlinhw/status.h>
+
+#include "cli/numbers.hpp"
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "library/call.hpp"
+#include "library/query.hpp"
+#include "library/record_text.hpp"
+#include "output/output.hpp"
+#include "settings/change_report.hpp"
+#include "settings/configuration_lock.hpp"
+#include "settings/port_settings.hpp"
+
+namespace kx::ctl::port {
+namespace {
+
+// With auto-negotiation on the library ignores speed and duplex without a word.
+void check_forced_link(std::span<const Change> changes, const PortSettings& settings) {
+    for (const Change& change : changes) {
+        const std::string_view key = change.setting->key;
+        if (settings.autoneg != 0 && (key == "speed" || key == "duplex")) {
+            throw Failure(ExitCode::kUsage, fmt::format("{} needs autoneg=off", key));
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> split_set_messages(std::string_view text) {
+    constexpr std::string_view kMtu = "Set MTU for interface ";
+    constexpr std::string_view kFailed = "failed: ";
+    std::vector<std::string> messages;
+    const std::size_t failed = text.starts_with(kMtu) ? text.find(kFailed) : text.npos;
+    if (failed != text.npos) {
+        for (const KxStatus status : {KX_UNKNOWN_ERROR, KX_INVALID_SET_VALUE}) {
+            const std::string_view reason = GetErrStr(status);
+            const std::size_t start = failed + kFailed.size();
+            if (text.substr(start).starts_with(reason)) {
+                messages.emplace_back(text.substr(0, start + reason.size()));
+                text.remove_prefix(start + reason.size());
+                break;
+            }
+        }
+    }
+    const std::vector<std::string> others = split_detail(text);
+    messages.insert(messages.end(), others.begin(), others.end());
+    return messages;
+}
+
+ExitCode set(const Arguments& arguments, Output& output) {
+    std::string location = arguments.get("LOCATION");
+    const std::uint32_t instance = port_instance(arguments);
+    const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
+    const auto lock = lock_unless_planning(arguments);
+    PortInfo port = query_port(location, instance);
+    const ChangeReport report(
+        Json{
+            {"location", location},
+            {"port", instance},
+            {"interface", field_text(port.interface_name)}},
+        changes, &port.settings);
+    port.settings.change_mask = static_cast<std::uint32_t>(apply_changes(changes, &port.settings));
+    port.settings.port_instance = instance;
+    check_forced_link(changes, port.settings);
+    if (arguments.has("--dry-run")) {
+        return report.tell_plan(output);
+    }
+    const std::uint32_t status = call_library(
+        [&] { return SetPortParam(&port, location.data(), static_cast<int>(instance)); });
+    if (status != KX_SUCCESS && status != KX_SET_FAILED) {
+        throw Failure::of_status(status);
+    }
+    const std::vector<std::string> messages = status == KX_SET_FAILED
+                                                  ? split_set_messages(GetErrStr(KX_SET_FAILED))
+                                                  : std::vector<std::string>();
+    const PortInfo after = query_port(location, instance);
+    return report.tell_result(output, &after.settings, messages, Privilege::kNetworkAdmin);
+}
+
+}  // namespace kx::ctl::port

@@ -1,0 +1,161 @@
+// repair: bring back a configuration file whose rewrite was interrupted.
+//
+// A rewrite of FILE writes FILE.tmp, flushes it, renames FILE to FILE.bk and FILE.tmp to FILE, and
+// removes FILE.bk. Where it stopped can be told by the names that are there.
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <kxlinhw/settings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "failure/permission.hpp"
+#include "files/descriptor.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+#include "settings/configuration_lock.hpp"
+
+namespace kx::ctl::repair {
+namespace {
+
+constexpr const char* kFiles[] = {KX_PORT_PARAMETER_FILE, KX_SYSCTL_FILE};
+
+struct Names {
+    explicit Names(const std::string& path)
+        : file(path), fresh(path + ".tmp"), backup(path + ".bk") {}
+    std::string file;
+    std::string fresh;
+    std::string backup;
+};
+
+Failure failure_of_file(const std::string& what, int reason) {
+    if (reason == EACCES || reason == EPERM) {
+        return refused_file(what, reason);
+    }
+    return {ExitCode::kFailed, fmt::format("{}: {}", what, std::strerror(reason))};
+}
+
+// A name that cannot be looked up may be there: what follows would be a guess.
+bool exists(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0) {
+        return true;
+    }
+    const int reason = errno;
+    if (reason != ENOENT && reason != ENOTDIR) {
+        throw failure_of_file(path + " cannot be looked up", reason);
+    }
+    return false;
+}
+
+void rename_or_fail(const std::string& from, const std::string& to) {
+    if (std::rename(from.c_str(), to.c_str()) != 0) {
+        const int reason = errno;
+        throw failure_of_file(fmt::format("{} cannot be renamed to {}", from, to), reason);
+    }
+}
+
+// The names are safe only with their directory.
+void flush_directory_of(const std::string& path) {
+    const std::string directory = std::filesystem::path(path).parent_path();
+    const Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (file) {
+        static_cast<void>(fsync(file.get()));
+    }
+}
+
+enum class State : std::uint8_t { kWhole, kNeverMade, kFinished, kTakenBack, kUnclear };
+
+struct Finding {
+    std::string file;
+    State state;
+    std::string text;
+};
+
+const char* name_of(State state) {
+    switch (state) {
+        case State::kWhole:
+            return "whole";
+        case State::kNeverMade:
+            return "absent";
+        case State::kFinished:
+        case State::kTakenBack:
+            return "repaired";
+        case State::kUnclear:
+            break;
+    }
+    return "unclear";
+}
+
+// What is left beside a file that is there was not yet, or is no longer, needed.
+std::string leftovers_of(const Names& names) {
+    std::string text;
+    for (const std::string& name : {names.fresh, names.backup}) {
+        if (exists(name)) {
+            text += text.empty() ? name : " and " + name;
+        }
+    }
+    return text.empty() ? "" : text + " left behind; the next rewrite replaces them";
+}
+
+Finding repair(const std::string& path) {
+    const Names names(path);
+    if (exists(names.file)) {
+        return {path, State::kWhole, leftovers_of(names)};
+    }
+    if (!exists(names.backup)) {
+        if (exists(names.fresh)) {
+            return {path, State::kUnclear, names.fresh + " may be incomplete and is left alone"};
+        }
+        return {path, State::kNeverMade, ""};
+    }
+    // The old text was renamed away, so the new one had been flushed.
+    if (exists(names.fresh)) {
+        rename_or_fail(names.fresh, names.file);
+        flush_directory_of(path);
+        unlink(names.backup.c_str());
+        return {path, State::kFinished, "the interrupted rewrite is finished"};
+    }
+    rename_or_fail(names.backup, names.file);
+    flush_directory_of(path);
+    return {path, State::kTakenBack, "the text before the interrupted rewrite is back"};
+}
+
+}  // namespace
+
+ExitCode run(const Arguments& arguments, Output& output) {
+    // Between its two renamings a rewrite that goes on looks as one that was cut off.
+    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
+    Json files = Json::array();
+    Table table({{"FILE"}, {"STATE"}, {"REMARK"}});
+    ExitCode code = ExitCode::kDone;
+    for (const char* path : kFiles) {
+        const Finding finding = repair(path);
+        if (finding.state == State::kUnclear) {
+            code = ExitCode::kPartly;
+        }
+        files.push_back(
+            {{"file", finding.file},
+             {"state", name_of(finding.state)},
+             {"remark", finding.text.empty() ? Json() : Json(finding.text)}});
+        table.add_row(
+            {finding.file,
+             Cell(name_of(finding.state), code == ExitCode::kDone ? Style::kPlain : Style::kBad),
+             finding.text});
+    }
+    if (output.wants_json()) {
+        output.json(Json{{"files", files}});
+    } else {
+        output.table(table);
+    }
+    return code;
+}
+
+}  // namespace kx::ctl::repair

@@ -1,0 +1,141 @@
+// report: one page about the whole host, gathered from what the other commands answer.
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "files/replaced_file.hpp"
+#include "output/output.hpp"
+#include "report/answers.hpp"
+#include "report/page.hpp"
+
+namespace kx::ctl::host_report {
+namespace {
+
+std::string host_name() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "this host";
+}
+
+bool has_failed(const Json& answer) { return answer.contains("failure"); }
+
+// The locations of all cards: those that drivers serve, and adapters without a driver.
+std::vector<std::string> locations_in(const Json& cards, const Json& adapters) {
+    std::vector<std::string> locations;
+    for (const auto& [answer, key] : {std::pair(&cards, "cards"), {&adapters, "adapters"}}) {
+        if (has_failed(*answer)) {
+            continue;
+        }
+        for (const Json& record : answer->at(key)) {
+            const auto location = record.at("location").get<std::string>();
+            if (std::find(locations.begin(), locations.end(), location) == locations.end()) {
+                locations.push_back(location);
+            }
+        }
+    }
+    return locations;
+}
+
+// The record of a location in an answer, the answer's failure, or an empty record.
+Json record_at(const Json& answer, const char* key, const std::string& location) {
+    if (has_failed(answer)) {
+        return answer;
+    }
+    for (const Json& record : answer.at(key)) {
+        if (record.at("location") == location) {
+            return record;
+        }
+    }
+    return Json::object();
+}
+
+Json ports_at(const std::string& location) {
+    const Json answer = answer_or_failure(port::list, {{"LOCATION", location}});
+    if (has_failed(answer)) {
+        return Json::array({answer});
+    }
+    Json ports = answer.at("ports");
+    for (Json& one : ports) {
+        one["counters"] = answer_or_failure(
+            port::stats, {{"LOCATION", location}, {"PORT", one.at("instance").dump()}});
+    }
+    return ports;
+}
+
+Json card_at(const std::string& location, const Json& cards) {
+    return {
+        {"location", location},
+        {"card", record_at(cards, "cards", location)},
+        {"adapter", answer_or_failure(adapter::show, {{"LOCATION", location}})},
+        {"ports", ports_at(location)},
+        {"counters", answer_or_failure(card::stats, {{"LOCATION", location}})},
+        {"flash", answer_or_failure(flash::info, {{"LOCATION", location}})},
+        {"vpd", answer_or_failure(vpd::show, {{"LOCATION", location}})}};
+}
+
+Json machines_with_functions() {
+    Json answer = answer_or_failure(vm::list);
+    if (!has_failed(answer)) {
+        for (Json& machine : answer.at("vms")) {
+            machine["functions"] =
+                answer_or_failure(vf::list, {{"VM", machine.at("uuid").get<std::string>()}});
+        }
+    }
+    return answer;
+}
+
+Json host_answers() {
+    const Json cards = answer_or_failure(card::list);
+    const Json adapters = answer_or_failure(adapter::list);
+    Json all = Json::array();
+    for (const std::string& location : locations_in(cards, adapters)) {
+        all.push_back(card_at(location, cards));
+    }
+    return {
+        {"name", host_name()},
+        {"time", fmt::format("{:%Y-%m-%d %H:%M:%S UTC}", fmt::gmtime(std::time(nullptr)))},
+        {"version", answer_or_failure(version::show)},
+        {"cards", all.empty() && has_failed(cards) ? cards : all},
+        {"modules", answer_or_failure(module::list)},
+        {"vms", machines_with_functions()}};
+}
+
+// Every failure in the answers, in their order.
+void collect_failures(const Json& value, Json& failures) {
+    if (value.is_object() && has_failed(value)) {
+        failures.push_back(value.at("failure"));
+    } else if (value.is_structured()) {
+        for (const Json& part : value) {
+            collect_failures(part, failures);
+        }
+    }
+}
+
+}  // namespace
+
+ExitCode run(const Arguments& arguments, Output& output) {
+    const std::string file = arguments.get("--html");
+    if (file.empty()) {
+        refuse_usage("report: expected --html FILE");
+    }
+    const Json host = host_answers();
+    const std::string text = page::report_page(host);
+    replace_file(file, text);
+    const std::size_t cards = host.at("cards").is_array() ? host.at("cards").size() : 0;
+    if (output.wants_json()) {
+        Json failures = Json::array();
+        collect_failures(host, failures);
+        output.json(Json{
+            {"file", file}, {"size_bytes", text.size()}, {"cards", cards}, {"failures", failures}});
+    } else {
+        output.text(fmt::format("{} cards, {} bytes written to {}\n", cards, text.size(), file));
+    }
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::host_report

@@ -1,0 +1,281 @@
+// restore: apply again what was saved for the ports of this host, as after a reboot.
+#include <fmt/core.h>
+#include <kxlinhw/settings.h>
+#include <kxlinhw/status.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "failure/permission.hpp"
+#include "library/call.hpp"
+#include "library/recording.hpp"
+#include "output/output.hpp"
+#include "output/standard_streams.hpp"
+#include "output/table.hpp"
+#include "settings/configuration_lock.hpp"
+#include "settings/port_settings.hpp"
+#include "settings/saved_settings.hpp"
+
+namespace kx::ctl::restore {
+namespace {
+
+// A saved key and the library's setter that applies it; null for what goes with the row before.
+struct Row {
+    const char* saved_as;
+    const char* setting;  // of the port settings
+    int (*setter)(const char* interface_name, PortSettings* settings, std::uint32_t mask);
+};
+
+// In the order in which the library applies settings.
+constexpr Row kRows[] = {
+    {"mtu", "mtu", setMTU},
+    {"rxchksum", "rx_checksum", setOffloads},
+    {"txchksum", "tx_checksum", setOffloads},
+    {"scattergather", "scatter_gather", setOffloads},
+    {"tcpoffload", "tso", setOffloads},
+    {"gso", "gso", setOffloads},
+    {"ring_tx", "ring_tx", setRingParams},
+    {"ring_rx", "ring_rx", setRingParams},
+    {"ring_rx_mini", "ring_rx_mini", setRingParams},
+    {"ring_rx_jumbo", "ring_rx_jumbo", setRingParams},
+    {"link_autoneg", "autoneg", setLinkSettings},
+    {"speed", "speed", nullptr},
+    {"duplex", "duplex", nullptr},
+    {"advertise", "advertise", setLinkSettings},
+    {"messageLevel", "message_level", setLinkSettings},
+    {"pauseautoneg", "pause_autoneg", setPauseParams},
+    {"txpfsupport", "tx_pause", setPauseParams},
+    {"rxpfsupport", "rx_pause", setPauseParams},
+    {"rxusecs", "rx_usecs", setCoalesce},
+};
+
+constexpr std::string_view kNegotiation = "link_autoneg";
+
+const Setting& setting_of(const Row& row) {
+    return *std::ranges::find(port_settings(), std::string_view(row.setting), &Setting::key);
+}
+
+enum class Result : std::uint8_t { kApplied, kSkipped, kRefused };
+
+struct Outcome {
+    Result result;
+    std::string reason;  // empty when applied
+};
+
+// One saved setting; its number counts the file's lines from 1.
+struct Line {
+    std::string interface;
+    std::string key;
+    std::int64_t value;
+    std::size_t number;
+    Outcome outcome;
+};
+
+const char* name_of(Result result) {
+    switch (result) {
+        case Result::kApplied:
+            return "applied";
+        case Result::kSkipped:
+            return "skipped";
+        case Result::kRefused:
+            break;
+    }
+    return "refused";
+}
+
+Style style_of(Result result) {
+    return result == Result::kApplied   ? Style::kGood
+           : result == Result::kRefused ? Style::kBad
+                                        : Style::kPlain;
+}
+
+bool has_interface(const std::string& name) {
+    std::error_code error;
+    return std::filesystem::exists("/sys/class/net/" + name, error);
+}
+
+// Why a setter refused, in the library's words. setMTU has none of its own.
+std::string reason_of(int status) {
+    const std::vector<std::string> messages = split_detail(GetErrStr(KX_SET_FAILED));
+    if (!messages.empty()) {
+        return messages.front();
+    }
+    const char* const text = GetErrStr(status);
+    return text != nullptr ? text : GetErrStr(KX_UNKNOWN_ERROR);
+}
+
+class Restorer {
+public:
+    std::vector<Line> lines;
+    std::vector<DamagedLine> damaged;
+
+    explicit Restorer(const SavedSettings& saved) : damaged(saved.damaged) {
+        for (const SavedInterface& interface : saved.interfaces) {
+            restore(interface);
+        }
+        std::ranges::stable_sort(damaged, {}, &DamagedLine::line);
+    }
+
+private:
+    void restore(const SavedInterface& interface) {
+        PortSettings settings{};
+        std::vector<const Row*> rows;
+        for (const auto& [key, saved] : interface.values) {
+            if (take(key, saved, settings)) {
+                rows.push_back(std::ranges::find(kRows, std::string_view(key), &Row::saved_as));
+            }
+        }
+        std::ranges::sort(rows);  // from the order of keys to that of the table
+        const bool present = has_interface(interface.name);
+        Outcome link{Result::kSkipped, "saved without link_autoneg"};
+        for (const Row* row : rows) {
+            Outcome outcome{Result::kSkipped, "no such interface"};
+            if (present) {
+                // Speed and duplex were saved with the auto-negotiation that they go with.
+                outcome = row->setter == nullptr ? link : apply(*row, interface.name, settings);
+            }
+            if (row->saved_as == kNegotiation) {
+                link = outcome;
+            }
+            const SavedValue& saved = interface.values.at(row->saved_as);
+            lines.push_back({interface.name, row->saved_as, saved.value, saved.line, outcome});
+        }
+    }
+
+    // Put a saved value into the settings; one that no setting takes is a damaged line.
+    bool take(const std::string& key, const SavedValue& saved, PortSettings& settings) {
+        const Row* const row = std::ranges::find(kRows, std::string_view(key), &Row::saved_as);
+        if (row == std::end(kRows)) {
+            damaged.push_back({saved.line, fmt::format("unknown setting {}", key)});
+            return false;
+        }
+        const Setting& setting = setting_of(*row);
+        // Files hold all values as signed numbers of 32 bits.
+        const std::int64_t value = setting.form == Form::kUnsigned && setting.width == 4 &&
+                                           saved.value < 0 && saved.value >= INT32_MIN
+                                       ? static_cast<std::uint32_t>(saved.value)
+                                       : saved.value;
+        if (!setting.holds(value)) {
+            damaged.push_back({saved.line, fmt::format("{} cannot be {}", key, saved.value)});
+            return false;
+        }
+        setting.put_into(&settings, value);
+        return true;
+    }
+
+    static Outcome apply(const Row& row, const std::string& interface, PortSettings& settings) {
+        const auto bit = static_cast<std::uint32_t>(setting_of(row).change_bit);
+        std::memset(errStr, 0, KX_DETAIL_SIZE);
+        const int status = call_library([&] {
+            const RecordingPause pause;  // the file holds the setting already
+            return row.setter(interface.c_str(), &settings, bit);
+        });
+        return status == 0 ? Outcome{Result::kApplied, ""}
+                           : Outcome{Result::kRefused, reason_of(status)};
+    }
+};
+
+// The host's own file is missing where nothing was ever saved; one that the user names must be
+// there.
+std::string read_file(const std::string& path, bool named) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        const int reason = errno;
+        if (reason == ENOENT && !named) {
+            return "";
+        }
+        if (reason == EACCES || reason == EPERM) {
+            throw refused_file(path, reason);
+        }
+        throw Failure(
+            reason == ENOENT ? ExitCode::kNotFound : ExitCode::kFailed,
+            fmt::format("{}: {}", path, std::strerror(reason)));
+    }
+    try {
+        file.exceptions(std::ios::badbit);
+        return {std::istreambuf_iterator<char>(file), {}};
+    } catch (const std::ios::failure&) {
+        throw Failure(ExitCode::kFailed, fmt::format("{} cannot be read", path));
+    }
+}
+
+std::size_t count(const std::vector<Line>& lines, Result result) {
+    return static_cast<std::size_t>(std::ranges::count_if(
+        lines, [result](const Line& line) { return line.outcome.result == result; }));
+}
+
+void tell_json(Output& output, const std::string& path, const Restorer& restorer) {
+    Json settings = Json::array();
+    for (const Line& line : restorer.lines) {
+        settings.push_back(
+            {{"interface", line.interface},
+             {"key", line.key},
+             {"value", line.value},
+             {"line", line.number},
+             {"result", name_of(line.outcome.result)},
+             {"reason", line.outcome.reason.empty() ? Json() : Json(line.outcome.reason)}});
+    }
+    Json damaged = Json::array();
+    for (const DamagedLine& line : restorer.damaged) {
+        damaged.push_back({{"line", line.line}, {"reason", line.reason}});
+    }
+    output.json(Json{{"file", path}, {"settings", settings}, {"damaged", damaged}});
+}
+
+void tell_people(Output& output, const Restorer& restorer) {
+    if (restorer.lines.empty() && restorer.damaged.empty()) {
+        output.text("No port setting is saved.\n");
+        return;
+    }
+    Table table({{"INTERFACE"}, {"SETTING"}, {"VALUE", Align::kRight}, {"RESULT"}, {"REASON"}});
+    for (const Line& line : restorer.lines) {
+        const Result result = line.outcome.result;
+        table.add_row(
+            {line.interface, line.key, fmt::format("{}", line.value),
+             Cell(name_of(result), style_of(result)), line.outcome.reason});
+    }
+    output.table(table);
+    output.text(fmt::format(
+        "{} applied, {} skipped, {} refused, {} damaged\n", count(restorer.lines, Result::kApplied),
+        count(restorer.lines, Result::kSkipped), count(restorer.lines, Result::kRefused),
+        restorer.damaged.size()));
+}
+
+// Nothing but refusals of a process that lacks the privilege is one refusal.
+ExitCode verdict(const Restorer& restorer) {
+    const std::size_t refused = count(restorer.lines, Result::kRefused);
+    if (restorer.damaged.empty() && refused == 0) {
+        return ExitCode::kDone;
+    }
+    const auto known = obstacle(Privilege::kNetworkAdmin, read_circumstances());
+    if (refused > 0 && count(restorer.lines, Result::kApplied) == 0 && known) {
+        complain(*known);
+        return ExitCode::kNoPermission;
+    }
+    return ExitCode::kPartly;
+}
+
+}  // namespace
+
+ExitCode run(const Arguments& arguments, Output& output) {
+    const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
+    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
+    const Restorer restorer(parse_saved_settings(read_file(path, arguments.has("FILE"))));
+    if (output.wants_json()) {
+        tell_json(output, path, restorer);
+    } else {
+        tell_people(output, restorer);
+    }
+    for (const DamagedLine& line : restorer.damaged) {
+        complain(fmt::format("{}:{}: {}", path, line.line, line.reason));
+    }
+    return verdict(restorer);
+}
+
+}  // namespace kx::ctl::restore

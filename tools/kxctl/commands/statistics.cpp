@@ -1,0 +1,206 @@
+// card stats and port stats: counters once, or again and again with their rates.
+#include <fmt/core.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "cli/numbers.hpp"
+#include "commands/nouns.hpp"
+#include "library/query.hpp"
+#include "library/record_text.hpp"
+#include "output/live_view.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+
+namespace kx::ctl {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+struct Reading {
+    std::vector<StatEntry> counters;
+    Clock::time_point time;
+};
+
+// Whose counters they are.
+struct Source {
+    Json head;  // names card and port
+    bool has_groups;
+    std::function<std::vector<StatEntry>()> read;
+};
+
+// What became of a counter since the reading before. Nothing when the drivers counted otherwise
+// then, or began anew.
+struct Movement {
+    Movement(const Reading& now, const Reading* before, std::size_t place) {
+        if (before == nullptr || place >= before->counters.size()) {
+            return;
+        }
+        const StatEntry& counter = now.counters[place];
+        const StatEntry& old = before->counters[place];
+        if (field_text(counter.name) == field_text(old.name) && counter.value >= old.value) {
+            change = counter.value - old.value;
+            rate = static_cast<double>(*change) / Seconds(now.time - before->time).count();
+        }
+    }
+
+    std::optional<std::uint64_t> change;
+    double rate = 0;  // a second
+};
+
+Json to_json(const Source& source, const Reading& now, const Reading* before, bool watching) {
+    Json counters = Json::array();
+    for (std::size_t k = 0; k < now.counters.size(); ++k) {
+        const StatEntry& counter = now.counters[k];
+        Json entry;
+        if (source.has_groups) {
+            entry["group"] = counter.group;
+        }
+        entry["name"] = field_text(counter.name);
+        entry["value"] = std::uint64_t{counter.value};
+        if (watching) {
+            const Movement movement(now, before, k);
+            entry["change"] = movement.change ? Json(*movement.change) : Json();
+            entry["rate_per_second"] = movement.change ? Json(movement.rate) : Json();
+        }
+        counters.push_back(entry);
+    }
+    Json all = source.head;
+    if (watching) {
+        all["elapsed_seconds"] =
+            before == nullptr ? Json() : Json(Seconds(now.time - before->time).count());
+    }
+    all["counters"] = counters;
+    return all;
+}
+
+std::vector<Column> columns(bool has_groups, bool watching, bool with_graphs) {
+    std::vector<Column> columns;
+    if (has_groups) {
+        columns.push_back({"GROUP", Align::kRight});
+    }
+    columns.push_back({"COUNTER"});
+    columns.push_back({"VALUE", Align::kRight});
+    if (watching) {
+        columns.push_back({"CHANGE", Align::kRight});
+        columns.push_back({"PER SECOND", Align::kRight});
+    }
+    if (with_graphs) {
+        columns.push_back({"RATE"});
+    }
+    return columns;
+}
+
+// The name of a counter in the history: names may be in several groups.
+std::string history_name(const StatEntry& counter) {
+    return fmt::format("{} {}", counter.group, field_text(counter.name));
+}
+
+// history: of the rates, for a view that shows their graphs.
+Table to_table(
+    const Source& source, const Reading& now, const Reading* before, bool watching,
+    RateHistory* history = nullptr) {
+    Table table(columns(source.has_groups, watching, history != nullptr));
+    for (std::size_t k = 0; k < now.counters.size(); ++k) {
+        const StatEntry& counter = now.counters[k];
+        std::vector<Cell> row;
+        if (source.has_groups) {
+            row.emplace_back(fmt::format("{}", counter.group));
+        }
+        row.emplace_back(field_text(counter.name));
+        row.emplace_back(fmt::format("{}", std::uint64_t{counter.value}));
+        if (watching) {
+            const Movement movement(now, before, k);
+            row.emplace_back(movement.change ? fmt::format("{}", *movement.change) : "");
+            row.emplace_back(movement.change ? fmt::format("{:.1f}", movement.rate) : "");
+            if (history != nullptr) {
+                const std::string name = history_name(counter);
+                history->add(name, movement.change ? std::optional(movement.rate) : std::nullopt);
+                row.emplace_back(history->graph(name));
+            }
+        }
+        table.add_row(std::move(row));
+    }
+    return table;
+}
+
+Reading take_reading(const Source& source) {
+    std::vector<StatEntry> counters = source.read();
+    return {std::move(counters), Clock::now()};
+}
+
+ExitCode show_once(const Source& source, Output& output) {
+    const Reading now = take_reading(source);
+    if (output.wants_json()) {
+        output.json(to_json(source, now, nullptr, false));
+    } else {
+        output.table(to_table(source, now, nullptr, false));
+    }
+    return ExitCode::kDone;
+}
+
+// For each reading a line of JSON for machines; for people a table, on a terminal (history) in the
+// place of the one before.
+void show_reading(
+    const Source& source, const Reading& now, const std::optional<Reading>& before,
+    RateHistory* history, Output& output) {
+    const Reading* const old = before ? &*before : nullptr;
+    if (output.wants_json()) {
+        output.json_line(to_json(source, now, old, true));
+        return;
+    }
+    if (history != nullptr) {
+        const std::string text = to_table(source, now, old, true, history).text(output.colour());
+        output.text(drawing(text, terminal_height(), old == nullptr));
+        return;
+    }
+    output.text(old == nullptr ? "" : "\n");
+    output.table(to_table(source, now, old, true));
+}
+
+ExitCode show_again(const Source& source, const Watch& watch, Output& output) {
+    std::optional<Reading> before;
+    RateHistory history;
+    const bool draws = !output.wants_json() && can_draw();
+    Clock::time_point next = Clock::now();
+    for (std::uint64_t shown = 0; watch.count == 0 || shown < watch.count; ++shown) {
+        std::this_thread::sleep_until(next);
+        next += watch.interval;
+        Reading now = take_reading(source);
+        show_reading(source, now, before, draws ? &history : nullptr, output);
+        if (!output.flush()) {
+            break;
+        }
+        before = std::move(now);
+    }
+    return ExitCode::kDone;
+}
+
+ExitCode show_counters(const Arguments& arguments, const Source& source, Output& output) {
+    const std::optional<Watch> watch = watch_wish(arguments);
+    return watch ? show_again(source, *watch, output) : show_once(source, output);
+}
+
+}  // namespace
+
+ExitCode card::stats(const Arguments& arguments, Output& output) {
+    const std::string location = arguments.get("LOCATION");
+    const Source source{.head = {{"location", location}}, .has_groups = true, .read = [&] {
+                            return query_card_counters(location);
+                        }};
+    return show_counters(arguments, source, output);
+}
+
+ExitCode port::stats(const Arguments& arguments, Output& output) {
+    const std::string location = arguments.get("LOCATION");
+    const std::uint32_t instance = port_instance(arguments);
+    const Source source{
+        .head = {{"location", location}, {"instance", instance}}, .has_groups = false, .read = [&] {
+            return query_port_counters(location, instance);
+        }};
+    return show_counters(arguments, source, output);
+}
+
+}  // namespace kx::ctl

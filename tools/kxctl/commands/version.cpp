@@ -1,0 +1,59 @@
+// version: what runs here.
+#include <fmt/core.h>
+#include <kxlinhw/export.h>
+#include <kxlinhw/status.h>
+
+#include <array>
+#include <cstring>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "library/call.hpp"
+#include "library/record_text.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+
+namespace kx::ctl::version {
+namespace {
+
+// What GetLibVersion writes.
+struct LibraryVersion {
+    char name[11];
+    std::array<char, 9> untouched;
+    std::uint32_t word;  // major in the high half, minor in the low half
+
+    [[nodiscard]] std::string text() const {
+        return fmt::format("{}.{}", word >> 16U, word & 0xFFFFU);
+    }
+};
+static_assert(sizeof(LibraryVersion) == 24 && offsetof(LibraryVersion, word) == 20);
+
+LibraryVersion query_version() {
+    LibraryVersion version{};
+    check(call_library([&] { return GetLibVersion(&version); }));
+    return version;
+}
+
+}  // namespace
+
+ExitCode show(const Arguments&, Output& output) {
+    const LibraryVersion library = query_version();
+    if (output.wants_json()) {
+        output.json(Json{
+            {"kxctl", {{"version", KXCTL_VERSION}}},
+            {"library",
+             {{"name", field_text(library.name)},
+              {"version", library.text()},
+              {"version_word", library.word}}},
+            {"pci_vendor_id", KESTRIX_PCI_VENDOR_ID}});
+        return ExitCode::kDone;
+    }
+    Table table({{""}, {""}});
+    table.add_row({"kxctl", KXCTL_VERSION});
+    table.add_row({field_text(library.name), library.text()});
+    table.add_row({"PCI vendor id", fmt::format("{:04x}", KESTRIX_PCI_VENDOR_ID)});
+    output.table(table);
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::version

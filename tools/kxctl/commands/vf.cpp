@@ -1,0 +1,159 @@
+// vf: virtual functions of the host, and those that virtual machines have.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+
+#include "commands/nouns.hpp"
+#include "library/machines.hpp"
+#include "output/output.hpp"
+#include "output/printable.hpp"
+
+namespace kx::ctl::vf {
+namespace {
+
+constexpr int kHostId = 0;  // in the place of a machine's
+
+std::string location_text(const _VF& vf) {
+    return fmt::format(
+        "{:04x}:{:02x}:{:02x}.{:x}", static_cast<unsigned>(vf.pciDomain),
+        static_cast<unsigned>(vf.bus), static_cast<unsigned>(vf.slot),
+        static_cast<unsigned>(vf.function));
+}
+
+// The library reads lspci's hexadecimal digits as decimal numbers; written as such they are the
+// same digits again.
+std::string host_location_text(const _VF& vf) {
+    return fmt::format("{:04}:{:02}:{:02}.{}", vf.pciDomain, vf.bus, vf.slot, vf.function);
+}
+
+std::vector<std::string> functions_of_host() {
+    _VF* records = nullptr;
+    const int count =
+        call_machines([&](VMUtils& library) { return library.listVFsForVM(kHostId, &records); });
+    const std::unique_ptr<_VF, decltype(&std::free)> owner(records, std::free);
+    if (records == nullptr) {  // a count of 1 is a failure as well
+        throw machine_failure(ExitCode::kFailed, "Cannot list the virtual functions of this host");
+    }
+    std::vector<std::string> locations;
+    locations.reserve(static_cast<std::size_t>(std::max(count, 0)));
+    for (int k = 0; k < count; ++k) {
+        locations.push_back(host_location_text(records[k]));
+    }
+    return locations;
+}
+
+// The library does not tell how many records it gives for a machine; they are counted in the
+// description that it leaves behind.
+std::vector<std::string> functions_of(const Machine& machine) {
+    std::string uuid = machine.uuid;
+    std::string description = "domain.xml";
+    _VF* records = nullptr;
+    KxVFNode* node = nullptr;
+    const int result = call_machines([&](VMUtils& library) {
+        const int listed = library.listVFsForVM(uuid.data(), &records);
+        node = listed == 0 ? library.getVFsFromDomainInfo(description.data()) : nullptr;
+        return listed;
+    });
+    std::free(records);
+    if (result != 0) {
+        throw machine_failure(
+            ExitCode::kFailed,
+            fmt::format("Cannot list the virtual functions of {}", machine.title()));
+    }
+    std::vector<std::string> locations;
+    while (node != nullptr) {
+        const std::unique_ptr<KxVFNode, decltype(&std::free)> owner(node, std::free);
+        locations.push_back(location_text(node->vf));
+        node = node->next;
+    }
+    return locations;
+}
+
+void tell(Output& output, const Json& machine, const std::vector<std::string>& locations) {
+    if (output.wants_json()) {
+        output.json(Json{{"vm", machine}, {"vfs", locations}});
+        return;
+    }
+    Table table({{"VF"}});
+    for (const std::string& location : locations) {
+        table.add_row({location});
+    }
+    output.table(table);
+}
+
+// "04:01.2", or "0000:04:01.2".
+_VF parse_location(const std::string& text) {
+    unsigned domain = 0;
+    unsigned bus = 0;
+    unsigned slot = 0;
+    unsigned function = 0;
+    char rest = 0;
+    const bool is_short =
+        std::sscanf(text.c_str(), "%2x:%2x.%1x%c", &bus, &slot, &function, &rest) == 3;
+    const bool is_long =
+        !is_short &&
+        std::sscanf(text.c_str(), "%4x:%2x:%2x.%1x%c", &domain, &bus, &slot, &function, &rest) == 4;
+    const bool plain = text.find_first_not_of("0123456789abcdefABCDEF:.") == text.npos;
+    if (!plain || (!is_short && !is_long) || slot > 0x1F || function > 7) {
+        throw Failure(
+            ExitCode::kUsage, fmt::format("VF is {}, expected a location such as 04:01.2", text));
+    }
+    return {
+        static_cast<std::int32_t>(domain), static_cast<std::int32_t>(bus),
+        static_cast<std::int32_t>(slot), static_cast<std::int32_t>(function)};
+}
+
+}  // namespace
+
+ExitCode list(const Arguments& arguments, Output& output) {
+    if (!arguments.has("VM")) {
+        tell(output, Json(), functions_of_host());
+        return ExitCode::kDone;
+    }
+    const Machine machine = find_machine(arguments.get("VM"));
+    tell(output, machine.name, functions_of(machine));
+    return ExitCode::kDone;
+}
+
+ExitCode attach(const Arguments& arguments, Output& output) {
+    const _VF vf = parse_location(arguments.get("VF"));
+    const Machine machine = find_machine(arguments.get("VM"));
+    std::string uuid = machine.uuid;
+    if (call_machines([&](VMUtils& library) { return library.attachVFToVM(uuid.data(), vf); }) !=
+        0) {
+        throw machine_failure(
+            ExitCode::kFailed,
+            fmt::format("Cannot attach {} to {}", location_text(vf), machine.title()));
+    }
+    tell(output, machine.name, functions_of(machine));
+    return ExitCode::kDone;
+}
+
+ExitCode detach(const Arguments& arguments, Output& output) {
+    const _VF vf = parse_location(arguments.get("VF"));
+    const Machine machine = find_machine(arguments.get("VM"));
+    std::string uuid = machine.uuid;
+    if (call_machines([&](VMUtils& library) { return library.dettachVFFromVM(uuid.data(), vf); }) !=
+        0) {
+        const bool absent = library_failure().ends_with("VF not attached");
+        throw machine_failure(
+            absent ? ExitCode::kNotFound : ExitCode::kFailed,
+            fmt::format("Cannot detach {} from {}", location_text(vf), machine.title()));
+    }
+    if (output.wants_json()) {
+        output.json(Json{
+            {"vm", machine.name},
+            {"vf", location_text(vf)},
+            {"kept_until_next_start", machine.is_active()}});
+    } else {
+        output.text(fmt::format(
+            "{} is out of the definition of {}{}\n", location_text(vf), printable(machine.name),
+            machine.is_active() ? ", which keeps it until its next start" : ""));
+    }
+    return ExitCode::kDone;
+}
+
+}  // namespace kx::ctl::vf

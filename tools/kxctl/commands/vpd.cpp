@@ -1,0 +1,146 @@
+// vpd: the vital product data of an adapter, as its EEPROM holds them.
+#include <fcntl.h>
+#include <fmt/core.h>
+
+#include <cerrno>
+
+#include "commands/nouns.hpp"
+#include "failure/failure.hpp"
+#include "files/descriptor.hpp"
+#include "files/whole_file.hpp"
+#include "library/adapter_query.hpp"
+#include "library/record_text.hpp"
+#include "library/vpd_decode.hpp"
+#include "output/output.hpp"
+#include "output/table.hpp"
+
+namespace kx::ctl::vpd {
+namespace {
+
+void write_raw(const std::string& file, std::span<const std::uint8_t> bytes) {
+    constexpr mode_t kMode = 0666;
+    const Descriptor out(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
+    if (!out) {
+        throw file_failure(file, errno);
+    }
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (const int reason = write_text(out.get(), text); reason != 0) {
+        throw file_failure(file, reason);
+    }
+}
+
+// The bytes of a value in hexadecimal, as many as a line takes.
+std::string short_hex(std::string_view value) {
+    constexpr std::size_t kMost = 16;
+    const bool whole = value.size() <= kMost;
+    return "0x" + vpd_hex(value.substr(0, kMost)) + (whole ? "" : " and more");
+}
+
+// A value as its text, or in hexadecimal when it is none. Of the checksum's value only the first
+// byte is the checksum.
+std::string shown(const VpdField& field) {
+    if (field.keyword == kVpdChecksum && !field.value.empty()) {
+        return short_hex(field.value.substr(0, 1));
+    }
+    const std::string text = vpd_text(field.value);
+    return is_plain_text(text) ? text : short_hex(text);
+}
+
+Json text_json(const std::string& value) {
+    const std::string text = vpd_text(value);
+    return is_plain_text(text) ? text_or_null(text) : Json();
+}
+
+Json text_json(const VpdField& field) {
+    return field.keyword == kVpdChecksum ? Json() : text_json(field.value);
+}
+
+Json to_json(const VpdField& field) {
+    return {
+        {"keyword", field.keyword},           {"meaning", text_or_null(vpd_meaning(field.keyword))},
+        {"writable", field.writable},         {"offset_bytes", field.offset},
+        {"length_bytes", field.value.size()}, {"text", text_json(field)},
+        {"hex", vpd_hex(field.value)},
+    };
+}
+
+Json checksum_json(VpdChecksum checksum) {
+    switch (checksum) {
+        case VpdChecksum::kGood:
+            return "good";
+        case VpdChecksum::kComplement:
+            return "complement";
+        case VpdChecksum::kBad:
+            return "bad";
+        case VpdChecksum::kNone:
+            break;
+    }
+    return {};
+}
+
+Cell checksum_cell(VpdChecksum checksum) {
+    switch (checksum) {
+        case VpdChecksum::kGood:
+            return {"good", Style::kGood};
+        case VpdChecksum::kComplement:
+            return {"good, as the complement of the sum", Style::kGood};
+        case VpdChecksum::kBad:
+            return {"bad", Style::kBad};
+        case VpdChecksum::kNone:
+            break;
+    }
+    return "";
+}
+
+void print(const VpdContent& content, Output& output) {
+    Table summary({{}, {}});
+    summary.add_row({"Product", vpd_text(content.product)});
+    summary.add_row({"Size", fmt::format("{} bytes", content.size)});
+    summary.add_row({"Checksum", checksum_cell(content.checksum)});
+    for (const std::string& problem : content.problems) {
+        summary.add_row({"Problem", {problem, Style::kBad}});
+    }
+    output.table(summary);
+    if (content.fields.empty()) {
+        return;
+    }
+    Table fields(
+        {{"KEYWORD"},
+         {"MEANING"},
+         {"OFFSET", Align::kRight},
+         {"LENGTH", Align::kRight},
+         {"ACCESS"},
+         {"VALUE"}});
+    for (const VpdField& field : content.fields) {
+        fields.add_row(
+            {field.keyword, vpd_meaning(field.keyword), fmt::format("{}", field.offset),
+             fmt::format("{}", field.value.size()), field.writable ? "rw" : "ro", shown(field)});
+    }
+    output.text("\n");
+    output.table(fields);
+}
+
+}  // namespace
+
+ExitCode show(const Arguments& arguments, Output& output) {
+    const std::string location = arguments.get("LOCATION");
+    const std::vector<std::uint8_t> bytes = query_vpd(location);
+    const VpdContent content = decode_vpd(bytes);
+    if (arguments.has("--raw")) {
+        write_raw(arguments.get("--raw"), bytes);
+    }
+    if (output.wants_json()) {
+        output.json(
+            {{"location", location},
+             {"product", text_json(content.product)},
+             {"size_bytes", content.size},
+             {"checksum", checksum_json(content.checksum)},
+             {"problems", content.problems},
+             {"fields", json_array(content.fields, to_json)}});
+    } else {
+        print(content, output);
+    }
+    return content.sound() ? ExitCode::kDone : ExitCode::kPartly;
+}
+
+}  // namespace kx::ctl::vpd

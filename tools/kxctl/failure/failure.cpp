@@ -1,0 +1,84 @@
+#include "failure/failure.hpp"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/status.h>
+
+#include <cstdlib>
+
+namespace kx::ctl {
+namespace {
+
+// The statuses for which the library has no text, or none that says what happened.
+std::string text_of_status(std::uint32_t status) {
+    switch (status) {
+        case KX_SET_FAILED:
+            return "The settings could not be applied";
+        case KX_OUTPUT_ALLOC_FAILED:
+            return "No memory for the output of the management tool";
+        case KX_OUTPUT_REALLOC_FAILED:
+            return "No memory for more output of the management tool";
+        case KX_NO_ADAPTERS:
+            return "No adapter found";
+        default:
+            break;
+    }
+    const char* const text = GetErrStr(static_cast<std::int32_t>(status));
+    return text == nullptr ? fmt::format("The library returned status {}", status) : text;
+}
+
+// A host without adapters can still try the commands; a simulated one is what it is.
+bool should_offer_simulation(std::uint32_t status) {
+    const bool no_adapter =
+        status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;
+    return no_adapter && std::getenv("KXSIM_ROOT") == nullptr;
+}
+
+}  // namespace
+
+Failure Failure::of_status(std::uint32_t status) {
+    Failure failure(exit_code_of_status(status), text_of_status(status));
+    failure.status_ = status;
+    if (status == KX_SET_FAILED) {
+        failure.detail_ = split_detail(GetErrStr(KX_SET_FAILED));
+    }
+    return failure;
+}
+
+std::string Failure::line() const {
+    std::string line = what();
+    if (!detail_.empty()) {
+        line += fmt::format(": {}", fmt::join(detail_, "; "));
+    }
+    if (should_offer_simulation(status_.value_or(KX_SUCCESS))) {
+        line += " (--sim runs the command on a simulated host)";
+    }
+    return line;
+}
+
+void refuse_usage(const std::string& text) {
+    throw Failure(ExitCode::kUsage, text + " (see --help)");
+}
+
+void check(std::uint32_t status) {
+    if (status != KX_SUCCESS) {
+        throw Failure::of_status(status);
+    }
+}
+
+std::vector<std::string> split_detail(std::string_view text) {
+    std::vector<std::string> messages;
+    while (!text.empty()) {
+        const std::size_t end = text.find(';');
+        std::string_view message = text.substr(0, end);
+        text = end == text.npos ? std::string_view() : text.substr(end + 1);
+        const std::size_t first = message.find_first_not_of(' ');
+        if (first != message.npos) {
+            messages.emplace_back(message.substr(first, message.find_last_not_of(' ') + 1 - first));
+        }
+    }
+    return messages;
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,132 @@
+#include "failure/permission.hpp"
+
+#include <fmt/core.h>
+#include <linux/capability.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+
+namespace kx::ctl {
+namespace {
+
+struct PrivilegeRow {
+    Privilege privilege;
+    unsigned capability;
+    const char* name;
+};
+
+constexpr PrivilegeRow kPrivileges[] = {
+    {Privilege::kOwnFiles, CAP_DAC_OVERRIDE, "CAP_DAC_OVERRIDE"},
+    {Privilege::kNetworkAdmin, CAP_NET_ADMIN, "CAP_NET_ADMIN"},
+    {Privilege::kRawAccess, CAP_SYS_RAWIO, "CAP_SYS_RAWIO"},
+    {Privilege::kConfigSpace, CAP_SYS_ADMIN, "CAP_SYS_ADMIN"},
+};
+
+const PrivilegeRow& row_of(Privilege privilege) {
+    return *std::ranges::find(kPrivileges, privilege, &PrivilegeRow::privilege);
+}
+
+bool has(const Circumstances& circumstances, unsigned capability) {
+    return (circumstances.capabilities >> capability & 1U) != 0;
+}
+
+// The effective capabilities as the kernel tells them; all, when it does not.
+std::uint64_t effective_capabilities() {
+    constexpr std::string_view kKey = "CapEff:\t";
+    std::uint64_t bits = ~std::uint64_t{0};
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(kKey)) {
+            std::from_chars(line.data() + kKey.size(), line.data() + line.size(), bits, 16);
+        }
+    }
+    return bits;
+}
+
+// The files by which the usual container managers mark what runs in them.
+bool is_in_container() {
+    constexpr std::array kMarks = {"/.dockerenv", "/run/.containerenv", "/run/systemd/container"};
+    return std::ranges::any_of(kMarks, [](const char* path) { return access(path, F_OK) == 0; });
+}
+
+// Both may be so; a container alone is no obstacle when everything was granted to it.
+std::string with_container(const std::string& text, const Circumstances& circumstances) {
+    return circumstances.container ? text + ", in a container" : text;
+}
+
+}  // namespace
+
+std::string lockdown_mode(const std::string& file) {
+    const std::size_t begin = file.find('[');
+    const std::size_t end = file.find(']', begin == file.npos ? 0 : begin);
+    if (begin == file.npos || end == file.npos) {
+        return "";
+    }
+    const std::string mode = file.substr(begin + 1, end - begin - 1);
+    return mode == "none" ? "" : mode;
+}
+
+Circumstances read_circumstances() {
+    std::string modes;
+    std::ifstream file("/sys/kernel/security/lockdown");
+    std::getline(file, modes);
+    if (std::getenv("KXSIM_ROOT") != nullptr) {
+        return {.lockdown = lockdown_mode(modes)};
+    }
+    return {
+        .user = geteuid(),
+        .capabilities = effective_capabilities(),
+        .lockdown = lockdown_mode(modes),
+        .container = is_in_container()};
+}
+
+std::optional<std::string> obstacle(Privilege privilege, const Circumstances& circumstances) {
+    const PrivilegeRow& row = row_of(privilege);
+    if (!has(circumstances, row.capability)) {
+        return with_container(
+            circumstances.user != 0 ? fmt::format("the user is not root and lacks {}", row.name)
+                                    : fmt::format("root lacks {} here", row.name),
+            circumstances);
+    }
+    if (privilege == Privilege::kRawAccess && !circumstances.lockdown.empty()) {
+        return fmt::format("the kernel is locked down ({})", circumstances.lockdown);
+    }
+    return std::nullopt;
+}
+
+bool is_refusal_of_memory(int reason) {
+    return reason == EACCES || reason == EPERM || reason == ENOENT || reason == ENXIO;
+}
+
+Failure refused_memory(const std::string& subject, int reason) {
+    const Circumstances circumstances = read_circumstances();
+    std::string text = fmt::format("{}: /dev/mem: {}", subject, std::strerror(reason));
+    if (reason == ENOENT || reason == ENXIO) {
+        text += circumstances.container ? ": the container was not given it"
+                                        : ": the kernel was built without it";
+    } else if (const auto known = obstacle(Privilege::kRawAccess, circumstances)) {
+        text += ": " + *known;
+    } else if (circumstances.user != 0) {
+        text += ": the user is not root";
+    } else if (circumstances.container) {
+        text += ": the container was not given it";
+    }
+    return {ExitCode::kNoPermission, text};
+}
+
+Failure refused_file(const std::string& path, int reason) {
+    const auto known = obstacle(Privilege::kOwnFiles, read_circumstances());
+    return {
+        ExitCode::kNoPermission,
+        fmt::format(
+            "{}: {}{}", path, std::strerror(reason), known ? ": " + *known : std::string())};
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,57 @@
+#include "files/replaced_file.hpp"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "failure/failure.hpp"
+#include "failure/permission.hpp"
+#include "files/descriptor.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr mode_t kEverybodyReads = 0644;
+
+[[noreturn]] void fail_to_replace(const std::string& path, int reason) {
+    if (reason == EACCES || reason == EPERM || reason == EROFS) {
+        throw refused_file(path, reason);
+    }
+    throw Failure(
+        reason == ENOENT ? ExitCode::kNotFound : ExitCode::kFailed,
+        fmt::format("{}: {}", path, std::strerror(reason)));
+}
+
+// 0, or the errno of what failed.
+int fill(int file, std::string_view text) {
+    if (const int reason = write_text(file, text); reason != 0) {
+        return reason;
+    }
+    return fchmod(file, kEverybodyReads) == 0 && fsync(file) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+void replace_file(const std::string& path, std::string_view text) {
+    std::string fresh = path + ".XXXXXX";
+    const Descriptor file(mkostemp(fresh.data(), O_CLOEXEC));
+    if (!file) {
+        fail_to_replace(path, errno);
+    }
+    int reason = fill(file.get(), text);
+    if (reason == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) {
+        reason = errno;
+    }
+    if (reason != 0) {
+        unlink(fresh.c_str());
+        fail_to_replace(path, reason);
+    }
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,117 @@
+#include "files/whole_file.hpp"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+
+#include "failure/failure.hpp"
+#include "files/descriptor.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr mode_t kOwnersFile = 0600;  // a flash may hold what is nobody else's business
+
+ExitCode code_of(int reason) {
+    switch (reason) {
+        case EACCES:
+        case EPERM:
+        case EROFS:
+            return ExitCode::kNoPermission;
+        case EEXIST:
+        case EISDIR:
+            return ExitCode::kUsage;
+        case ENOENT:
+            return ExitCode::kNotFound;
+        default:
+            return ExitCode::kFailed;
+    }
+}
+
+[[noreturn]] void fail(const std::string& path, int reason) { throw file_failure(path, reason); }
+
+std::filesystem::path directory_of(const std::string& path) {
+    const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    return parent.empty() ? "." : parent;
+}
+
+// The bytes are safe only with the name under which they are found. Some file systems have nothing
+// to flush there. 0, or the errno of what failed.
+int flush_name_of(const std::string& path) {
+    const Descriptor directory(
+        open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory) {
+        return errno;
+    }
+    return fsync(directory.get()) == 0 || errno == EINVAL ? 0 : errno;
+}
+
+// 0, or the errno of what failed.
+int write_and_flush(const std::string& path, int file, std::span<const std::uint8_t> bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    if (const int reason = write_text(file, text); reason != 0) {
+        return reason;
+    }
+    return fsync(file) != 0 ? errno : flush_name_of(path);
+}
+
+}  // namespace
+
+Failure file_failure(const std::string& path, int reason) {
+    return {code_of(reason), fmt::format("{}: {}", path, std::strerror(reason))};
+}
+
+std::vector<std::uint8_t> read_whole_file(const std::string& path, std::size_t most) {
+    // A pipe without a writer would be waited for.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        fail(path, errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw Failure(ExitCode::kUsage, fmt::format("{} is not a file of bytes", path));
+    }
+    std::vector<std::uint8_t> bytes;
+    std::array<std::uint8_t, 4096> chunk;
+    ssize_t got = 0;
+    while ((got = ::read(file.get(), chunk.data(), chunk.size())) > 0) {
+        bytes.insert(bytes.end(), chunk.begin(), chunk.begin() + got);
+        if (bytes.size() > most) {
+            throw Failure(ExitCode::kUsage, fmt::format("{} is larger than {} bytes", path, most));
+        }
+    }
+    if (got < 0) {
+        fail(path, errno);
+    }
+    return bytes;
+}
+
+void must_be_free(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0) {
+        fail(path, EEXIST);
+    }
+    if (stat(directory_of(path).c_str(), &status) != 0) {
+        fail(path, errno);
+    }
+}
+
+void write_new_file(const std::string& path, std::span<const std::uint8_t> bytes) {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnersFile));
+    if (!file) {
+        fail(path, errno);
+    }
+    if (const int reason = write_and_flush(path, file.get(), bytes); reason != 0) {
+        unlink(path.c_str());
+        fail(path, reason);
+    }
+}
+
+}  // namespace kx::ctl

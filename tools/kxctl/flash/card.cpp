@@ -1,0 +1,238 @@
+#include "flash/card.hpp"
+
+#include <fmt/core.h>
+#include <kxlinhw/adapter.h>
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/flash.h>
+#include <kxlinhw/q3_boot.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+#include "failure/failure.hpp"
+#include "failure/permission.hpp"
+#include "library/adapter_fields.hpp"
+#include "library/call.hpp"
+#include "library/record_text.hpp"
+#include "output/printable.hpp"
+#include "output/progress.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr std::uint32_t kReadAtOnce = 4096;  // bytes; between them progress is shown
+constexpr std::uint16_t kQ3Ids = 1000;       // Q3 ids lie between 0 and this
+constexpr std::uint32_t kReach = 1U << 24;   // of the three address bytes of a flash command
+
+std::string bus_location_of(const pci_dev& device) {
+    return fmt::format(
+        "{:02x}:{:02x}.{:x}", unsigned{device.bus}, unsigned{device.dev}, unsigned{device.func});
+}
+
+std::string full_bus_location_of(const pci_dev& device) {
+    return fmt::format("{:04x}:{}", static_cast<unsigned>(device.domain), bus_location_of(device));
+}
+
+struct FlashStatusRow {
+    std::int32_t status;
+    ExitCode code;
+    const char* text;
+};
+
+constexpr FlashStatusRow kFlashStatuses[] = {
+    {KX_FLASH_MISMATCH, ExitCode::kVerification, "what was written does not read back"},
+    {KX_FLASH_TIMED_OUT, ExitCode::kFailed, "the flash did not end its work in time"},
+    {KX_FLASH_BUSY, ExitCode::kBusy, "the flash controller is busy"},
+    {KX_FLASH_INVALID, ExitCode::kFailed, "the library refused it or could not do it"},
+    {KX_FLASH_BAD_SIZE, ExitCode::kUsage, "the image has a wrong size or place"},
+    {KX_Q3_FLASH_READ, ExitCode::kFailed, "the flash could not be read"},
+    {KX_Q3_FLASH_TIMED_OUT, ExitCode::kFailed, "the flash did not take it in time"},
+    {KX_Q3_BAD_IMAGE, ExitCode::kUsage, "the image has a wrong size or no signature"},
+};
+
+// Why a window cannot be opened stands in a message of the library only, but for /dev/mem.
+[[noreturn]] void fail_to_connect(const std::string& location, int reason) {
+    if (is_refusal_of_memory(reason)) {
+        throw refused_memory(location, reason);
+    }
+    throw Failure(
+        ExitCode::kFailed, memfd >= 0
+                               ? fmt::format("{}: its registers cannot be mapped", location)
+                               : fmt::format("{}: /dev/mem: {}", location, std::strerror(reason)));
+}
+
+}  // namespace
+
+void check_flash(std::int32_t status, const std::string& what) {
+    if (status == 0) {
+        return;
+    }
+    const auto* const row = std::ranges::find(kFlashStatuses, status, &FlashStatusRow::status);
+    if (row == std::end(kFlashStatuses)) {
+        throw Failure(ExitCode::kFailed, fmt::format("{}: status {}", what, status));
+    }
+    throw Failure(row->code, fmt::format("{}: {}", what, row->text));
+}
+
+FlashCard::FlashCard(std::string location, const std::string& writer)
+    : location_(std::move(location)) {
+    try {
+        find();
+        lock_.emplace(location_, full_bus_location_of(*kestrix_hbas[index_]), writer);
+        read_product_data();
+        measure();
+    } catch (...) {
+        call_library([] { return cleanup_and_exit(0); });
+        throw;
+    }
+}
+
+FlashCard::~FlashCard() {
+    call_library([] { return cleanup_and_exit(0); });
+}
+
+// A location may stand in several PCI domains; then only the full one names an adapter.
+void FlashCard::find() {
+    g_adapter_count = call_library(scan_hbas);
+    unsigned found = 0;
+    for (std::uint8_t i = 0; i < std::min<unsigned>(g_adapter_count, KX_MOST_ADAPTERS); ++i) {
+        const pci_dev& device = *kestrix_hbas[i];
+        if (location_ == bus_location_of(device) || location_ == full_bus_location_of(device)) {
+            index_ = i;
+            device_id_ = device.device_id;
+            ++found;
+        }
+    }
+    if (found == 0) {
+        throw Failure(ExitCode::kNotFound, fmt::format("No adapter with a flash at {}", location_));
+    }
+    if (found > 1) {
+        throw Failure(
+            ExitCode::kUsage,
+            fmt::format("{} is in several PCI domains; put the domain in front", location_));
+    }
+    revision_ = get_chip_revision(index_);
+    const bool has_q3_id = device_id_ > 0 && device_id_ < kQ3Ids;
+    if (revision_ > 5 || (revision_ == 3 && !has_q3_id)) {
+        throw Failure(
+            ExitCode::kNotSupported,
+            fmt::format("{}: the flash of device {:04x} is not known", location_, device_id_));
+    }
+}
+
+const char* FlashCard::chip() const { return revision_ == 3 ? "Q3" : revision_ == 4 ? "Q4" : "Q5"; }
+
+// An adapter whose product data cannot be read is known by its location only.
+void FlashCard::read_product_data() {
+    AdapterInfoRecord record{};
+    record.adapter = index_;
+    record.device_id = device_id_;
+    record.chip_class = static_cast<std::uint8_t>(revision_ - 3);
+    call_library([&] {
+        std::uint32_t cap = 0;
+        if (vpd_setup(index_, &cap) != 0) {
+            return;
+        }
+        switch (revision_) {
+            case 3:
+                static_cast<void>(q3_get_adapterinfo(index_, cap, &record));
+                break;
+            case 4:
+                static_cast<void>(q4_get_adapterinfo(index_, cap, &record));
+                break;
+            default:
+                static_cast<void>(q5_get_adapterinfo(index_, cap, &record));
+                break;
+        }
+    });
+    product_ = product_text(record.product_name);
+    serial_ = product_text(record.serial_number);
+}
+
+void FlashCard::measure() {
+    if (revision_ == 3) {
+        layout_ = q3_flash_layout();
+        return;
+    }
+    open_window();
+    const std::int32_t size = call_library([&] { return get_flash_params(index_); });
+    if (size == KX_FLASH_INVALID) {
+        throw Failure(
+            ExitCode::kNotSupported,
+            fmt::format("{}: the flash is of an unknown manufacturer", location_));
+    }
+    if (size <= 0) {
+        check_flash(size, location_ + ": identifying the flash");
+    }
+    if (size <= 0 || static_cast<std::uint32_t>(size) > kReach) {
+        throw Failure(
+            ExitCode::kNotSupported, fmt::format("{}: the flash is of an unknown size", location_));
+    }
+    const std::int32_t sectors = call_library([&] { return get_flash_params_sf_nsec(index_); });
+    layout_ = q4_flash_layout(
+        static_cast<std::uint32_t>(size), sectors > 0 ? static_cast<std::uint32_t>(sectors) : 0);
+}
+
+std::string FlashCard::name() const {
+    return fmt::format(
+        "{} ({}, {}, serial number {})", location_, chip(),
+        product_.empty() ? "unknown product" : printable(product_),
+        serial_.empty() ? "unknown" : printable(serial_));
+}
+
+Json FlashCard::json() const {
+    return {
+        {"location", location_},
+        {"chip", chip()},
+        {"product", text_or_null(product_)},
+        {"serial_number", text_or_null(serial_)},
+    };
+}
+
+void FlashCard::open_window() const {
+    if (mmapd_addr != 0 && mmapd_adapter == index_) {
+        return;
+    }
+    int reason = 0;
+    const std::int32_t status = call_library([&] {
+        const std::int32_t result =
+            revision_ == 3 ? connect_to_hba(index_) : connect_to_hba_Q4(index_);
+        reason = errno;
+        return result;
+    });
+    if (status != 0) {
+        fail_to_connect(location_, reason);
+    }
+}
+
+std::vector<std::uint8_t> FlashCard::read(const Range& range, std::string_view label) const {
+    open_window();
+    std::vector<std::uint8_t> bytes(range.size());
+    std::optional<Progress> progress;
+    if (!label.empty()) {
+        progress.emplace(std::string(label), bytes.size());
+    }
+    for (std::uint32_t done = 0; done < bytes.size(); done += kReadAtOnce) {
+        const std::uint32_t part = std::min(range.size() - done, kReadAtOnce);
+        const std::uint32_t address = range.begin + done;
+        const std::int32_t status = call_library([&] {
+            auto* const words = reinterpret_cast<std::uint32_t*>(bytes.data() + done);
+            const std::uint32_t count = part / sizeof(std::uint32_t);
+            return is_q3() ? q3_read_flash(index_, address, count, words)
+                           : q4_read_flash(index_, address, count, words, 0);
+        });
+        check_flash(status, fmt::format("{}: reading the flash at {:#x}", location_, address));
+        if (progress) {
+            progress->add(part);
+        }
+    }
+    return bytes;
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,67 @@
+// The adapter whose flash a command works on: found by its location, identified, read.
+//
+// The library holds one bus scan and one register window for the whole process; both belong to the
+// card that lives.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "flash/layout.hpp"
+#include "flash/lock.hpp"
+#include "output/json.hpp"
+
+namespace kx::ctl {
+
+class FlashCard {
+public:
+    // Scan the bus, lock the flash of the adapter at a location and read its vital product data.
+    // Nothing is written to any adapter. writer: the command that is to write, such as "flash
+    // write-boot"; none when the flash is only read. Throws Failure: no such adapter, one that
+    // another kxctl works on, or one whose flash is unknown.
+    explicit FlashCard(std::string location, const std::string& writer = {});
+    ~FlashCard();
+    FlashCard(const FlashCard&) = delete;
+    FlashCard& operator=(const FlashCard&) = delete;
+
+    [[nodiscard]] std::uint8_t index() const { return index_; }
+    [[nodiscard]] const std::string& location() const { return location_; }
+    [[nodiscard]] const char* chip() const;
+    [[nodiscard]] unsigned device_id() const { return device_id_; }
+    [[nodiscard]] const FlashLayout& layout() const { return layout_; }
+    [[nodiscard]] bool is_q3() const { return layout_.family == FlashFamily::kQ3; }
+
+    // "03:00.4 (Q5, Q520-CR, serial number PT05160001)"
+    [[nodiscard]] std::string name() const;
+    // The first members of every answer: location, chip, product, serial number.
+    [[nodiscard]] Json json() const;
+
+    // Open the register window unless it is open. Some functions of the library close it.
+    void open_window() const;
+
+    // The bytes of a range of whole words; label: what progress is shown as, nothing for none.
+    [[nodiscard]] std::vector<std::uint8_t> read(
+        const Range& range, std::string_view label = {}) const;
+
+private:
+    void find();
+    void read_product_data();
+    void measure();
+
+    std::string location_;
+    std::uint8_t index_ = 0;
+    std::uint16_t device_id_ = 0;
+    int revision_ = 0;  // of the chip: 3, 4 or 5
+    std::string product_;
+    std::string serial_;
+    FlashLayout layout_;
+    std::optional<FlashLock> lock_;
+};
+
+// Throw the failure of a flash function's status that is not success. what: "03:00.4: erasing".
+void check_flash(std::int32_t status, const std::string& what);
+
+}  // namespace kx::ctl

@@ -1,0 +1,67 @@
+// The fields of an adapter as commands show them. Texts of the library's records may fill their
+// field without a NUL, and are erased bytes on an adapter that was never written.
+#pragma once
+
+#include <kxlinhw/adapter_lists.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "library/record_text.hpp"
+#include "library/vpd_decode.hpp"
+#include "output/json.hpp"
+
+namespace kx::ctl {
+
+// A text of the adapter's vital product data; empty when there is none.
+template <std::size_t N>
+[[nodiscard]] std::string product_text(const char (&field)[N]) {
+    return vpd_text(field_text(field));
+}
+
+// "Q3", "Q4" or "Q5".
+[[nodiscard]] std::string chip_text(const AdapterInfoRecord& adapter);
+
+// Whether the library read the adapter at all, which it does only by way of its vital product data.
+[[nodiscard]] bool was_read(const AdapterInfoRecord& adapter);
+
+// Colon-separated; as the adapter has it when that is no twelve digits.
+[[nodiscard]] std::string mac_text(const AdapterInfoRecord& adapter);
+
+// Whether the flash holds a boot option ROM, and its version; empty when it does not tell.
+[[nodiscard]] bool has_option_rom(const AdapterInfoRecord& adapter);
+[[nodiscard]] std::string bios_version(const AdapterInfoRecord& adapter);
+
+// The ports of the product, else as many as there are interfaces; nothing when neither tells.
+[[nodiscard]] std::optional<std::size_t> port_count(
+    const AdapterInfoRecord& adapter, std::size_t interfaces);
+
+// The boot configuration record of a Q4 or Q5 adapter; null when it has none.
+[[nodiscard]] const Q4BootConfig* boot_config(const AdapterInfoRecord& adapter);
+
+// Whether a Q3 adapter has its settings block.
+[[nodiscard]] bool has_settings(const AdapterInfoRecord& adapter);
+
+// A field of the boot configuration record: one number, or one for each of several ports.
+struct BootField {
+    const char* name;
+    std::size_t offset;
+    std::size_t width;
+    std::size_t count;
+};
+
+// Every field that holds numbers, in the order of the record.
+[[nodiscard]] std::span<const BootField> boot_fields();
+
+// The numbers of a field.
+[[nodiscard]] std::vector<std::uint32_t> boot_values(
+    const Q4BootConfig& config, const BootField& field);
+
+// The iSCSI initiator name; empty when there is none.
+[[nodiscard]] std::string initiator_name(const Q4BootConfig& config);
+
+}  // namespace kx::ctl

@@ -1,0 +1,165 @@
+#include "library/machines.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <memory>
+#include <tuple>
+
+#include "library/record_text.hpp"
+
+#if defined(__SANITIZE_ADDRESS__)
+// The class leaves handles, texts and its parser allocated, as it says.
+extern "C" {
+#pragma GCC visibility push(default)
+const char* __lsan_default_suppressions();
+const char* __lsan_default_options();
+#pragma GCC visibility pop
+
+const char* __lsan_default_suppressions() {
+    return "leak:VMUtils::\nleak:libvirt\nleak:libxml2\nleak:libglib\nleak:libxerces\n";
+}
+const char* __lsan_default_options() { return "print_suppressions=0"; }
+}
+#endif
+
+namespace kx::ctl {
+namespace {
+
+struct StateName {
+    std::int32_t state;
+    const char* name;
+};
+
+constexpr StateName kStateNames[] = {
+    {KX_VM_RUNNING, "running"},
+    {KX_VM_BLOCKED, "blocked"},
+    {KX_VM_PAUSED, "paused"},
+    {KX_VM_SHUT_OFF, "shut off"},
+};
+
+std::string uuid_digits(const unsigned char (&bytes)[16]) {
+    std::string digits;
+    for (const unsigned char byte : bytes) {
+        digits += fmt::format("{:02x}", byte);
+    }
+    return digits;
+}
+
+Machine machine_of(const _KVMInfo& record) {
+    return {
+        record.id, field_text(record.name), uuid_digits(record.uuid), field_text(record.osType),
+        record.state};
+}
+
+// Lower case and without hyphens, to be compared.
+std::string plain_uuid(const std::string& word) {
+    std::string digits;
+    for (const char c : word) {
+        if (c != '-') {
+            digits += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
+    }
+    return digits;
+}
+
+bool is_id(const std::string& word, std::int32_t id) {
+    std::int32_t number = 0;
+    const char* const end = word.data() + word.size();
+    const auto [rest, error] = std::from_chars(word.data(), end, number);
+    return error == std::errc() && rest == end && id > 0 && number == id;
+}
+
+}  // namespace
+
+std::string Machine::state_text() const {
+    for (const StateName& row : kStateNames) {
+        if (row.state == state) {
+            return row.name;
+        }
+    }
+    return "";
+}
+
+std::string Machine::uuid_text() const {
+    const std::string_view digits = uuid;
+    return fmt::format(
+        "{}-{}-{}-{}-{}", digits.substr(0, 8), digits.substr(8, 4), digits.substr(12, 4),
+        digits.substr(16, 4), digits.substr(20));
+}
+
+std::string Machine::title() const {
+    const std::string text = state_text();
+    return fmt::format("{} ({})", name, text.empty() ? "in an unknown state" : text);
+}
+
+std::vector<Machine> query_machines() {
+    _KVMInfo* records = nullptr;
+    int count = 0;
+    const int result =
+        call_machines([&](VMUtils& library) { return library.listVMs(&records, &count); });
+    const std::unique_ptr<_KVMInfo, decltype(&std::free)> owner(records, std::free);
+    if (result != 0) {
+        throw machine_failure(ExitCode::kFailed, "Cannot list the virtual machines");
+    }
+    std::vector<Machine> machines;
+    std::transform(records, records + count, std::back_inserter(machines), machine_of);
+    // libvirt gives them in no order.
+    std::sort(machines.begin(), machines.end(), [](const Machine& left, const Machine& right) {
+        return std::tuple(!left.is_active(), left.id, left.name) <
+               std::tuple(!right.is_active(), right.id, right.name);
+    });
+    return machines;
+}
+
+Machine find_machine(const std::string& word) {
+    const std::vector<Machine> machines = query_machines();
+    const std::string uuid = plain_uuid(word);
+    const auto find = [&](auto&& matches) {
+        return std::find_if(machines.begin(), machines.end(), matches);
+    };
+    auto found = find([&](const Machine& machine) { return machine.name == word; });
+    if (found == machines.end()) {
+        found = find([&](const Machine& machine) { return machine.uuid == uuid; });
+    }
+    if (found == machines.end()) {
+        found = find([&](const Machine& machine) { return is_id(word, machine.id); });
+    }
+    if (found == machines.end()) {
+        throw Failure(ExitCode::kNotFound, fmt::format("There is no virtual machine {}", word));
+    }
+    return *found;
+}
+
+Json machine_json(const Machine& machine) {
+    return {
+        {"name", machine.name},
+        {"uuid", machine.uuid_text()},
+        {"id", machine.is_active() ? Json(machine.id) : Json()},
+        {"state", text_or_null(machine.state_text())},
+        {"os_type", text_or_null(machine.os_type)},
+    };
+}
+
+Table machine_table(const std::vector<Machine>& machines) {
+    Table table({{"ID", Align::kRight}, {"NAME"}, {"STATE"}, {"UUID"}});
+    for (const Machine& machine : machines) {
+        const std::string state = machine.state_text();
+        const Style style = machine.state == KX_VM_RUNNING ? Style::kGood : Style::kPlain;
+        table.add_row(
+            {machine.is_active() ? fmt::format("{}", machine.id) : "", machine.name,
+             Cell(state.empty() ? "?" : state, style), machine.uuid_text()});
+    }
+    return table;
+}
+
+Failure machine_failure(ExitCode code, const std::string& what) {
+    const std::string& logged = library_failure();
+    const std::size_t prefix = logged.find(": ");  // the name of the library's operation
+    const std::string reason = prefix == logged.npos ? logged : logged.substr(prefix + 2);
+    return {code, reason.empty() ? what : fmt::format("{}: {}", what, reason)};
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,121 @@
+#include "library/query.hpp"
+
+#include <kxlinhw/query.h>
+#include <kxlinhw/status.h>
+
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+
+#include "failure/failure.hpp"
+#include "library/call.hpp"
+#include "library/record_text.hpp"
+
+namespace kx::ctl {
+namespace {
+
+// Bytes of a record that a reply holds.
+template <class Record>
+constexpr std::size_t kCopySize = 0;
+template <>
+constexpr std::size_t kCopySize<CardInfo> = KX_CARD_COPY;
+template <>
+constexpr std::size_t kCopySize<PortInfo> = KX_PORT_COPY;
+template <>
+constexpr std::size_t kCopySize<DriverEntry> = KX_DRIVER_COPY;
+template <>
+constexpr std::size_t kCopySize<StatEntry> = KX_STAT_COPY;
+
+// Pointers of the library's own lists, which are gone by the time a reply is read.
+void forget_pointers(CardInfo& card) {
+    card.stats = nullptr;
+    card.ports = nullptr;
+}
+void forget_pointers(PortInfo& port) { port.stats = nullptr; }
+void forget_pointers(DriverEntry&) {}
+void forget_pointers(StatEntry&) {}
+
+std::size_t interface_count() {
+    std::error_code error;
+    const std::filesystem::directory_iterator interfaces("/sys/class/net", error);
+    return error ? 0 : static_cast<std::size_t>(std::distance(begin(interfaces), end(interfaces)));
+}
+
+// The query functions are not told how large the buffer is, so it has to hold whatever they may
+// find. Asking for the number of ports first would not do: each call builds its own inventory, and
+// an adapter may be plugged in between the two. Every port is an interface of this host, so the
+// buffer holds a port for each and 16 MiB more: 12000 further ports, 30000 cards. Memory that
+// is not written costs nothing.
+std::size_t reply_capacity() {
+    constexpr std::size_t kSlack = std::size_t{16} << 20U;
+    return kSlack + interface_count() * KX_PORT_COPY;
+}
+
+template <class Record, class Query>
+std::vector<Record> ask(Query query) {
+    const auto buffer = std::make_unique_for_overwrite<std::byte[]>(reply_capacity());
+    std::uint32_t length = 0;
+    check(call_library([&] { return query(buffer.get(), &length); }));
+    return records_of<Record>({buffer.get(), length});
+}
+
+}  // namespace
+
+template <class Record>
+std::vector<Record> records_of(std::span<const std::byte> reply) {
+    std::vector<Record> records(reply.size() / kCopySize<Record>);
+    for (Record& record : records) {
+        std::memcpy(static_cast<void*>(&record), reply.data(), kCopySize<Record>);
+        forget_pointers(record);
+        reply = reply.subspan(kCopySize<Record>);
+    }
+    return records;
+}
+
+template std::vector<CardInfo> records_of<CardInfo>(std::span<const std::byte>);
+template std::vector<PortInfo> records_of<PortInfo>(std::span<const std::byte>);
+template std::vector<DriverEntry> records_of<DriverEntry>(std::span<const std::byte>);
+template std::vector<StatEntry> records_of<StatEntry>(std::span<const std::byte>);
+
+std::vector<CardInfo> query_cards() { return ask<CardInfo>(GetCardInfo); }
+
+std::vector<PortInfo> query_ports(const std::string& location) {
+    return ask<PortInfo>([&](void* buffer, std::uint32_t* length) {
+        return GetPortInfo(location.c_str(), buffer, length);
+    });
+}
+
+std::vector<DriverEntry> query_modules() { return ask<DriverEntry>(GetDriverDetails); }
+
+std::vector<StatEntry> query_card_counters(const std::string& location) {
+    return ask<StatEntry>([&](void* buffer, std::uint32_t* length) {
+        return GetCardStats(location.c_str(), buffer, length);
+    });
+}
+
+std::vector<StatEntry> query_port_counters(const std::string& location, std::uint32_t instance) {
+    return ask<StatEntry>([&](void* buffer, std::uint32_t* length) {
+        return GetPortStat(location.c_str(), instance, buffer, length);
+    });
+}
+
+CardInfo query_card(const std::string& location) {
+    for (const CardInfo& card : query_cards()) {
+        if (field_text(card.pci_bus_location) == location) {
+            return card;
+        }
+    }
+    throw Failure::of_status(KX_NO_SUCH_DEVICE);
+}
+
+PortInfo query_port(const std::string& location, std::uint32_t instance) {
+    for (const PortInfo& port : query_ports(location)) {
+        if (port.instance == instance) {
+            return port;
+        }
+    }
+    throw Failure::of_status(KX_INVALID_PORT);
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,116 @@
+#include "output/printable.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
+namespace kx::ctl {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+struct Character {
+    char32_t code;
+    std::size_t bytes;
+};
+
+// Smallest code of each sequence length: a longer sequence than needed is no UTF-8.
+constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+
+std::size_t sequence_length(unsigned char lead) {
+    if (lead < 0x80) {
+        return 1;
+    }
+    if (lead >= 0xC2 && lead < 0xE0) {
+        return 2;
+    }
+    if (lead >= 0xE0 && lead < 0xF0) {
+        return 3;
+    }
+    return lead >= 0xF0 && lead < 0xF5 ? 4 : 0;
+}
+
+bool is_scalar_value(char32_t code) { return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF); }
+
+// The first character of a text that is not empty; a byte that starts none is the replacement.
+Character decode(std::string_view text) {
+    constexpr Character kInvalid{kReplacement, 1};
+    const auto lead = static_cast<unsigned char>(text[0]);
+    const std::size_t length = sequence_length(lead);
+    if (length == 0 || length > text.size()) {
+        return kInvalid;
+    }
+    char32_t code = length == 1 ? lead : lead & (0xFFU >> (length + 1));
+    for (const char next : text.substr(1, length - 1)) {
+        const auto byte = static_cast<unsigned char>(next);
+        if ((byte & 0xC0U) != 0x80U) {
+            return kInvalid;
+        }
+        code = (code << 6U) | (byte & 0x3FU);
+    }
+    return code >= kSmallest[length] && is_scalar_value(code) ? Character{code, length} : kInvalid;
+}
+
+bool is_control(char32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) ||
+           (code >= 0x2028 && code <= 0x202E) ||  // line separators, direction overrides
+           (code >= 0x2066 && code <= 0x2069);
+}
+
+struct WidthRow {
+    char32_t first;
+    char32_t last;
+    std::size_t width;
+};
+
+// The blocks whose characters do not take one column; in ascending order.
+constexpr WidthRow kWidths[] = {
+    {0x0300, 0x036F, 0},    // combining marks
+    {0x1100, 0x115F, 2},    // Hangul Jamo
+    {0x200B, 0x200F, 0},    // zero-width characters
+    {0x20D0, 0x20FF, 0},    // combining marks for symbols
+    {0x2E80, 0xA4CF, 2},    // CJK
+    {0xAC00, 0xD7A3, 2},    // Hangul
+    {0xF900, 0xFAFF, 2},    // CJK compatibility
+    {0xFE00, 0xFE0F, 0},    // variation selectors
+    {0xFE30, 0xFE6F, 2},    // CJK compatibility forms
+    {0xFF00, 0xFF60, 2},    // full-width forms
+    {0xFFE0, 0xFFE6, 2},    // full-width signs
+    {0x1F300, 0x1FAFF, 2},  // pictographs
+    {0x20000, 0x3FFFD, 2},  // CJK extensions
+};
+
+std::size_t width_of(char32_t code) {
+    const auto* const row = std::lower_bound(
+        std::begin(kWidths), std::end(kWidths), code,
+        [](const WidthRow& candidate, char32_t wanted) { return candidate.last < wanted; });
+    return row == std::end(kWidths) || code < row->first ? 1 : row->width;
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const Character character = decode(text);
+        if (character.code == kReplacement || is_control(character.code)) {
+            result += "\uFFFD";
+        } else {
+            result += text.substr(0, character.bytes);
+        }
+        text.remove_prefix(character.bytes);
+    }
+    return result;
+}
+
+std::size_t display_width(std::string_view text) {
+    std::size_t width = 0;
+    while (!text.empty()) {
+        const Character character = decode(text);
+        width += width_of(character.code);
+        text.remove_prefix(character.bytes);
+    }
+    return width;
+}
+
+}  // namespace kx::ctl

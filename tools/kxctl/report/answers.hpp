@@ -1,0 +1,21 @@
+// What commands would answer with --json, for commands that gather what others tell.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <utility>
+
+#include "cli/command.hpp"
+#include "output/json.hpp"
+
+namespace kx::ctl {
+
+using GivenWords = std::initializer_list<std::pair<const char*, std::string>>;
+
+// Throws the command's Failure.
+[[nodiscard]] Json answer_of(Verb* run, GivenWords words = {});
+
+// The same; of a command that fails {"failure": the line that it would print}.
+[[nodiscard]] Json answer_or_failure(Verb* run, GivenWords words = {});
+
+}  // namespace kx::ctl

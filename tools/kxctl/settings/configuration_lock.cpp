@@ -1,0 +1,90 @@
+#include "settings/configuration_lock.hpp"
+
+#include <fmt/core.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "cli/numbers.hpp"
+#include "failure/failure.hpp"
+#include "output/standard_streams.hpp"
+
+namespace kx::ctl {
+namespace {
+
+using LockClock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kTellAfter{1};
+constexpr std::chrono::microseconds kFirstPause{200};
+constexpr std::chrono::milliseconds kLongestPause{20};
+
+// The kernel has no lock with a time limit; short pauses do as well and leave signals alone.
+void wait_for_lock(int file, Patience patience) {
+    const LockClock::time_point start = LockClock::now();
+    std::chrono::nanoseconds pause = kFirstPause;
+    bool told = false;
+    while (flock(file, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            throw Failure(
+                ExitCode::kFailed,
+                fmt::format("{}: {}", kConfigurationLockFile, std::strerror(errno)));
+        }
+        const std::chrono::nanoseconds waited = LockClock::now() - start;
+        if (patience && waited >= *patience) {
+            throw Failure(ExitCode::kBusy, "Another kxctl works on the configuration files");
+        }
+        if (!told && waited >= kTellAfter) {
+            complain("waiting for another kxctl that works on the configuration files");
+            told = true;
+        }
+        std::this_thread::sleep_for(patience ? std::min(pause, *patience - waited) : pause);
+        pause = std::min<std::chrono::nanoseconds>(2 * pause, kLongestPause);
+    }
+}
+
+const Argument kNoWait{
+    .name = "--no-wait",
+    .help = "Fail (exit code 5) rather than wait for another kxctl",
+};
+const Argument kWaitLimit{
+    .name = "--wait",
+    .help = "Wait so many seconds (0.01 to 86400) for another kxctl, then fail (exit code 5)",
+    .value = "SECONDS",
+};
+
+}  // namespace
+
+ConfigurationLock::ConfigurationLock(Purpose purpose, Patience patience)
+    : file_(open_lock_file(kConfigurationLockFile, purpose)) {
+    if (file_) {
+        wait_for_lock(file_.get(), patience);
+    }
+}
+
+std::optional<ConfigurationLock> lock_unless_planning(const Arguments& arguments) {
+    const Patience patience = patience_wish(arguments);
+    return arguments.has("--dry-run")
+               ? std::nullopt
+               : std::optional(ConfigurationLock(ConfigurationLock::Purpose::kWrite, patience));
+}
+
+std::vector<Argument> with_lock_options(std::vector<Argument> arguments) {
+    arguments.push_back(kNoWait);
+    arguments.push_back(kWaitLimit);
+    return arguments;
+}
+
+Patience patience_wish(const Arguments& arguments) {
+    if (arguments.has("--no-wait") && arguments.has("--wait")) {
+        refuse_usage("--no-wait and --wait exclude each other");
+    }
+    if (arguments.has("--no-wait")) {
+        return std::chrono::nanoseconds(0);
+    }
+    return arguments.has("--wait") ? Patience(seconds_option(arguments, "--wait")) : std::nullopt;
+}
+
+}  // namespace kx::ctl

@@ -1,0 +1,150 @@
+#include "settings/setting.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "failure/failure.hpp"
+
+namespace kx::ctl {
+namespace {
+
+// A decimal or 0x hexadecimal number that is the whole text.
+std::optional<std::int64_t> number_of(std::string_view text) {
+    const bool negative = text.starts_with('-');
+    text.remove_prefix(negative ? 1 : 0);
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    text.remove_prefix(hexadecimal ? 2 : 0);
+    std::uint64_t magnitude = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
+    if (error != std::errc() || rest != end || magnitude > INT64_MAX) {
+        return std::nullopt;
+    }
+    const auto value = static_cast<std::int64_t>(magnitude);
+    return negative ? -value : value;
+}
+
+const Setting& find(std::span<const Setting> settings, const std::string& key) {
+    const auto found = std::ranges::find(settings, std::string_view(key), &Setting::key);
+    if (found == settings.end()) {
+        refuse_usage(fmt::format("Unknown setting {}", key));
+    }
+    return *found;
+}
+
+Change parse_change(std::span<const Setting> settings, const std::string& word) {
+    const std::size_t equals = word.find('=');
+    if (equals == word.npos) {
+        throw Failure(ExitCode::kUsage, fmt::format("{} is not of the form key=value", word));
+    }
+    const Setting& setting = find(settings, word.substr(0, equals));
+    const std::string text = word.substr(equals + 1);
+    const auto value = setting.parse(text);
+    if (!value || !setting.holds(*value)) {
+        throw Failure(
+            ExitCode::kUsage,
+            fmt::format("{} cannot be \"{}\": {}", setting.key, text, setting.help));
+    }
+    return {&setting, *value};
+}
+
+}  // namespace
+
+bool Setting::holds(std::int64_t value) const {
+    if (form == Form::kAction) {
+        return value == 1;
+    }
+    if (form == Form::kText) {
+        return fmt::format("{}", value).size() < width;
+    }
+    const auto bits = static_cast<unsigned>(8 * width);
+    if (form == Form::kUnsigned) {
+        return value >= 0 && (bits == 64 || value >> bits == 0);
+    }
+    return bits == 64 || (value >> (bits - 1) == 0 || value >> (bits - 1) == -1);
+}
+
+std::optional<std::int64_t> Setting::value_in(const void* record) const {
+    if (!readable || form == Form::kAction) {
+        return std::nullopt;
+    }
+    const char* const field = static_cast<const char*>(record) + offset;
+    if (form == Form::kText) {
+        return number_of({field, strnlen(field, width)});
+    }
+    std::uint64_t raw = 0;
+    std::memcpy(&raw, field, width);
+    const auto unused = static_cast<unsigned>(64 - 8 * width);
+    const auto value = static_cast<std::int64_t>(raw << unused);
+    return form == Form::kSigned ? value >> unused
+                                 : static_cast<std::int64_t>(std::uint64_t(value) >> unused);
+}
+
+void Setting::put_into(void* record, std::int64_t value) const {
+    char* const field = static_cast<char*>(record) + offset;
+    if (form == Form::kText) {
+        const std::string text = fmt::format("{}", value);
+        std::memset(field, 0, width);
+        text.copy(field, width - 1);
+    } else if (form != Form::kAction) {
+        std::memcpy(field, &value, width);
+    }
+}
+
+std::string Setting::text_of(std::int64_t value) const {
+    const char* const word = value == 0 ? words.zero : value == 1 ? words.one : nullptr;
+    return word != nullptr ? word : fmt::format("{}", value);
+}
+
+std::optional<std::int64_t> Setting::parse(const std::string& text) const {
+    if (words.zero != nullptr && text == words.zero) {
+        return 0;
+    }
+    if (words.one != nullptr && text == words.one) {
+        return 1;
+    }
+    return number_of(text);
+}
+
+std::vector<Change> parse_changes(
+    std::span<const Setting> settings, std::span<const std::string> words) {
+    std::vector<Change> changes;
+    for (const std::string& word : words) {
+        const Change change = parse_change(settings, word);
+        if (std::ranges::find(changes, change.setting, &Change::setting) != changes.end()) {
+            throw Failure(ExitCode::kUsage, fmt::format("{} is given twice", change.setting->key));
+        }
+        changes.push_back(change);
+    }
+    return changes;
+}
+
+std::uint64_t apply_changes(std::span<const Change> changes, void* record) {
+    std::uint64_t mask = 0;
+    for (const Change& change : changes) {
+        change.setting->put_into(record, change.value);
+        mask |= change.setting->change_bit;
+    }
+    return mask;
+}
+
+std::vector<Term> terms_of(std::span<const Setting> settings) {
+    std::vector<Term> terms;
+    for (const Setting& setting : settings) {
+        Term term{setting.key, setting.help};
+        for (const char* const word : {setting.words.zero, setting.words.one}) {
+            if (word != nullptr) {
+                term.values.emplace_back(word);
+            }
+        }
+        terms.push_back(std::move(term));
+    }
+    return terms;
+}
+
+}  // namespace kx::ctl
