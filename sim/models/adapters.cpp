@@ -6,13 +6,13 @@
 
 #include <cstring>
 
-#include "preload/next.hpp"
-#include "preload/path_text.hpp"
+#include "process/next.hpp"
+#include "process/path_text.hpp"
 
 namespace kxsim::models {
 namespace {
 
-std::span<state::Adapter> adapters(const preload::Host& host) {
+std::span<state::Adapter> adapters(const process::Host& host) {
     return {host.adapters->adapters, host.adapters->count};
 }
 
@@ -26,8 +26,8 @@ void extend(int file, void* content, off_t from, std::size_t size) {
 }
 
 std::uint8_t* map_content(
-    const preload::Host& host, const char* kind, const char* location, std::size_t size) {
-    const preload::KeepErrno keep;
+    const process::Host& host, const char* kind, const char* location, std::size_t size) {
+    const process::KeepErrno keep;
     char path[PATH_MAX];
     if (host.root_length + std::strlen(kind) + state::kLocationSize > sizeof path) {
         return nullptr;
@@ -36,11 +36,11 @@ std::uint8_t* map_content(
     path[host.root_length] = '\0';
     std::strcat(path, kind);
     std::strcat(path, location);
-    const int file = preload::next<"open", decltype(::open)>()(path, O_RDWR | O_CLOEXEC);
+    const int file = process::next<"open", decltype(::open)>()(path, O_RDWR | O_CLOEXEC);
     if (file < 0) {
         return nullptr;
     }
-    void* const address = preload::next<"mmap", decltype(::mmap)>()(
+    void* const address = process::next<"mmap", decltype(::mmap)>()(
         nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     if (address != MAP_FAILED) {
         extend(file, address, ::lseek(file, 0, SEEK_END), size);
@@ -50,7 +50,7 @@ std::uint8_t* map_content(
 }
 
 std::span<std::uint8_t> content(
-    const preload::Host& host, preload::Mapping& mapping, const char* kind,
+    const process::Host& host, process::Mapping& mapping, const char* kind,
     const state::Adapter& adapter, std::size_t size) {
     if (mapping.address == nullptr) {
         mapping.address = map_content(host, kind, adapter.location, size);
@@ -61,7 +61,7 @@ std::span<std::uint8_t> content(
 
 }  // namespace
 
-state::Adapter* adapter_at(const preload::Host& host, std::uint64_t address) {
+state::Adapter* adapter_at(const process::Host& host, std::uint64_t address) {
     for (state::Adapter& adapter : adapters(host)) {
         if (address >= adapter.window && address - adapter.window < adapter.window_size) {
             return &adapter;
@@ -70,7 +70,7 @@ state::Adapter* adapter_at(const preload::Host& host, std::uint64_t address) {
     return nullptr;
 }
 
-state::Adapter* adapter_named(const preload::Host& host, std::string_view location) {
+state::Adapter* adapter_named(const process::Host& host, std::string_view location) {
     for (state::Adapter& adapter : adapters(host)) {
         if (location == adapter.location) {
             return &adapter;
@@ -79,13 +79,13 @@ state::Adapter* adapter_named(const preload::Host& host, std::string_view locati
     return nullptr;
 }
 
-std::span<std::uint8_t> flash_of(preload::Host& host, const state::Adapter& adapter) {
-    preload::Mapping& mapping = host.flash[&adapter - host.adapters->adapters];
+std::span<std::uint8_t> flash_of(process::Host& host, const state::Adapter& adapter) {
+    process::Mapping& mapping = host.flash[&adapter - host.adapters->adapters];
     return content(host, mapping, state::kFlashFile, adapter, adapter.flash_size);
 }
 
-std::span<std::uint8_t> eeprom_of(preload::Host& host, const state::Adapter& adapter) {
-    preload::Mapping& mapping = host.eeprom[&adapter - host.adapters->adapters];
+std::span<std::uint8_t> eeprom_of(process::Host& host, const state::Adapter& adapter) {
+    process::Mapping& mapping = host.eeprom[&adapter - host.adapters->adapters];
     return content(host, mapping, state::kEepromFile, adapter, adapter.eeprom_size);
 }
 

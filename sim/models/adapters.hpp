@@ -6,18 +6,18 @@
 #include <span>
 #include <string_view>
 
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 #include "state/adapters.hpp"
 
 namespace kxsim::models {
 
 // Null when there is none.
-[[nodiscard]] state::Adapter* adapter_at(const preload::Host& host, std::uint64_t address);
-[[nodiscard]] state::Adapter* adapter_named(const preload::Host& host, std::string_view location);
+[[nodiscard]] state::Adapter* adapter_at(const process::Host& host, std::uint64_t address);
+[[nodiscard]] state::Adapter* adapter_named(const process::Host& host, std::string_view location);
 
 // What its flash and its EEPROM hold; empty when the session's file cannot be mapped. Mapped once
 // in each process.
-[[nodiscard]] std::span<std::uint8_t> flash_of(preload::Host& host, const state::Adapter& adapter);
-[[nodiscard]] std::span<std::uint8_t> eeprom_of(preload::Host& host, const state::Adapter& adapter);
+[[nodiscard]] std::span<std::uint8_t> flash_of(process::Host& host, const state::Adapter& adapter);
+[[nodiscard]] std::span<std::uint8_t> eeprom_of(process::Host& host, const state::Adapter& adapter);
 
 }  // namespace kxsim::models

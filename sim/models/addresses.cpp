@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
 namespace kxsim::models {
 namespace {
@@ -108,7 +108,7 @@ void for_each_entry(const Network& network, Visit visit) {
 }
 
 Entry* allocate(std::size_t count) {
-    const preload::Pause pause;  // not an allocation of the caller's
+    const process::Pause pause;  // not an allocation of the caller's
     return static_cast<Entry*>(std::calloc(count, sizeof(Entry)));
 }
 

@@ -11,23 +11,23 @@
 #include "models/adapters.hpp"
 #include "models/config_space.hpp"
 #include "models/modelled_file.hpp"
-#include "preload/next.hpp"
+#include "process/next.hpp"
 
 namespace kxsim::models {
 namespace {
 
 ssize_t read_real(const FileAccess& access, void* buffer, std::size_t size) {
     return access.offset
-               ? preload::next<"pread", decltype(::pread)>()(
+               ? process::next<"pread", decltype(::pread)>()(
                      access.descriptor, buffer, size, *access.offset)
-               : preload::next<"read", decltype(::read)>()(access.descriptor, buffer, size);
+               : process::next<"read", decltype(::read)>()(access.descriptor, buffer, size);
 }
 
 ssize_t write_real(const FileAccess& access, const void* data, std::size_t size) {
     return access.offset
-               ? preload::next<"pwrite", decltype(::pwrite)>()(
+               ? process::next<"pwrite", decltype(::pwrite)>()(
                      access.descriptor, data, size, *access.offset)
-               : preload::next<"write", decltype(::write)>()(access.descriptor, data, size);
+               : process::next<"write", decltype(::write)>()(access.descriptor, data, size);
 }
 
 constexpr std::size_t kVpdCapabilitySize = 8;
@@ -41,7 +41,7 @@ bool keep(
         const std::size_t place = start + i;
         const bool modelled =
             capability != 0 && place >= capability && place - capability < kVpdCapabilitySize;
-        if (!modelled && preload::next<"pwrite", decltype(::pwrite)>()(
+        if (!modelled && process::next<"pwrite", decltype(::pwrite)>()(
                              access.descriptor, &bytes[i], 1, static_cast<off_t>(place)) < 0) {
             return false;
         }
@@ -54,7 +54,7 @@ class Opened {
 public:
     Opened(const FileAccess& access, state::Adapter& adapter)
         : space_{adapter.hardware, {}, eeprom_of(access.host, adapter)} {
-        const ssize_t size = preload::next<"pread", decltype(::pread)>()(
+        const ssize_t size = process::next<"pread", decltype(::pread)>()(
             access.descriptor, bytes_.data(), bytes_.size(), 0);
         space_.bytes = {bytes_.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
     }

@@ -9,7 +9,7 @@
 
 #include "models/adapters.hpp"
 #include "models/register_window.hpp"
-#include "preload/next.hpp"
+#include "process/next.hpp"
 
 namespace kxsim::models {
 namespace {
@@ -57,7 +57,7 @@ void* map_device_memory(std::size_t size, int protection, off_t offset) {
         errno = ENOMEM;
         return MAP_FAILED;
     }
-    void* const address = preload::next<"mmap", decltype(::mmap)>()(
+    void* const address = process::next<"mmap", decltype(::mmap)>()(
         nullptr, size, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (address != MAP_FAILED) {
         ranges[range_count++] = {reinterpret_cast<std::uint64_t>(address), physical, size};
@@ -65,7 +65,7 @@ void* map_device_memory(std::size_t size, int protection, off_t offset) {
     return address;
 }
 
-std::optional<std::uint32_t> load_device_memory(preload::Host& host, std::uint64_t address) {
+std::optional<std::uint32_t> load_device_memory(process::Host& host, std::uint64_t address) {
     const Range* const range = range_of(address);
     if (range == nullptr) {
         return std::nullopt;
@@ -80,7 +80,7 @@ std::optional<std::uint32_t> load_device_memory(preload::Host& host, std::uint64
         static_cast<std::uint32_t>(physical - adapter->window));
 }
 
-bool store_device_memory(preload::Host& host, std::uint64_t address, std::uint32_t value) {
+bool store_device_memory(process::Host& host, std::uint64_t address, std::uint32_t value) {
     const Range* const range = range_of(address);
     if (range == nullptr) {
         return false;

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
 namespace kxsim::models {
 
@@ -20,8 +20,8 @@ void* map_device_memory(std::size_t size, int protection, off_t offset);
 // One 32-bit access at an address of this process that lies in such pages; nothing and false for
 // any other address.
 [[nodiscard]] std::optional<std::uint32_t> load_device_memory(
-    preload::Host& host, std::uint64_t address);
+    process::Host& host, std::uint64_t address);
 [[nodiscard]] bool store_device_memory(
-    preload::Host& host, std::uint64_t address, std::uint32_t value);
+    process::Host& host, std::uint64_t address, std::uint32_t value);
 
 }  // namespace kxsim::models

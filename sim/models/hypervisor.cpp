@@ -9,10 +9,10 @@
 namespace kxsim::models {
 namespace {
 
-using preload::libvirt;
-using preload::LibvirtDomain;
-using preload::LibvirtText;
-using preload::TextBuffer;
+using process::libvirt;
+using process::LibvirtDomain;
+using process::LibvirtText;
+using process::TextBuffer;
 
 // This process's driver, and the state of the host's files that it shows.
 struct Driver {
@@ -26,7 +26,7 @@ int close(virConnectPtr connection) {
     return libvirt<"virConnectClose", decltype(::virConnectClose)>()(connection);
 }
 
-void replace_driver(const preload::Host& host, virConnectPtr connection) {
+void replace_driver(const process::Host& host, virConnectPtr connection) {
     if (driver.connection != nullptr) {
         close(driver.connection);
     }
@@ -72,8 +72,8 @@ struct ActiveMachine {
 };
 
 // Start a machine with the description that it runs with; its definition stays as the node has it.
-bool start(const preload::Host& host, virConnectPtr connection, const ActiveMachine& machine) {
-    preload::PathText path;
+bool start(const process::Host& host, virConnectPtr connection, const ActiveMachine& machine) {
+    process::PathText path;
     live_path(machine.uuid, path);
     TextBuffer live;
     if (!read_host_file(host, path.view(), live)) {
@@ -106,7 +106,7 @@ bool use_up_ids(virConnectPtr connection, int last) {
            libvirt<"virDomainUndefine", decltype(::virDomainUndefine)>()(domain.get()) == 0;
 }
 
-bool start_all(const preload::Host& host, virConnectPtr connection) {
+bool start_all(const process::Host& host, virConnectPtr connection) {
     TextBuffer active;
     if (!read_host_file(host, state::kActiveFile, active)) {
         return false;
@@ -126,7 +126,7 @@ bool start_all(const preload::Host& host, virConnectPtr connection) {
 }
 
 // A driver that shows the host's machines, or null.
-virConnectPtr open_driver(const preload::Host& host) {
+virConnectPtr open_driver(const process::Host& host) {
     TextBuffer uri;
     node_uri(host, uri);
     virConnectPtr connection = libvirt<"virConnectOpen", decltype(::virConnectOpen)>()(uri.c_str());
@@ -137,7 +137,7 @@ virConnectPtr open_driver(const preload::Host& host) {
     return connection;
 }
 
-bool is_current(const preload::Host& host) {
+bool is_current(const process::Host& host) {
     if (driver.connection == nullptr || driver.changes != host.session->machine_changes) {
         return false;
     }
@@ -147,7 +147,7 @@ bool is_current(const preload::Host& host) {
 }
 
 // The files are the caller's alone.
-bool make_current(const preload::Host& host) {
+bool make_current(const process::Host& host) {
     if (is_current(host)) {
         return true;
     }
@@ -164,15 +164,15 @@ void append_definition(TextBuffer& node, std::string_view text) {
     const std::size_t start_tag = text.find('>');
     const std::size_t end_tag = text.rfind("</domain>");
     if (start_tag < end_tag && end_tag != text.npos) {
-        node.append(preload::part_of(text, 0, start_tag))
+        node.append(process::part_of(text, 0, start_tag))
             .append(state::kTestNamespace)
-            .append(preload::part_of(text, start_tag, end_tag))
+            .append(process::part_of(text, start_tag, end_tag))
             .append(state::kShutOff)
-            .append(preload::part_of(text, end_tag));
+            .append(process::part_of(text, end_tag));
     }
 }
 
-bool append_active(const preload::Host& host, TextBuffer& active, virDomainPtr domain) {
+bool append_active(const process::Host& host, TextBuffer& active, virDomainPtr domain) {
     ActiveMachine machine{};
     machine.id = id_of(domain);
     int reason = 0;
@@ -183,13 +183,13 @@ bool append_active(const preload::Host& host, TextBuffer& active, virDomainPtr d
     std::snprintf(line, sizeof line, "%d %d %s\n", machine.id, machine.state, machine.uuid);
     active.append(line);
     host.session->last_machine_id = std::max<int>(machine.id, host.session->last_machine_id);
-    preload::PathText path;
+    process::PathText path;
     live_path(machine.uuid, path);
     const LibvirtText live(description_of(domain, VIR_DOMAIN_XML_SECURE));
     return live && write_host_file(host, path.view(), live.c_str());
 }
 
-bool write_down(const preload::Host& host, std::span<virDomainPtr> domains) {
+bool write_down(const process::Host& host, std::span<virDomainPtr> domains) {
     std::sort(domains.begin(), domains.end(), [](virDomainPtr left, virDomainPtr right) {
         return id_of(left) < id_of(right);
     });
@@ -221,8 +221,8 @@ bool is_hypervisor_name(const char* name) {
     return name == nullptr || !std::string_view(name).starts_with("test:") || is_node_uri(name);
 }
 
-virConnectPtr open_hypervisor(preload::Host& host) {
-    const preload::Pause pause;
+virConnectPtr open_hypervisor(process::Host& host) {
+    const process::Pause pause;
     const MachineLock lock(host);
     if (!make_current(host) ||
         libvirt<"virConnectRef", decltype(::virConnectRef)>()(driver.connection) != 0) {
@@ -232,7 +232,7 @@ virConnectPtr open_hypervisor(preload::Host& host) {
 }
 
 int close_hypervisor(virConnectPtr connection) {
-    const preload::Pause pause;
+    const process::Pause pause;
     const int left = close(connection);
     if (left != 1 || connection != driver.connection) {
         return left;
@@ -241,11 +241,11 @@ int close_hypervisor(virConnectPtr connection) {
     return close(connection);
 }
 
-MachineVisit::MachineVisit(virConnectPtr connection, Purpose purpose) : host_(preload::host()) {
+MachineVisit::MachineVisit(virConnectPtr connection, Purpose purpose) : host_(process::host()) {
     begin(connection, purpose);
 }
 
-MachineVisit::MachineVisit(virDomainPtr domain, Purpose purpose) : host_(preload::host()) {
+MachineVisit::MachineVisit(virDomainPtr domain, Purpose purpose) : host_(process::host()) {
     const auto connection_of = libvirt<"virDomainGetConnect", decltype(::virDomainGetConnect)>();
     virConnectPtr given = host_ == nullptr || domain == nullptr ? nullptr : connection_of(domain);
     begin(given, purpose);
@@ -277,17 +277,17 @@ void MachineVisit::save() {
     const int count = libvirt<"virConnectListAllDomains", decltype(::virConnectListAllDomains)>()(
         connection_, &domains, 0);
     if (count < 0 || !write_down(*host_, {domains, static_cast<std::size_t>(count)})) {
-        preload::complain("libkxsim: the files of the machines cannot be written\n");
+        process::complain("libkxsim: the files of the machines cannot be written\n");
     }
     for (int k = 0; k < count; ++k) {
         const LibvirtDomain released(domains[k]);
     }
-    preload::free_of_process(domains);
+    process::free_of_process(domains);
     driver.changes = ++host_->session->machine_changes;
 }
 
 bool MachineVisit::replace_live(const char* uuid, std::string_view description) {
-    preload::PathText path;
+    process::PathText path;
     live_path(uuid, path);
     TextBuffer before;
     if (!read_host_file(*host_, path.view(), before) ||
@@ -297,7 +297,7 @@ bool MachineVisit::replace_live(const char* uuid, std::string_view description) 
     virConnectPtr fresh = open_driver(*host_);
     if (fresh == nullptr) {
         if (!write_host_file(*host_, path.view(), before.view())) {
-            preload::complain("libkxsim: the files of the machines cannot be written\n");
+            process::complain("libkxsim: the files of the machines cannot be written\n");
         }
         return false;
     }

@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "models/machine_files.hpp"
-#include "preload/libvirt.hpp"
+#include "process/libvirt.hpp"
 
 namespace kxsim::models {
 
@@ -22,7 +22,7 @@ namespace kxsim::models {
 
 // A connection to the host's hypervisor as it stands now, for the caller to close; null, with
 // libvirt's error set, when there is none.
-[[nodiscard]] virConnectPtr open_hypervisor(preload::Host& host);
+[[nodiscard]] virConnectPtr open_hypervisor(process::Host& host);
 
 // As virConnectClose: the references left, without the one that this process's driver itself needs
 // while there are others.
@@ -44,7 +44,7 @@ public:
 
     // Whether it is the host's; anything else is to be used as it is.
     [[nodiscard]] bool is_simulated() const { return host_ != nullptr; }
-    [[nodiscard]] const preload::Host& host() const { return *host_; }
+    [[nodiscard]] const process::Host& host() const { return *host_; }
 
     // What to hand to libvirt in the place of what was given. Null when it is gone.
     [[nodiscard]] virConnectPtr connection() const { return connection_; }
@@ -59,13 +59,13 @@ public:
 private:
     void begin(virConnectPtr given, Purpose purpose);
 
-    const preload::KeepErrno keep_errno_;
-    preload::Host* host_;  // at first that of this thread, then none unless this use is of it
-    const preload::Pause pause_;
+    const process::KeepErrno keep_errno_;
+    process::Host* host_;  // at first that of this thread, then none unless this use is of it
+    const process::Pause pause_;
     std::optional<MachineLock> lock_;
     virConnectPtr connection_ = nullptr;
     virDomainPtr domain_ = nullptr;
-    std::optional<preload::LibvirtDomain> found_;  // the domain, when what was given is outdated
+    std::optional<process::LibvirtDomain> found_;  // the domain, when what was given is outdated
 };
 
 }  // namespace kxsim::models

@@ -6,10 +6,10 @@
 namespace kxsim::models {
 namespace {
 
-using preload::libvirt;
-using preload::LibvirtText;
-using preload::part_of;
-using preload::TextBuffer;
+using process::libvirt;
+using process::LibvirtText;
+using process::part_of;
+using process::TextBuffer;
 
 // The value of an attribute of the first element of a name; empty when there is none.
 std::string_view attribute(std::string_view text, std::string_view element, std::string_view name) {
@@ -70,16 +70,16 @@ bool is_held(const MachineVisit& visit, const Mark& mark) {
         visit.connection(), &domains, VIR_CONNECT_LIST_DOMAINS_ACTIVE);
     bool held = false;
     for (int k = 0; k < count; ++k) {
-        const preload::LibvirtDomain domain(domains[k]);
+        const process::LibvirtDomain domain(domains[k]);
         const LibvirtText description(description_of(domain.get(), 0));
         held =
             held || std::string_view(description.c_str()).find(mark.text) != std::string_view::npos;
     }
-    preload::free_of_process(domains);
+    process::free_of_process(domains);
     return held;
 }
 
-bool is_on_bus(const preload::Host& host, std::string_view device) {
+bool is_on_bus(const process::Host& host, std::string_view device) {
     char path[64];
     std::snprintf(
         path, sizeof path, "/sys/bus/pci/devices/%04x:%02x:%02x.%x",
@@ -88,9 +88,9 @@ bool is_on_bus(const preload::Host& host, std::string_view device) {
     return is_on_host(host, path);
 }
 
-bool has_bridge(const preload::Host& host, std::string_view device) {
+bool has_bridge(const process::Host& host, std::string_view device) {
     const std::string_view bridge = attribute(device, "source", "bridge");
-    preload::PathText path;
+    process::PathText path;
     path.append("/sys/class/net/");
     path.append(bridge);
     return !bridge.empty() && bridge.find('/') == bridge.npos && is_on_host(host, path.view());
@@ -160,7 +160,7 @@ int edit_machine(MachineVisit& visit, unsigned flags, const Edit& edit) {
     virDomainPtr domain = visit.domain();
     const Wanted wanted(domain, flags);
     if (wanted.live && !is_active(domain)) {
-        preload::complain("libkxsim: the machine does not run\n");
+        process::complain("libkxsim: the machine does not run\n");
         return -1;
     }
     char uuid[VIR_UUID_STRING_BUFLEN] = {};
@@ -173,7 +173,7 @@ int edit_machine(MachineVisit& visit, unsigned flags, const Edit& edit) {
         if (!edit(definition.c_str(), edited)) {
             return -1;
         }
-        const preload::LibvirtDomain defined(
+        const process::LibvirtDomain defined(
             libvirt<"virDomainDefineXML", decltype(::virDomainDefineXML)>()(
                 visit.connection(), edited.c_str()));
         if (!defined) {
@@ -196,7 +196,7 @@ int attach_device(MachineVisit& visit, const char* device, unsigned flags) {
     }
     const Mark mark = mark_of(device);
     if (const char* const reason = refusal(visit, device, mark)) {
-        preload::complain(reason);
+        process::complain(reason);
         return -1;
     }
     return edit_machine(visit, flags, [&](std::string_view description, TextBuffer& edited) {

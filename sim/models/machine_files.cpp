@@ -7,23 +7,23 @@
 
 #include <array>
 
-#include "preload/next.hpp"
+#include "process/next.hpp"
 #include "state/hypervisor.hpp"
 
 namespace kxsim::models {
 namespace {
 
-using preload::PathText;
+using process::PathText;
 
-void lead_into_tree(const preload::Host& host, std::string_view path, PathText& in_tree) {
+void lead_into_tree(const process::Host& host, std::string_view path, PathText& in_tree) {
     in_tree.append({host.tree, host.tree_length});
     in_tree.append(path);
 }
 
-int open_on_host(const preload::Host& host, std::string_view path, int flags) {
+int open_on_host(const process::Host& host, std::string_view path, int flags) {
     PathText in_tree;
     lead_into_tree(host, path, in_tree);
-    return preload::next<"open", decltype(::open)>()(in_tree.c_str(), flags | O_CLOEXEC, 0644);
+    return process::next<"open", decltype(::open)>()(in_tree.c_str(), flags | O_CLOEXEC, 0644);
 }
 
 constexpr bool is_plain_in_uri(char c) {
@@ -34,7 +34,7 @@ constexpr bool is_plain_in_uri(char c) {
 
 }  // namespace
 
-MachineLock::MachineLock(const preload::Host& host)
+MachineLock::MachineLock(const process::Host& host)
     : directory_(open_on_host(host, state::kMachineDirectory, O_RDONLY | O_DIRECTORY)) {
     if (directory_ >= 0) {
         ::flock(directory_, LOCK_EX);
@@ -47,22 +47,22 @@ MachineLock::~MachineLock() {
     }
 }
 
-bool is_on_host(const preload::Host& host, std::string_view path) {
+bool is_on_host(const process::Host& host, std::string_view path) {
     PathText in_tree;
     lead_into_tree(host, path, in_tree);
     struct stat status {};
-    return preload::next<"lstat", decltype(::lstat)>()(in_tree.c_str(), &status) == 0;
+    return process::next<"lstat", decltype(::lstat)>()(in_tree.c_str(), &status) == 0;
 }
 
 bool read_host_file(
-    const preload::Host& host, std::string_view path, preload::TextBuffer& content) {
+    const process::Host& host, std::string_view path, process::TextBuffer& content) {
     const int file = open_on_host(host, path, O_RDONLY);
     if (file < 0) {
         return false;
     }
     std::array<char, 4096> chunk;
     ssize_t got = 0;
-    while ((got = preload::next<"read", decltype(::read)>()(file, chunk.data(), chunk.size())) >
+    while ((got = process::next<"read", decltype(::read)>()(file, chunk.data(), chunk.size())) >
            0) {
         content.append({chunk.data(), static_cast<std::size_t>(got)});
     }
@@ -70,13 +70,13 @@ bool read_host_file(
     return got == 0 && content.complete();
 }
 
-bool write_host_file(const preload::Host& host, std::string_view path, std::string_view content) {
+bool write_host_file(const process::Host& host, std::string_view path, std::string_view content) {
     const int file = open_on_host(host, path, O_WRONLY | O_CREAT | O_TRUNC);
     if (file < 0) {
         return false;
     }
     ssize_t written = 0;
-    while (!content.empty() && (written = preload::next<"write", decltype(::write)>()(
+    while (!content.empty() && (written = process::next<"write", decltype(::write)>()(
                                     file, content.data(), content.size())) > 0) {
         content.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -91,7 +91,7 @@ void live_path(std::string_view uuid, PathText& path) {
     path.append(".xml");
 }
 
-void node_uri(const preload::Host& host, preload::TextBuffer& uri) {
+void node_uri(const process::Host& host, process::TextBuffer& uri) {
     uri.append("test://");
     PathText in_tree;
     lead_into_tree(host, state::kNodeFile, in_tree);

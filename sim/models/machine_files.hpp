@@ -4,16 +4,16 @@
 
 #include <string_view>
 
-#include "preload/attached.hpp"
-#include "preload/path_text.hpp"
-#include "preload/text_buffer.hpp"
+#include "process/attached.hpp"
+#include "process/path_text.hpp"
+#include "process/text_buffer.hpp"
 
 namespace kxsim::models {
 
 // Keeps other processes off the files while it lives.
 class MachineLock {
 public:
-    explicit MachineLock(const preload::Host& host);
+    explicit MachineLock(const process::Host& host);
     ~MachineLock();
     MachineLock(const MachineLock&) = delete;
     MachineLock& operator=(const MachineLock&) = delete;
@@ -23,19 +23,19 @@ private:
 };
 
 // Whether the host has a file or directory.
-[[nodiscard]] bool is_on_host(const preload::Host& host, std::string_view path);
+[[nodiscard]] bool is_on_host(const process::Host& host, std::string_view path);
 
 // Each is false when the file cannot be read or written in whole.
 [[nodiscard]] bool read_host_file(
-    const preload::Host& host, std::string_view path, preload::TextBuffer& content);
+    const process::Host& host, std::string_view path, process::TextBuffer& content);
 [[nodiscard]] bool write_host_file(
-    const preload::Host& host, std::string_view path, std::string_view content);
+    const process::Host& host, std::string_view path, std::string_view content);
 
 // The path of the description that a machine runs with.
-void live_path(std::string_view uuid, preload::PathText& path);
+void live_path(std::string_view uuid, process::PathText& path);
 
 // The URI under which libvirt's test driver reads the host's node.
-void node_uri(const preload::Host& host, preload::TextBuffer& uri);
+void node_uri(const process::Host& host, process::TextBuffer& uri);
 
 // Whether a URI is one of node_uri, of this host or of another one that this process was on.
 [[nodiscard]] bool is_node_uri(std::string_view uri);

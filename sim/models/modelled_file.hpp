@@ -11,13 +11,13 @@
 #include <optional>
 #include <string_view>
 
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
 namespace kxsim::models {
 
 // One read or write.
 struct FileAccess {
-    preload::Host& host;
+    process::Host& host;
     int descriptor;
     std::string_view path;        // on the simulated host
     std::optional<off_t> offset;  // of pread and pwrite; nothing: where the descriptor stands

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "models/ethtool.hpp"
-#include "preload/tree_file.hpp"
+#include "process/tree_file.hpp"
 
 namespace kxsim::models {
 namespace {
@@ -19,15 +19,15 @@ namespace {
 using state::Interface;
 
 // The kernel shows an interface's MTU in its directory too.
-void show_mtu(const preload::Host& host, const char* name, const Interface& interface) {
+void show_mtu(const process::Host& host, const char* name, const Interface& interface) {
     char path[sizeof "/sys/class/net//mtu" + state::kNameSize];
     char text[16];
     std::snprintf(path, sizeof path, "/sys/class/net/%s/mtu", name);
     const int length = std::snprintf(text, sizeof text, "%u\n", interface.mtu);
-    preload::replace_content(host, path, {text, static_cast<std::size_t>(length)});
+    process::replace_content(host, path, {text, static_cast<std::size_t>(length)});
 }
 
-int set_mtu(const preload::Host& host, Interface& interface, const char* name, int mtu) {
+int set_mtu(const process::Host& host, Interface& interface, const char* name, int mtu) {
     if (mtu <= 0) {
         return EINVAL;
     }
@@ -59,7 +59,7 @@ std::uint32_t command_of(unsigned long request, const ifreq& asked) {
     return command;
 }
 
-int answer(preload::Host& host, unsigned long request, ifreq& asked) {
+int answer(process::Host& host, unsigned long request, ifreq& asked) {
     char name[IFNAMSIZ];
     std::memcpy(name, asked.ifr_name, sizeof name);
     name[sizeof name - 1] = '\0';

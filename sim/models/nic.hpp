@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
 namespace kxsim::models {
 
@@ -16,7 +16,7 @@ namespace kxsim::models {
 [[nodiscard]] std::uint32_t command_of(unsigned long request, const ifreq& asked);
 
 // Answer an interface request. Returns an errno, or 0.
-[[nodiscard]] int answer(preload::Host& host, unsigned long request, ifreq& asked);
+[[nodiscard]] int answer(process::Host& host, unsigned long request, ifreq& asked);
 
 // Find an interface by a name of at most 15 characters; null when the host has none of it.
 [[nodiscard]] state::Interface* find_interface(state::Network& network, const char* name);

@@ -11,9 +11,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "preload/account.hpp"
-#include "preload/next.hpp"
+#include "preload/interception.hpp"
 #include "preload/target.hpp"
+#include "process/next.hpp"
 
 namespace kxsim::preload {
 namespace {
@@ -244,7 +244,8 @@ template <FunctionName kName, class Function>
 auto read_directory(DIR* directory) -> decltype(next<kName, Function>()(directory)) {
     using Entry = decltype(next<kName, Function>()(directory));
     if (host() != nullptr) {
-        if (const int error = account_descriptor(Call::kReaddir, ::dirfd(directory)); error != 0) {
+        if (const int error = intercept_descriptor(Call::kReaddir, ::dirfd(directory));
+            error != 0) {
             return refuse<Entry>(error);
         }
         if (dirent64* entry = nullptr; next_listed(directory, entry)) {

@@ -6,9 +6,9 @@
 
 #include <type_traits>
 
-#include "preload/account.hpp"
-#include "preload/next.hpp"
+#include "preload/interception.hpp"
 #include "preload/target.hpp"
+#include "process/next.hpp"
 
 namespace kxsim::preload {
 
@@ -19,7 +19,7 @@ struct Kind {
 
 // The errno with which a call on a path does not get as far as the C library, or 0.
 [[nodiscard]] inline int stopped(Kind kind, const Target& target) {
-    if (const int error = account(kind.call, target.name()); error != 0) {
+    if (const int error = intercept(kind.call, target.name()); error != 0) {
         return error;
     }
     const int error = target.refusal();

@@ -6,8 +6,8 @@
 
 #include <cstdio>
 
-#include "preload/next.hpp"
-#include "preload/owned_paths.hpp"
+#include "process/next.hpp"
+#include "process/owned_paths.hpp"
 
 namespace kxsim::preload {
 namespace {

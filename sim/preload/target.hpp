@@ -1,8 +1,9 @@
 // Where a path leads on the simulated host: into its tree, or to the real machine.
 #pragma once
 
-#include "preload/attached.hpp"
-#include "preload/path_text.hpp"
+#include "preload/interception.hpp"
+#include "process/attached.hpp"
+#include "process/path_text.hpp"
 
 namespace kxsim::preload {
 

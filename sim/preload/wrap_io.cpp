@@ -8,10 +8,10 @@
 
 #include "models/device_memory.hpp"
 #include "models/modelled_file.hpp"
-#include "preload/account.hpp"
-#include "preload/attached.hpp"
-#include "preload/next.hpp"
+#include "preload/interception.hpp"
 #include "preload/target.hpp"
+#include "process/attached.hpp"
+#include "process/next.hpp"
 
 namespace {
 
@@ -23,7 +23,7 @@ using kxsim::state::Call;
 template <FunctionName kName, class Function, class... Rest>
 auto on_descriptor(Call call, int descriptor, Rest... rest) {
     using Result = std::invoke_result_t<Function*, int, Rest...>;
-    if (const int error = account_descriptor(call, descriptor); error != 0) {
+    if (const int error = intercept_descriptor(call, descriptor); error != 0) {
         return refuse<Result>(error);
     }
     return next<kName, Function>()(descriptor, rest...);
@@ -35,7 +35,7 @@ template <class Bytes, class Transfer, class Go>
 ssize_t transfer_bytes(
     Call call, int descriptor, Bytes* bytes, std::size_t size, std::optional<off_t> offset,
     Transfer ModelledFile::*transfer, Go go) {
-    if (const int error = account_transfer(call, descriptor, size); error != 0) {
+    if (const int error = intercept_transfer(call, descriptor, size); error != 0) {
         return refuse<ssize_t>(error);
     }
     Host* const on = host();
@@ -128,7 +128,7 @@ int fdatasync(int descriptor) {
 void* mmap(
     void* place, size_t size, int protection, int flags, int descriptor, off_t offset) noexcept {
     if (descriptor >= 0) {  // anonymous memory is nothing of a host's
-        if (const int error = account_descriptor(Call::kMmap, descriptor); error != 0) {
+        if (const int error = intercept_descriptor(Call::kMmap, descriptor); error != 0) {
             errno = error;
             return MAP_FAILED;
         }
@@ -149,7 +149,7 @@ void* mmap64(
 // A stream whose last bytes did not reach the disk: they are lost, and the caller is told.
 int fflush(FILE* stream) {
     if (stream != nullptr) {
-        if (const int error = account_descriptor(Call::kFflush, ::fileno(stream)); error != 0) {
+        if (const int error = intercept_descriptor(Call::kFflush, ::fileno(stream)); error != 0) {
             __fpurge(stream);
             return refuse<int>(error);
         }
@@ -157,7 +157,7 @@ int fflush(FILE* stream) {
     return next<"fflush", decltype(::fflush)>()(stream);
 }
 int fclose(FILE* stream) {
-    const int error = account_descriptor(Call::kFclose, ::fileno(stream));
+    const int error = intercept_descriptor(Call::kFclose, ::fileno(stream));
     if (error == 0) {
         return next<"fclose", decltype(::fclose)>()(stream);
     }

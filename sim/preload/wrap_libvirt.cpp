@@ -4,9 +4,9 @@
 
 #include "models/hypervisor.hpp"
 #include "models/machine_devices.hpp"
-#include "preload/account.hpp"
-#include "preload/attached.hpp"
-#include "preload/libvirt.hpp"
+#include "preload/interception.hpp"
+#include "process/attached.hpp"
+#include "process/libvirt.hpp"
 
 namespace {
 
@@ -16,7 +16,7 @@ using kxsim::state::Call;
 using Purpose = MachineVisit::Purpose;
 
 // The errno with which a fault rule has a function fail, or 0.
-int stopped(const char* function) { return account(Call::kLibvirt, function); }
+int stopped(const char* function) { return intercept(Call::kLibvirt, function); }
 
 virConnectPtr handle_of(const MachineVisit& visit, virConnectPtr) { return visit.connection(); }
 virDomainPtr handle_of(const MachineVisit& visit, virDomainPtr) { return visit.domain(); }

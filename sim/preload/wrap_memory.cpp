@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "preload/account.hpp"
-#include "preload/attached.hpp"
-#include "preload/next.hpp"
+#include "preload/interception.hpp"
+#include "process/attached.hpp"
+#include "process/next.hpp"
 
 namespace {
 

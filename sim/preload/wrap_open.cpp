@@ -20,7 +20,8 @@ bool creates(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) =
 Intent intent_of(int flags) { return creates(flags) ? Intent::kCreate : Intent::kUse; }
 
 int stopped_open(Call call, const Target& target, int flags) {
-    if (const int error = account(call, target.name(), static_cast<unsigned>(flags)); error != 0) {
+    if (const int error = intercept(call, target.name(), static_cast<unsigned>(flags));
+        error != 0) {
         return error;
     }
     const int error = target.refusal(flags);

@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "preload/export.hpp"
 #include "preload/on_path.hpp"
+#include "process/export.hpp"
 
 namespace {
 

@@ -3,14 +3,14 @@
 #include <cstdint>
 
 #include "models/device_memory.hpp"
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
 namespace {
 
 using Register __attribute__((aligned(1), may_alias)) = volatile std::uint32_t;
 
 std::uint32_t load(std::uint64_t address) {
-    if (kxsim::preload::Host* const host = kxsim::preload::host(); host != nullptr) {
+    if (kxsim::process::Host* const host = kxsim::process::host(); host != nullptr) {
         if (const auto value = kxsim::models::load_device_memory(*host, address)) {
             return *value;
         }
@@ -19,7 +19,7 @@ std::uint32_t load(std::uint64_t address) {
 }
 
 void store(std::uint32_t value, std::uint64_t address) {
-    kxsim::preload::Host* const host = kxsim::preload::host();
+    kxsim::process::Host* const host = kxsim::process::host();
     if (host == nullptr || !kxsim::models::store_device_memory(*host, address, value)) {
         *reinterpret_cast<Register*>(address) = value;
     }

@@ -10,9 +10,9 @@
 
 #include "models/addresses.hpp"
 #include "models/nic.hpp"
-#include "preload/account.hpp"
-#include "preload/attached.hpp"
-#include "preload/next.hpp"
+#include "preload/interception.hpp"
+#include "process/attached.hpp"
+#include "process/next.hpp"
 
 namespace {
 
@@ -24,7 +24,7 @@ int answer_interface(Host& on, int descriptor, unsigned long request, ifreq& ask
     char name[IFNAMSIZ + 1] = "";
     std::memcpy(name, asked.ifr_name, IFNAMSIZ);
     const std::uint32_t command = kxsim::models::command_of(request, asked);
-    if (const int error = account(Call::kIoctl, name, command); error != 0) {
+    if (const int error = intercept(Call::kIoctl, name, command); error != 0) {
         return error;
     }
     const KeepErrno keep;
@@ -58,7 +58,7 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
         const int error = answer_interface(*on, descriptor, request, *static_cast<ifreq*>(data));
         return error == 0 ? 0 : refuse<int>(error);
     }
-    if (const int error = account(Call::kIoctl, "", static_cast<std::uint32_t>(request));
+    if (const int error = intercept(Call::kIoctl, "", static_cast<std::uint32_t>(request));
         error != 0) {
         return refuse<int>(error);
     }
@@ -66,7 +66,7 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
 }
 
 int socket(int domain, int type, int protocol) noexcept {
-    if (const int error = account(Call::kSocket); error != 0) {
+    if (const int error = intercept(Call::kSocket); error != 0) {
         return refuse<int>(error);
     }
     if (host() != nullptr && speaks_to_real_drivers(domain, protocol)) {
@@ -80,7 +80,7 @@ int getifaddrs(ifaddrs** list) noexcept {
     if (on == nullptr) {
         return next<"getifaddrs", decltype(::getifaddrs)>()(list);
     }
-    int error = account(Call::kGetifaddrs);
+    int error = intercept(Call::kGetifaddrs);
     if (error == 0) {
         *list = kxsim::models::list_addresses(*on->network);
         error = *list == nullptr && on->network->count > 0 ? ENOMEM : 0;

@@ -1,9 +1,9 @@
 // The adapters' delays cost no time here: they are added up instead.
 #include <unistd.h>
 
-#include "preload/account.hpp"
-#include "preload/attached.hpp"
-#include "preload/next.hpp"
+#include "preload/interception.hpp"
+#include "process/attached.hpp"
+#include "process/next.hpp"
 
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 
@@ -12,7 +12,7 @@ extern "C" __attribute__((visibility("default"))) int usleep(useconds_t microsec
     if (on == nullptr) {
         return next<"usleep", decltype(::usleep)>()(microseconds);
     }
-    if (const int error = account(kxsim::state::Call::kUsleep, "", microseconds); error != 0) {
+    if (const int error = intercept(kxsim::state::Call::kUsleep, "", microseconds); error != 0) {
         return refuse<int>(error);
     }
     on->session->slept_microseconds.fetch_add(microseconds, std::memory_order_relaxed);

@@ -238,7 +238,7 @@ public:
     // Let directory entries be of unknown type, as on some file systems.
     void hide_entry_types(bool hide = true);
 
-    // --- Misfortune ---
+    // --- Faults ---
 
     FaultRule fail(const Fault& fault);
     void clear_faults();

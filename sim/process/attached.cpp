@@ -1,4 +1,4 @@
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
 #include <fcntl.h>
 #include <kxsim/preload.h>
@@ -11,10 +11,10 @@
 #include <cstring>
 #include <span>
 
-#include "preload/export.hpp"
-#include "preload/next.hpp"
+#include "process/export.hpp"
+#include "process/next.hpp"
 
-namespace kxsim::preload {
+namespace kxsim::process {
 namespace {
 
 enum class Phase { kUnknown, kSearching, kReal, kSimulated };
@@ -143,23 +143,23 @@ Host* host() {
     return now == Phase::kSimulated ? &the_host : nullptr;
 }
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process
 
-using kxsim::preload::Pause;
-using kxsim::preload::Phase;
+using kxsim::process::Pause;
+using kxsim::process::Phase;
 
 extern "C" {
 
 KXSIM_EXPORT int kxsim_attach(const char* root) {
     kxsim_detach();
-    const int error = kxsim::preload::map_host(root);
-    kxsim::preload::phase = error == 0 ? Phase::kSimulated : Phase::kReal;
+    const int error = kxsim::process::map_host(root);
+    kxsim::process::phase = error == 0 ? Phase::kSimulated : Phase::kReal;
     return error;
 }
 
 KXSIM_EXPORT void kxsim_detach(void) {
-    kxsim::preload::phase = Phase::kReal;
-    kxsim::preload::drop_host();
+    kxsim::process::phase = Phase::kReal;
+    kxsim::process::drop_host();
 }
 
 KXSIM_EXPORT void kxsim_pause(void) { Pause::begin(); }

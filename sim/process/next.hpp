@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstddef>
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 // Ends the process when there is none: a wrapper without its function has no answer to give.
 [[nodiscard]] void* find_next(const char* name);
@@ -37,4 +37,4 @@ template <FunctionName kName, class Function>
     return reinterpret_cast<Function*>(function);
 }
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

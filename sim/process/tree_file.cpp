@@ -1,12 +1,12 @@
-#include "preload/tree_file.hpp"
+#include "process/tree_file.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "preload/next.hpp"
-#include "preload/path_text.hpp"
+#include "process/next.hpp"
+#include "process/path_text.hpp"
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 bool replace_content(const Host& host, std::string_view path, std::string_view content) {
     const KeepErrno keep;
@@ -24,4 +24,4 @@ bool replace_content(const Host& host, std::string_view path, std::string_view c
     return written == static_cast<ssize_t>(content.size());
 }
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

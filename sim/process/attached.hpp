@@ -12,7 +12,7 @@
 #include "state/network.hpp"
 #include "state/session.hpp"
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 // A file of the session that is mapped when it is first asked for.
 struct Mapping {
@@ -64,4 +64,4 @@ private:
     int reason_;
 };
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

@@ -3,11 +3,11 @@
 
 #include <string_view>
 
-#include "preload/attached.hpp"
+#include "process/attached.hpp"
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 // Replace the content of a simulated file that is there; false when it is not.
 bool replace_content(const Host& host, std::string_view path, std::string_view content);
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

@@ -1,4 +1,4 @@
-#include "preload/next.hpp"
+#include "process/next.hpp"
 
 #include <dlfcn.h>
 #include <sys/syscall.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 void complain(const char* text) {
     // Not by write, which is a wrapper here.
@@ -27,4 +27,4 @@ void* find_next(const char* name) {
     return function;
 }
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

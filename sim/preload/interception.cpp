@@ -1,4 +1,4 @@
-#include "preload/account.hpp"
+#include "preload/interception.hpp"
 
 #include <dlfcn.h>
 #include <kxsim/preload.h>
@@ -8,10 +8,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "preload/attached.hpp"
-#include "preload/export.hpp"
-#include "preload/owned_paths.hpp"
 #include "preload/target.hpp"
+#include "process/attached.hpp"
+#include "process/export.hpp"
+#include "process/owned_paths.hpp"
 
 namespace kxsim::preload {
 namespace {
@@ -121,7 +121,7 @@ int error_of(const FaultRule* rule) { return rule == nullptr ? 0 : rule->error; 
 // The host's answer to the call that this thread made last is noted in its log entry.
 thread_local LoggedCall* last_logged __attribute__((tls_model("initial-exec"))) = nullptr;
 
-const FaultRule* account_on(
+const FaultRule* intercept_on(
     Session& session, Call call, const char* object, std::uint32_t command) {
     LoggedCall* const entry =
         window_of_this_process(session) ? count(session, call, object, command) : nullptr;
@@ -133,7 +133,7 @@ const FaultRule* account_on(
     return rule;
 }
 
-const FaultRule* account_on_descriptor(Call call, int descriptor) {
+const FaultRule* intercept_on_descriptor(Call call, int descriptor) {
     Host* const on = host();
     if (on == nullptr) {
         return nullptr;
@@ -145,26 +145,26 @@ const FaultRule* account_on_descriptor(Call call, int descriptor) {
     }
     PathText path;
     static_cast<void>(simulated_path(*on, descriptor, path));
-    return account_on(session, call, path.c_str(), 0);
+    return intercept_on(session, call, path.c_str(), 0);
 }
 
 }  // namespace
 
-int account(Call call, const char* object, std::uint32_t command) {
+int intercept(Call call, const char* object, std::uint32_t command) {
     Host* const on = host();
     if (on == nullptr) {
         return 0;
     }
     const KeepErrno keep;
-    return error_of(account_on(*on->session, call, object, command));
+    return error_of(intercept_on(*on->session, call, object, command));
 }
 
-int account_descriptor(Call call, int descriptor) {
-    return error_of(account_on_descriptor(call, descriptor));
+int intercept_descriptor(Call call, int descriptor) {
+    return error_of(intercept_on_descriptor(call, descriptor));
 }
 
-int account_transfer(Call call, int descriptor, std::size_t& size) {
-    const FaultRule* const rule = account_on_descriptor(call, descriptor);
+int intercept_transfer(Call call, int descriptor, std::size_t& size) {
+    const FaultRule* const rule = intercept_on_descriptor(call, descriptor);
     if (rule != nullptr && rule->most != 0) {
         size = std::min<std::size_t>(size, rule->most);
     }

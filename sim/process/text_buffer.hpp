@@ -5,9 +5,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "preload/next.hpp"
+#include "process/next.hpp"
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 // The bytes of a text between two places in it. (substr would bring the C++ runtime's exceptions.)
 [[nodiscard]] constexpr std::string_view part_of(
@@ -62,4 +62,4 @@ private:
     bool complete_ = true;
 };
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

@@ -4,9 +4,9 @@
 
 #include <libvirt/libvirt.h>
 
-#include "preload/next.hpp"
+#include "process/next.hpp"
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 // Ends the process when there is none; only users of libvirt come here.
 [[nodiscard]] void* find_in_libvirt(const char* name);
@@ -61,4 +61,4 @@ private:
     virDomainPtr domain_;
 };
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 class PathText {
 public:
@@ -79,4 +79,4 @@ private:
     char text_[PATH_MAX];  // as far as length_
 };
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 inline constexpr std::string_view kOwnedPaths[] = {
     "/dev/mem",
@@ -49,4 +49,4 @@ constexpr bool is_kernel_path(std::string_view path) {
     return is_in(path, "/proc") || is_in(path, "/sys");
 }
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

@@ -1,9 +1,9 @@
-#include "preload/libvirt.hpp"
+#include "process/libvirt.hpp"
 
 #include <dlfcn.h>
 #include <unistd.h>
 
-namespace kxsim::preload {
+namespace kxsim::process {
 
 void* find_in_libvirt(const char* name) {
     void* function = dlsym(RTLD_NEXT, name);
@@ -26,4 +26,4 @@ void free_of_process(void* block) {
     reinterpret_cast<void (*)(void*)>(dlsym(RTLD_DEFAULT, "free"))(block);
 }
 
-}  // namespace kxsim::preload
+}  // namespace kxsim::process

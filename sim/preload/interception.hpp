@@ -1,0 +1,41 @@
+// Interception of calls: every wrapper counts and logs its call here, and asks whether it fails.
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "process/attached.hpp"
+#include "process/next.hpp"
+#include "state/calls.hpp"
+
+namespace kxsim::preload {
+
+using namespace process;  // NOLINT: the wrappers work on nothing else
+
+// Count and log one call. Returns the errno with which a fault rule makes it fail, or 0. object is
+// the path or the interface that the call is about, command the request of an ioctl.
+[[nodiscard]] int intercept(state::Call call, const char* object = "", std::uint32_t command = 0);
+
+// As intercept, for calls on a descriptor; the path it is open on is found when something asks.
+[[nodiscard]] int intercept_descriptor(state::Call call, int descriptor);
+
+// As intercept_descriptor, for a read or write; a rule may have it move fewer bytes than `size`.
+[[nodiscard]] int intercept_transfer(state::Call call, int descriptor, std::size_t& size);
+
+// Note that the call that was counted last was refused by the host rather than by a rule.
+void note_refusal(int error);
+
+// The result of a call that failed: -1 or null, with errno set.
+template <class Result>
+[[nodiscard]] Result refuse(int error) {
+    errno = error;
+    if constexpr (std::is_pointer_v<Result>) {
+        return nullptr;
+    } else {
+        return static_cast<Result>(-1);
+    }
+}
+
+}  // namespace kxsim::preload
