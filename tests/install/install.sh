@@ -38,6 +38,8 @@ step "every public header is installed" same_headers
 
 no_build_path() { ! readelf -d "$prefix"/bin/* "$prefix/$libdir"/*.so* | grep -F "$build"; }
 step "no installed file looks for another in the build tree" no_build_path
+step "no installed file looks for libraries where others can write" \
+    "$source/tests/interface/search_paths.sh" "$prefix"
 
 # ---- The programs ----
 

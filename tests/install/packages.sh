@@ -56,6 +56,7 @@ for package in libkxlinhw6 kxctl kxsim; do
 done
 "$source/tests/interface/hardening.sh" fortified "$work"/unpacked/usr/lib/*/libkxlinhw.so.6 \
     "$work"/unpacked/usr/bin/kx{ctl,sim}
+"$source/tests/interface/search_paths.sh" "$work/unpacked"
 
 # ---- A fresh system ----
 
