@@ -96,8 +96,11 @@ KX_EXPORT uint32_t SetCardParam(void* cardBlock, char* cardLocation);
 KX_EXPORT uint32_t setPortParams(PortInfo* port);
 
 /* Apply the settings block of a card of an inventory: clear errStr, then the offload settings, then
-   the driver-module setting. A card without offload ("nic" in its offload device) and one without
-   control files get none of them applied when an offload bit is set. Returns 0 or 70. */
+   the driver-module setting. A card without offload ("nic" in its offload device), one whose first
+   port is not in the list of offload devices (or that has no port), and one without control files
+   get none of them applied when an offload bit is set; only "activated" is tried before control
+   files are found missing. With "activated" 1 the device is brought up before it is looked for.
+   Returns 0 or 70. */
 KX_EXPORT uint32_t setCardParams(CardInfo* card);
 
 /* The port with that instance number on the card at that location, or null. */

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "inventory/offload_table.hpp"
@@ -52,18 +53,25 @@ uint32_t write_control_file(const char* path, int64_t value) {
     return KX_SUCCESS;
 }
 
-// The index of the offload device behind a port; it stays as it was when there is none.
-void find_device(const PortInfo* port, int& index) {
-    if (port != nullptr) {
-        const TerminatedText name(port->interface_name);
-        static_cast<void>(getTOEDeviceIndex(name.c_str(), &index));
-    }
+// The index of the offload device behind a port; nothing for a port that is not listed.
+std::optional<int> find_device(const PortInfo* port) {
+    int index = 0;
+    const bool found =
+        port != nullptr &&
+        getTOEDeviceIndex(TerminatedText(port->interface_name).c_str(), &index) == KX_SUCCESS;
+    return found ? std::optional(index) : std::nullopt;
 }
 
 void bring_device_up(const PortInfo* port) {
     if (port != nullptr) {
         static_cast<void>(zfabtool_devup(TerminatedText(port->interface_name).c_str()));
     }
+}
+
+std::nullopt_t refuse_without_device() {
+    set_detail(
+        PortMessage("Set TOE Parameter(s) failed for %s: Resource not available", card_name));
+    return std::nullopt;
 }
 
 }  // namespace
@@ -76,23 +84,26 @@ std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
         return std::nullopt;
     }
     const PortInfo* const port = card.ports;
-    int device_index = 0;  // of a card without a port, or whose port is not listed
-    find_device(port, device_index);
-    uint32_t status = KX_SUCCESS;
+    std::optional<int> device = find_device(port);
     const inventory::OffloadParameter& activation = inventory::kOffloadActivation;
-    if ((mask & activation.change_bit) != 0) {
+    const bool activates = (mask & activation.change_bit) != 0;
+    if (activates) {
         if (card.params.activated == 1) {
             bring_device_up(port);
         }
-        find_device(port, device_index);  // it may appear only once the device is up
-        status = set_parameter(activation, device_index, card.params);
+        device = find_device(port);  // it may appear only once the device is up
     }
-    if (!path_exists(inventory::offload_directory(device_index).c_str())) {
-        set_detail(
-            PortMessage("Set TOE Parameter(s) failed for %s: Resource not available", card_name));
-        return std::nullopt;
+    if (!device) {  // every index that could be taken instead is another card's
+        return refuse_without_device();
     }
-    return status | setTOEParams(&card.params, mask, device_index);
+    uint32_t status = KX_SUCCESS;
+    if (activates) {
+        status = set_parameter(activation, *device, card.params);
+    }
+    if (!path_exists(inventory::offload_directory(*device).c_str())) {
+        return refuse_without_device();
+    }
+    return status | setTOEParams(&card.params, mask, *device);
 }
 
 }  // namespace kx::settings

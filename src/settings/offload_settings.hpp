@@ -13,7 +13,8 @@ namespace kx::settings {
 void name_card_in_messages(std::string_view name);
 
 // Apply the offload settings of mask: 0, or 70 when one failed. Nothing when the card has no
-// offload engine or no control files; the reason then stands alone in the detail text.
+// offload engine, no offload device or no control files; the reason then stands alone in the detail
+// text. Without a device nothing is written, not even the activation.
 [[nodiscard]] std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask);
 
 }  // namespace kx::settings

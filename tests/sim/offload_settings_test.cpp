@@ -306,14 +306,41 @@ TEST_F(OffloadSettings, AFailedActivationStillAppliesTheOthers) {
     EXPECT_THAT(RequestSpy::lines(), Not(Contains("SIOCDEVPRIVATE eth2")));
 }
 
-TEST_F(OffloadSettings, ADeviceThatIsNotListedIsTakenForTheFirst) {
+constexpr char kNoDevice[] = "Set TOE Parameter(s) failed for 03:00.4: Resource not available";
+
+// The first device is another card's.
+TEST_F(OffloadSettings, APortThatIsNotListedWritesNothingOfAnyDevice) {
+    for (const char* list : {"toe0            eth9\n", ""}) {
+        start();
+        host_.file("/proc/net/offload/devices", list);
+        for (const Row& row : kRows) {
+            host_.file("/proc/sys/toe/toe0_tom/" + std::string(row.name), "of another card\n");
+            put(row, row.bit == 4 || row.bit == 23 ? 5 : 1);
+        }
+        params_.change_mask = params_.change_mask | 0x1000000;
+        params_.tx_coal = 5;
+        EXPECT_EQ(set(), 70U);
+        EXPECT_STREQ(GetErrStr(70), kNoDevice);
+        for (const Row& row : kRows) {
+            EXPECT_EQ(
+                host_.read("/proc/sys/toe/toe0_tom/" + std::string(row.name)), "of another card\n");
+            EXPECT_EQ(written(row.name), "untouched\n") << row.name;
+        }
+        EXPECT_EQ(saved(), "");
+        EXPECT_EQ(host_.read("/sys/module/zfab4/parameters/tx_coal"), "0\n") << "not reached";
+        EXPECT_THAT(RequestSpy::lines(), Contains("SIOCDEVPRIVATE eth2"))
+            << "it may have been listed then";
+    }
+}
+
+TEST_F(OffloadSettings, AListThatCannotBeReadWritesNothingOfAnyDevice) {
     host_.remove("/proc/net/offload/devices");
-    host_.file("/proc/net/offload/devices", "");
-    host_.file("/proc/sys/toe/toe0_tom/mss", "1\n");
-    put(kRows[7], 1448);
-    EXPECT_EQ(set(), 0U);
-    EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/mss"), "1448\n");
-    EXPECT_EQ(written("mss"), "untouched\n");
+    host_.file("/proc/sys/toe/toe0_tom/activated", "1\n");
+    put(kRows[0], 0);
+    EXPECT_EQ(set(), 70U);
+    EXPECT_STREQ(GetErrStr(70), kNoDevice);
+    EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/activated"), "1\n");
+    EXPECT_EQ(saved(), "");
 }
 
 TEST_F(OffloadSettings, WithoutControlFilesOnlyThatIsTold) {
@@ -323,7 +350,7 @@ TEST_F(OffloadSettings, WithoutControlFilesOnlyThatIsTold) {
     params_.change_mask = params_.change_mask | 0x1000000;
     params_.tx_coal = 5;
     EXPECT_EQ(set(), 70U);
-    EXPECT_STREQ(GetErrStr(70), "Set TOE Parameter(s) failed for 03:00.4: Resource not available");
+    EXPECT_STREQ(GetErrStr(70), kNoDevice);
     EXPECT_EQ(host_.read("/sys/module/zfab4/parameters/tx_coal"), "0\n") << "not reached";
     EXPECT_FALSE(host_.exists("/proc/sys/toe/toe3_tom"));
 }
@@ -344,17 +371,34 @@ TEST_F(OffloadSettings, ACardWithoutOffloadIsToldSoBeforeAnythingIsTouched) {
     EXPECT_EQ(host_.read("/sys/module/zfab4/parameters/tx_coal"), "5\n");
 }
 
-TEST_F(OffloadSettings, ACardWithoutAPortUsesTheFirstDevice) {
+TEST_F(OffloadSettings, ACardWithoutAPortWritesNothingOfAnyDevice) {
     host_.file("/proc/sys/toe/toe0_tom/activated", "0\n");
+    host_.file("/proc/sys/toe/toe0_tom/mss", "1\n");
     const auto attached = host_.attach();
     CardInfo card{};
-    std::memset(card.pci_bus_location, 'L', sizeof card.pci_bus_location);  // fills its field
+    std::strcpy(card.pci_bus_location, "03:00.4");
     std::strcpy(card.offload_device, "toe0");
     card.params.activated = 1;
-    card.params.change_mask = 2;
-    EXPECT_EQ(setCardParams(&card), 0U);
-    EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/activated"), "1\n");
+    card.params.mss = 1448;
+    card.params.change_mask = 0x82;
+    EXPECT_EQ(setCardParams(&card), 70U);
+    EXPECT_STREQ(GetErrStr(70), kNoDevice);
+    EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/activated"), "0\n");
+    EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/mss"), "1\n");
+    EXPECT_EQ(saved(), "");
+    EXPECT_THAT(RequestSpy::lines(), testing::IsEmpty());
+}
+
+TEST_F(OffloadSettings, ALocationThatFillsItsFieldNamesTheCardInMessages) {
+    const auto attached = host_.attach();
+    PortInfo port{};
+    std::strcpy(port.interface_name, "eth2");
+    CardInfo card{};
+    std::memset(card.pci_bus_location, 'L', sizeof card.pci_bus_location);
+    std::strcpy(card.offload_device, "toe3");
+    card.ports = &port;
     card.params.activated = 2;
+    card.params.change_mask = 2;
     EXPECT_EQ(setCardParams(&card), 70U);
     EXPECT_STREQ(GetErrStr(70), "Set activated for LLLLLLLLLLLLLLLL failed: Invalid set value; ");
 }
