@@ -108,7 +108,7 @@ typedef struct PortInfo {
     char ipv4_netmask[32];         /* dotted, empty if none */
     uint8_t reserved98[255];       /* not used */
     char interface_name[64];       /* such as eth2 */
-    char ipv6_address[32];         /* empty if none; cut at 31 characters */
+    char ipv6_address[32];         /* the last that fits; empty if none does */
     char supported_connectors[64]; /* such as "TP FIBRE " */
     char connector[25];            /* current connector */
     char wol_supported[25];        /* wake-on-LAN modes, as letters */

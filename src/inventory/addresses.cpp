@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "support/call_snapshot.hpp"
 #include "support/handle.hpp"
@@ -26,18 +27,33 @@ constexpr std::size_t kLongestMtu = 19;
 
 using AddressList = kx::Handle<ifaddrs, &freeifaddrs>;
 
-// The last address of each family.
+// The texts of the last address of each family; of IPv6 the last that fits its field.
 struct Addresses {
-    std::optional<in_addr> ipv4;
-    std::optional<in_addr> netmask;
-    std::optional<in6_addr> ipv6;
+    std::string ipv4;
+    std::string netmask;
+    std::string ipv6;
 };
 
 template <class SocketAddress>
-SocketAddress read_address(const sockaddr* address) {
+SocketAddress read_address(const sockaddr& address) {
     SocketAddress copy;
-    std::memcpy(&copy, address, sizeof copy);
+    std::memcpy(&copy, &address, sizeof copy);
     return copy;
+}
+
+std::string ipv4_text(const sockaddr& address) {
+    char text[INET_ADDRSTRLEN] = "";
+    const in_addr bytes = read_address<sockaddr_in>(address).sin_addr;
+    return inet_ntop(AF_INET, &bytes, text, sizeof text) == nullptr ? "" : text;
+}
+
+// Nothing when the text does not fit the field of a port: cut, it would often be the address of
+// another host.
+std::optional<std::string> ipv6_text(const sockaddr& address) {
+    char text[sizeof PortInfo::ipv6_address];
+    const in6_addr bytes = read_address<sockaddr_in6>(address).sin6_addr;
+    const bool fits = inet_ntop(AF_INET6, &bytes, text, sizeof text) != nullptr;
+    return fits ? std::optional<std::string>(text) : std::nullopt;
 }
 
 // The addresses of all interfaces, by name: looking one up costs the same however many there are.
@@ -68,12 +84,14 @@ private:
     void add(const char* interface_name, const ifaddrs& entry) {
         if (entry.ifa_addr->sa_family == AF_INET) {
             Addresses& addresses = by_name_[interface_name];
-            addresses.ipv4 = read_address<sockaddr_in>(entry.ifa_addr).sin_addr;
+            addresses.ipv4 = ipv4_text(*entry.ifa_addr);
             if (entry.ifa_netmask != nullptr) {
-                addresses.netmask = read_address<sockaddr_in>(entry.ifa_netmask).sin_addr;
+                addresses.netmask = ipv4_text(*entry.ifa_netmask);
             }
         } else if (entry.ifa_addr->sa_family == AF_INET6) {
-            by_name_[interface_name].ipv6 = read_address<sockaddr_in6>(entry.ifa_addr).sin6_addr;
+            if (auto text = ipv6_text(*entry.ifa_addr)) {
+                by_name_[interface_name].ipv6 = std::move(*text);
+            }
         }
     }
 
@@ -84,23 +102,14 @@ private:
 
 kx::Snapshot<AddressTable> address_table;
 
-template <class Address>
-std::string address_text(int family, const std::optional<Address>& address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    if (address) {
-        inet_ntop(family, &*address, text, sizeof text);
-    }
-    return text;
-}
-
 void copy_addresses(const AddressTable& table, const char* interface_name, PortInfo& port) {
     if (table.empty()) {
         return;  // without any entry nothing is copied over what the port holds
     }
     const Addresses addresses = table.find(interface_name);
-    kx::copy_text(port.ipv4_address, address_text(AF_INET, addresses.ipv4));
-    kx::copy_text(port.ipv4_netmask, address_text(AF_INET, addresses.netmask));
-    kx::copy_text(port.ipv6_address, address_text(AF_INET6, addresses.ipv6));
+    kx::copy_text(port.ipv4_address, addresses.ipv4);
+    kx::copy_text(port.ipv4_netmask, addresses.netmask);
+    kx::copy_text(port.ipv6_address, addresses.ipv6);
 }
 
 // Copy the first line of a file of the interface into a field; a missing or empty file leaves it.

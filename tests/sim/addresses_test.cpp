@@ -50,11 +50,27 @@ TEST(Addresses, LastOfAFamilyWins) {
     EXPECT_EQ(text(port.ipv6_address), "fe80::2");
 }
 
-TEST(Addresses, LongIpv6TextIsCutAtThirtyOneCharacters) {
-    const PortInfo port =
-        addresses_of({.name = "eth1", .ipv6 = {"2001:db8:1111:2222:3333:4444:5555:6666/64"}});
-    EXPECT_EQ(text(port.ipv6_address), "2001:db8:1111:2222:3333:4444:55");
-    EXPECT_EQ(text(port.supported_connectors), "");
+// A cut text would be the address of another host.
+TEST(Addresses, Ipv6TextThatDoesNotFitDoesNotCount) {
+    constexpr char kLong[] = "2001:db8:1111:2222:3333:4444:5555:6666/64";
+    const PortInfo alone = addresses_of({.name = "eth1", .ipv6 = {kLong}});
+    EXPECT_EQ(text(alone.ipv6_address), "");
+    EXPECT_EQ(text(alone.supported_connectors), "");
+    const PortInfo behind =
+        addresses_of({.name = "eth1", .ipv6 = {"2001:db8::1/64", "fe80::2/64", kLong}});
+    EXPECT_EQ(text(behind.ipv6_address), "fe80::2");
+    const PortInfo before = addresses_of({.name = "eth1", .ipv6 = {kLong, "2001:db8::1/64"}});
+    EXPECT_EQ(text(before.ipv6_address), "2001:db8::1");
+}
+
+TEST(Addresses, Ipv6TextOfThirtyOneCharactersIsTheLongestThatFits) {
+    const PortInfo longest =
+        addresses_of({.name = "eth1", .ipv6 = {"2001:db8:1:22:333:4444:555:6666/64"}});
+    EXPECT_EQ(text(longest.ipv6_address), "2001:db8:1:22:333:4444:555:6666");
+    EXPECT_EQ(text(longest.ipv6_address).size(), 31U);
+    const PortInfo longer =
+        addresses_of({.name = "eth1", .ipv6 = {"2001:db8:1:22:333:4444:5555:6666/64"}});
+    EXPECT_EQ(text(longer.ipv6_address), "");
 }
 
 TEST(Addresses, InterfaceWithoutAddressHasEmptyTexts) {
