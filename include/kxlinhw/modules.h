@@ -48,8 +48,9 @@ extern KX_EXPORT uint8_t modfound;
    unknown, 317 for null. Prints nothing; a damaged file gives 0 and no texts. */
 KX_EXPORT uint32_t getModinfo(char* moduleName, char* versionOut, char* descriptionOut);
 
-/* Map a whole file, private, readable and writable. Returns its address and stores its length in
-   bytes, or null (errno says why; an empty file cannot be mapped). Release it with release_file. */
+/* Map a whole regular file, private, readable and writable. Returns its address and stores its
+   length in bytes, or null (errno says why; ENODEV for anything but a regular file; an empty one
+   cannot be mapped). Never waits for a writer of a named pipe. Release it with release_file. */
 KX_EXPORT void* grab_file(const char* path, size_t* length);
 
 /* Unmap what grab_file mapped; null is accepted. */

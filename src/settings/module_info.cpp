@@ -80,9 +80,14 @@ void* grab_file(const char* path, size_t* length) {
         errno = EFAULT;
         return nullptr;
     }
-    const kx::Descriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    // A named pipe of the module's name must not be waited for.
+    const kx::Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {
+        return nullptr;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        errno = ENODEV;
         return nullptr;
     }
     const auto size = static_cast<size_t>(status.st_size);

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 #include <kxlinhw/modules.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -319,6 +321,33 @@ TEST_F(ModulePath, AnythingButAMissingFileEndsTheSearch) {
 }
 
 // --- Mapping a file ----------------------------------------------------------------------------
+
+// A pipe without a writer must not be waited for. A child, which is ended if it waits.
+TEST_F(ModulePath, NamedPipeEndsTheSearchAtOnce) {
+    kxsim::Host host;
+    host.module({.name = "zfab4", .version = "of the tree"});
+    const auto attached = host.attach();
+    ASSERT_EQ(mkfifo("zfab4", 0600), 0);
+    const auto search = [] {
+        alarm(10);
+        std::exit(static_cast<int>(info_of("zfab4").status));
+    };
+    EXPECT_EXIT(search(), testing::ExitedWithCode(62), "");
+}
+
+TEST_F(ModulePath, OnlyARegularFileIsMapped) {
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    std::filesystem::create_directory("directory");
+    for (const char* path : {"/dev/zero", "pipe", "directory"}) {
+        const auto map = [path] {
+            alarm(10);
+            std::size_t length = 7;
+            const bool refused = grab_file(path, &length) == nullptr && errno == ENODEV;
+            std::exit(refused && length == 7 ? 0 : 1);
+        };
+        EXPECT_EXIT(map(), testing::ExitedWithCode(0), "") << path;
+    }
+}
 
 TEST_F(ModulePath, MappingIsPrivateWritableAndAsLongAsTheFile) {
     std::ofstream("file") << "0123456789";
