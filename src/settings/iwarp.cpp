@@ -26,6 +26,14 @@ constexpr int kIwarpService = 10;
 
 ModName log_origin() { return KxLogger::MapSVCToModName(kIwarpService); }
 
+// The text stands in the format's place: agents may know it by that. It has no values.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+[[gnu::format(printf, 1, 0)]] void log_refusal(const char* text) {
+    KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, text);
+}
+#pragma GCC diagnostic pop
+
 // How an operation on a module ends before it began, or the module.
 struct Target {
     uint32_t status;
@@ -76,8 +84,7 @@ uint32_t SetIwarpProps(void* record) {
         return status;
     }
     if ((props.change_mask & module->forbidden) != 0) {
-        KxLogger::KestrixLogMsg(
-            log_origin(), KX_LOG_ERROR, "Invalid %s driver parameters", module->name);
+        log_refusal(module->refusal);
         return KX_INVALID_PARAMETER;
     }
     for (const IwarpParameter& row : kIwarpParameters) {

@@ -77,16 +77,18 @@ consteval std::array<IwarpParameter, Count> in_reading_order(std::size_t IwarpPa
 inline constexpr auto kZfab3Readings = in_reading_order<kZfab3Read>(&IwarpParameter::zfab3_place);
 inline constexpr auto kZfab4Readings = in_reading_order<kZfab4Read>(&IwarpParameter::zfab4_place);
 
-// A module, the bits of the change mask that it lacks, and the rows that are read of it.
+// A module, the bits of the change mask that it lacks, what is logged when one of them is set, and
+// the rows that are read of it.
 struct IwarpModule {
     const char* name;
     uint64_t forbidden;
+    const char* refusal;
     std::span<const IwarpParameter> readings;
 };
 
 inline constexpr std::array<IwarpModule, 2> kIwarpModules{{
-    {"iw_zfab3", KX_IWARP_ZFAB3_FORBIDDEN, kZfab3Readings},
-    {"iw_zfab4", KX_IWARP_ZFAB4_FORBIDDEN, kZfab4Readings},
+    {"iw_zfab3", KX_IWARP_ZFAB3_FORBIDDEN, "Invalid iw_zfab3 driver parameters", kZfab3Readings},
+    {"iw_zfab4", KX_IWARP_ZFAB4_FORBIDDEN, "Invalid iw_zfab4 driver parameters", kZfab4Readings},
 }};
 
 }  // namespace kx::settings

@@ -20,6 +20,7 @@ namespace {
 std::vector<std::string> commands;  // that were run through the shell
 bool no_pipes = false;
 std::vector<std::tuple<int, int, std::string>> logged;  // module, type, message
+std::vector<std::string> formats;                       // of those messages
 
 }  // namespace
 
@@ -31,6 +32,7 @@ void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, .
     std::vsnprintf(message, sizeof message, format, values);
     va_end(values);
     logged.emplace_back(module, type, message);
+    formats.emplace_back(format);
 }
 
 ModName KxLogger::MapSVCToModName(int service) { return static_cast<ModName>(service + 1000); }
@@ -127,6 +129,7 @@ protected:
         record_.change_mask = 0;
         commands.clear();
         logged.clear();
+        formats.clear();
     }
 
     void put(const Row& row, int32_t value) {
@@ -203,6 +206,9 @@ TEST_F(Iwarp, EachIsRefusedForTheModuleThatLacksItBeforeAnythingIsWritten) {
             EXPECT_THAT(
                 logged, ElementsAre(std::tuple(
                             1010, 2, "Invalid " + std::string(module) + " driver parameters")));
+            EXPECT_THAT(
+                formats, ElementsAre("Invalid " + std::string(module) + " driver parameters"))
+                << "an agent may know the message by its format";
         }
     }
 }
