@@ -1,7 +1,9 @@
 // Fault rules and windows.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <stdexcept>
 
 #include "host/host_state.hpp"
@@ -19,6 +21,10 @@ state::Call find_call(std::string_view name) {
     return static_cast<state::Call>(found - state::kCallNames.begin());
 }
 
+state::Call find_rule_call(std::string_view name) {
+    return name == state::kFileCallsName ? state::Call::kFile : find_call(name);
+}
+
 std::string_view name_of(state::Call call) {
     return state::kCallNames[static_cast<std::size_t>(call)];
 }
@@ -30,13 +36,17 @@ std::vector<std::string_view> call_names() {
 }
 
 FaultRule Host::fail(const Fault& fault) {
-    const state::Call call = find_call(fault.call);
+    const state::Call call = find_rule_call(fault.call);
     if (fault.nth == 0) {
         throw std::invalid_argument("calls are counted from 1");
     }
-    const bool moves_bytes = call == state::Call::kRead || call == state::Call::kWrite;
-    if ((fault.error == 0) == (fault.most == 0) || (fault.most != 0 && !moves_bytes)) {
+    if (fault.error == 0 && fault.most == 0) {
         throw std::invalid_argument("a call fails with an errno, or a read or write is cut short");
+    }
+    const bool writes = call == state::Call::kWrite || call == state::Call::kFile;
+    const bool moves_bytes = call == state::Call::kRead || call == state::Call::kWrite;
+    if (fault.most != 0 && !(fault.error == 0 ? moves_bytes : writes)) {
+        throw std::invalid_argument("only reads and writes are cut short, only writes fail midway");
     }
     auto& rules = state_->session->rules;
     auto* const rule = std::find_if(
@@ -77,6 +87,37 @@ std::string FaultRule::struck() const { return host_->state_->session->rules[pla
 
 void FaultRule::remove() { host_->state_->session->rules[place_].in_use = 0; }
 
+void Host::watch_flushes() {
+    state::Session& session = *state_->session;
+    for (state::FlushedFile& file : session.flushed) {
+        file.inode = 0;
+    }
+    session.flushes_watched = 1;
+}
+
+void Host::lose_unflushed() {
+    state::Session& session = *state_->session;
+    session.flushes_watched = 0;
+    if (session.flushed[state::kMostFlushed - 1].inode != 0) {
+        throw std::invalid_argument("more files were opened than are watched");
+    }
+    const Quiet quiet;
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(state_->root + state::kTreeDirectory)) {
+        struct stat status {};
+        if (::lstat(entry.path().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+            continue;
+        }
+        const auto* const file = std::find_if(
+            std::begin(session.flushed), std::end(session.flushed),
+            [&](const state::FlushedFile& each) { return each.inode == status.st_ino; });
+        if (file != std::end(session.flushed) && status.st_size > file->size) {
+            std::filesystem::resize_file(
+                entry.path(), static_cast<std::uintmax_t>(file->size.load()));
+        }
+    }
+}
+
 void Host::open_window() {
     state::Session& session = *state_->session;
     for (auto& count : session.counts) {
@@ -103,6 +144,18 @@ Calls Host::calls() const {
 
 std::uint64_t Calls::operator[](std::string_view call) const {
     return counts_.at(static_cast<std::size_t>(find_call(call)));
+}
+
+std::vector<std::string> Calls::names(std::string_view call) const {
+    const state::Call wanted = find_rule_call(call);
+    std::vector<std::string> names;
+    for (const LoggedCall& each : log_) {
+        const state::Call made = find_call(each.call);
+        if (made == wanted || (wanted == state::Call::kFile && state::is_file_call(made))) {
+            names.push_back(each.call);
+        }
+    }
+    return names;
 }
 
 std::uint64_t Calls::on(std::string_view call, std::string_view object) const {

@@ -18,7 +18,8 @@ std::span<state::Adapter> adapters(const process::Host& host) {
 
 // What a file lacks of its size was never written and is erased.
 void extend(int file, void* content, off_t from, std::size_t size) {
-    if (from < static_cast<off_t>(size) && ::ftruncate(file, static_cast<off_t>(size)) == 0) {
+    if (from < static_cast<off_t>(size) &&
+        process::next<"ftruncate", decltype(::ftruncate)>()(file, static_cast<off_t>(size)) == 0) {
         std::memset(
             static_cast<std::uint8_t*>(content) + from, 0xFF,
             size - static_cast<std::size_t>(from));

@@ -11,7 +11,7 @@ bool is_control_file(std::string_view path) {
 }
 
 ssize_t write_control_file(const FileAccess& access, const void* data, std::size_t size) {
-    if (::ftruncate(access.descriptor, 0) != 0) {
+    if (process::next<"ftruncate", decltype(::ftruncate)>()(access.descriptor, 0) != 0) {
         return -1;
     }
     const auto pwrite = process::next<"pwrite", decltype(::pwrite)>();

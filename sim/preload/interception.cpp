@@ -77,13 +77,17 @@ bool concerns_this_process(const Session& session, const FaultRule& rule) {
 
 // The kernel's own files answer whole.
 bool concerns_object(const FaultRule& rule, const char* object) {
-    return same_object(rule.object, object) && (rule.most == 0 || !is_kernel_path(object));
+    return same_object(rule.object, object) && (rule.error != 0 || !is_kernel_path(object));
+}
+
+bool concerns_call(const FaultRule& rule, Call call) {
+    return rule.call == call || (rule.call == Call::kFile && state::is_file_call(call));
 }
 
 bool matches(
     const Session& session, const FaultRule& rule, Call call, const char* object,
     std::uint32_t command, const void* caller) {
-    return rule.in_use.load(std::memory_order_acquire) != 0 && rule.call == call &&
+    return rule.in_use.load(std::memory_order_acquire) != 0 && concerns_call(rule, call) &&
            (rule.command == 0 || rule.command == command) && concerns_this_process(session, rule) &&
            concerns_object(rule, object) && same_origin(rule, caller);
 }
@@ -109,7 +113,7 @@ const FaultRule* due_rule(
 
 bool any_rule(const Session& session, Call call) {
     for (const FaultRule& rule : session.rules) {
-        if (rule.in_use.load(std::memory_order_relaxed) != 0 && rule.call == call) {
+        if (rule.in_use.load(std::memory_order_relaxed) != 0 && concerns_call(rule, call)) {
             return true;
         }
     }
@@ -165,8 +169,10 @@ int intercept_descriptor(Call call, int descriptor) {
 
 int intercept_transfer(Call call, int descriptor, std::size_t& size) {
     const FaultRule* const rule = intercept_on_descriptor(call, descriptor);
-    if (rule != nullptr && rule->most != 0) {
-        size = std::min<std::size_t>(size, rule->most);
+    if (rule != nullptr) {
+        const bool moves =
+            rule->error == 0 || (call == Call::kWrite && !is_kernel_path(rule->struck));
+        size = moves ? std::min<std::size_t>(size, rule->most) : 0;
     }
     return error_of(rule);
 }

@@ -21,7 +21,8 @@ using namespace process;  // NOLINT: the wrappers work on nothing else
 // As intercept, for calls on a descriptor; the path it is open on is found when something asks.
 [[nodiscard]] int intercept_descriptor(state::Call call, int descriptor);
 
-// As intercept_descriptor, for a read or write; a rule may have it move fewer bytes than `size`.
+// As intercept_descriptor, for a read or write. Cuts `size` to the bytes that a rule lets move; a
+// write that fails may leave some, any other failed call none.
 [[nodiscard]] int intercept_transfer(state::Call call, int descriptor, std::size_t& size);
 
 // Note that the call that was counted last was refused by the host rather than by a rule.

@@ -8,6 +8,7 @@
 
 #include "models/device_memory.hpp"
 #include "models/modelled_file.hpp"
+#include "preload/flushed_files.hpp"
 #include "preload/interception.hpp"
 #include "preload/target.hpp"
 #include "process/attached.hpp"
@@ -36,6 +37,9 @@ ssize_t transfer_bytes(
     Call call, int descriptor, Bytes* bytes, std::size_t size, std::optional<off_t> offset,
     Transfer ModelledFile::*transfer, Go go) {
     if (const int error = intercept_transfer(call, descriptor, size); error != 0) {
+        if (size != 0) {
+            static_cast<void>(go(size));
+        }
         return refuse<ssize_t>(error);
     }
     Host* const on = host();
@@ -119,10 +123,25 @@ ssize_t pwrite64(int descriptor, const void* data, size_t size, off64_t offset) 
 }
 
 int fsync(int descriptor) {
-    return on_descriptor<"fsync", decltype(::fsync)>(Call::kFsync, descriptor);
+    return flushed(descriptor, on_descriptor<"fsync", decltype(::fsync)>(Call::kFsync, descriptor));
 }
 int fdatasync(int descriptor) {
-    return on_descriptor<"fdatasync", decltype(::fdatasync)>(Call::kFsync, descriptor);
+    return flushed(
+        descriptor, on_descriptor<"fdatasync", decltype(::fdatasync)>(Call::kFsync, descriptor));
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+    return on_descriptor<"fchmod", decltype(::fchmod)>(Call::kChmod, descriptor, mode);
+}
+int fchown(int descriptor, uid_t owner, gid_t group) noexcept {
+    return on_descriptor<"fchown", decltype(::fchown)>(Call::kChown, descriptor, owner, group);
+}
+int ftruncate(int descriptor, off_t length) noexcept {
+    return on_descriptor<"ftruncate", decltype(::ftruncate)>(Call::kTruncate, descriptor, length);
+}
+int ftruncate64(int descriptor, off64_t length) noexcept {
+    return on_descriptor<"ftruncate64", decltype(::ftruncate64)>(
+        Call::kTruncate, descriptor, length);
 }
 
 void* mmap(

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "preload/flushed_files.hpp"
 #include "preload/listing.hpp"
 #include "preload/on_path.hpp"
 
@@ -37,7 +38,7 @@ int open_path(const char* path, int flags, mode_t mode) {
     if (const int error = stopped_open(Call::kOpen, target, flags); error != 0) {
         return refuse<int>(error);
     }
-    return next<kName, Function>()(target.path(), flags, mode);
+    return opened(next<kName, Function>()(target.path(), flags, mode));
 }
 
 template <FunctionName kName, class Function>
@@ -46,7 +47,7 @@ int open_path_at(int directory, const char* path, int flags, mode_t mode) {
     if (const int error = stopped_open(Call::kOpen, target, flags); error != 0) {
         return refuse<int>(error);
     }
-    return next<kName, Function>()(directory, target.path(), flags, mode);
+    return opened(next<kName, Function>()(directory, target.path(), flags, mode));
 }
 
 // The flags that a stream's mode stands for.
@@ -66,6 +67,13 @@ int stream_flags(const char* mode) {
     }
 }
 
+FILE* opened_stream(FILE* stream) {
+    if (stream != nullptr) {
+        opened(::fileno(stream));
+    }
+    return stream;
+}
+
 template <FunctionName kName, class Function>
 FILE* open_stream(const char* path, const char* mode) {
     const int flags = stream_flags(mode);
@@ -73,7 +81,7 @@ FILE* open_stream(const char* path, const char* mode) {
     if (const int error = stopped_open(Call::kFopen, target, flags); error != 0) {
         return refuse<FILE*>(error);
     }
-    return next<kName, Function>()(target.path(), mode);
+    return opened_stream(next<kName, Function>()(target.path(), mode));
 }
 
 // A stream that cannot be opened again is closed all the same.
@@ -85,7 +93,7 @@ FILE* reopen_stream(const char* path, const char* mode, FILE* stream) {
         next<"fclose", decltype(::fclose)>()(stream);
         return refuse<FILE*>(error);
     }
-    return next<kName, Function>()(target.path(), mode, stream);
+    return opened_stream(next<kName, Function>()(target.path(), mode, stream));
 }
 
 // Patterns are matched by the C library, which can be told how to look at directories.

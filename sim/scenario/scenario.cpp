@@ -191,14 +191,18 @@ void read_refusal(TableReader& table, Host& host) {
 
 void read_fault(TableReader& table, Host& host) {
     Fault fault;
-    fault.error = EIO;
+    fault.error = 0;
     table.required("call")
         .text("call", fault.call)
         .number("nth", fault.nth)
         .number("times", fault.times)
         .error("error", fault.error)
+        .number("most", fault.most)
         .text("object", fault.object)
         .request("request", fault.command);
+    if (fault.error == 0 && fault.most == 0) {
+        fault.error = EIO;
+    }
     table.build([&] {
         if (fault.call == "malloc" || fault.call == "calloc" || fault.call == "realloc") {
             throw std::invalid_argument(

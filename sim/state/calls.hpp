@@ -45,6 +45,7 @@ enum class Call : std::uint16_t {
     kWrite,
     kXattr,
     kCount,
+    kFile = kCount,  // of a rule: every kind that is_file_call names
 };
 
 inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::kCount);
@@ -59,6 +60,36 @@ inline constexpr std::array<std::string_view, kCallCount> kCallNames{
 };
 
 static_assert(!kCallNames.back().empty(), "every kind of call has a name");
+
+// Calls that open files, move their bytes, flush them or change them: what a broken disk or a power
+// cut makes fail.
+constexpr bool is_file_call(Call call) {
+    switch (call) {
+        case Call::kChmod:
+        case Call::kChown:
+        case Call::kFclose:
+        case Call::kFflush:
+        case Call::kFopen:
+        case Call::kFreopen:
+        case Call::kFsync:
+        case Call::kLink:
+        case Call::kMkdir:
+        case Call::kOpen:
+        case Call::kRead:
+        case Call::kRename:
+        case Call::kRmdir:
+        case Call::kSymlink:
+        case Call::kTruncate:
+        case Call::kUnlink:
+        case Call::kWrite:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// The name of all of these together.
+inline constexpr std::string_view kFileCallsName = "file";
 
 // Memory is what everything uses: these fail only while a window is open, or in a program that a
 // rule names.

@@ -20,6 +20,7 @@ inline constexpr char kRootVariable[] = "KXSIM_ROOT";  // names the session in t
 
 inline constexpr std::uint32_t kMostRules = 64;
 inline constexpr std::uint32_t kMostLogged = 1U << 16;
+inline constexpr std::uint32_t kMostFlushed = 1024;
 inline constexpr std::size_t kObjectSize = 104;  // of a path or name, cut if need be
 
 // "The nth call of a kind fails", or is cut short.
@@ -27,11 +28,11 @@ struct FaultRule {
     std::atomic<std::uint32_t> in_use;
     Call call;
     std::uint16_t reserved;
-    std::uint32_t nth;         // of the calls that match, counted from 1
-    std::uint32_t times;       // how many fail from there on; 0 for all
-    std::int32_t error;        // errno; 0 when it is cut short
-    std::uint32_t most;        // bytes that a read or write is cut to; 0 when it fails
-    std::uint32_t command;     // of an ioctl; 0 for any
+    std::uint32_t nth;      // of the calls that match, counted from 1
+    std::uint32_t times;    // how many fail from there on; 0 for all
+    std::int32_t error;     // errno; 0 when it is cut short
+    std::uint32_t most;     // bytes that a read or write is cut to, or that a failed write leaves
+    std::uint32_t command;  // of an ioctl; 0 for any
     char object[kObjectSize];  // path or interface name, "*" at its end for any rest; empty for any
     char from[32];             // allocations: part of the calling object's file name; empty for any
     char program[16];          // the name of the program that calls; empty for any
@@ -49,6 +50,12 @@ struct LoggedCall {
     char object[kObjectSize];
 };
 
+// How many bytes of a file are on the disk: those that it had when it was opened, or flushed.
+struct FlushedFile {
+    std::atomic<std::uint64_t> inode;  // 0: a free place
+    std::atomic<std::int64_t> size;
+};
+
 struct Session {
     std::atomic<std::uint32_t> window_process;  // the process that counts its calls; 0 for none
     std::uint32_t hide_entry_types;             // directory entries are of unknown type
@@ -57,7 +64,9 @@ struct Session {
     std::atomic<std::uint32_t> machine_changes;  // of the virtual machines' files
     std::atomic<std::int32_t> last_machine_id;   // ids are not given twice
     std::atomic<std::uint64_t> counts[kCallCount];
-    std::atomic<std::uint32_t> logged;  // may run past kMostLogged; the rest was not kept
+    std::atomic<std::uint32_t> logged;           // may run past kMostLogged; the rest was not kept
+    std::atomic<std::uint32_t> flushes_watched;  // whether the table below is kept
+    FlushedFile flushed[kMostFlushed];           // filled from its beginning
     LoggedCall log[kMostLogged];
     FaultRule rules[kMostRules];
 };

@@ -4,20 +4,16 @@
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 
-#include <cerrno>
-#include <filesystem>
+#include <climits>
 #include <set>
 
 #include "kxctl/on_host.hpp"
-#include "support/file_faults.hpp"
 
 namespace {
 
-using test::Fault;
-using test::FileFaults;
 using testing::AnyOf;
 
-constexpr std::size_t kNever = SIZE_MAX;
+constexpr unsigned kNever = UINT_MAX;
 
 // A rewrite that the next start finds cut off.
 struct Rewrite {
@@ -37,17 +33,18 @@ constexpr Rewrite kRewrites[] = {
 class CutRewrite : public testing::TestWithParam<Rewrite> {
 protected:
     // The calls of a rewrite that is cut off at one of them.
-    static std::vector<std::string> cut(kxsim::Host& host, std::size_t nth) {
+    static std::vector<std::string> cut(kxsim::Host& host, unsigned nth) {
         host.directory("/etc/kestrix-plexo");
         host.file(GetParam().file, GetParam().old_text);
         const auto attached = host.attach();
-        FileFaults faults(Fault::kPowerCut, nth, EIO);
         testing::internal::CaptureStdout();
-        static_cast<void>(GetParam().run());
+        host.watch_flushes();
+        host.fail(kxsim::power_cut(nth));
+        const kxsim::Calls calls = host.count([] { static_cast<void>(GetParam().run()); });
+        host.clear_faults();
+        host.lose_unflushed();
         testing::internal::GetCapturedStdout();
-        const std::vector<std::string> calls = faults.calls();
-        faults.reboot(std::filesystem::path(host.root() + "/tree" + GetParam().file).parent_path());
-        return calls;
+        return calls.names("file");
     }
 
     static nlohmann::json repair(kxsim::Host& host) {
@@ -63,10 +60,10 @@ protected:
 
 TEST_P(CutRewrite, IsWholeAgainAfterARepair) {
     kxsim::Host undisturbed;
-    const std::size_t calls = cut(undisturbed, kNever).size();
+    const auto calls = static_cast<unsigned>(cut(undisturbed, kNever).size());
     ASSERT_EQ(undisturbed.read(GetParam().file), GetParam().new_text);
     std::set<std::string> states;
-    for (std::size_t nth = 1; nth <= calls; ++nth) {
+    for (unsigned nth = 1; nth <= calls; ++nth) {
         kxsim::Host host;
         cut(host, nth);
         states.insert(repair(host)["state"].get<std::string>());

@@ -9,30 +9,23 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <kxsim/host.hpp>
 #include <string>
 
 #include "failure/failure.hpp"
-#include "support/file_faults.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kx::ctl::ExitCode;
 using kx::ctl::Failure;
-using test::Fault;
-using test::FileFaults;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using Bytes = std::vector<std::uint8_t>;
 
 class WholeFile : public testing::Test {
 protected:
-    WholeFile() {
-        std::string path = (fs::temp_directory_path() / "kxctl-whole-XXXXXX").string();
-        directory_ = mkdtemp(path.data());
-        path_ = directory_ / "copy";
-    }
-    ~WholeFile() override { fs::remove_all(directory_); }
+    WholeFile() { host_.directory("/copies"); }
 
     // The failure of something that must fail.
     template <class Body>
@@ -46,16 +39,20 @@ protected:
         return {ExitCode::kDone, ""};
     }
 
-    fs::path directory_;
-    std::string path_;
+    // On a simulated host, whose file calls can fail. The paths are those of its files on this
+    // machine, so that named pipes and all else can be made there.
+    kxsim::Host host_;
+    const fs::path directory_ = host_.root() + "/tree/copies";
+    const std::string path_ = directory_ / "copy";
     Bytes bytes_ = Bytes(10000, 0xA5);
 };
 
 TEST_F(WholeFile, IsFlushedWithItsName) {
-    FileFaults faults(Fault::kNone, 0, 0);
-    kx::ctl::write_new_file(path_, bytes_);
-    EXPECT_THAT(faults.calls(), ElementsAre("open", "write", "fsync", "open", "fsync"));
-    faults.reboot(directory_);
+    const auto attached = host_.attach();
+    host_.watch_flushes();
+    const kxsim::Calls calls = host_.count([&] { kx::ctl::write_new_file(path_, bytes_); });
+    EXPECT_THAT(calls.names("file"), ElementsAre("open", "write", "fsync", "open", "fsync"));
+    host_.lose_unflushed();
     EXPECT_EQ(kx::ctl::read_whole_file(path_, 10000), bytes_);
     struct stat status {};
     ASSERT_EQ(stat(path_.c_str(), &status), 0);
@@ -63,11 +60,13 @@ TEST_F(WholeFile, IsFlushedWithItsName) {
 }
 
 TEST_F(WholeFile, IsNotThereWhenAnyCallFails) {
-    for (std::size_t nth = 1; nth <= 5; ++nth) {
-        FileFaults faults(Fault::kOneCall, nth, ENOSPC);
+    const auto attached = host_.attach();
+    for (unsigned nth = 1; nth <= 5; ++nth) {
+        kxsim::FaultRule rule =
+            host_.fail({.call = "file", .nth = nth, .error = ENOSPC, .most = 5000});
         const Failure failure = failure_of([&] { kx::ctl::write_new_file(path_, bytes_); });
-        faults.disarm();
-        EXPECT_TRUE(faults.struck()) << nth;
+        rule.remove();
+        EXPECT_EQ(rule.fired(), 1U) << nth;
         EXPECT_EQ(failure.code(), ExitCode::kFailed) << nth;
         EXPECT_EQ(failure.line(), path_ + ": No space left on device") << nth;
         EXPECT_FALSE(fs::exists(path_)) << nth;
@@ -75,9 +74,10 @@ TEST_F(WholeFile, IsNotThereWhenAnyCallFails) {
 }
 
 TEST_F(WholeFile, GoesWhereDirectoriesCannotBeFlushed) {
-    FileFaults faults(Fault::kOneCall, 5, EINVAL);
+    const auto attached = host_.attach();
+    const kxsim::FaultRule rule = host_.fail({.call = "fsync", .nth = 2, .error = EINVAL});
     kx::ctl::write_new_file(path_, bytes_);
-    EXPECT_TRUE(faults.struck());
+    EXPECT_EQ(rule.fired(), 1U);
     EXPECT_TRUE(fs::exists(path_));
 }
 
@@ -127,7 +127,8 @@ TEST_F(WholeFile, WhatIsNoFileIsNotRead) {
 
 TEST_F(WholeFile, ReadErrorIsTold) {
     kx::ctl::write_new_file(path_, bytes_);
-    FileFaults faults(Fault::kOneCall, 2, EIO);
+    const auto attached = host_.attach();
+    host_.fail({.call = "read", .error = EIO});
     const Failure failure =
         failure_of([&] { static_cast<void>(kx::ctl::read_whole_file(path_, 10000)); });
     EXPECT_EQ(failure.line(), path_ + ": Input/output error");

@@ -242,6 +242,7 @@ const Mistake kMistakes[] = {
     {"[[refusal]]\ninterface = 'eth0'\nrequest = 'GSET'", "3", "expected a request name such as"},
     {"[[fault]]\ncall = 'frob'", "1", "\"frob\" is no kind of call"},
     {"[[fault]]\ncall = 'open'\nerror = 'EWHAT'", "3", "expected an error name such as EBUSY"},
+    {"[[fault]]\ncall = 'open'\nmost = 1", "1", "only reads and writes are cut short"},
     {"[[fault]]\ncall = 'malloc'", "1", "expected one that fails outside of tests too"},
 };
 
@@ -350,6 +351,35 @@ object = "/proc/modules"
         "cat: /proc/modules: Too many open files in system\n");
     EXPECT_THAT(
         run("run -s " + file + " -- ethtool -i eth0").output, HasSubstr("Operation not permitted"));
+}
+
+TEST(Scenarios, MayCutAWriteMidway) {
+    const Scratch scratch;
+    const std::string file = scratch.write("midway.toml", R"(
+[[file]]
+path = "/etc/kestrix-plexo/text"
+content = "old"
+
+[[fault]]
+call = "file"
+nth = 2
+error = "ENOSPC"
+most = 2
+object = "/etc/kestrix-plexo/text"
+
+[[fault]]
+call = "read"
+most = 1
+object = "/etc/kestrix-plexo/text"
+times = 0
+)");
+    EXPECT_EQ(
+        run("run -s " + file +
+            " -- sh -c 'printf 12345 2>/dev/null > /etc/kestrix-plexo/text; "
+            "dd if=/etc/kestrix-plexo/text bs=9 count=1 2>/dev/null; echo; "
+            "cat /etc/kestrix-plexo/text'")
+            .output,
+        "1\n12");
 }
 
 // --- The command line ---

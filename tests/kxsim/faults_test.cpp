@@ -78,7 +78,9 @@ std::vector<Failing> failing_calls() {
         {"access", [] { return access(kFile, F_OK) != 0; }},
         {"chdir", [] { return chdir("/etc/kestrix-plexo") != 0; }},
         {"chmod", [] { return chmod(kFile, 0600) != 0; }},
+        {"chmod", [] { return fchmod(*AnOpenFile(), 0600) != 0; }},
         {"chown", [] { return chown(kFile, getuid(), getgid()) != 0; }},
+        {"chown", [] { return fchown(*AnOpenFile(), getuid(), getgid()) != 0; }},
         {"fclose", [] { return std::fclose(std::fopen(kFile, "r")) != 0; }},
         {"fflush",
          [] {
@@ -137,6 +139,7 @@ std::vector<Failing> failing_calls() {
          }},
         {"symlink", [] { return symlink("a", "/etc/kestrix-plexo/link") != 0; }},
         {"truncate", [] { return truncate(kFile, 0) != 0; }},
+        {"truncate", [] { return ftruncate(*AnOpenFile(), 0) != 0; }},
         {"unlink", [] { return unlink(kFile) != 0; }},
         {"usleep", [] { return usleep(1) != 0; }},
         {"utime", [] { return utimensat(AT_FDCWD, kFile, nullptr, 0) != 0; }},
@@ -289,6 +292,88 @@ TEST_F(Faults, AWriteMayBeCutShort) {
     EXPECT_EQ(write(*file, "45", 2), 2);
     host_.clear_faults();
     EXPECT_EQ(host_.read(kFile), "12345");
+}
+
+TEST_F(Faults, AFailedWriteMayLeaveSomeBytes) {
+    host_.fail({.call = "write", .error = ENOSPC, .most = 3});
+    EXPECT_EQ(write(*AnOpenFile(O_WRONLY), "12345", 5), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(host_.read(kFile), "123t\n");
+}
+
+TEST_F(Faults, AFileRuleCountsTheCallsOnFilesTogether) {
+    const kxsim::FaultRule rule = host_.fail({.call = "file", .nth = 3, .error = EIO});
+    EXPECT_EQ(access(kFile, F_OK), 0);
+    const AnOpenFile file;
+    char bytes[4];
+    EXPECT_EQ(read(*file, bytes, sizeof bytes), 4);
+    EXPECT_EQ(fsync(*file), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(fchmod(*file, 0600), 0);
+    EXPECT_EQ(rule.seen(), 4U);
+    EXPECT_EQ(rule.struck(), kFile);
+}
+
+TEST_F(Faults, APowerCutStopsAWriteMidwayAndFailsAllLaterCalls) {
+    const AnOpenFile file(O_WRONLY | O_TRUNC);
+    host_.fail(kxsim::power_cut(2));
+    EXPECT_EQ(write(*file, "first ", 6), 6);
+    EXPECT_EQ(write(*file, "second and third", 16), -1);
+    EXPECT_EQ(fsync(*file), -1);
+    EXPECT_EQ(unlink(kFile), -1);
+    host_.clear_faults();
+    EXPECT_EQ(host_.read(kFile), "first second ");
+}
+
+TEST_F(Faults, APowerCutOnAControlFileWritesNothing) {
+    constexpr char kControl[] = "/proc/sys/toe/toe0_tom/mss";
+    host_.file(kControl, "1\n");
+    const int file = open(kControl, O_WRONLY);
+    host_.fail(kxsim::power_cut(1));
+    EXPECT_EQ(write(file, "1234", 4), -1);
+    host_.clear_faults();
+    close(file);
+    EXPECT_EQ(host_.read(kControl), "1\n");
+}
+
+TEST_F(Faults, WhatWasNotFlushedIsLost) {
+    host_.watch_flushes();
+    {
+        const AnOpenFile file(O_WRONLY | O_APPEND);
+        EXPECT_EQ(write(*file, "kept\n", 5), 5);
+        EXPECT_EQ(fsync(*file), 0);
+        EXPECT_EQ(write(*file, "lost\n", 5), 5);
+    }
+    { const AnOpenFile looked_at; }
+    const int made = open("/etc/kestrix-plexo/new", O_CREAT | O_WRONLY, 0644);
+    EXPECT_EQ(write(made, "lost", 4), 4);
+    close(made);
+    std::FILE* const stream = std::fopen("/etc/kestrix-plexo/stream", "w");
+    std::fputs("lost", stream);
+    std::fclose(stream);
+    host_.file("/etc/kestrix-plexo/old", "never opened");
+    host_.lose_unflushed();
+    EXPECT_EQ(host_.read(kFile), "text\nkept\n");
+    EXPECT_EQ(host_.read("/etc/kestrix-plexo/new"), "");
+    EXPECT_EQ(host_.read("/etc/kestrix-plexo/stream"), "");
+    EXPECT_EQ(host_.read("/etc/kestrix-plexo/old"), "never opened");
+}
+
+TEST_F(Faults, WhatIsNotWatchedIsNotLost) {
+    EXPECT_EQ(write(*AnOpenFile(O_WRONLY | O_APPEND), "more\n", 5), 5);
+    host_.lose_unflushed();
+    EXPECT_EQ(host_.read(kFile), "text\nmore\n");
+}
+
+TEST_F(Faults, TheCallsOfAKindAreNamedInTheirOrder) {
+    const kxsim::Calls calls = host_.count([&] {
+        const AnOpenFile file;
+        EXPECT_EQ(access(kFile, F_OK), 0);
+        EXPECT_EQ(fsync(*file), 0);
+        EXPECT_EQ(unlink(kFile), 0);
+    });
+    EXPECT_THAT(calls.names("file"), ElementsAre("open", "fsync", "unlink"));
+    EXPECT_THAT(calls.names("fsync"), ElementsAre("fsync"));
 }
 
 TEST_F(Faults, SeveralRulesMayStandBesideOneAnother) {

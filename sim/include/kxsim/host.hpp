@@ -20,6 +20,7 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
@@ -112,7 +113,9 @@ struct ToeDevice {
 
 // "The nth call of a kind fails." Calls are counted from when the rule is made, in all processes.
 struct Fault {
-    std::string call;           // "open", "ioctl", "getifaddrs", ...: a name of call_names()
+    std::string call;           // "open", "ioctl", "getifaddrs", ...: a name of call_names(), or
+                                // "file": any that opens a file, moves its bytes, flushes or
+                                // changes it
     unsigned nth = 1;           // the first call that fails
     unsigned times = 1;         // how many fail from there on; 0 for all
     int error;                  // errno; 0 with `most` alone
@@ -120,10 +123,17 @@ struct Fault {
                                 // end for any rest
     std::uint32_t command = 0;  // of an ioctl: an Ethernet tool command or a request; 0 for any
     std::string from = {};      // allocations: part of the file name of the code that allocates
-    unsigned most = 0;         // instead of failing, a read or write moves no more bytes than this;
-                               // the kernel's own files always answer whole
-    std::string program = {};  // the name of the program that calls, up to 15 characters
+    unsigned most = 0;          // without an errno, a read or write moves no more bytes than this;
+                                // the kernel's own files always answer whole. With an errno, the
+                                // bytes that a write leaves before it fails
+    std::string program = {};   // the name of the program that calls, up to 15 characters
 };
+
+// The power goes at the nth call on a file: it and all that follow fail, and a write stops midway.
+// What was never flushed stands in the files until Host::lose_unflushed.
+[[nodiscard]] inline Fault power_cut(unsigned nth) {
+    return {.call = "file", .nth = nth, .times = 0, .error = EIO, .most = 7};
+}
 
 // Every kind of call that is counted and can be made to fail; "libvirt" is every function of
 // libvirt that works on machines. "malloc", "calloc" and "realloc" are counted while a window of
@@ -147,6 +157,10 @@ public:
 
     // How often a kind of call was made on that path or interface.
     [[nodiscard]] std::uint64_t on(std::string_view call, std::string_view object) const;
+
+    // The names of the calls of a kind in their order; of "file" as faults know it, of all of
+    // these.
+    [[nodiscard]] std::vector<std::string> names(std::string_view call) const;
 
     // Every call in its order but for allocations. A window keeps the first 65536.
     [[nodiscard]] const std::vector<LoggedCall>& log() const { return log_; }
@@ -242,6 +256,14 @@ public:
 
     FaultRule fail(const Fault& fault);
     void clear_faults();
+
+    // From here on remember how much of each file of the host is on the disk: what it held when it
+    // was opened, and what was flushed. Up to 1023 files.
+    void watch_flushes();
+
+    // As after a power cut: the host's files lose what was written since and never flushed.
+    // Changes of directories stay. Nothing is remembered any longer.
+    void lose_unflushed();
 
     // Have an interface answer a request (an Ethernet tool command, or the number of another
     // request) with an errno; 0 lets it answer again.
