@@ -14,7 +14,8 @@
 KX_BEGIN_DECLS
 
 /* Where port settings are recorded: lines "INTERFACE.KEY = VALUE", values in decimal. The library
-   creates the file but not its directory. `kxctl restore` applies them again after a reboot. */
+   creates the file (mode 0644 at most) but not its directory. `kxctl restore` applies them again
+   after a reboot. */
 #define KX_PORT_PARAMETER_FILE "/etc/kestrix-plexo/kxportparams.conf"
 
 /* Where offload settings are recorded: lines "toe.toeN_tom.NAME = VALUE" among others. */
@@ -150,7 +151,15 @@ KX_EXPORT int resetAutoneg(const char* interface_name, PortSettings* settings, u
 /* 1 for "1", 0 for "0", 255 for any other text and for null. Prints four lines. */
 KX_EXPORT uint8_t strToBool(const char* text);
 
-/* ---- Recording ---- */
+/* ---- Recording ----
+
+   Whoever changes one of these files holds the lock of its directory (flock on the directory's
+   descriptor), so that agents that save at the same time lose no line; an agent that changes them
+   in a way of its own should too. A lock that another agent keeps for 5 seconds is a failure as of
+   a file that cannot be written. A file that is a symbolic link stays one: the file at the end of
+   its links is changed, its directory locked, and the names of a rewrite are beside it. Links that
+   go round in a circle are a failure. A setting that is reported recorded has been flushed to the
+   disk. */
 
 /* Record a port setting in KX_PORT_PARAMETER_FILE as "INTERFACE.KEY = VALUE". Every line that holds
    "INTERFACE.KEY" (cut at 31 characters) anywhere is replaced; without such a line the new one is
@@ -159,10 +168,11 @@ KX_EXPORT int savePortParam(
     const char* key, const char* interface_name, uint32_t portInstance, int value);
 
 /* Rewrite a file with newLine (which ends in a newline) for every line that holds searchKey; other
-   lines lose their leading blanks and tabs. Mode and owner are kept. The new text is written to
-   "PATH.tmp", flushed, PATH renamed to "PATH.bk", "PATH.tmp" to PATH, and the backup removed; when
-   the second renaming fails the first is taken back. Returns 0; 1 with the file as it was.
-   Prints newLine. */
+   lines lose their leading blanks and tabs. PATH must be a regular file. Mode and owner are kept; an
+   agent that may not give the file away becomes its owner, and nobody else may do more with it than
+   before. The new text is written to "PATH.tmp", flushed, PATH renamed to "PATH.bk", "PATH.tmp" to
+   PATH, and the backup removed; when the second renaming fails the first is taken back. Returns 0;
+   1 with the file as it was. Prints newLine. */
 KX_EXPORT int replacePortConfLine(const char* path, const char* newLine, const char* searchKey);
 
 /* ---- Offload settings ---- */

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "settings/locked_target.hpp"
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
@@ -19,7 +20,9 @@ namespace kx::settings {
 namespace {
 
 constexpr std::size_t kLongestPiece = 255;
-constexpr mode_t kNewFileMode = 0666;  // less the agent's umask
+constexpr mode_t kNewFileMode = 0644;  // less the agent's umask, which may take nothing
+constexpr mode_t kNewCopyMode = 0600;  // until it has the mode of the file
+constexpr int kOwnFile = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;  // a named pipe is not waited for
 
 // The whole text from the descriptor's position on, or nothing when it cannot be read to its end.
 std::optional<std::string> read_all(const Descriptor& file) {
@@ -49,9 +52,6 @@ bool write_all(const Descriptor& file, std::string_view text) {
     }
     return true;
 }
-
-// What has no disk behind it (a file that an administrator linked to /dev/null) needs no flushing.
-bool flush_to_disk(const Descriptor& file) { return fsync(file.get()) == 0 || errno == EINVAL; }
 
 // Strips through the exported trim, as agents may have put their own in its place; one that answers
 // with an address outside the piece strips nothing.
@@ -85,48 +85,74 @@ std::string with_lines_replaced(
     return result;
 }
 
-// Append whole or not at all: what a full disk took of the line is cut off again.
-bool append(const Descriptor& file, std::string_view text, std::size_t old_size) {
-    if (write_all(file, text) && flush_to_disk(file)) {
+// Append whole or not at all: what a full disk took of the line is cut off again. The name of a new
+// file is safe only once its directory is.
+bool append(
+    const LockedTarget& target, const Descriptor& file, std::string_view text,
+    std::size_t old_size) {
+    if (write_all(file, text) && flush_to_disk(file) &&
+        (old_size != 0 || target.flush_directory())) {
         return true;
     }
     [[maybe_unused]] const int cut = ftruncate(file.get(), static_cast<off_t>(old_size));
     return false;
 }
 
+bool may_not_give_away(int reason) {
+    return reason == EPERM || reason == EINVAL;  // EINVAL: a user that the container does not have
+}
+
+// Owner and group, or what of them the agent may give.
+bool take_owner(const Descriptor& file, const struct stat& own, const struct stat& model) {
+    if (own.st_uid == model.st_uid && own.st_gid == model.st_gid) {
+        return true;
+    }
+    if (fchown(file.get(), model.st_uid, model.st_gid) == 0) {
+        return true;
+    }
+    if (!may_not_give_away(errno)) {
+        return false;
+    }
+    constexpr uid_t kSameOwner = static_cast<uid_t>(-1);
+    return fchown(file.get(), kSameOwner, model.st_gid) == 0 || may_not_give_away(errno);
+}
+
+// The mode of the model. With another owner it loses the bits that run a file as its owner, and
+// with another group, group and others get only what both had.
+mode_t mode_for(const struct stat& own, const struct stat& model) {
+    const mode_t mode = model.st_mode & 07777;
+    const bool same_group = own.st_gid == model.st_gid;
+    if (same_group) {
+        return own.st_uid == model.st_uid ? mode : mode & 0777;
+    }
+    const mode_t common = mode >> 3 & mode & 07;
+    return (mode & 0700) | common << 3 | common;
+}
+
 // Nothing is written before mode and owner are right, so that no text is seen by more users than
 // may see the file.
 bool take_mode_and_owner(const Descriptor& file, const struct stat& model) {
     struct stat own {};
-    if (fstat(file.get(), &own) != 0) {
-        return false;
-    }
-    const bool foreign = own.st_uid != model.st_uid || own.st_gid != model.st_gid;
-    return (!foreign || fchown(file.get(), model.st_uid, model.st_gid) == 0) &&
-           fchmod(file.get(), model.st_mode & 07777) == 0;
+    return fstat(file.get(), &own) == 0 && take_owner(file, own, model) &&
+           fstat(file.get(), &own) == 0 && fchmod(file.get(), mode_for(own, model)) == 0;
 }
 
 bool write_copy(
     const Descriptor& from, const Descriptor& to, std::string_view line, const LineTest& is_own) {
     struct stat status {};
-    const auto text = read_all(from);
-    return text && fstat(from.get(), &status) == 0 && take_mode_and_owner(to, status) &&
-           write_all(to, with_lines_replaced(*text, line, is_own)) && flush_to_disk(to);
-}
-
-// Names live in the directory: until it is flushed, a power loss may bring the old ones back.
-void flush_directory_of(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == path.npos ? "." : path.substr(0, slash + 1);
-    const Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (file) {
-        static_cast<void>(flush_to_disk(file));
+    if (fstat(from.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;  // a device must not be replaced by a file
     }
+    const auto text = read_all(from);
+    return text && take_mode_and_owner(to, status) &&
+           write_all(to, with_lines_replaced(*text, line, is_own)) && flush_to_disk(to);
 }
 
 // Between the two renames the file's own name is absent; `kxctl repair` mends what a power loss
 // leaves there.
-bool exchange(const std::string& path, const std::string& fresh, const std::string& backup) {
+bool exchange(const LockedTarget& target, const std::string& fresh) {
+    const std::string& path = target.path();
+    const std::string backup = path + ".bk";
     if (std::rename(path.c_str(), backup.c_str()) != 0) {
         return false;
     }
@@ -134,7 +160,7 @@ bool exchange(const std::string& path, const std::string& fresh, const std::stri
         static_cast<void>(std::rename(backup.c_str(), path.c_str()));
         return false;
     }
-    flush_directory_of(path);
+    static_cast<void>(target.flush_directory());
     unlink(backup.c_str());
     return true;
 }
@@ -142,7 +168,12 @@ bool exchange(const std::string& path, const std::string& fresh, const std::stri
 }  // namespace
 
 Saving append_unless_present(const char* path, std::string_view line, const LineTest& is_own) {
-    const Descriptor file(open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kNewFileMode));
+    const LockedTarget target(path);
+    if (!target) {
+        return Saving::kUnopened;
+    }
+    const Descriptor file(
+        open(target.path().c_str(), O_RDWR | O_APPEND | O_CREAT | kOwnFile, kNewFileMode));
     if (!file) {
         return Saving::kUnopened;
     }
@@ -155,19 +186,24 @@ Saving append_unless_present(const char* path, std::string_view line, const Line
     }
     const bool torn = !text->empty() && text->back() != '\n';
     const std::string tail = (torn ? "\n" : "") + std::string(line);
-    return append(file, tail, text->size()) ? Saving::kAppended : Saving::kFailed;
+    return append(target, file, tail, text->size()) ? Saving::kAppended : Saving::kFailed;
 }
 
 bool replace_lines(const char* path, std::string_view line, const LineTest& is_own) {
-    const std::string fresh = std::string(path) + ".tmp";
-    const std::string backup = std::string(path) + ".bk";
+    const LockedTarget target(path);
+    if (!target) {
+        return false;
+    }
+    const std::string fresh = target.path() + ".tmp";
     {
-        const Descriptor from(open(path, O_RDONLY | O_CLOEXEC));
+        const Descriptor from(open(target.path().c_str(), O_RDONLY | kOwnFile));
         if (!from) {
             return false;
         }
+        // What an earlier rewrite left may be another's, or a link to a file that is nobody's copy.
+        unlink(fresh.c_str());
         const Descriptor to(
-            open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kNewFileMode));
+            open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | kOwnFile, kNewCopyMode));
         if (!to) {
             return false;
         }
@@ -176,7 +212,7 @@ bool replace_lines(const char* path, std::string_view line, const LineTest& is_o
             return false;
         }
     }
-    return exchange(path, fresh, backup);
+    return exchange(target, fresh);
 }
 
 }  // namespace kx::settings

@@ -3,18 +3,34 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <functional>
 #include <kxsim/host.hpp>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
 using testing::AnyOf;
 using testing::StartsWith;
+using testing::UnorderedElementsAreArray;
 
 constexpr char kPortFile[] = "/etc/kestrix-plexo/kxportparams.conf";
 constexpr char kSysctlFile[] = "/etc/sysctl.conf";
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
 
 class Recording : public testing::Test {
 protected:
@@ -161,6 +177,56 @@ TEST_F(Recording, NullArgumentsAreRefused) {
     EXPECT_NE(savePortParam(nullptr, "eth1", 1, 1), 0);
     EXPECT_NE(savePortParam("mtu", nullptr, 1, 1), 0);
     EXPECT_NE(saveSysctlParam(nullptr, 1), 0);
+}
+
+// ---- Several agents ----
+
+constexpr int kAgents = 4;
+constexpr int kSettings = 25;
+
+// What each of several processes does at the same time, by its number.
+void in_processes(const std::function<void(int agent)>& work) {
+    std::vector<pid_t> children;
+    for (int agent = 0; agent < kAgents; ++agent) {
+        const pid_t child = fork();
+        if (child == 0) {
+            work(agent);
+            _exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST_F(Recording, AgentsThatSaveAtTheSameTimeLoseNoLine) {
+    const auto attached = host_.attach();
+    std::fflush(stdout);
+    in_processes([](int agent) {
+        testing::internal::CaptureStdout();
+        for (const int value : {1, 2}) {  // appended, then put in the place of the first
+            for (int i = 0; i < kSettings; ++i) {
+                const std::string key = "k" + std::to_string(i) + "a" + std::to_string(agent) + "_";
+                EXPECT_EQ(savePortParam(key.c_str(), "eth1", 1, value), 0);
+                EXPECT_EQ(saveSysctlParam(("/proc/sys/toe/" + key).c_str(), value), 0);
+            }
+        }
+        testing::internal::GetCapturedStdout();
+    });
+    std::vector<std::string> port_lines;
+    std::vector<std::string> sysctl_lines;
+    for (int agent = 0; agent < kAgents; ++agent) {
+        for (int i = 0; i < kSettings; ++i) {
+            const std::string key = "k" + std::to_string(i) + "a" + std::to_string(agent) + "_";
+            port_lines.push_back("eth1." + key + " = 2");
+            sysctl_lines.push_back("toe." + key + " = 2");
+        }
+    }
+    EXPECT_THAT(lines_of(ports()), UnorderedElementsAreArray(port_lines));
+    EXPECT_THAT(lines_of(sysctl()), UnorderedElementsAreArray(sysctl_lines));
 }
 
 // Every call that recording makes fails in its turn; the old or the new text stands whole, under

@@ -1,14 +1,18 @@
 // Recording a setting in a configuration file: which lines are replaced, what happens to the
 // others, and that no failure and no power cut loses the text.
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/settings.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -52,6 +56,25 @@ protected:
         }
         std::ranges::sort(names);
         return names;
+    }
+
+    [[nodiscard]] mode_t mode() const {
+        struct stat status {};
+        return stat(path_.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+    }
+
+    // What work returns in a process of user 1234, whose groups are 4321 and 777.
+    static int as_user(const std::function<int()>& work) {
+        const pid_t child = fork();
+        if (child == 0) {
+            constexpr gid_t kGroups[] = {777};
+            const bool changed =
+                setgroups(1, kGroups) == 0 && setgid(4321) == 0 && setuid(1234) == 0;
+            _exit(changed ? work() : 99);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
     [[nodiscard]] std::string replaced_port_line(const std::string& before, const char* key) {
@@ -202,6 +225,76 @@ TEST_F(ConfigFile, OwnerIsKept) {
     }
 }
 
+// Whatever the umask, others must not be able to change what is applied at start-up.
+TEST_F(ConfigFile, ANewFileIsNeverWiderThan0644) {
+    const mode_t umask_before = umask(0);
+    for (const mode_t mask : {0U, 022U, 077U, 02U}) {
+        umask(mask);
+        fs::remove(path_);
+        EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kAppended);
+        EXPECT_EQ(mode(), 0644U & ~mask);
+    }
+    umask(umask_before);
+}
+
+// What a rewrite makes of a file of another owner when the agent has no right to give files away:
+// user 1234 with group 4321.
+TEST_F(ConfigFile, AnAgentThatMayNotGiveFilesAwayRewritesThemAllTheSame) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    struct Case {
+        uid_t user;
+        gid_t group;
+        mode_t mode;
+        gid_t new_group;
+        mode_t new_mode;
+    };
+    constexpr Case kCases[] = {
+        {0, 0, 0644, 4321, 0644},     {0, 0, 0666, 4321, 0666},  {0, 0, 0606, 4321, 0600},
+        {0, 0, 0646, 4321, 0644},     {0, 0, 06664, 4321, 0644}, {0, 4321, 0660, 4321, 0660},
+        {0, 4321, 06775, 4321, 0775}, {0, 777, 0664, 777, 0664}, {1234, 0, 0660, 4321, 0600},
+    };
+    for (const Case& made : kCases) {
+        hold("key\n");
+        ASSERT_EQ(chown(path_.c_str(), made.user, made.group), 0);
+        ASSERT_EQ(chmod(path_.c_str(), made.mode), 0);
+        ASSERT_EQ(chmod(directory_.c_str(), 0777), 0);
+        EXPECT_EQ(
+            as_user([this] { return replacePortConfLine(path_.c_str(), "NEW\n", "key"); }), 0);
+        EXPECT_EQ(text(), "NEW\n");
+        struct stat status {};
+        ASSERT_EQ(stat(path_.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, 1234U);
+        EXPECT_EQ(status.st_gid, made.new_group) << std::oct << made.mode;
+        EXPECT_EQ(status.st_mode & 07777, made.new_mode) << std::oct << made.mode;
+        EXPECT_THAT(names(), ElementsAre("settings.conf"));
+    }
+}
+
+TEST_F(ConfigFile, LeftoversOfAnotherUserDoNotStopARewrite) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    hold("key\n");
+    std::ofstream(path_ + ".tmp") << "left";
+    ASSERT_EQ(chmod((path_ + ".tmp").c_str(), 0600), 0);
+    ASSERT_EQ(chmod(directory_.c_str(), 0777), 0);
+    EXPECT_EQ(as_user([this] { return replacePortConfLine(path_.c_str(), "NEW\n", "key"); }), 0);
+    EXPECT_EQ(text(), "NEW\n");
+}
+
+TEST_F(ConfigFile, ATemporaryNameThatIsALinkIsNotFollowed) {
+    hold("key\n");
+    const fs::path other = directory_ / "other";
+    std::ofstream(other) << "of somebody else";
+    fs::create_symlink(other, path_ + ".tmp");
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
+    EXPECT_EQ(text(), "NEW\n");
+    EXPECT_EQ(test::file_text(other), "of somebody else");
+    EXPECT_FALSE(fs::is_symlink(path_));
+}
+
 TEST_F(ConfigFile, LeftoversOfAnEarlierRewriteAreReplacedAndRemoved) {
     std::ofstream(path_ + ".tmp") << "a much longer text than the one that is written next";
     std::ofstream(path_ + ".bk") << "old";
@@ -301,6 +394,125 @@ TEST_F(ConfigFile, APresentLineIsToldAndNothingIsWritten) {
     EXPECT_EQ(text(), "\t a = 7");
 }
 
+// ---- Symbolic links ----
+
+class LinkedFile : public ConfigFile {
+protected:
+    void SetUp() override {
+        ConfigFile::SetUp();
+        fs::create_directory(directory_ / "real");
+        target_ = directory_ / "real" / "file";
+        std::ofstream(target_) << "key\n";
+    }
+
+    void expect_link(const fs::path& to) {
+        EXPECT_EQ(fs::read_symlink(path_), to);
+        EXPECT_THAT(names(), ElementsAre("real", "settings.conf"));
+    }
+
+    fs::path target_;
+};
+
+TEST_F(LinkedFile, StaysALinkWhoseTargetIsRewritten) {
+    for (const fs::path& to : {target_, fs::path("real/file"), fs::path("./real/../real/file")}) {
+        fs::remove(path_);
+        fs::create_symlink(to, path_);
+        std::ofstream(target_) << "key\n";
+        EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
+        expect_link(to);
+        EXPECT_EQ(test::file_text(target_), "NEW\n");
+        EXPECT_EQ(append_unless_present(path_.c_str(), "b = 1\n", holding("b")), Saving::kAppended);
+        expect_link(to);
+        EXPECT_EQ(test::file_text(target_), "NEW\nb = 1\n");
+        EXPECT_EQ(std::distance(fs::directory_iterator(directory_ / "real"), {}), 1);
+    }
+}
+
+TEST_F(LinkedFile, MayBeALinkToALink) {
+    fs::create_symlink("file", directory_ / "real" / "second");
+    fs::create_symlink("real/second", path_);
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 0);
+    EXPECT_EQ(test::file_text(target_), "NEW\n");
+    EXPECT_TRUE(fs::is_symlink(directory_ / "real" / "second"));
+    expect_link("real/second");
+}
+
+// The names of a rewrite are beside the target: its first copy, a directory here, stops it.
+TEST_F(LinkedFile, IsRewrittenThroughNamesBesideItsTarget) {
+    fs::create_symlink(target_, path_);
+    fs::create_directory(target_.string() + ".tmp");
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    fs::remove(target_.string() + ".tmp");
+    fs::create_directories(target_.string() + ".bk/x");
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_EQ(test::file_text(target_), "key\n");
+    EXPECT_EQ(test::file_text(target_.string() + ".tmp"), "NEW\n");
+    expect_link(target_);
+}
+
+// As for a file that is missing: a line makes it, a rewrite does not.
+TEST_F(LinkedFile, ThatLeadsToNoFileGetsOneByItsFirstLine) {
+    const fs::path missing = directory_ / "real" / "missing";
+    fs::create_symlink(missing, path_);
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_FALSE(fs::exists(missing));
+    const mode_t umask_before = umask(0);
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kAppended);
+    umask(umask_before);
+    EXPECT_EQ(test::file_text(missing), "a = 1\n");
+    EXPECT_EQ(mode(), 0644U);
+    expect_link(missing);
+}
+
+TEST_F(LinkedFile, ThatLeadsToNoDirectoryIsRefused) {
+    fs::create_symlink(directory_ / "none" / "file", path_);
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kUnopened);
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    expect_link(directory_ / "none" / "file");
+}
+
+TEST_F(LinkedFile, ThatGoesRoundInACircleIsRefused) {
+    for (const char* to : {"settings.conf", "real/back"}) {
+        fs::remove(path_);
+        fs::create_symlink(to, path_);
+        fs::remove(directory_ / "real" / "back");
+        fs::create_symlink("../settings.conf", directory_ / "real" / "back");
+        EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kUnopened);
+        EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+        expect_link(to);
+    }
+}
+
+// A rewrite would put a file in the device's place.
+TEST_F(LinkedFile, ThatLeadsToADeviceIsNotRewritten) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make a device";
+    }
+    const fs::path device = directory_ / "real" / "null";
+    if (mknod(device.c_str(), S_IFCHR | 0666, makedev(1, 3)) != 0) {
+        GTEST_SKIP() << "no device can be made here";
+    }
+    fs::create_symlink(device, path_);
+    EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kAppended);
+    EXPECT_EQ(replacePortConfLine(path_.c_str(), "NEW\n", "key"), 1);
+    EXPECT_TRUE(fs::is_character_file(device));
+    expect_link(device);
+}
+
+// A child, which is ended if it waits.
+TEST_F(ConfigFile, ANamedPipeIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    const auto save = [this] {
+        alarm(10);
+        const Saving saving = append_unless_present(path_.c_str(), "a = 1\n", holding("a"));
+        const bool replaced = replace_lines(path_.c_str(), "a = 1\n", holding("a"));
+        std::exit(saving == Saving::kFailed && !replaced ? 0 : 1);
+    };
+    EXPECT_EXIT(save(), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(fs::is_fifo(path_));
+    EXPECT_THAT(names(), ElementsAre("settings.conf"));
+}
+
 // ---- Failures ----
 
 constexpr char kOld[] = "  first = 1\nkey = old\nlast = 3";
@@ -327,8 +539,8 @@ protected:
 };
 
 const auto kCallsOfARewrite = ElementsAre(
-    "open", "open", "read", "read", "fchmod", "write", "fsync", "rename", "rename", "open", "fsync",
-    "unlink");
+    "open", "open", "unlink", "open", "read", "read", "fchmod", "write", "fsync", "rename",
+    "rename", "fsync", "unlink");
 
 TEST_F(Rewrite, CallsComeInTheOrderThatKeepsOneTextWhole) {
     hold(kOld);
@@ -368,7 +580,7 @@ TEST_F(Rewrite, AnyFailingCallLeavesOneTextWhole) {
 
 TEST_F(Rewrite, AFailedWriteLeavesNoPartialCopy) {
     hold(kOld);
-    FileFaults faults(Fault::kOneCall, 6, ENOSPC);
+    FileFaults faults(Fault::kOneCall, 8, ENOSPC);
     EXPECT_FALSE(rewrite());
     faults.disarm();
     EXPECT_THAT(faults.calls(), Contains("write"));
@@ -377,7 +589,7 @@ TEST_F(Rewrite, AFailedWriteLeavesNoPartialCopy) {
 
 TEST_F(Rewrite, AFailedFirstRenamingKeepsTheNewTextBeside) {
     hold(kOld);
-    FileFaults faults(Fault::kOneCall, 8, EIO);
+    FileFaults faults(Fault::kOneCall, 10, EIO);
     EXPECT_FALSE(rewrite());
     faults.disarm();
     EXPECT_EQ(text(), kOld);
@@ -386,7 +598,7 @@ TEST_F(Rewrite, AFailedFirstRenamingKeepsTheNewTextBeside) {
 
 TEST_F(Rewrite, AFailedSecondRenamingIsTakenBack) {
     hold(kOld);
-    FileFaults faults(Fault::kOneCall, 9, EIO);
+    FileFaults faults(Fault::kOneCall, 11, EIO);
     EXPECT_FALSE(rewrite());
     faults.disarm();
     EXPECT_EQ(text(), kOld);
@@ -430,6 +642,44 @@ TEST_F(Rewrite, APowerCutWhileAppendingLeavesTheOldText) {
         faults.reboot(directory_);
         EXPECT_THAT(text(), StartsWith(kOld)) << "call " << nth;
     }
+}
+
+TEST_F(Rewrite, ALineThatIsReportedAppendedIsThereAfterAPowerCut) {
+    for (const bool fresh : {false, true}) {
+        std::size_t nth = 1;
+        for (bool struck = true; struck; ++nth) {
+            start_over();
+            if (fresh) {
+                fs::remove(path_);
+            }
+            FileFaults faults(Fault::kPowerCut, nth, EIO);
+            const Saving saving = append_unless_present(path_.c_str(), "a = 1\n", holding("a ="));
+            struck = faults.struck();
+            faults.reboot(directory_);
+            if (saving == Saving::kAppended) {
+                EXPECT_EQ(text(), fresh ? "a = 1\n" : std::string(kOld) + "\na = 1\n") << nth;
+            }
+            EXPECT_EQ(saving == Saving::kAppended, !struck) << nth;
+        }
+    }
+}
+
+// Of a new file its name has to reach the disk as well.
+TEST_F(Rewrite, TheFirstLineOfAFileFlushesItsDirectoryToo) {
+    hold("");
+    for (const bool exists : {true, false}) {
+        if (!exists) {
+            fs::remove(path_);
+        }
+        FileFaults watch(Fault::kNone, 0, 0);
+        EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kAppended);
+        watch.disarm();
+        EXPECT_THAT(watch.calls(), ElementsAre("open", "open", "read", "write", "fsync", "fsync"));
+    }
+    FileFaults watch(Fault::kNone, 0, 0);
+    EXPECT_EQ(append_unless_present(path_.c_str(), "b = 1\n", holding("b")), Saving::kAppended);
+    watch.disarm();
+    EXPECT_THAT(watch.calls(), ElementsAre("open", "open", "read", "read", "write", "fsync"));
 }
 
 }  // namespace
