@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "host/host_state.hpp"
+#include "host/preload_path.hpp"
 #include "host/quiet.hpp"
 
 namespace kxsim {
@@ -42,7 +43,8 @@ Attached::Attached(const std::string& root) {
     for (const char* name : {state::kRootVariable, "LD_PRELOAD"}) {
         environment_[name] = environment(name);
     }
-    std::string preload = preload_library();
+    const auto library = std::make_shared<PreloadPath>(preload_library());
+    std::string preload = library->text();
     if (const auto before = environment("LD_PRELOAD"); before && !before->empty()) {
         preload += ":" + *before;
     }
@@ -51,10 +53,12 @@ Attached::Attached(const std::string& root) {
     }
     set_environment(state::kRootVariable, root);
     set_environment("LD_PRELOAD", preload);
+    library_ = library;
 }
 
 Attached::Attached(Attached&& other) noexcept
     : attached_(std::exchange(other.attached_, false)),
+      library_(std::move(other.library_)),
       environment_(std::move(other.environment_)) {}
 
 Attached::~Attached() {

@@ -22,15 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path new_directory() {
-    const Quiet quiet;
-    std::string path = (fs::temp_directory_path() / "kxsim-XXXXXX").string();
-    if (::mkdtemp(path.data()) == nullptr) {
-        fail_with_errno(path);
-    }
-    return path;
-}
-
 std::string module_tree() {
     utsname kernel{};
     ::uname(&kernel);
@@ -104,18 +95,15 @@ void copy_field(char* field, std::size_t size, std::string_view text, const char
     std::memcpy(field, text.data(), text.size());
 }
 
-Host::Host() : state_(std::make_unique<State>(new_directory(), true)) { furnish(state_->tree); }
+Host::Host() : state_(std::make_unique<State>(make_scratch())) { furnish(state_->tree); }
 
-Host::Host(const fs::path& directory) : state_(std::make_unique<State>(directory, false)) {
+Host::Host(const fs::path& directory) : state_(std::make_unique<State>(directory)) {
     furnish(state_->tree);
 }
 
 Host::~Host() {
-    if (state_->temporary) {
-        const Quiet quiet;
-        std::error_code ignored;
-        fs::remove_all(state_->root, ignored);
-    }
+    const Quiet quiet;
+    state_.reset();
 }
 
 const std::string& Host::root() const { return state_->root; }

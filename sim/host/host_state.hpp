@@ -3,6 +3,7 @@
 
 #include <kxsim/host.hpp>
 
+#include "host/scratch.hpp"
 #include "host/shared_record.hpp"
 #include "host/tree.hpp"
 #include "state/adapters.hpp"
@@ -15,16 +16,20 @@ namespace kxsim {
 [[nodiscard]] std::filesystem::path session_directory(const std::filesystem::path& wanted);
 
 struct Host::State {
-    explicit State(const std::filesystem::path& wanted, bool remove_at_end)
+    explicit State(const std::filesystem::path& wanted)
         : root(session_directory(wanted)),
-          temporary(remove_at_end),
           tree(root),
           session(root + state::kSessionFile),
           network(root + state::kNetworkFile),
           adapters(root + state::kAdaptersFile) {}
 
+    // In a directory that goes away with the host.
+    explicit State(std::unique_ptr<kx::LockedDirectory> own) : State(own->path()) {
+        own_directory = std::move(own);
+    }
+
+    std::unique_ptr<kx::LockedDirectory> own_directory;
     std::string root;
-    bool temporary;
     Tree tree;
     SharedRecord<state::Session> session;
     SharedRecord<state::Network> network;

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -11,7 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "host/scratch.hpp"
 #include "kxsim/run.hpp"
+#include "kxsim/start.hpp"
 #include "state/session.hpp"
 
 namespace {
@@ -48,8 +51,17 @@ std::unique_ptr<kxsim::Host> make_host(const RunOptions& options) {
 }
 
 int run(const RunOptions& options) {
-    const auto host = make_host(options);
-    return kxsim::run_on_host(host->root(), options.command);
+    kxsim::catch_stop_signals();
+    kxsim::remove_abandoned_scratch();
+    try {
+        const auto host = make_host(options);
+        return kxsim::run_on_host(host->root(), options.command);
+    } catch (const std::exception&) {
+        if (const int code = kxsim::code_of_stop(); code != 0) {
+            return code;  // what was under way failed because of the signal
+        }
+        throw;
+    }
 }
 
 int list() {
@@ -113,6 +125,9 @@ int command_line(int count, char** arguments) {
 }  // namespace
 
 int main(int count, char** arguments) try {
+    if (count > 2 && std::strcmp(arguments[1], kxsim::kStartStep) == 0) {
+        kxsim::start_step(arguments + 2);
+    }
     return command_line(count, arguments);
 } catch (const std::exception& mistake) {
     std::fprintf(stderr, "%s\n", mistake.what());

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "host/preload_path.hpp"
+#include "kxsim/start.hpp"
 #include "state/session.hpp"
 
 namespace kxsim {
@@ -20,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kLibrary[] = "libkxsim.so";
+constexpr int kSignalled = 128;  // as a shell has it: and the signal
 
 // Beside the program in a build tree, in the library directory where it is installed.
 fs::path preload_library() {
@@ -48,34 +51,31 @@ void allow_sanitized_programs() {
     add_to_environment("ASAN_OPTIONS", "verify_asan_link_order=0", ':', false);
 }
 
-// What a terminal or a service manager sends to stop the run goes to the command; its end is what
-// the caller waits for.
-volatile std::sig_atomic_t running_child = 0;
+// What a terminal or a service manager sends to stop the run.
+constexpr int kStopSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
 
-void pass_on(int signal) {
-    if (running_child > 0) {
+volatile std::sig_atomic_t running_child = 0;
+volatile std::sig_atomic_t stop_signal = 0;
+
+// While the command runs, it decides what a signal means, and its end is what the caller waits for.
+// (A terminal sends its signals to the command too.)
+void on_stop_signal(int signal) {
+    if (running_child == 0) {
+        stop_signal = signal;
+    } else if (signal == SIGTERM || signal == SIGHUP) {
         ::kill(static_cast<pid_t>(running_child), signal);
     }
 }
 
-void handle(int signal, void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
-    ::sigaction(signal, &action, nullptr);
-}
-
-[[noreturn]] void become(const std::vector<std::string>& command) {
-    std::vector<char*> arguments;
-    arguments.reserve(command.size() + 1);
-    for (const std::string& word : command) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
+// What a signal meant before catch_stop_signals.
+void leave_stop_signals() {
+    for (const int signal : kStopSignals) {
+        struct sigaction action {};
+        ::sigaction(signal, nullptr, &action);
+        if (action.sa_handler == on_stop_signal) {
+            ::signal(signal, SIG_DFL);
+        }
     }
-    arguments.push_back(nullptr);
-    ::execvp(arguments.front(), arguments.data());
-    const int reason = errno;
-    std::fprintf(stderr, "kxsim: %s: %s\n", command.front().c_str(), std::strerror(reason));
-    ::_exit(reason == ENOENT ? 127 : 126);
 }
 
 int wait_for(pid_t child) {
@@ -85,28 +85,67 @@ int wait_for(pid_t child) {
             throw std::system_error(errno, std::generic_category(), "waiting for the command");
         }
     }
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
 }
+
+// No stop signal strikes between fork and the moment in which its handler knows the child.
+class SignalsHeld {
+public:
+    SignalsHeld() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int signal : kStopSignals) {
+            sigaddset(&held, signal);
+        }
+        ::sigprocmask(SIG_BLOCK, &held, &before_);
+    }
+    ~SignalsHeld() { release(); }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+    void release() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
 
 }  // namespace
 
+void catch_stop_signals() {
+    for (const int signal : kStopSignals) {
+        struct sigaction before {};
+        ::sigaction(signal, nullptr, &before);
+        if (before.sa_handler == SIG_IGN) {
+            continue;  // and so it is for the command
+        }
+        struct sigaction action {};
+        action.sa_handler = on_stop_signal;  // without SA_RESTART: a call that waits is given up
+        ::sigaction(signal, &action, nullptr);
+    }
+}
+
+int code_of_stop() { return stop_signal == 0 ? 0 : kSignalled + stop_signal; }
+
 int run_on_host(const std::string& root, const std::vector<std::string>& command) {
-    const std::string library = preload_library();
+    const PreloadPath library(preload_library());
+    SignalsHeld held;
+    if (stop_signal != 0) {
+        return code_of_stop();
+    }
     const pid_t child = ::fork();
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "starting the command");
     }
     if (child == 0) {
+        leave_stop_signals();
+        held.release();
         ::setenv(state::kRootVariable, root.c_str(), 1);
-        add_to_environment("LD_PRELOAD", library, ':', true);
+        add_to_environment("LD_PRELOAD", library.text(), ':', true);
         allow_sanitized_programs();
-        become(command);
+        start(command);
     }
     running_child = child;
-    handle(SIGINT, SIG_IGN);  // the terminal sends these to the command too
-    handle(SIGQUIT, SIG_IGN);
-    handle(SIGTERM, pass_on);
-    handle(SIGHUP, pass_on);
+    held.release();
     const int code = wait_for(child);
     running_child = 0;
     return code;

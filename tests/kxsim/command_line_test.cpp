@@ -2,10 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <thread>
 
 #include "support/shell.hpp"
 
@@ -17,6 +25,7 @@ using test::shell;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 // The program lies one directory above the tests.
@@ -137,6 +146,195 @@ TEST(Program, AHostWhoseSessionIsGoneIsNeverTakenForTheRealMachine) {
         shell("KXSIM_ROOT=/nosuch LD_PRELOAD=" + library() + " cat /proc/modules 2>&1");
     EXPECT_EQ(WEXITSTATUS(status), 127);
     EXPECT_THAT(output, HasSubstr("KXSIM_ROOT names no session"));
+}
+
+// --- Nothing runs on the real machine in place of the simulated host ---
+
+// A copy of the program and what it needs, in a directory of any name.
+class Copy {
+public:
+    explicit Copy(const std::string& name) : directory_(scratch_ / name) {
+        const fs::path built = fs::path(kxsim()).parent_path();
+        fs::create_directories(directory_ / "scenarios");
+        fs::copy_file(built / "kxsim", directory_ / "kxsim");
+        fs::copy_file(built / "libkxsim.so", library());
+        fs::copy_file(built / "scenarios/lab.toml", directory_ / "scenarios/lab.toml");
+    }
+
+    fs::path library() const { return directory_ / "libkxsim.so"; }
+
+    Outcome run(const std::string& arguments, const std::string& environment = "") const {
+        const std::string program = "'" + (directory_ / "kxsim").string() + "' ";
+        const auto [status, output] = shell(environment + " " + program + arguments + " 2>&1");
+        return {WEXITSTATUS(status), output};
+    }
+
+private:
+    const Scratch scratch_;
+    const fs::path directory_;
+};
+
+TEST(Program, WorksFromPathsThatTheLoaderWouldSplitOrReplace) {
+    for (const char* name : {"a b", "a:b", "$LIB", "a\tb"}) {
+        const Copy copy(name);
+        const Outcome outcome =
+            copy.run("run -- sh -c 'cat /sys/class/net/eth2/mtu; sh -c \"lsmod | grep -c zfab4\"'");
+        EXPECT_EQ(outcome.output, "9000\n2\n") << name;
+        EXPECT_EQ(outcome.code, 0) << name;
+    }
+}
+
+TEST(Program, WorksWhenTheDirectoryForTemporaryFilesHasABlankToo) {
+    const Copy copy("a b");
+    const Scratch scratch;
+    fs::create_directory(scratch / "c d");
+    EXPECT_EQ(
+        copy.run("run -- cat /sys/class/net/eth2/mtu", "TMPDIR='" + scratch / "c d" + "'").output,
+        "9000\n");
+    EXPECT_TRUE(fs::is_empty(scratch / "c d"));
+}
+
+TEST(Program, RunsNothingWhenItsLibraryCannotBeLoaded) {
+    const Copy copy("plain");
+    const Scratch scratch;
+    std::ofstream(copy.library()) << "no library";
+    const Outcome outcome = copy.run("run -- touch " + scratch / "ran");
+    EXPECT_EQ(outcome.code, 126);
+    EXPECT_THAT(outcome.output, HasSubstr("libkxsim.so could not be loaded"));
+    EXPECT_FALSE(fs::exists(scratch / "ran"));
+}
+
+TEST(Program, RunsNoStaticProgram) {
+    const Scratch scratch;
+    const std::string source = scratch.write(
+        "static.c", "#include <stdio.h>\nint main(void) { return puts(\"ran\") < 0; }\n");
+    const std::string program = scratch / "static";
+    if (shell("cc -static -o " + program + " " + source + " 2>&1").status != 0) {
+        GTEST_SKIP() << "no static program can be built here";
+    }
+    const std::string script = scratch.write("script", "#! " + program + " -x\n");
+    fs::permissions(script, fs::perms::owner_all);
+    for (const std::string& command : {program, script}) {
+        const Outcome outcome = run("run -- " + command);
+        EXPECT_EQ(outcome.code, 126) << command;
+        EXPECT_THAT(
+            outcome.output, AllOf(HasSubstr("it is linked statically"), Not(HasSubstr("ran"))))
+            << command;
+    }
+}
+
+// With their owner's rights they would run without the library.
+TEST(Program, TakesTheRightsFromSetUserIdPrograms) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "giving a program to another user needs root";
+    }
+    const Scratch scratch;
+    fs::permissions(scratch / "", fs::perms(0755));
+    const std::string program = scratch / "cat";
+    fs::copy_file("/bin/cat", program);
+    ASSERT_EQ(chown(program.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(chmod(program.c_str(), 06755), 0);
+    EXPECT_EQ(run("run -- " + program + " /sys/class/net/eth2/mtu").output, "9000\n");
+    EXPECT_EQ(on_lab(program + " /sys/class/net/eth2/mtu").output, "9000\n");
+}
+
+// --- Nothing stays behind ---
+
+// A run that is going on: its process, once its command or scenario began to wait.
+class RunningProgram {
+public:
+    RunningProgram(const std::string& arguments, const std::string& temporary) {
+        const std::string command =
+            "exec env TMPDIR=" + temporary + " " + kxsim() + " " + arguments + " >/dev/null 2>&1";
+        process_ = fork();
+        if (process_ == 0) {
+            setsid();
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            _exit(127);
+        }
+    }
+    ~RunningProgram() {
+        kill(-process_, SIGKILL);  // the command that a killed run left
+    }
+
+    int end_by(int signal) {
+        kill(process_, signal);
+        int status = 0;
+        waitpid(process_, &status, 0);
+        return WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+private:
+    pid_t process_ = -1;
+};
+
+void wait_until(const std::function<bool()>& done) {
+    for (int tries = 0; tries < 1000 && !done(); ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(done());
+}
+
+TEST(Program, RemovesItsHostWhenASignalEndsTheCommand) {
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        const Scratch scratch;
+        const Scratch temporary;
+        RunningProgram program(
+            "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'",
+            temporary / "");
+        wait_until([&] { return fs::exists(scratch / "began"); });
+        EXPECT_EQ(program.end_by(signal), 128 + signal);
+        EXPECT_TRUE(fs::is_empty(temporary / "")) << signal;
+    }
+}
+
+// The scenario is a pipe that nobody writes to.
+TEST(Program, RemovesItsHostWhenASignalComesBeforeTheCommandRuns) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        const Scratch scratch;
+        const Scratch temporary;
+        ASSERT_EQ(mkfifo((scratch / "pipe.toml").c_str(), 0600), 0);
+        RunningProgram program("run -s " + scratch / "pipe.toml" + " -- true", temporary / "");
+        wait_until([&] { return !fs::is_empty(temporary / ""); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));  // until it opens the pipe
+        EXPECT_EQ(program.end_by(signal), 128 + signal);
+        EXPECT_TRUE(fs::is_empty(temporary / "")) << signal;
+    }
+}
+
+TEST(Program, RemovesTheHostOfARunThatWasKilled) {
+    const Scratch scratch;
+    const Scratch temporary;
+    RunningProgram killed(
+        "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'", temporary / "");
+    wait_until([&] { return fs::exists(scratch / "began"); });
+    const std::string in_use = "TMPDIR=" + temporary / "" + " " + kxsim() + " run -s empty -- true";
+    EXPECT_EQ(shell(in_use).status, 0);
+    EXPECT_FALSE(fs::is_empty(temporary / "")) << "the host of a run that goes on was removed";
+    EXPECT_EQ(killed.end_by(SIGKILL), 1000 + SIGKILL);
+    EXPECT_EQ(shell(in_use).status, 0);
+    EXPECT_TRUE(fs::is_empty(temporary / ""));
+}
+
+TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
+    const Scratch temporary;
+    fs::create_directory(
+        temporary / "kxsim-abcdef");  // others can look into it: not a host of a run
+    fs::create_directory(temporary / "kxsim-longer-name");
+    fs::create_directory(temporary / "elsewhere");
+    std::ofstream(temporary / "elsewhere/precious") << "kept";
+    fs::permissions(temporary / "elsewhere", fs::perms::owner_all);
+    fs::create_directory_symlink("elsewhere", temporary / "kxsim-linked");
+    fs::create_directory(temporary / "kxsim-GHIJKL");
+    fs::permissions(temporary / "kxsim-GHIJKL", fs::perms::owner_all);
+    fs::create_directory_symlink("../elsewhere", temporary / "kxsim-GHIJKL/link");
+    EXPECT_EQ(
+        shell("TMPDIR=" + temporary / "" + " " + kxsim() + " run -s empty -- true").status, 0);
+    EXPECT_TRUE(fs::exists(temporary / "kxsim-abcdef"));
+    EXPECT_TRUE(fs::exists(temporary / "kxsim-longer-name"));
+    EXPECT_TRUE(fs::exists(temporary / "elsewhere/precious"));
+    EXPECT_TRUE(fs::is_symlink(temporary / "kxsim-linked"));
+    EXPECT_FALSE(fs::exists(temporary / "kxsim-GHIJKL"));
 }
 
 TEST(Program, TheLibraryAloneChangesNothing) {

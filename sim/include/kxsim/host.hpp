@@ -200,6 +200,7 @@ private:
     explicit Attached(const std::string& root);
     void restore_environment();
     bool attached_ = true;
+    std::shared_ptr<const void> library_;  // how children find it
     std::map<std::string, std::optional<std::string>> environment_;
 };
 

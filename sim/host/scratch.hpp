@@ -1,0 +1,18 @@
+// Directories that go away with what uses them.
+#pragma once
+
+#include <memory>
+
+#include "support/locked_directory.hpp"
+
+namespace kxsim {
+
+// A new directory below TMPDIR, or below `parent`.
+[[nodiscard]] std::unique_ptr<kx::LockedDirectory> make_scratch();
+[[nodiscard]] std::unique_ptr<kx::LockedDirectory> make_scratch(
+    const std::filesystem::path& parent);
+
+// Remove the directories of runs that were killed.
+void remove_abandoned_scratch();
+
+}  // namespace kxsim

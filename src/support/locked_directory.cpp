@@ -1,0 +1,81 @@
+#include "support/locked_directory.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+namespace kx {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kRandomPart = "-XXXXXX";
+
+Descriptor open_directory(const fs::path& path) {
+    return Descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+bool is_at(const Descriptor& directory, const fs::path& path) {
+    struct stat held {};
+    struct stat named {};
+    return ::fstat(directory.get(), &held) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+}
+
+bool is_private(const Descriptor& directory) {
+    struct stat status {};
+    return ::fstat(directory.get(), &status) == 0 && status.st_uid == ::geteuid() &&
+           (status.st_mode & 0077U) == 0;
+}
+
+bool has_form(const std::string& name, std::string_view prefix) {
+    return name.size() == prefix.size() + kRandomPart.size() && name.starts_with(prefix) &&
+           name[prefix.size()] == kRandomPart[0];
+}
+
+}  // namespace
+
+LockedDirectory::LockedDirectory(std::string_view prefix, const fs::path& parent) {
+    // Another run may remove a new directory before it is locked. Then this makes one more.
+    do {
+        std::string path = (parent / prefix).string().append(kRandomPart);
+        if (::mkdtemp(path.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+        path_ = path;
+        lock_ = open_directory(path_);
+        if (!lock_ && errno != ENOENT) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+        // Where the file system has no locks, other runs cannot take one either.
+        static_cast<void>(lock_ && ::flock(lock_.get(), LOCK_EX) == 0);
+    } while (!lock_ || !is_at(lock_, path_));
+}
+
+LockedDirectory::~LockedDirectory() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+void LockedDirectory::remove_abandoned(std::string_view prefix, const fs::path& parent) {
+    std::error_code error;
+    for (fs::directory_iterator entry(parent, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const fs::path& path = entry->path();
+        if (!has_form(path.filename(), prefix)) {
+            continue;
+        }
+        const Descriptor directory = open_directory(path);
+        if (directory && is_private(directory) &&
+            ::flock(directory.get(), LOCK_EX | LOCK_NB) == 0 && is_at(directory, path)) {
+            std::error_code ignored;
+            fs::remove_all(path, ignored);
+        }
+    }
+}
+
+}  // namespace kx

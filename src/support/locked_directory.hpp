@@ -1,0 +1,35 @@
+// A private directory for one run of a program, which the next run removes when this one cannot.
+// The programs of this project use it; the library does not.
+#pragma once
+
+#include <filesystem>
+#include <string_view>
+
+#include "support/handle.hpp"
+
+namespace kx {
+
+// While it lives, nobody else removes the directory: the lock on it ends with the process, however
+// that ends.
+class LockedDirectory {
+public:
+    // Make the directory PREFIX-XXXXXX with mode 0700 below `parent`. Throws std::system_error.
+    LockedDirectory(std::string_view prefix, const std::filesystem::path& parent);
+
+    // Remove it with all that is in it. No link is followed, and failures are ignored.
+    ~LockedDirectory();
+    LockedDirectory(const LockedDirectory&) = delete;
+    LockedDirectory& operator=(const LockedDirectory&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+    // Remove the directories PREFIX-XXXXXX of this user below `parent` that no process has locked.
+    // What cannot be removed stays.
+    static void remove_abandoned(std::string_view prefix, const std::filesystem::path& parent);
+
+private:
+    std::filesystem::path path_;
+    Descriptor lock_;
+};
+
+}  // namespace kx
