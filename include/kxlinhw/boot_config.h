@@ -1,6 +1,6 @@
 /* The boot configuration record of Q4 and Q5 adapters: 1664 bytes of flash, read by the boot option
-   ROM. Little-endian. Fields without a known meaning bear their offset; what is reserved is zero in
-   a default record. */
+   ROM. Little-endian. The names of fields without a known meaning contain their offset; reserved
+   fields are zero in a default record. */
 #ifndef KXLINHW_BOOT_CONFIG_H
 #define KXLINHW_BOOT_CONFIG_H
 
@@ -11,7 +11,7 @@ enum { KX_BOOT_CONFIG_PORTS = 4 };
 #pragma pack(push, 1)
 
 typedef struct Q4BootConfig {
-    char signature[4]; /* "CBIO", without NUL */
+    char signature[4]; /* "CBIO", without a NUL */
     uint8_t reserved4[6];
     uint8_t byte10;
     uint8_t reserved11;

@@ -5,7 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/* Everything that carries this mark is part of the interface; everything else stays hidden. */
+/* Names with this attribute are part of the interface; all other names are hidden. */
 #define KX_EXPORT __attribute__((visibility("default")))
 
 #ifdef __cplusplus
@@ -16,8 +16,8 @@
 #define KX_END_DECLS
 #endif
 
-/* The vendor id by which the library knows its adapters. A build for another id
-   (cmake -DKXLINHW_PCI_VENDOR_ID=0x1234) passes it to every user of these headers. */
+/* The PCI vendor id of the adapters that the library manages. A build for another id (cmake
+   -DKXLINHW_PCI_VENDOR_ID=0x1234) passes it on to every user of these headers. */
 #ifndef KXLINHW_PCI_VENDOR_ID
 #define KXLINHW_PCI_VENDOR_ID 0x4B58
 #endif

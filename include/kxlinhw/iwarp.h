@@ -1,6 +1,6 @@
 /* iWARP parameters of the RDMA drivers, and the module parameter of the Ethernet driver: read from
-   and written to /sys/module/MODULE/parameters. Writes run "echo VALUE > FILE" through the shell;
-   a refused write goes unnoticed, and a set is not atomic. */
+   and written to /sys/module/MODULE/parameters. A write runs "echo VALUE > FILE" in the shell. The
+   library does not notice a refused write, and a set call is not atomic. */
 #ifndef KXLINHW_IWARP_H
 #define KXLINHW_IWARP_H
 
@@ -10,8 +10,8 @@ KX_BEGIN_DECLS
 
 #pragma pack(push, 1)
 
-/* The record of SetIwarpProps and GetIwarpProps; 332 bytes. Each field bears the name of its
-   parameter file; units are the driver's. Reserved bytes belong to the caller. */
+/* The record of SetIwarpProps and GetIwarpProps; 332 bytes. Each field has the name of its
+   parameter file and the driver's unit. Reserved bytes belong to the caller. */
 typedef struct IwarpProps {
     uint8_t reserved0[24];
     char module[128];     /* "iw_zfab3" or "iw_zfab4" */
@@ -92,28 +92,29 @@ enum KxIwarpChange {
 
 /* Write the parameters of change_mask to the files of record's module.
    record: an IwarpProps, not changed.
-   Returns 0, also when writes failed; 62 the module is not loaded; 301 a loaded module of another
-   name; 317 a bit that the module lacks (nothing is written then), or null.
+   Returns 0, also when writes failed; 62 when the module is not loaded; 301 for a loaded module
+   with another name; 317 for a bit that the module lacks (nothing is written then), or for null.
    Prints the module's name and what the commands print; logs each failure (service 10). */
 KX_EXPORT uint32_t SetIwarpProps(void* record);
 
-/* Read the parameters of record's module into its fields: nine for iw_zfab3, 29 for iw_zfab4
-   (all but cong_flavor and markers_enabled); other bytes stay as they were. A missing file gives 0.
-   record: an IwarpProps with its module filled in. *recordSize: 0 at first, 332 on success.
-   Returns 0, 62, 301, or 317 for null. Prints the module's name and what read_from_file prints. */
+/* Read the parameters of record's module into its fields: nine for iw_zfab3, 29 for iw_zfab4 (all
+   except cong_flavor and markers_enabled); other bytes do not change. A missing file gives 0.
+   record: an IwarpProps with its module filled in. *recordSize: 0 at first, 332 on success. Returns
+   0, 62, 301, or 317 for null. Prints the module's name and what read_from_file prints. */
 KX_EXPORT uint32_t GetIwarpProps(void* record, uint32_t* recordSize);
 
-/* Write tx_coal to the parameter file of the Ethernet driver zfab4 when mask holds KX_CARD_TX_COAL
-   (bit 24). moduleName is not used and may be null. Returns 0; 317 for a null block. */
+/* Write tx_coal to the parameter file of the Ethernet driver zfab4 when mask contains
+   KX_CARD_TX_COAL (bit 24). moduleName is not used and may be null. Returns 0; 317 for a null
+   block. */
 KX_EXPORT uint32_t setDriverParams(CardParams* block, uint32_t mask, const char* moduleName);
 
-/* Read the low 8 bits of that parameter into tx_coal; 0 when there is no file. moduleName is not
+/* Read the low 8 bits of that parameter into tx_coal; 0 when the file is missing. moduleName is not
    used and may be null. Returns 0; 317 for a null block. */
 KX_EXPORT uint32_t getDriverParams(CardParams* block, const char* moduleName);
 
-/* Run a shell command and print each line that it prints as "executeiwarpcommands : LINE" (longer
-   lines in pieces of 255 characters). Returns 0, whatever the command's status; -1 when there is no
-   pipe, or for null. */
+/* Run a shell command and print each line of its output as "executeiwarpcommands : LINE" (long
+   lines in pieces of 255 characters). Returns 0, whatever the exit status of the command; -1 when
+   no pipe could be created, or for null. */
 KX_EXPORT int executeCommand(const char* command);
 
 /* Read an unsigned decimal number from a file; a file without a number gives 0.

@@ -1,4 +1,4 @@
-/* The flat interface of libkxlinhw, whole.
+/* The whole flat interface of libkxlinhw.
 
    The library runs inside the agent, as root, and is not thread-safe: the agent serialises its
    calls. Functions return a status of <kxlinhw/status.h> unless they say otherwise. */

@@ -8,7 +8,7 @@
    Reading expects the window to be open (connect_to_hba).
 
    Statuses are those of the q3_ functions of <kxlinhw/flash.h> and the one below. Messages go to
-   standard error, beside those of the flash functions, unless said otherwise. */
+   standard error, as do those of the flash functions, unless said otherwise. */
 #ifndef KXLINHW_Q3_BOOT_H
 #define KXLINHW_Q3_BOOT_H
 
@@ -17,7 +17,7 @@
 KX_BEGIN_DECLS
 
 enum {
-    KX_Q3_BAD_IMAGE = 254, /* a boot image of wrong size or without its signature */
+    KX_Q3_BAD_IMAGE = 254, /* a boot image with a wrong size or without its signature */
     KX_Q3_BOOT_IMAGE_MIN = 28,
     KX_Q3_BOOT_IMAGE_MAX = 192 * 1024
 };
@@ -32,7 +32,8 @@ typedef struct Q3Settings {
     uint8_t data[441];
 } Q3Settings;
 
-/* What the option ROM tells of itself: 16 bytes that begin with its "$DM$" mark, or this. */
+/* The identification of the option ROM: either 16 bytes that begin with its "$DM$" mark, or this
+   record. */
 typedef struct Q3OptionRomVersion {
     char signature[4]; /* "$PXE" */
     uint16_t version;  /* major << 8 | minor */
@@ -42,10 +43,10 @@ typedef struct Q3OptionRomVersion {
 
 #pragma pack(pop)
 
-/* Erase the settings. The window is left open. */
+/* Erase the settings. The window stays open. */
 KX_EXPORT int32_t erase_hba_settings(uint8_t adapter);
 
-/* Erase the settings, put signature, byte 4 and length of the block right, and write it.
+/* Erase the settings, set signature, byte 4 and length of the block, and write it.
    block: 448 bytes (Q3Settings); changed in place. Closes the window, also after a failed write.
    Returns 0, -22 for null, the status of the erase, or that of the write with "ERROR: Saving
    settings failed, error %d\n". */
@@ -57,21 +58,21 @@ KX_EXPORT int32_t erase_option_rom(uint8_t adapter);
 /* Download a boot image of size bytes. Closes the window.
    Returns 0; 254, before the adapter is touched, with "ERROR: Boot image has wrong size, probably
    corrupted!\n" or "ERROR: Boot image missing signature, probably corrupted!\n"; 248 with "ERROR:
-   Boot image download failed, error 248\n", whatever failed; the status of connect_to_hba; -22 for
-   null, when the size is right. */
+   Boot image download failed, error 248\n" when any step failed; the status of connect_to_hba; -22
+   for null, when the size is valid. */
 KX_EXPORT int32_t q3_load_boot(uint8_t adapter, const uint8_t* image, uint32_t size);
 
 /* Read the settings. out: 444 bytes. Returns 0, or -22 with "ERROR: Could not read settings
    data!\n"; out may be partly written then. */
 KX_EXPORT int32_t q3_read_settings(uint8_t adapter, void* out);
 
-/* Inspect the first 512 bytes of the option ROM. out: 16 bytes, cleared first.
-   q3_get_dm_signature copies the 16 bytes that begin at the "$DM$" mark. get_pxe_oprom_version
-   makes a Q3OptionRomVersion of the version text behind "PXE-2.0"; it prints its name and the
-   version to standard output.
-   Return 0; -22 for null, or when there is no mark or no whole version text; -22 with "ERROR: Could
-   not find valid Option ROM!\n"; the status of a failing read with "ERROR: Could not read data at
-   start of Option ROM!\n". */
+/* Inspect the first 512 bytes of the option ROM. out: 16 bytes, cleared first. q3_get_dm_signature
+   copies the 16 bytes that begin at the "$DM$" mark. get_pxe_oprom_version makes a
+   Q3OptionRomVersion of the version text after "PXE-2.0"; it prints its name and the version on
+   standard output.
+   Return 0; -22 for null, or when there is no mark or no complete version text; -22 with "ERROR:
+   Could not find valid Option ROM!\n"; the status of a failing read with "ERROR: Could not read
+   data at start of Option ROM!\n". */
 KX_EXPORT int32_t q3_get_dm_signature(uint8_t adapter, void* out);
 KX_EXPORT int32_t get_pxe_oprom_version(uint8_t adapter, void* out);
 

@@ -1,9 +1,9 @@
-/* The inventory records. Every record is byte-packed and little-endian; offsets and sizes are a
-   contract with the agent. Texts are NUL-terminated within their field unless said otherwise.
+/* The inventory records. Every record is packed (no padding) and little-endian; agents rely on its
+   offsets and size. A text ends with a NUL within its field unless its comment says otherwise.
 
-   In each record the last field is the chain's next pointer. Query functions copy a record without
-   it, so the sizes an agent walks by are the KX_..._COPY constants. Pointers that stand inside a
-   copied record (stats, ports) are of no use to the agent and must not be followed. */
+   The last field of each record is the chain's next pointer. Query functions copy a record without
+   it, so an agent steps through the copies by the KX_..._COPY constants. Do not follow pointers
+   inside a copied record (stats, ports): the library has freed what they point to. */
 #ifndef KXLINHW_RECORDS_H
 #define KXLINHW_RECORDS_H
 
@@ -15,9 +15,9 @@ KX_BEGIN_DECLS
 
 /* One counter of a card or a port; 47 bytes, the first 39 are copied to the agent. */
 typedef struct StatEntry {
-    uint8_t group;  /* card statistics: 1 or 2; port statistics: 0 */
-    char name[30];  /* a port counter's name of 30 characters or more fills it without NUL */
-    uint64_t value; /* the counter */
+    uint8_t group;          /* card statistics: 1 or 2; port statistics: 0 */
+    char name[30];          /* a port counter's name of 30 or more characters has no NUL */
+    uint64_t value;         /* the counter */
     struct StatEntry* next; /* not copied */
 } StatEntry;
 
@@ -32,7 +32,7 @@ typedef struct DriverEntry {
 } DriverEntry;
 
 /* Offload-engine and driver-module parameters of a card, 231 bytes: read by GetCardInfo, and the
-   input of SetCardParam. Each field bears the name of its control file. */
+   input of SetCardParam. Each field has the name of its control file. */
 typedef struct CardParams {
     uint8_t state;                         /* 6 discovered, 2 no offload control files */
     uint32_t change_mask;                  /* which fields SetCardParam applies */
@@ -64,7 +64,7 @@ typedef struct CardParams {
     uint8_t reserved195[36];               /* not used */
 } CardParams;
 
-/* Ring sizes in descriptors, in this order wherever rings stand. */
+/* Ring sizes in descriptors; the order is the same in every record. */
 typedef struct RingSizes {
     uint32_t rx;
     uint32_t rx_mini;
@@ -78,7 +78,7 @@ typedef struct PortSettings {
     uint8_t state;           /* 2 on a discovered port */
     uint32_t change_mask;    /* which settings SetPortParam applies */
     uint8_t reserved5[20];   /* not used */
-    uint32_t port_instance;  /* set side only: handed to the persistence */
+    uint32_t port_instance;  /* only for set calls: for the recording functions */
     char mtu[8];             /* bytes, as text */
     char tx_checksum[2];     /* "1" or "0" */
     char rx_checksum[2];     /* "1" or "0" */
@@ -88,12 +88,12 @@ typedef struct PortSettings {
     uint8_t reserved47[98];  /* not used */
     uint8_t tso;             /* TCP segmentation offload, 0 or 1 */
     uint8_t gso;             /* generic segmentation offload, 0 or 1 */
-    uint32_t message_level;  /* driver message bits; taken as signed when set */
+    uint32_t message_level;  /* message bits of the driver; a set call takes them as signed */
     uint32_t rx_usecs;       /* receive interrupt coalescing, microseconds */
     uint8_t autoneg;         /* link auto-negotiation, 0 or 1 */
     uint16_t speed;          /* Mb/s */
     uint8_t duplex;          /* 0 half, 1 full */
-    uint32_t advertise;      /* set side only: ADVERTISED_* bits */
+    uint32_t advertise;      /* only for set calls: ADVERTISED_* bits */
     RingSizes rings;         /* current ring sizes */
     uint8_t pause_autoneg;   /* 0 or 1 */
     uint8_t reserved180[60]; /* not used */
@@ -108,7 +108,7 @@ typedef struct PortInfo {
     char ipv4_netmask[32];         /* dotted, empty if none */
     uint8_t reserved98[255];       /* not used */
     char interface_name[64];       /* such as eth2 */
-    char ipv6_address[32];         /* the last that fits; empty if none does */
+    char ipv6_address[32];         /* the last address that fits; otherwise empty */
     char supported_connectors[64]; /* such as "TP FIBRE " */
     char connector[25];            /* current connector */
     char wol_supported[25];        /* wake-on-LAN modes, as letters */
@@ -120,9 +120,9 @@ typedef struct PortInfo {
     RingSizes ring_maxima;         /* largest ring sizes */
     uint32_t phy_address;          /* as the driver reports it */
     char transceiver[16];          /* "Internal", "External" or "Unknown" */
-    uint8_t link_detected_again;   /* as link_detected, asked a second time */
+    uint8_t link_detected_again;   /* as link_detected, from a second request */
     PortSettings settings;         /* see above */
-    StatEntry* stats;              /* null unless statistics were asked for */
+    StatEntry* stats;              /* null unless statistics were requested */
     struct PortInfo* next;         /* not copied */
 } PortInfo;
 
@@ -132,11 +132,11 @@ typedef struct CardInfo {
     uint32_t vendor_id;        /* PCI vendor id, zero-extended */
     uint32_t device_id;        /* PCI device id, zero-extended */
     uint16_t port_count;       /* interfaces attached to the card */
-    char firmware[32];         /* the driver's firmware text; may fill the field without NUL */
-    char chip_type[5];         /* "Q3", "Q4", "Q5"; "Q4-VF" and "Q5-VF" put their NUL into model */
+    char firmware[32];         /* the driver's firmware text; may fill the field without a NUL */
+    char chip_type[5];         /* "Q3", "Q4", "Q5"; the NUL of "Q4-VF" and "Q5-VF" is in model */
     char model[64];            /* product name; empty for Q4, Q5 and virtual functions */
     uint8_t reserved127[33];   /* zero */
-    char offload_device[10];   /* "OffloadCard" (running 2 bytes into pci_class), a device name
+    char offload_device[10];   /* "OffloadCard" (its last 2 bytes are in pci_class), a device name
                                   such as "toe0", or "nic_dev" */
     uint32_t pci_class;        /* PCI device class; see offload_device */
     uint32_t irq;              /* PCI interrupt line; 0 for virtual functions */
@@ -150,13 +150,13 @@ typedef struct CardInfo {
 /* Head of one inventory, 17 bytes; never copied to the agent. */
 typedef struct CardList {
     uint8_t card_count;   /* physical functions found, at most 255 */
-    DriverEntry* drivers; /* null unless the driver inventory was asked for */
+    DriverEntry* drivers; /* null unless the driver inventory was requested */
     CardInfo* cards;      /* in libpci's device order */
 } CardList;
 
 #pragma pack(pop)
 
-/* A pointer that may stand at any address, as the list heads inside packed records do. */
+/* A pointer at any address, aligned or not, such as a list head inside a packed record. */
 typedef DriverEntry* KxDriverEntryPtr __attribute__((aligned(1)));
 typedef StatEntry* KxStatEntryPtr __attribute__((aligned(1)));
 

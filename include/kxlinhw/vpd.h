@@ -1,7 +1,7 @@
-/* Vital Product Data (VPD) of an adapter, and the serial EEPROM that holds them.
+/* Vital product data (VPD) of an adapter, and the serial EEPROM that contains them.
 
    The EEPROM is read through the PCI VPD capability at offset cap of configuration space
-   (vpd_setup). Q4 and Q5 adapters share a layout. Buffers may stand at any address; null has no
+   (vpd_setup). Q4 and Q5 adapters share a layout. Buffers may be at any address; null has no
    effect. */
 #ifndef KXLINHW_VPD_H
 #define KXLINHW_VPD_H
@@ -13,11 +13,11 @@ KX_BEGIN_DECLS
 enum {
     KX_Q3_EEPROM_SIZE = 8192, /* bytes of an EEPROM image */
     KX_Q4_EEPROM_SIZE = 32768,
-    KX_VPD_READ_SIZE = 512,   /* bytes of VPD that an EEPROM image holds */
-    KX_VPD_MOST_ENTRIES = 169 /* that parse_vpd may find in them */
+    KX_VPD_READ_SIZE = 512,   /* bytes of VPD in an EEPROM image */
+    KX_VPD_MOST_ENTRIES = 169 /* the most that parse_vpd can find */
 };
 
-/* What an entry of parse_vpd is. */
+/* The meaning of an entry of parse_vpd. */
 enum KxVpdIndex {
     KX_VPD_PRODUCT = 0, /* the identifier string */
     KX_VPD_PART = 1,    /* "PN" */
@@ -36,7 +36,8 @@ typedef struct KxVpdEntry {
 
 /* Read the parts of the EEPROM that are in use, each dword once, to their addresses in the image:
    Q4 0x400 to 0x5FF and 0x7C00 to 0x7FFF, a millisecond before each dword; Q3 0xC00 to 0xDFF and
-   0x1000 to 0x1FFF. The rest of the image stays, all of it when cap is 0. Prints a newline. */
+   0x1000 to 0x1FFF. The rest of the image does not change; with cap 0 nothing changes. Prints a
+   newline. */
 KX_EXPORT void eeprom_rd_all_Q4(uint8_t adapter, uint32_t cap, void* eeprom);
 KX_EXPORT void eeprom_rd_all_Q3(uint8_t adapter, uint32_t cap, void* eeprom);
 
@@ -48,8 +49,8 @@ KX_EXPORT void eeprom2vpd_Q3(const void* eeprom, void* vpd);
 KX_EXPORT void eeprom2sercfg_Q4(const void* eeprom, void* serial_configuration);
 KX_EXPORT void eeprom2sercfg_Q3(const void* eeprom, void* serial_configuration);
 
-/* Write the generation's tags, keywords and lengths over VPD (685 bytes Q4, 512 bytes Q3) and clear
-   its reserved areas; values stay. */
+/* Write the tags, keywords and lengths of the generation over VPD (685 bytes Q4, 512 bytes Q3) and
+   clear its reserved areas. The values do not change. */
 KX_EXPORT void vpd_init_Q4(void* vpd);
 KX_EXPORT void vpd_init_Q3(void* vpd);
 
@@ -64,9 +65,9 @@ KX_EXPORT void get_Q4(
 KX_EXPORT void get_Q3(
     uint8_t adapter, uint32_t cap, void* eeprom, void* vpd, void* serial_configuration);
 
-/* Find the product name and the keywords that have a KxVpdIndex in VPD that follow no template.
-   vpd: 512 bytes. entries: room for KX_VPD_MOST_ENTRIES; the product name comes first. *count
-   receives their number. Lengths that run past the VPD are cut. */
+/* Find the product name and the keywords with a KxVpdIndex in VPD without a fixed layout. vpd: 512
+   bytes. entries: room for KX_VPD_MOST_ENTRIES; the product name comes first. *count receives their
+   number. Lengths that reach past the VPD are cut. */
 KX_EXPORT void parse_vpd(const void* vpd, void* entries, uint32_t* count);
 
 /* Copy the value of each entry into its field of an AdapterInfoRecord, cut at the field's end. */
