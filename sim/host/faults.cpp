@@ -25,6 +25,27 @@ state::Call find_rule_call(std::string_view name) {
     return name == state::kFileCallsName ? state::Call::kFile : find_call(name);
 }
 
+// "SPAUSEPARAM eth2 autoneg 1 rx 0 tx 1"; empty for a call that is no request to a driver.
+std::string request_text(const state::LoggedCall& call) {
+    const state::Request* const request =
+        call.call == state::Call::kIoctl ? state::find_request(call.command) : nullptr;
+    if (request == nullptr || call.object[0] == '\0') {
+        return "";
+    }
+    constexpr std::string_view kPrefix = "ETHTOOL_";
+    std::string_view name = request->name;
+    name.remove_prefix(name.starts_with(kPrefix) ? kPrefix.size() : 0);
+    std::string text = std::string(name) + " " + call.object;
+    const std::uint32_t* value = call.values;
+    for (const state::RequestField& field : request->fields) {
+        if (field.name != nullptr) {
+            text += *field.name == '\0' ? "" : std::string(" ") + field.name;
+            text += " " + std::to_string(*value++);
+        }
+    }
+    return text;
+}
+
 std::string_view name_of(state::Call call) {
     return state::kCallNames[static_cast<std::size_t>(call)];
 }
@@ -138,6 +159,9 @@ Calls Host::calls() const {
         const state::LoggedCall& entry = session.log[i];
         calls.log_.push_back(
             {std::string(name_of(entry.call)), entry.object, entry.command, entry.error});
+        if (std::string request = request_text(entry); !request.empty()) {
+            calls.requests_.push_back(std::move(request));
+        }
     }
     return calls;
 }

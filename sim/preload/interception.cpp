@@ -177,6 +177,18 @@ int intercept_transfer(Call call, int descriptor, std::size_t& size) {
     return error_of(rule);
 }
 
+void note_request(const state::Request& request, const void* record) {
+    if (host() == nullptr || last_logged == nullptr) {
+        return;
+    }
+    std::uint32_t* value = last_logged->values;
+    for (const state::RequestField& field : request.fields) {
+        if (field.name != nullptr) {
+            *value++ = state::field_of(record, field);
+        }
+    }
+}
+
 void note_refusal(int error) {
     if (host() != nullptr && last_logged != nullptr) {
         last_logged->error = error;

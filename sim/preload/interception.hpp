@@ -25,6 +25,9 @@ using namespace process;  // NOLINT: the wrappers work on nothing else
 // write that fails may leave some, any other failed call none.
 [[nodiscard]] int intercept_transfer(state::Call call, int descriptor, std::size_t& size);
 
+// Note what the interface request carries that was counted last.
+void note_request(const state::Request& request, const void* record);
+
 // Note that the call that was counted last was refused by the host rather than by a rule.
 void note_refusal(int error);
 

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <linux/netlink.h>
+#include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -19,13 +20,20 @@ namespace {
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 using kxsim::state::Call;
 
-// Returns an errno, or 0.
+// What the request carries is noted before a driver changes it. Returns an errno, or 0.
 int answer_interface(Host& on, int descriptor, unsigned long request, ifreq& asked) {
     char name[IFNAMSIZ + 1] = "";
     std::memcpy(name, asked.ifr_name, IFNAMSIZ);
     const std::uint32_t command = kxsim::models::command_of(request, asked);
-    if (const int error = intercept(Call::kIoctl, name, command); error != 0) {
-        return error;
+    const int fault = intercept(Call::kIoctl, name, command);
+    const void* const record =
+        request == SIOCETHTOOL ? static_cast<const void*>(asked.ifr_data) : &asked;
+    const kxsim::state::Request* const known = kxsim::state::find_request(command);
+    if (known != nullptr && record != nullptr) {
+        note_request(*known, record);
+    }
+    if (fault != 0) {
+        return fault;
     }
     const KeepErrno keep;
     const int error =

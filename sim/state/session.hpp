@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "state/calls.hpp"
+#include "state/requests.hpp"
 
 namespace kxsim::state {
 
@@ -47,6 +48,7 @@ struct LoggedCall {
     std::uint16_t reserved;
     std::int32_t error;     // errno of the fault or the model's refusal; 0 when the call went on
     std::uint32_t command;  // of an ioctl, flags of an open
+    std::uint32_t values[kMostRequestFields];  // that an interface request carries
     char object[kObjectSize];
 };
 

@@ -365,6 +365,61 @@ TEST_F(Faults, WhatIsNotWatchedIsNotLost) {
     EXPECT_EQ(host_.read(kFile), "text\nmore\n");
 }
 
+int set_request(int socket, const char* name, void* record) {
+    ifreq request{};
+    std::strncpy(request.ifr_name, name, IFNAMSIZ);
+    request.ifr_data = static_cast<char*>(record);
+    return ioctl(socket, SIOCETHTOOL, &request);
+}
+
+TEST_F(Faults, RequestsAreLoggedWithWhatTheyCarry) {
+    ethtool_cmd link{};
+    link.cmd = ETHTOOL_SSET;
+    link.autoneg = 1;
+    link.duplex = 2;
+    link.port = 3;
+    link.advertising = 4;
+    ethtool_cmd_speed_set(&link, 100'000);
+    ethtool_ringparam rings{};
+    rings.cmd = ETHTOOL_SRINGPARAM;
+    rings.rx_pending = 1;
+    rings.rx_mini_pending = 2;
+    rings.rx_jumbo_pending = 3;
+    rings.tx_pending = 4;
+    ethtool_pauseparam pause{
+        .cmd = ETHTOOL_SPAUSEPARAM, .autoneg = 1, .rx_pause = 2, .tx_pause = 3};
+    ethtool_coalesce coalescing{};
+    coalescing.cmd = ETHTOOL_SCOALESCE;
+    coalescing.rx_coalesce_usecs = 1;
+    coalescing.rx_max_coalesced_frames = 2;
+    coalescing.tx_coalesce_usecs = 3;
+    coalescing.tx_max_coalesced_frames = 4;
+    ethtool_value level{.cmd = ETHTOOL_SMSGLVL, .data = 7};
+    ifreq mtu{};
+    std::strcpy(mtu.ifr_name, "eth1");
+    mtu.ifr_mtu = 9000;
+    host_.fail({.call = "ioctl", .nth = 5, .error = EIO});
+    const kxsim::Calls calls = host_.count([&] {
+        set_request(socket_, "eth0", &link);
+        set_request(socket_, "eth0", &rings);
+        set_request(socket_, "eth0", &pause);
+        set_request(socket_, "eth0", &coalescing);
+        EXPECT_EQ(set_request(socket_, "nosuch", &level), -1);
+        EXPECT_EQ(set_request(socket_, "sixteen_letters_", nullptr), -1);
+        ioctl(socket_, SIOCSIFMTU, &mtu);
+        driver_info("eth0", socket_);
+        int bytes = 0;
+        ioctl(socket_, FIONREAD, &bytes);
+    });
+    EXPECT_THAT(
+        calls.requests(),
+        ElementsAre(
+            "SSET eth0 autoneg 1 speed 100000 duplex 2 advertising 4 port 3",
+            "SRINGPARAM eth0 rx 1 mini 2 jumbo 3 tx 4", "SPAUSEPARAM eth0 autoneg 1 rx 2 tx 3",
+            "SCOALESCE eth0 rx_usecs 1 rx_frames 2 tx_usecs 3 tx_frames 4", "SMSGLVL nosuch 7",
+            "SIOCSIFMTU eth1 9000", "GDRVINFO eth0"));
+}
+
 TEST_F(Faults, TheCallsOfAKindAreNamedInTheirOrder) {
     const kxsim::Calls calls = host_.count([&] {
         const AnOpenFile file;

@@ -13,12 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "support/request_spy.hpp"
 #include "support/shell.hpp"
 
 namespace {
 
-using test::RequestSpy;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
@@ -93,7 +91,6 @@ protected:
     void start() {
         std::memset(&params_, 0, sizeof params_);
         std::memset(errStr, 0, KX_DETAIL_SIZE);
-        RequestSpy::clear();
         host_.file("/etc/sysctl.conf", "");
     }
 
@@ -281,8 +278,8 @@ TEST_F(OffloadSettings, AValueThatCannotBeSavedIsStillApplied) {
 
 TEST_F(OffloadSettings, TurningTheEngineOnBringsTheDeviceUpFirst) {
     put(kRows[0], 1);
-    EXPECT_EQ(set(), 0U);
-    EXPECT_THAT(RequestSpy::lines(), Contains("SIOCDEVPRIVATE eth2"));
+    const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(set(), 0U); });
+    EXPECT_THAT(calls.requests(), Contains("SIOCDEVPRIVATE eth2"));
     EXPECT_EQ(written("activated"), "1\n");
 }
 
@@ -292,18 +289,18 @@ TEST_F(OffloadSettings, TurningItOffOrSettingOthersDoesNot) {
     start();
     params_.activated = 1;
     put(kRows[7], 1448);
-    EXPECT_EQ(set(), 0U);
-    EXPECT_THAT(RequestSpy::lines(), Not(Contains("SIOCDEVPRIVATE eth2")));
+    const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(set(), 0U); });
+    EXPECT_THAT(calls.requests(), Not(Contains("SIOCDEVPRIVATE eth2")));
     EXPECT_EQ(written("activated"), "0\n") << "by the first call";
 }
 
 TEST_F(OffloadSettings, AFailedActivationStillAppliesTheOthers) {
     put(kRows[0], 2);
     put(kRows[7], 1448);
-    EXPECT_EQ(set(), 70U);
+    const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(set(), 70U); });
     EXPECT_EQ(written("mss"), "1448\n");
     EXPECT_STREQ(GetErrStr(70), "Set activated for 03:00.4 failed: Invalid set value; ");
-    EXPECT_THAT(RequestSpy::lines(), Not(Contains("SIOCDEVPRIVATE eth2")));
+    EXPECT_THAT(calls.requests(), Not(Contains("SIOCDEVPRIVATE eth2")));
 }
 
 constexpr char kNoDevice[] = "Set TOE Parameter(s) failed for 03:00.4: Resource not available";
@@ -319,7 +316,7 @@ TEST_F(OffloadSettings, APortThatIsNotListedWritesNothingOfAnyDevice) {
         }
         params_.change_mask = params_.change_mask | 0x1000000;
         params_.tx_coal = 5;
-        EXPECT_EQ(set(), 70U);
+        const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(set(), 70U); });
         EXPECT_STREQ(GetErrStr(70), kNoDevice);
         for (const Row& row : kRows) {
             EXPECT_EQ(
@@ -328,7 +325,7 @@ TEST_F(OffloadSettings, APortThatIsNotListedWritesNothingOfAnyDevice) {
         }
         EXPECT_EQ(saved(), "");
         EXPECT_EQ(host_.read("/sys/module/zfab4/parameters/tx_coal"), "0\n") << "not reached";
-        EXPECT_THAT(RequestSpy::lines(), Contains("SIOCDEVPRIVATE eth2"))
+        EXPECT_THAT(calls.requests(), Contains("SIOCDEVPRIVATE eth2"))
             << "it may have been listed then";
     }
 }
@@ -381,12 +378,12 @@ TEST_F(OffloadSettings, ACardWithoutAPortWritesNothingOfAnyDevice) {
     card.params.activated = 1;
     card.params.mss = 1448;
     card.params.change_mask = 0x82;
-    EXPECT_EQ(setCardParams(&card), 70U);
+    const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(setCardParams(&card), 70U); });
     EXPECT_STREQ(GetErrStr(70), kNoDevice);
     EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/activated"), "0\n");
     EXPECT_EQ(host_.read("/proc/sys/toe/toe0_tom/mss"), "1\n");
     EXPECT_EQ(saved(), "");
-    EXPECT_THAT(RequestSpy::lines(), testing::IsEmpty());
+    EXPECT_THAT(calls.requests(), testing::IsEmpty());
 }
 
 TEST_F(OffloadSettings, ALocationThatFillsItsFieldNamesTheCardInMessages) {

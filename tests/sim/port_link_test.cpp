@@ -1,6 +1,7 @@
 // The link settings of a port: auto-negotiation or a forced speed, advertised modes, message level.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
 
 #include <cerrno>
 #include <initializer_list>

@@ -1,6 +1,8 @@
 // The setter groups of a single request: MTU, coalescing, restart of auto-negotiation.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
 
 #include <cerrno>
 
@@ -88,7 +90,9 @@ TEST_F(PortMtu, NamesAreSentWithSixteenCharactersAtMost) {
     EXPECT_EQ(set(setMTU, 4, (name15 + "p").c_str()), 0) << "the kernel reads fifteen";
     EXPECT_EQ(set(setMTU, 4, std::string(63, 'z').c_str()), 1);
     EXPECT_THAT(
-        test::RequestSpy::names(), ElementsAre(name15 + '\0', name15 + "p", std::string(16, 'z')));
+        requests(), ElementsAre(
+                        "SIOCSIFMTU " + name15 + " 1500", "SIOCSIFMTU " + name15 + "p 1500",
+                        "SIOCSIFMTU " + std::string(16, 'z') + " 1500"));
 }
 
 class PortCoalescing : public test::PortOnHost {};

@@ -1,6 +1,7 @@
 // The five offload switches of a port, one row each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
 
 #include <cerrno>
 
@@ -158,7 +159,7 @@ TEST_F(PortOffloads, ALongInterfaceNameIsToldWholeAndSentWithFifteenCharacters) 
     settings_.tso = 1;
     EXPECT_EQ(set(setOffloads, 0x400, name.c_str()), 0x400);
     EXPECT_EQ(detail(), "Set TCPSegmentOffLoad for " + name + " failed: Unknown Error; ");
-    EXPECT_THAT(test::RequestSpy::names(), ElementsAre(std::string(15, 'n') + '\0'));
+    EXPECT_THAT(requests(), ElementsAre("STSO " + std::string(15, 'n') + " 1"));
 }
 
 TEST_F(PortOffloads, AFailureToSaveIsNoFailure) {

@@ -1,6 +1,7 @@
 // The pause settings of a port.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
 
 #include <cerrno>
 #include <initializer_list>

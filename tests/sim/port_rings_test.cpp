@@ -1,6 +1,7 @@
 // The ring sizes of a port, one row each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
 
 #include <cerrno>
 

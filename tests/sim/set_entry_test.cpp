@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -16,7 +18,6 @@
 namespace {
 
 using test::put;
-using test::RequestSpy;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -43,9 +44,10 @@ protected:
     uint32_t set_port(const char* location, int port) {
         const auto attached = host_.attach();
         std::string text = location;
-        RequestSpy::clear();
+        uint32_t status = 0;
         testing::internal::CaptureStdout();
-        const uint32_t status = SetPortParam(&record_, text.data(), port);
+        requests_ =
+            host_.count([&] { status = SetPortParam(&record_, text.data(), port); }).requests();
         testing::internal::GetCapturedStdout();
         return status;
     }
@@ -57,9 +59,9 @@ protected:
     }
 
     // The requests that change something.
-    static std::vector<std::string> settings_sent() {
+    [[nodiscard]] std::vector<std::string> settings_sent() const {
         std::vector<std::string> lines;
-        for (const std::string& line : RequestSpy::lines()) {
+        for (const std::string& line : requests_) {
             if (line.starts_with('S') || line.starts_with("NWAY")) {
                 lines.push_back(line);
             }
@@ -90,6 +92,7 @@ protected:
     }
 
     kxsim::Host host_;
+    std::vector<std::string> requests_;  // of the last call
     PortInfo record_{};
     CardParams params_{};
 };
@@ -144,19 +147,19 @@ TEST_F(SetEntry, EachGroupRunsForEachOfItsBitsAndNoOther) {
     fill_settings();
     record_.settings.change_mask = 0;
     EXPECT_EQ(set_port("03:00.4", 1), 0U);
-    const std::size_t of_inventory = RequestSpy::lines().size();
+    const std::size_t of_inventory = requests_.size();
     uint32_t known = 0;
     for (const Row& row : rows) {
         known |= row.bit;
         record_.settings.change_mask = row.bit;
         EXPECT_EQ(set_port("03:00.4", 1), 0U) << row.first_request;
-        ASSERT_GT(RequestSpy::lines().size(), of_inventory) << row.bit;
-        EXPECT_EQ(RequestSpy::lines()[of_inventory], row.first_request);
-        EXPECT_LE(RequestSpy::lines().size(), of_inventory + 2) << "one group only";
+        ASSERT_GT(requests_.size(), of_inventory) << row.bit;
+        EXPECT_EQ(requests_[of_inventory], row.first_request);
+        EXPECT_LE(requests_.size(), of_inventory + 2) << "one group only";
     }
     record_.settings.change_mask = ~known;
     EXPECT_EQ(set_port("03:00.4", 1), 0U);
-    EXPECT_EQ(RequestSpy::lines().size(), of_inventory) << "other bits ask for nothing";
+    EXPECT_EQ(requests_.size(), of_inventory) << "other bits ask for nothing";
 }
 
 TEST_F(SetEntry, EveryFailureIsToldAndNoneStopsTheOthers) {

@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "support/request_spy.hpp"
-
 namespace test {
 
 constexpr char kConfFile[] = "/etc/kestrix-plexo/kxportparams.conf";
@@ -36,7 +34,7 @@ protected:
     ~PortOnHost() override { std::memset(errStr, 0, KX_DETAIL_SIZE); }
 
     void clear() {
-        RequestSpy::clear();
+        requests_.clear();
         std::memset(errStr, 0, KX_DETAIL_SIZE);
         host_.file(kConfFile, "");
     }
@@ -45,18 +43,22 @@ protected:
     int set(Setter setter, uint32_t mask, const char* interface_name = "eth2") {
         const auto attached = host_.attach();
         testing::internal::CaptureStdout();
-        const int status = setter(interface_name, &settings_, mask);
+        int status = 0;
+        const kxsim::Calls calls =
+            host_.count([&] { status = setter(interface_name, &settings_, mask); });
         printed_ = testing::internal::GetCapturedStdout();
+        requests_.insert(requests_.end(), calls.requests().begin(), calls.requests().end());
         return status;
     }
 
-    [[nodiscard]] static const Lines& requests() { return RequestSpy::lines(); }
+    [[nodiscard]] const Lines& requests() const { return requests_; }
     [[nodiscard]] static std::string detail() { return errStr; }
     [[nodiscard]] std::string saved() const { return host_.read(kConfFile); }
 
     kxsim::Host host_;
     PortSettings settings_{};
     std::string printed_;
+    Lines requests_;  // of all calls since the last clear
 };
 
 }  // namespace test

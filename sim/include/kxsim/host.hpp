@@ -162,6 +162,11 @@ public:
     // these.
     [[nodiscard]] std::vector<std::string> names(std::string_view call) const;
 
+    // The requests to drivers of interfaces in their order, each with its interface and the values
+    // that it carries: "GCOALESCE eth2", "SPAUSEPARAM eth2 autoneg 1 rx 0 tx 1", "SIOCSIFMTU eth2
+    // 9000". Names of Ethernet tool commands stand without "ETHTOOL_".
+    [[nodiscard]] const std::vector<std::string>& requests() const { return requests_; }
+
     // Every call in its order but for allocations. A window keeps the first 65536.
     [[nodiscard]] const std::vector<LoggedCall>& log() const { return log_; }
 
@@ -169,6 +174,7 @@ private:
     friend class Host;
     std::vector<std::uint64_t> counts_;
     std::vector<LoggedCall> log_;
+    std::vector<std::string> requests_;
 };
 
 class Host;
