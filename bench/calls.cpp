@@ -1,5 +1,5 @@
-// Makes a number of calls and nothing else. What strace counts in k + 1 of them and not in k is one
-// warm call; callgrind counts the last one alone.
+// Makes a number of calls and nothing else. The difference of strace's counts for k + 1 calls and
+// for k calls is one warm call; callgrind counts only the last call.
 //
 //     kx-bench-calls CASE library|floor COUNT
 //     kx-bench-calls CASE agree             the library and the floor give the same bytes

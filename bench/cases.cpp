@@ -54,7 +54,8 @@ PortInfo& port_record() {
 void address() { expect_success(getAddress(kPort, &port_record())); }
 void address_floor() { floor::address(kPort, &port_record()); }
 
-// What the nine commands tell of one port: by its name, without a look at the bus.
+// The same data about one port as nine command-line tools give: by its name, without reading the
+// bus.
 void one_port() {
     PortInfo& port = port_record();
     expect_success(getAddress(kPort, &port));
@@ -62,7 +63,8 @@ void one_port() {
 }
 void one_port_floor() { floor::one_port(kPort, &port_record()); }
 
-// Settings that these interfaces take; the recorded values go to a file that is not the machine's.
+// Settings that these interfaces accept. The values are recorded in a file of the measured machine,
+// not of the real one.
 void set_port() {
     PortInfo& port = port_record();
     PortSettings& settings = port.settings;
@@ -76,7 +78,7 @@ void set_port() {
     expect_success(setPortParams(&port));
 }
 
-// All parameters of the driver but the one it lacks.
+// All parameters except the one that the driver lacks.
 void set_iwarp() {
     IwarpProps props{};
     std::memcpy(props.module, "iw_zfab4", 9);

@@ -1,4 +1,4 @@
-// What is measured: calls of the library, and the floor for the same answer.
+// The measured cases: calls of the library, and the floor for the same answer.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@ namespace bench {
 struct Case {
     std::string_view name;
     void (*library)();
-    void (*floor)();  // null: there is none; the call is counted and explained
+    void (*floor)();  // null: no floor; the call is only counted
 };
 
 [[nodiscard]] std::span<const Case> cases();
 [[nodiscard]] const Case* find_case(std::string_view name);
 
-// The answer of the last call; pointers in it, which mean nothing to an agent, are cleared.
+// The answer of the last call, with its pointers cleared: they mean nothing to an agent.
 [[nodiscard]] std::string_view answer();
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-# How the scripts here count: sourced by them. KXBENCH_BUILD is the build directory.
+# Counting functions that the scripts here source. KXBENCH_BUILD is the build directory.
 # shellcheck shell=bash
 programs=${KXBENCH_BUILD:?}/bench
 

@@ -1,5 +1,5 @@
-// What the adapters' drivers add to the answers of the real interfaces below them: the bus location
-// and the firmware. It stands in front of ioctl, the same for the library and for the floor.
+// Adds to the answers of the real interfaces what the adapters' drivers would add: the bus location
+// and the firmware. It replaces ioctl, for the library and for the floor alike.
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <net/if.h>

@@ -14,10 +14,10 @@ constexpr uint32_t kAddress = 0x100000;
 constexpr uint32_t kPage = 256;
 constexpr uint32_t kMebibyte = 1 << 20;
 
-// A flash that is done when it is asked: what is counted is what software must do at least.
+// A flash that is always ready, so that the count is the least that software must do.
 const kxsim::Flash kPrompt{.busy_polls = 0, .program_polls = 0, .erase_polls = 0};
 
-// A Q4 and a Q3 adapter; the process is on their host.
+// A host with a Q4 and a Q3 adapter; the process runs on it.
 struct Adapters {
     Adapters() {
         host.adapter({.chip = "Q4", .location = "03:00.4", .flash = kPrompt});
@@ -71,7 +71,7 @@ void add(const char* name, bool q4, Operation operation) {
     })->Unit(benchmark::kMillisecond);
 }
 
-// Each page is read back and compared by the write itself.
+// The write itself reads each page back and compares it.
 int32_t write_mebibyte(uint8_t adapter) {
     for (uint32_t at = 0; at < kMebibyte; at += kPage) {
         const int32_t status = q4_write_flash(adapter, kAddress + at, kPage, data().data() + at, 1);

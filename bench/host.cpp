@@ -1,10 +1,10 @@
-// Runs a command on a machine of a chosen size: a network and a file tree of its own, in which the
-// interfaces are real (veth pairs, answered by the real kernel) and the adapters' functions,
+// Runs a command on a machine of a chosen size. The machine has its own network and file tree: the
+// interfaces are real (veth pairs, for which the real kernel answers); the adapters' functions,
 // modules and control files are plain files.
 //
 //     kx-bench-host --interfaces 1000 --devices 64 --ports 4 -- COMMAND...
 //
-// The real machine is not touched: all of it goes away with the command.
+// The real machine does not change: everything disappears when the command ends.
 #include <getopt.h>
 #include <kxlinhw/settings.h>
 #include <sched.h>
@@ -40,7 +40,7 @@ struct Size {
     bool installed = false;  // the maker's thirteen modules have files
 };
 
-constexpr char kStage[] = "/mnt";  // where the tree is built, out of the command's way
+constexpr char kStage[] = "/mnt";  // where the tree is built; the command does not use it
 constexpr unsigned kModuleDirectories = 300;
 
 constexpr const char* kOwnModules[] = {
@@ -78,7 +78,7 @@ void add_offload(kxsim::Host& host, unsigned ports) {
     host.toe_device(device);
 }
 
-// The newest directories are listed first: a walk comes to the maker's modules last.
+// The directory list begins with the newest entries, so a walk reaches the maker's modules last.
 void add_modules(kxsim::Host& host, const Size& size) {
     std::map<std::string, std::string> iwarp;
     for (const auto& row : kx::settings::kIwarpParameters) {
@@ -109,7 +109,7 @@ void mount_over(const std::string& from, const std::string& to) {
     must(mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr), "mount " + to);
 }
 
-// The directory with what it has, and whatever is written to it kept apart.
+// The directory with its content; what the command writes to it is stored elsewhere.
 void make_private(const std::string& directory) {
     const std::string stage = kStage + std::string("/over") + directory;
     fs::create_directories(stage + "/upper");
@@ -120,7 +120,8 @@ void make_private(const std::string& directory) {
         mount("overlay", directory.c_str(), "overlay", 0, options.c_str()), "overlay " + directory);
 }
 
-// The kernel's /proc takes no files: another one holds them, and links to all else of the kernel's.
+// No files can be created in the kernel's /proc. Another directory holds them, with links to all
+// other files of the kernel.
 void replace_proc(const std::string& tree) {
     const std::string kernel = std::string(kStage) + "/proc";
     fs::create_directories(kernel);
@@ -151,7 +152,7 @@ void build(const Size& size) {
     const std::string tree = host.root() + "/tree";
     make_private("/etc");
     fs::create_directories("/etc/kestrix-plexo");
-    std::ofstream(KX_PORT_PARAMETER_FILE);  // as the agent's installation leaves it
+    std::ofstream(KX_PORT_PARAMETER_FILE);  // as after the installation of an agent
     make_private("/usr/lib");
     fs::create_directories("/usr/lib/modules");
     if (fs::exists(tree + "/lib/modules")) {

@@ -29,7 +29,7 @@ long status(const char* key) {
     return value;
 }
 
-// From here on the peak is that of what follows.
+// From now on the peak is that of the following calls.
 void forget_peak() {
     std::FILE* const file = std::fopen("/proc/self/clear_refs", "we");
     if (file != nullptr) {

@@ -1,5 +1,5 @@
-// CPU time of library and floor, called by turns in one process so that what else the machine does
-// strikes both.
+// CPU time of library and floor. One process calls them alternately, so that other load on the
+// machine affects both.
 //
 //     kx-bench-pairs CASE... [Google Benchmark's options]
 #include <benchmark/benchmark.h>

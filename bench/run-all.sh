@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Measures everything and writes docs/performance.md.
 #
-#     bench/run-all.sh [BUILD-DIRECTORY]    as root: it makes networks, which go away with it
+#     bench/run-all.sh [BUILD-DIRECTORY]    as root: it creates networks, which disappear when it ends
 #
-# Each measurement runs on a machine of a chosen size (kx-bench-host). One warm call costs what a
-# process that makes k + 1 calls has more than one that makes k.
+# Each measurement runs on a machine of a chosen size (kx-bench-host). The cost of one warm call is
+# the difference between a process with k + 1 calls and a process with k calls.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -49,8 +49,8 @@ cpu() {
 
 # --- On the measured machine ---
 
-# measure TITLE CASE CALL-GOAL INSTRUCTION-GOAL CPU-GOAL [COUNTERS]: a row of the first table. With a
-# number of counters the instructions' goal is what each may take above the floor.
+# measure TITLE CASE CALL-GOAL INSTRUCTION-GOAL CPU-GOAL [COUNTERS]: a row of the first table. With
+# a number of counters, the goal limits the instructions that each counter may take above the floor.
 measure() {
     local title=$1 case=$2 goals=("${@:3:3}") counters=${6:-}
     "$programs/kx-bench-calls" "$case" agree >/dev/null
@@ -76,8 +76,9 @@ measure() {
         "$(printf '%.2f' "${times[2]}")" "${goals[2]} $(verdict "${times[2]}" "${goals[2]}")"
 }
 
-# beside TITLE CASE PARTS-OF-INSTRUCTIONS PARTS-OF-WALL COMMAND...: our warm call and whole processes
-# that tell the same. Commands are words of the shell, one argument each; 0 parts set no goal.
+# beside TITLE CASE PARTS-OF-INSTRUCTIONS PARTS-OF-WALL COMMAND...: our warm call compared with
+# whole processes that give the same data. Commands are words of the shell, one argument each; 0
+# parts set no goal.
 beside() {
     local title=$1 case=$2 work_goal=$3 wall_goal=$4 command words
     local ours theirs=0 our_wall their_wall=0
@@ -155,7 +156,7 @@ counted_table() {
     on -- counted_row 'SetIwarpProps, all 30 parameters of iw_zfab4' SetIwarpProps
 }
 
-# The lines of operations begin with their family; the others are what the library prints.
+# Lines about operations begin with the family; the library prints the other lines.
 flash_table() {
     row Operation 'Register accesses' must ''
     row --- ---: ---: ---
@@ -239,7 +240,7 @@ startup_table() {
     done
 }
 
-# What one host costs that is asked once a minute, from the times measured here.
+# The cost of one query a minute on one host, computed from the measured times.
 scale_table() {
     row Call 'CPU ms a call' 'each minute: CPU s per host and day' '10,000 hosts: CPU hours a day'
     row --- ---: ---: ---:

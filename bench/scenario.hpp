@@ -1,4 +1,4 @@
-// The measured machine, as its maker (host.cpp) and what runs on it agree on it.
+// The measured machine: what host.cpp, which builds it, and the programs that run on it share.
 #pragma once
 
 namespace bench {

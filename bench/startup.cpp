@@ -1,4 +1,4 @@
-// Loads a library and tells how many microseconds of CPU that took.
+// Loads a library and prints how many microseconds of CPU time that took.
 #include <dlfcn.h>
 #include <time.h>
 

@@ -9,7 +9,7 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# Tests and the simulated host run from the build tree; every product lands in its root.
+# Tests and the simulated host run from the build tree; all products are in its root.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 
@@ -20,7 +20,7 @@ if(KXLINHW_STRICT)
 endif()
 
 # Exported functions are called by their exported names, so that an agent or a simulated host can
-# put its own in front. clang would inline them otherwise.
+# replace them. clang would inline them otherwise.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(kx_options INTERFACE -fsemantic-interposition)
 endif()
@@ -37,7 +37,8 @@ if(KXLINHW_HARDEN AND NOT KXLINHW_SANITIZE)
 endif()
 
 if(KXLINHW_SANITIZE)
-  # Not vptr: it opens a pipe to look at an object, and some tests take all descriptors.
+  # Without vptr: this check opens a pipe to examine an object, and some tests use up all
+  # descriptors.
   add_compile_options(-fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)

@@ -3,18 +3,18 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-/* The query functions are not told how large a buffer is: it must hold the most that there can be.
-   A host has at most 255 cards, a card's ports are numbered up to 255. */
+/* The query functions do not know the size of a buffer, so it must hold the largest possible
+   result. A host has at most 255 cards; port numbers of a card go up to 255. */
 enum { MOST_RECORDS = 255 };
 
-/* A status of the library as text, for people. Some codes have none. */
+/* The text of a status. Some statuses have no text. */
 static void complain(const char* what, uint32_t status) {
     const char* text = GetErrStr((int32_t)status);
     fprintf(stderr, "%s: %s (status %u)\n", what, text != NULL ? text : "no text", status);
 }
 
-/* Records come back one behind the other, each without its last field, the next pointer; so an
-   agent steps by the KX_..._COPY constants and not by sizeof. */
+/* Queries return consecutive records without their last field, the next pointer. Therefore step by
+   the KX_..._COPY constants and not by sizeof. */
 static uint32_t list_ports(const CardInfo* card, char* buffer) {
     uint32_t length = 0;
     const uint32_t status = GetPortInfo(card->pci_bus_location, buffer, &length);

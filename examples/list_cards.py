@@ -21,7 +21,7 @@ for query, before in (("GetCardInfo", []), ("GetPortInfo", [ctypes.c_char_p])):
     function.restype = ctypes.c_uint32
     function.argtypes = [*before, ctypes.c_void_p, ctypes.POINTER(ctypes.c_uint32)]
 
-# The query functions are not told how large a buffer is: it must hold the most that there can be.
+# The query functions do not know the size of a buffer, so it must hold the largest possible result.
 MOST_RECORDS = 255
 
 

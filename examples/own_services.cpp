@@ -1,9 +1,9 @@
-// An agent that supplies services of its own. The library logs, runs shell commands and starts the
-// maker's tool through functions that it leaves to the agent; it carries weak stand-ins for them.
-// An agent that defines them, in the program itself, gets them called instead.
+// An agent that supplies its own services. The library logs, runs shell commands and starts the
+// maker's tool through functions for which it has weak default definitions. When an agent defines
+// these functions in the program itself, the library calls those instead.
 //
-// Here the library's messages go into the agent's log, every shell command is announced there
-// before it runs, and the maker's tool is never started.
+// This agent writes the library's messages to its own log, logs every shell command before it runs,
+// and never starts the maker's tool.
 #include <kxlinhw/host.h>
 #include <kxlinhw/kxlinhw.h>
 #include <kxlinhw/vmutils.h>
@@ -18,7 +18,8 @@
 
 namespace {
 
-// The agent's log: a line on standard error, led by the priority that syslog and systemd know.
+// The agent's log: one line on standard error for each message; it begins with the priority, as
+// syslog and systemd expect.
 void log_line(int priority, const std::string& text) {
     std::fprintf(stderr, "<%d>agent: %s\n", priority, text.c_str());
 }
@@ -44,7 +45,7 @@ struct FreeMemory {
 
 }  // namespace
 
-// The logger. The message comes as for printf.
+// The logger. Format and values are those of printf.
 void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, ...) {
     std::array<char, 512> message{};  // a longer one is cut
     std::va_list values;
@@ -56,8 +57,8 @@ void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, .
         "[library " + std::to_string(static_cast<int>(module)) + "] " + message.data());
 }
 
-// The library names the origin of some messages by a service number; this agent numbers its modules
-// likewise.
+// The library names the origin of some messages by a service number; this agent uses the same
+// numbers for its modules.
 ModName KxLogger::MapSVCToModName(int service) { return static_cast<ModName>(service); }
 
 // The command runner. The library reaches it through BridgeUtils::getControl().
@@ -84,7 +85,7 @@ int mx_cmd_wraper(int count, char** arguments) {
 
 namespace {
 
-// Reading the parameters of a module logs through the agent when there is no such module.
+// Reading the parameters of a missing module logs a message through the agent.
 void show_iwarp(const std::string& module) {
     IwarpProps properties{};
     module.copy(properties.module, sizeof properties.module - 1);
@@ -94,7 +95,7 @@ void show_iwarp(const std::string& module) {
     }
 }
 
-// Looking for the adapters' buses runs lspci through the agent.
+// Finding the buses of the adapters runs lspci through the agent.
 void show_buses() {
     VMUtils machines;
     std::unique_ptr<KxCardBus, FreeMemory> node(machines.getCardsInfo());

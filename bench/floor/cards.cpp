@@ -1,4 +1,4 @@
-// What GetCardInfo answers.
+// The answer of GetCardInfo.
 #include <kxlinhw/records.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -34,7 +34,7 @@ std::size_t read_text(const char* path, char* text, std::size_t size) {
     return length;
 }
 
-// A list longer than one read would have to be read to its end; that the end is there takes one.
+// The library reads the list to its end, so it needs one more read to find the end.
 std::span<const char> loaded_modules() {
     static char text[1 << 16];
     struct stat status;
@@ -64,7 +64,7 @@ bool is_loaded(std::span<const char> list, const char* module) {
     return false;
 }
 
-// The bus is read through libpci, by contract; what it does not need to be asked for, it is not.
+// The bus is read through libpci, by contract, and only the necessary fields are requested.
 std::span<const Function> find_adapters(int fields) {
     static Function found[20];
     std::size_t count = 0;

@@ -9,7 +9,7 @@
 
 namespace bench::floor {
 
-// What the file holds, as text; empty when there is none. Gives its length.
+// The content of the file as text; empty when there is no file. Returns its length.
 std::size_t read_text(const char* path, char* text, std::size_t size);
 
 template <std::size_t N>
@@ -21,8 +21,8 @@ std::size_t read_text(const char* path, char (&text)[N]) {
 std::span<const char> loaded_modules();
 bool is_loaded(std::span<const char> list, const char* module);
 
-// The functions of the maker on the PCI bus, in libpci's order; `fields` of them are read beside
-// their identity.
+// The functions of the maker on the PCI bus, in libpci's order; `fields` selects what is read in
+// addition to their identity.
 struct Function {
     char location[16];
     unsigned vendor;

@@ -1,12 +1,12 @@
-// The floor: the same answers as the library's, from programs that make the necessary system calls
-// and no others, keep no inventory and allocate nothing. They know the measured machine (two Q5
-// adapters, ports named eth0 on), check nothing that cannot go wrong there, and are no example of
-// how to do it.
+// The floor: functions that give the same answers as the library with only the necessary system
+// calls. They keep no inventory and allocate nothing. They rely on the measured machine (two Q5
+// adapters, ports from eth0), and do not check what cannot fail there, so they are not an example
+// for agents.
 //
-// Necessary is what the interface promises whoever watches: the module list, the identity of every
-// PCI function as libpci reads it (and libpci's own work for that), driver information of every
-// interface, every request and both files of each port, every control file, every directory of the
-// module tree.
+// A system call is necessary when the interface promises it to observers: the module list, the
+// identity of every PCI function as libpci reads it (and libpci's own work for that), driver
+// information of every interface, every request and both files of each port, every control file,
+// every directory of the module tree.
 #pragma once
 
 #include <cstdint>

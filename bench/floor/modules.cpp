@@ -1,4 +1,4 @@
-// What GetDriverDetails answers: one walk of the module tree for all thirteen names.
+// The answer of GetDriverDetails: one walk of the module tree for all thirteen names.
 #include <dirent.h>
 #include <elf.h>
 #include <fcntl.h>
@@ -19,7 +19,7 @@ namespace {
 
 struct Module {
     const char* name;
-    const char* listed;  // as what the list of loaded modules has it
+    const char* listed;  // the name in the list of loaded modules
 };
 
 constexpr Module kModules[] = {

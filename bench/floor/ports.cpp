@@ -1,4 +1,4 @@
-// What GetPortInfo and getAddress answer.
+// The answers of GetPortInfo and getAddress.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <kxlinhw/records.h>
@@ -143,7 +143,7 @@ void parameters(int socket, PortInfo& port) {
     rings_and_pause(ask, port);
 }
 
-// Addresses of ports, by their number; of other interfaces the next one is looked at.
+// Stores addresses of ports by the number of the port; skips other interfaces.
 void copy_address(const ifaddrs& entry, PortInfo& port) {
     if (entry.ifa_addr == nullptr) {
         return;

@@ -1,4 +1,4 @@
-// What GetPortStat answers for the first port. The counters of every port are asked for.
+// The answer of GetPortStat for the first port. It requests the counters of every port.
 #include <kxlinhw/records.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-# Puts the paragraph requests of scdoc(1) where they begin a paragraph: one at the end of an
-# indentation goes behind it; one next to a heading or at the end of the page goes away. So do
-# blanks at the end of a line.
+# Moves the paragraph requests of scdoc(1) to the beginning of paragraphs: a request at the end of
+# an indentation moves after it; a request next to a heading or at the end of the page is removed.
+# Blanks at the end of a line are removed too.
 {
     sub(/[ \t]+$/, "")
 }

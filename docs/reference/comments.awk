@@ -1,15 +1,15 @@
-# Makes documentation comments of the headers' plain ones, as doxygen wants them, and gives each
-# declaration of a group the comment that stands over the group. Blocks that are indented further
-# than their comment (layouts, messages) are shown as they stand.
+# Converts the plain comments of the headers into documentation comments of doxygen, and gives each
+# declaration of a group the comment above the group. Blocks that are indented further than their
+# comment (layouts, messages) are shown as they stand.
 
-# A line of a comment's text in which nothing is a command of doxygen's.
+# A line of comment text, escaped so that doxygen finds no commands in it.
 function plain(text) {
     gsub(/\\/, "\\\\&", text)
     gsub(/[@<>#%&$]/, "\\\\&", text)
     return text
 }
 
-# Takes in one line of a block comment, which begins at `column`.
+# Reads one line of a block comment that begins at `column`.
 function take(line,    text, indented) {
     text = line
     sub(/^ *\/\*/, "", text)
@@ -42,7 +42,7 @@ function print_comment() {
     next
 }
 
-# A comment that has its lines to itself.
+# A comment on lines of its own.
 /^ *\/\*/ {
     column = match($0, /\//)
     comment = ""
@@ -61,12 +61,12 @@ function print_comment() {
     comment = ""
 }
 
-# The second declaration of a group and those behind it.
+# The second and later declarations of a group.
 comment != "" && used && !continued && /^((extern )?KX_EXPORT| +(int|virDomainPtr|char16_t\*) )/ {
     print_comment()
 }
 
-# A comment behind a declaration, which may go on in the next lines.
+# A comment after a declaration, which may continue on the next lines.
 /[;,{] *\/\*/ || /^ *KX_[A-Z_0-9]+ = [^,]* *\/\*/ {
     text = $0
     while (text !~ /\*\//) {

@@ -3,8 +3,8 @@
 #
 #     tools/checks/abi.sh [--update] [LIBRARY]
 #
-# Ends with 0 when they are the same, and prints the difference otherwise. --update writes the
-# baseline anew; agents that are already built must be able to live with what changes in it.
+# Ends with 0 when they are the same, and prints the difference otherwise. --update writes a new
+# baseline; its changes must be compatible with agents that are already built.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 update=

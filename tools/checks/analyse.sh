@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Static analysis beside clang-tidy: cppcheck over the library's sources, shellcheck over all
-# scripts, codespell over all texts, the compiler's own analyser over what it understands. Ends with
-# 1 when one of them has something to say.
-# shellcheck disable=SC2317  # functions are called through check()
+# Static analysis in addition to clang-tidy: cppcheck over the library's sources, shellcheck over
+# all scripts, codespell over all texts, the compiler's own analyser over what it understands. Ends
+# with 1 when one of them reports something.
+# shellcheck disable=SC2317 # functions are called through check()
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cd "$root"
@@ -20,17 +20,17 @@ check() { # NAME COMMAND...
 }
 
 suppressions=(
-    # The system's headers are not looked into.
+    # System headers are not analysed.
     --suppress=missingIncludeSystem
-    # Exported functions keep the types that agents were built with.
+    # The types of exported functions are fixed.
     --suppress=passedByValue:src/host/command_runner.cpp
     --suppress=passedByValue:src/vm/bridge_interfaces.cpp
-    # The class's layout and members are a contract; agents make one object and never copy it.
+    # The layout and the members of the class are fixed; agents create one object and never copy it.
     --suppress=noCopyConstructor:src/vm/domains.cpp
     --suppress=noOperatorEq:src/vm/domains.cpp
-    # Takes an element of an array of pointers for an integer.
+    # A false report: an element of an array of pointers is not an integer.
     --suppress=CastIntegerToAddressAtReturn:src/inventory/port_discovery.cpp
-    # The size of a pointer is meant: the link in front of the next record.
+    # The size of a pointer is intended: the link before the next record.
     --suppress=pointerSize:src/inventory/query.cpp
 )
 

@@ -4,10 +4,10 @@
 #
 #     tools/checks/coverage.sh [CTEST-OPTION...]
 #
-# The test programs are those of build/release, which meet the counting library in the place of
-# their own; only the unit tests, which hold the library's objects, are built for it. Tests of the
-# simulated host and of kxctl are left out, and those that take a minute and reach nothing new.
-# The page with every line is build/coverage/report/index.html.
+# The test programs of build/release load the counting library instead of their own. Only the unit
+# tests, which contain the library's objects, are built again. Tests of the simulated host and of
+# kxctl are left out, and tests that take a minute and cover nothing new. The page with every line
+# is build/coverage/report/index.html.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 cd "$root"
@@ -19,6 +19,6 @@ ctest --preset coverage -j "$(nproc)" -L '^unit$' "$@"
 LD_LIBRARY_PATH=$root/build/coverage ctest --preset release -j "$(nproc)" \
     -L '^(agent|sim|vm|fuzz)$' "$@"
 mkdir -p build/coverage/report
-# Branches that only an exception takes are the compiler's, one at each call.
+# The compiler adds a branch for exceptions at each call; these are not counted.
 gcovr --root . --filter 'src/' --exclude-throw-branches --exclude-unreachable-branches \
     --print-summary --html-details build/coverage/report/index.html build/coverage

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Run commands of kxctl on the simulated lab host under valgrind, which sees what the sanitizers do
-# not: the shipped, optimised library, and reads of memory that nobody wrote. Needs a release build
-# and valgrind. Prints how many commands were clean.
+# Run commands of kxctl on the simulated lab host under valgrind, which tests more than the
+# sanitizers: the optimised library that is shipped, and reads of uninitialised memory. Needs a
+# release build and valgrind. Prints how many commands were clean.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 build=$PWD/build/release

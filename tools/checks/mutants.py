@@ -9,7 +9,7 @@ import pathlib
 import random
 import re
 
-# One text in so many is changed: there are as many texts as there is code.
+# Only one in several texts is changed, because there are about as many texts as lines of code.
 TEXTS_TAKEN = 5
 
 SWAPPED = {

@@ -38,7 +38,8 @@ PLACE = ROOT / "build" / "mutation"
 RELEASE = ROOT / "build" / "release"
 RESULTS = PLACE / "results.jsonl"
 
-# The tests that can see a folder of src/. What takes long, or looks at other things, is left out.
+# The tests that can notice a change in a folder of src/. Long tests, and tests of other things, are
+# left out.
 SEEN_BY = {
     "adapter": r"unit_(vpd|register_access)|fault_injection_flash_answers|fuzz_(vpd_.*|boot_config|option_rom)|"
                r"sim_(adapter.*|boot.*|bus_table|config_space|cost|damaged_vpd|default_config_file|"
@@ -61,7 +62,7 @@ SEEN_BY = {
 LONGEST = 15  # seconds; a test that takes longer is none that runs for each mutant
 GENEROUS = 20  # seconds, and ten times what the test took when nothing was changed
 
-# As it ships, but for the library's objects: one is built for each mutant, warnings or not.
+# The release build, except that warnings are allowed: each mutant builds one object of the library.
 UNOPTIMISED = """
 target_compile_options(kxlinhw_objects PRIVATE -O0 -g0 -U_FORTIFY_SOURCE -w)
 """
@@ -159,7 +160,7 @@ class Copy:
         """Tests that see a file: those of its name, then quick ones before slow ones."""
         path = pathlib.PurePath(file)
         seen = re.compile(SEEN_BY[path.parts[1]])
-        # A name may be longer on either side: q3_boot and boot_image, iwarp_table and iwarp.
+        # Either name may be longer than the other: q3_boot and boot_image, iwarp_table and iwarp.
         name = path.stem.removesuffix("_table").removesuffix("_steps")
         tests = [test for test in self.tests if seen.fullmatch(test.name)]
         return sorted(tests, key=lambda test: (name not in test.name, test.usual))

@@ -1,5 +1,5 @@
-// The rows of the completions: a branch for each place, which sets what may follow. The templates
-// hold the code that reads them.
+// The rows of the completions: one branch for each place, which sets what may follow. The templates
+// contain the code that reads them.
 #include <fmt/core.h>
 
 #include <string_view>
@@ -10,7 +10,7 @@
 namespace kx::pages {
 namespace {
 
-// A text for a shell, which takes what is between single quotes as it stands.
+// A text in single quotes, for a shell that changes nothing between them.
 std::string quoted(std::string_view text) {
     std::string out = "'";
     for (const char letter : text) {
@@ -29,7 +29,7 @@ std::string fish_quoted(std::string_view text) {
     return out + "'";
 }
 
-// The texts that a function makes of the items, one behind the other.
+// The concatenated texts that a function makes of the items.
 template <class Item>
 std::string joined(const std::vector<Item>& items, std::string (*text)(const Item&)) {
     std::string out;

@@ -1,5 +1,5 @@
-// kxctl-pages: fills a template of a manual page or a completion with what kxctl's command table
-// tells. Every line "@NAME@" of the template gives way to the part of that name. Used while
+// kxctl-pages: fills a template of a manual page or a completion with data of kxctl's command
+// table. Every line "@NAME@" of the template is replaced by the part with that name. Used while
 // building; not installed.
 #include <cstdio>
 #include <exception>

@@ -13,7 +13,7 @@ using ctl::Command;
 using ctl::Count;
 using ctl::Term;
 
-// A text in which nothing is markup.
+// A text, escaped so that it contains no markup.
 std::string plain(std::string_view text) {
     constexpr std::string_view kMarkup = "\\*_`#[]|;~";
     std::string out;

@@ -1,4 +1,5 @@
-// What a page or a completion takes from kxctl's tables, each part in the language of its reader.
+// The parts of a page or a completion that come from kxctl's tables, each in the language of the
+// program that reads it.
 #pragma once
 
 #include <string>

@@ -72,7 +72,7 @@ Place& noun_place(std::vector<Place>& all, const std::string& noun) {
     return place;
 }
 
-// A noun has no help of its own: its verbs tell.
+// A noun has no help of its own; its verbs have.
 void add_meanings(std::vector<Place>& all) {
     for (Offer& noun : all.front().next) {
         const Place& place = *std::ranges::find(all, noun.word, &Place::words);

@@ -1,5 +1,5 @@
-// The command table as completions need it: for each place that words of a command line lead to,
-// what may follow.
+// The command table as completions need it: for each place on a command line, the words that may
+// follow.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace kx::pages {
 
-// A word that may stand there as it is.
+// A fixed word that may follow.
 struct Offer {
     std::string word;
     std::string meaning;
 };
 
-// What a word stands for: its name ("LOCATION"), or the values that it is one of, each behind a "|"
+// The kind of a word: its name ("LOCATION"), or its possible values, each after a "|"
 // ("|boot|config").
 struct Slot {
     std::string kind;
@@ -32,10 +32,10 @@ struct Place {
     std::vector<OptionOffer> options = {};  // of this command, then those of all commands
     std::vector<Slot> slots = {};           // positional words
     std::vector<Offer> settings = {};       // what KEY=VALUE knows: "mtu=", "tso=on", "tso=off"
-    bool repeats = false;                   // the last positional word may come again
+    bool repeats = false;                   // the last positional word may be repeated
 };
 
-// Every place, the line's beginning first.
+// Every place; the beginning of the line comes first.
 [[nodiscard]] std::vector<Place> places();
 
 }  // namespace kx::pages

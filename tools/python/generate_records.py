@@ -111,7 +111,7 @@ class Generator:
     def __init__(self, entries, header_files):
         self.entries = entries
         self.header_files = header_files
-        # The names that typedefs give, and later those of the fields that nameless records are.
+        # The names from typedefs, and later the names of the fields for records without a name.
         self.names = {
             entry.reference("type"): entry.text("name")
             for entry in entries.values()

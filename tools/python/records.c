@@ -1,3 +1,3 @@
-/* Nothing but the interface, compiled for its debugging information: the compiler's own account of
-   every record and constant. */
+/* Includes only the interface. It is compiled for its debugging information, which describes every
+   record and constant. */
 #include <kxlinhw/kxlinhw.h>
