@@ -1,4 +1,4 @@
-// Stand-in for the agent's logger: one line on standard error a message.
+// The default logger: one line on standard error for each message.
 #include <kxlinhw/host.h>
 
 #include <cstdarg>

@@ -1,4 +1,4 @@
-// A cheap count of the adapters on the PCI bus.
+// The number of adapters on the PCI bus, without an inventory.
 #include <kxlinhw/statistics.h>
 
 extern "C" {
@@ -9,8 +9,8 @@ extern "C" {
 
 extern "C" {
 
-// A new adapter differs in bus and device from the maker's function before it. Both must differ,
-// so adapters on one bus count once; agents know the count as it is.
+// A new adapter differs in both bus and device from the maker's previous function. Adapters on one
+// bus therefore count once; agents rely on this count.
 uint32_t getCardCount(void) {
     const kx::PciBus bus;
     uint32_t count = 0;

@@ -22,14 +22,15 @@ bool is_nic_only(const CardInfo& card) {
     return field_text(card.offload_device).starts_with("nic");
 }
 
-// Driver-module and offload parameters. The module is asked whatever the card's chip; a card whose
-// offload control files are missing loses what was read of it.
+// Driver-module and offload parameters. The module parameters are read for every chip. When the
+// offload control files of a card are missing, these parameters are lost again.
 void fill_params(CardInfo& card) {
     getDriverParams(&card.params, "zfab4");
     getTOEparams(&card);
 }
 
-// The result is that of the last Q3 card; a Q4 or Q5 card that gives no statistics has none.
+// The result is that of the last Q3 card; a Q4 or Q5 card without statistics does not count as a
+// failure.
 void fill_stats(CardInfo& card, uint32_t& result) {
     const std::string chip(field_text(card.chip_type));
     if (chip != "Q3" && chip != "Q4" && chip != "Q5") {
@@ -45,8 +46,8 @@ void fill_stats(CardInfo& card, uint32_t& result) {
     }
 }
 
-// Parameters silence statistics. A chain that a card loses here is not freed: an agent that fills
-// one inventory twice may still hold it.
+// Statistics are not filled together with parameters. A chain that a card loses here is not freed,
+// because an agent that fills one inventory twice may still use it.
 void fill_card(CardInfo& card, uint32_t mask, uint32_t& result) {
     if (is_nic_only(card)) {
         card.stats = nullptr;

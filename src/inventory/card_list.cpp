@@ -1,4 +1,5 @@
-// An inventory's life: built afresh for every query or set call, freed at the call's end.
+// Building and freeing an inventory. Every query and set call builds a new one and frees it at the
+// end.
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/status.h>
@@ -12,7 +13,7 @@
 
 namespace {
 
-// Agents name a port by its place in the card's list, counted from 1.
+// Agents name a port by its position in the card's list, counted from 1.
 void number_ports(const CardList& list) {
     for (const CardInfo* card = list.cards; card != nullptr; card = card->next) {
         uint8_t number = 0;
@@ -34,13 +35,13 @@ uint32_t build(CardList*& list, uint32_t mask) try {
     if (list->card_count == 0) {
         return KX_NO_CARDS;
     }
-    // Statuses of a build pass through one byte, whoever fills the list.
+    // The status of a build is cut to one byte, whichever function fills the list.
     return static_cast<uint8_t>(FillInfo_Kxcard(&list, mask));
 } catch (const std::bad_alloc&) {
     return KX_NO_MEMORY;
 }
 
-// Free a chain; free_parts frees what hangs in a record just before the record itself goes.
+// Free a chain. free_parts frees what a record points to, directly before the record itself.
 template <class Record, class FreeParts>
 void free_chain(Record* first, FreeParts free_parts) {
     while (first != nullptr) {

@@ -23,7 +23,7 @@ struct KnownDriver {
 constexpr KnownDriver kKnownDriverTable[] = {
     {"zfab3", isZfab3Loaded, 0},
     {"zfab4", isZfab4Loaded, 0},
-    {"zfab3m", isZfab3Loaded, 0},  // the management flavour of zfab3 shares its check
+    {"zfab3m", isZfab3Loaded, 0},  // the management variant of zfab3 uses the same check
     {"toecore", isTOELoaded, 0},
     {"q3_tom", isq3TOELoaded, 0},
     {"q4_tom", isq4TOELoaded, 0},
@@ -37,7 +37,7 @@ constexpr KnownDriver kKnownDriverTable[] = {
     {nullptr, nullptr, 0},
 };
 
-// The names as getModinfo will be asked for them.
+// The names that getModinfo will be called with.
 constexpr auto kKnownModules = [] {
     std::array<std::string_view, std::size(kKnownDriverTable) - 1> names;
     std::transform(
@@ -47,7 +47,8 @@ constexpr auto kKnownModules = [] {
 }();
 static_assert(kKnownModules.size() <= kx::settings::ModuleAnnouncement::kMost);
 
-// What getModinfo asks for, and one byte more: a version that fills its 255 bytes has no NUL.
+// The size that getModinfo requires, and one byte more: a version that fills its 255 bytes has no
+// NUL.
 using InfoText = std::array<char, 256>;
 
 DriverEntry* make_entry(
@@ -63,7 +64,7 @@ DriverEntry* make_entry(
     return entry.release();
 }
 
-// The row's entry, or null when the module has no file or memory is short.
+// The row's entry, or null when the module has no file or memory runs out.
 DriverEntry* inspect(const KnownDriver& driver) {
     InfoText version{};
     InfoText description{};

@@ -1,5 +1,5 @@
-// The steps by which InitAndFillInfo_Kxcard builds an inventory. Every record they make hangs in
-// the list at once, so that Close_Kxcard frees whatever a failing step leaves.
+// The steps of InitAndFillInfo_Kxcard, which build an inventory. Each step links a new record into
+// the list at once, so that Close_Kxcard frees everything when a later step fails.
 #pragma once
 
 #include <kxlinhw/records.h>
@@ -12,10 +12,11 @@ namespace kx::inventory {
 // Is neither Ethernet driver loaded? An unreadable module list counts as loaded.
 [[nodiscard]] bool no_ethernet_driver_loaded();
 
-// Put the maker's functions on the PCI bus into the list and count the physical ones. 0 or 66.
+// Add the maker's functions on the PCI bus to the list, and count the physical functions. Returns 0
+// or 66.
 [[nodiscard]] uint32_t scan_cards(CardList& list);
 
-// Attach the host's interfaces to the cards of the list. 0, 1 or 66.
+// Attach the host's interfaces to the cards of the list. Returns 0, 1 or 66.
 [[nodiscard]] uint32_t discover_ports(CardList& list);
 
 // The Q3 offload driver's device list, read once for all cards of a fill.
@@ -23,7 +24,7 @@ class OffloadDevices {
 public:
     OffloadDevices();
 
-    // Decide a card's offload device text by the name of its first port.
+    // Set a card's offload device text from the name of its first port.
     void decide(CardInfo& card, const char* port_name) const;
 
 private:

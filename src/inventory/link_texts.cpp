@@ -14,8 +14,8 @@ constexpr BitText kConnectors[] = {
     {0x080, "TP "}, {0x100, "AUI "}, {0x800, "BNC "}, {0x200, "MII "}, {0x400, "FIBRE "},
 };
 
-// Agents compare the two lists as they stand: the last two texts of the supported list lack their
-// blank, and the fallbacks differ in a capital letter.
+// Agents compare the two lists byte by byte. The last two texts of the supported list have no blank
+// after them, and the texts for an empty list differ in a capital letter.
 constexpr BitText kSupportedModes[] = {
     {0x0001, "10baseT/Half "},  {0x0002, "10baseT/Full "},   {0x0004, "100baseT/Half "},
     {0x0008, "100baseT/Full "}, {0x0010, "1000baseT/Half "}, {0x0020, "1000baseT/Full "},

@@ -1,4 +1,4 @@
-// The texts in which agents read a driver's link settings.
+// The texts that describe a driver's link settings to agents.
 #pragma once
 
 #include <cstdint>
@@ -6,16 +6,16 @@
 
 namespace kx::inventory {
 
-// Connectors of a supported mask, each followed by a blank; "N/A" when the mask names none.
+// Connectors of a supported mask, each followed by a blank; "N/A" when the mask contains none.
 [[nodiscard]] std::string connector_list_text(uint32_t supported);
 
-// Link modes of a supported mask; "Not Reported" when the mask names none.
+// Link modes of a supported mask; "Not Reported" when the mask contains none.
 [[nodiscard]] std::string supported_modes_text(uint32_t supported);
 
-// Link modes of an advertising mask; "Not reported" when the mask names none.
+// Link modes of an advertising mask; "Not reported" when the mask contains none.
 [[nodiscard]] std::string advertised_modes_text(uint32_t advertising);
 
-// The connector in use, by the driver's port byte.
+// The current connector, from the driver's port byte.
 [[nodiscard]] std::string connector_text(uint8_t port);
 
 [[nodiscard]] const char* transceiver_text(uint8_t transceiver);

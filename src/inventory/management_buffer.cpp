@@ -1,4 +1,4 @@
-// The management buffer and the two calls that reach the maker's tool and driver directly.
+// The management buffer, and the two functions that use the maker's tool and driver directly.
 #include <kxlinhw/host.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/status.h>
@@ -45,7 +45,8 @@ int build_arguments(const void* block, ArgumentVector& vector) {
     return static_cast<int>(passed) + 1;
 }
 
-// What the agent's writer put into the buffer; its offset is trusted no further than the buffer.
+// The content that the agent wrote into the buffer. Its offset is used only as far as the buffer
+// reaches.
 uint32_t output_size() {
     if (g_MXdataBuffer == nullptr) {
         return 0;
@@ -56,7 +57,7 @@ uint32_t output_size() {
 
 uint32_t hand_out_output(char** output, uint32_t* length) {
     const uint32_t size = output_size();
-    // Without output the agent still gets what malloc(0) gives, which free takes.
+    // Without output the agent gets the result of malloc(0), which it can free.
     // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI)
     *output = static_cast<char*>(std::malloc(size));
     if (*output == nullptr) {
@@ -74,7 +75,7 @@ uint32_t hand_out_output(char** output, uint32_t* length) {
 extern "C" {
 
 uint32_t InitMXBuffer(void) {
-    // Null on failure: a later release must not free the block before this one again.
+    // Null on failure: a later release must not free the previous block again.
     g_MXdataBuffer = static_cast<char*>(std::malloc(kGrowth));
     if (g_MXdataBuffer == nullptr) {
         return KX_OUTPUT_ALLOC_FAILED;
@@ -90,7 +91,7 @@ uint32_t ReleaseMXBuffer(void) {
 
 uint32_t ReallocMXbuffer(void) {
     int32_t size = 0;
-    // Of 0 bytes nothing would be left but the pointer.
+    // The buffer never shrinks to 0 bytes: realloc would free it and leave a dangling pointer.
     if (__builtin_add_overflow(g_MXdataBufferSize, kGrowth, &size) || size <= 0) {
         return KX_OUTPUT_REALLOC_FAILED;
     }

@@ -1,4 +1,4 @@
-// Which kernel modules are loaded, after /proc/modules.
+// Which kernel modules are loaded, according to /proc/modules.
 #include <kxlinhw/modules.h>
 #include <kxlinhw/status.h>
 
@@ -16,7 +16,7 @@ constexpr char kLoadedModules[] = "/proc/modules";
 constexpr char kBondingDirectory[] = "/proc/net/bonding";
 constexpr char kZfab3Directory[] = "/proc/net/zfab3";
 
-// A line is looked at in pieces of this many characters, and each piece is compared on its own.
+// A line is read in pieces of this many characters, and each piece is compared separately.
 constexpr std::size_t kLongestPiece = 63;
 
 kx::Snapshot<std::optional<std::string>> loaded_modules;
@@ -48,7 +48,8 @@ uint32_t lsmod(const char* name) try {
     return KX_RESOURCE_UNAVAILABLE;
 }
 
-// Callers that ask "is it not 0?" take an unreadable list (63) for a loaded module.
+// For callers that test for a value other than 0, an unreadable list (63) counts as a loaded
+// module.
 uint32_t isFCOELoaded(void) { return lsmod("kxstor"); }
 uint32_t isOffedLoaded(void) { return lsmod("iw_zfab3"); }
 uint32_t isq4OffedLoaded(void) { return lsmod("iw_zfab4"); }

@@ -1,4 +1,4 @@
-// The offload engine's parameters as they stand.
+// The current parameters of the offload engine.
 #include <kxlinhw/offload.h>
 #include <kxlinhw/status.h>
 

@@ -1,5 +1,5 @@
 // The offload engine's parameters: one row for each control file, shared by the query that reads
-// them and by the setters. Rows stand in the order in which settings are applied.
+// them and by the setters. The order of the rows is the order in which settings are applied.
 #pragma once
 
 #include <kxlinhw/records.h>
@@ -22,7 +22,7 @@ struct OffloadParameter {
     uint32_t change_bit;        // of the card's change mask
     int64_t min;                // smallest value that may be set
     int64_t max;                // largest value that may be set
-    std::size_t reading_place;  // place in the order of reading, from 1; 0 is never read
+    std::size_t reading_place;  // position in the order of reading, from 1; 0: never read
 };
 
 namespace offload_rows {
@@ -32,7 +32,7 @@ inline constexpr int64_t kMost = INT32_MAX;
 
 constexpr uint32_t bit(unsigned number) { return uint32_t{1} << number; }
 
-// A field bears the name of its control file, but for the one that two control files share.
+// Each field has the name of its control file, except the field that two control files share.
 #define KX_PLACE(field) offsetof(CardParams, field), sizeof(CardParams::field)
 #define KX_NAMED(field) #field, KX_PLACE(field)
 
@@ -102,12 +102,13 @@ static_assert(std::endian::native == std::endian::little, "a field's low bytes c
     return static_cast<int64_t>(raw << unused_bits) >> unused_bits;
 }
 
-// Store the low bytes of a value into the field of a row.
+// Store the low bytes of a value in the field of a row.
 inline void set_offload_value(CardParams& params, const OffloadParameter& row, int64_t value) {
     std::memcpy(reinterpret_cast<char*>(&params) + row.offset, &value, row.width);
 }
 
-// Where the offload device of that index keeps its control files, and one of them.
+// The directory with the control files of the offload device with that index, and the path of one
+// of them.
 [[nodiscard]] inline std::string offload_directory(int device_index) {
     return "/proc/sys/toe/toe" + std::to_string(device_index) + "_tom";
 }

@@ -1,8 +1,8 @@
-// From the PCI bus to the cards of an inventory.
+// Makes the cards of an inventory from the functions on the PCI bus.
 //
-// The host of the adapters sees their physical functions, a guest only virtual ones. Physical
-// functions make the list; virtual ones stay pending and make it only when nothing else is there,
-// which leaves the count at 0 and so tells the caller that there is no card to manage.
+// The host of the adapters sees physical functions, a guest only virtual functions. The list
+// contains the physical functions. Virtual functions are kept aside and added only when there is no
+// physical function. The count is 0 then, so the caller knows that there is no card to manage.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -46,7 +46,7 @@ constexpr DeviceModel kDeviceModelTable[] = {
 constexpr uint16_t kVirtualFunctionBit = 0x800;
 constexpr uint8_t kManagedFunction = 4;  // of a Q4 or Q5 adapter; its siblings serve storage
 constexpr uint8_t kDiscovered = 6;
-constexpr uint8_t kMostCards = 255;  // what the count byte of the list holds
+constexpr uint8_t kMostCards = 255;  // the largest count that fits the list's count byte
 
 enum class Kind { kOther, kPhysical, kVirtual };
 
@@ -56,8 +56,8 @@ char first_digit(uint16_t device_id) {
     return text[0];
 }
 
-// The order of the tests decides: an id that begins neither with 4 nor with 5 is a Q3 before
-// anything else is asked, so the two ids 0xA007 and 0xB007 are never seen as virtual functions.
+// The order of the tests matters: an id that begins with neither 4 nor 5 is a Q3 before any other
+// test, so the ids 0xA007 and 0xB007 never count as virtual functions.
 Kind classify(const pci_dev& device) {
     const char digit = first_digit(device.device_id);
     if (device.device_id != 0 && digit != '4' && digit != '5') {
@@ -85,8 +85,8 @@ const char* virtual_chip_type(uint16_t device_id) {
     return first_digit(device_id) == '5' ? "Q5-VF" : "Q4-VF";
 }
 
-// A virtual function's text is a byte longer than its field; its NUL lands on the first byte of
-// the model, which virtual functions leave empty.
+// The text of a virtual function is one byte longer than its field. Its NUL is the first byte of
+// the model, which is empty for virtual functions.
 void write_chip_type(CardInfo& card, const char* text) {
     std::memcpy(
         reinterpret_cast<char*>(&card) + offsetof(CardInfo, chip_type), text,
@@ -133,7 +133,7 @@ Block<CardInfo> make_virtual_card(pci_dev& device) {
     return card;
 }
 
-// A chain of cards with its tail; frees what it still holds.
+// A chain of cards and its tail; the destructor frees the cards that are still in it.
 class CardChain {
 public:
     CardChain() = default;
@@ -169,7 +169,7 @@ private:
     CardInfo* last_ = nullptr;
 };
 
-// Several functions of one device follow one another on the bus and count once.
+// Consecutive functions of one device count once.
 class LastDevice {
 public:
     bool is(const pci_dev& device) const { return device.bus == bus_ && device.dev == dev_; }

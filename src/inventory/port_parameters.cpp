@@ -1,4 +1,4 @@
-// Link state and Ethernet settings of a port, as its driver answers.
+// Link state and Ethernet settings of a port, from its driver's answers.
 #include <kxlinhw/port.h>
 #include <kxlinhw/status.h>
 #include <linux/ethtool.h>
@@ -18,7 +18,7 @@ constexpr uint32_t kNoSocket = 1;  // reads like a detected link; agents rely on
 // A supported or advertising mask: auto-negotiation.
 constexpr uint32_t kAutoneg = 0x40;
 
-// Asks one driver through one socket.
+// Sends requests to one driver through one socket.
 class Driver {
 public:
     explicit Driver(const char* interface_name) : interface_name_(interface_name) {}
@@ -38,8 +38,8 @@ private:
     kx::InterfaceSocket socket_;
 };
 
-// The texts of the link settings. They reach the port when any request succeeded, so a driver that
-// does not tell its link settings leaves them empty.
+// The texts of the link settings. They are stored when any request succeeded, so they become empty
+// when the driver does not report its link settings.
 struct LinkTexts {
     std::string connectors;
     std::string connector;
@@ -72,7 +72,7 @@ bool ask_link_settings(const Driver& driver, PortInfo& port, LinkTexts& texts) {
     return true;
 }
 
-// Most commands answer one number. Each of these stores it into its field of the port.
+// Most commands return one number. Each of these functions stores it in a field of the port.
 using StoreValue = void (*)(uint32_t value, PortInfo& port);
 
 template <uint32_t Command, StoreValue Store>
@@ -149,10 +149,11 @@ bool ask_pause(const Driver& driver, PortInfo& port, LinkTexts&) {
     return true;
 }
 
-// Asks one thing; the fields of a refused request keep what they held.
+// Makes one request; when it is refused, its fields do not change.
 using Request = bool (*)(const Driver& driver, PortInfo& port, LinkTexts& texts);
 
-// In the order in which drivers see them. The link is asked twice, as agents read it twice.
+// The order in which drivers see the requests. The link is requested twice, because agents read it
+// in two fields.
 constexpr Request kRequests[] = {
     ask_link_settings,
     ask_value<ETHTOOL_GLINK, store_link_again>,

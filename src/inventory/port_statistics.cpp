@@ -14,21 +14,21 @@
 
 namespace {
 
-// How many counters the driver has; 0 also when it does not say.
+// The number of the driver's counters; 0 also when the driver does not report it.
 uint32_t counter_count(const kx::InterfaceSocket& socket, const char* interface_name) {
     ethtool_drvinfo info{};
     info.cmd = ETHTOOL_GDRVINFO;
     return socket.ethtool(interface_name, &info) ? info.n_stats : 0;
 }
 
-// An Ethernet tool record with room for a number of items behind it.
+// An ethtool record with room for a number of items after it.
 template <class Record>
 kx::Block<Record> allocate_with_items(std::size_t items, std::size_t item_size) {
     return kx::Block<Record>(
         static_cast<Record*>(std::calloc(1, sizeof(Record) + items * item_size)));
 }
 
-// What the driver gave: both blocks have room for the number of counters it announced.
+// The driver's answers: both blocks have room for the number of counters that it announced.
 struct Counters {
     kx::Block<ethtool_gstrings> names;
     kx::Block<ethtool_stats> values;
@@ -89,7 +89,7 @@ uint32_t getTxRxStats(const char* interface_name, PortInfo* port) {
     if (!socket.ethtool(interface_name, counters.values.get())) {
         return KX_UNKNOWN_ERROR;
     }
-    // The announced number counts, whatever numbers stand in the answers: the blocks hold as many.
+    // The announced number is used, not the numbers in the answers: the blocks have that size.
     return store_counters(counters, count, *port);
 }
 

@@ -1,4 +1,4 @@
-// The query entry points: build an inventory, copy the records asked for, free it.
+// The query functions: build an inventory, copy the requested records, free the inventory.
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/query.h>
@@ -15,12 +15,12 @@ using Inventory = kx::Handle<CardList, &Close_Kxcard>;
 
 struct Chain {
     uint32_t status;    // why there is nothing to copy, or 0
-    const void* first;  // may be null: nothing to copy, which is no failure
+    const void* first;  // may be null: there is nothing to copy, which is not a failure
     uint32_t record_size;
 };
 
-// Copy a chain into the agent's buffer. Only a chain that holds something needs a buffer, so an
-// agent that has none yet still learns what else stands in the way.
+// Copy a chain into the agent's buffer. Only a chain with records needs a buffer, so an agent
+// without a buffer still gets the other statuses first.
 uint32_t copy_chain(const Chain& chain, void* buffer, uint32_t* length) {
     if (chain.status == KX_SUCCESS && chain.first != nullptr && buffer == nullptr) {
         return KX_INVALID_PARAMETER;
@@ -31,7 +31,7 @@ uint32_t copy_chain(const Chain& chain, void* buffer, uint32_t* length) {
     return chain.status;
 }
 
-// The steps all queries share; select picks the chain to copy from the inventory.
+// The steps that all queries share; select returns the chain of the inventory to copy.
 template <class Select>
 uint32_t answer(uint32_t mask, void* buffer, uint32_t* length, Select select) {
     if (length == nullptr) {
@@ -47,7 +47,7 @@ uint32_t answer(uint32_t mask, void* buffer, uint32_t* length, Select select) {
     return copy_chain(select(list), buffer, length);
 }
 
-// As answer, for queries that name a card; a null location names none.
+// Like answer, for queries about one card; a null location names no card.
 template <class Select>
 uint32_t answer_for_card(
     const char* location, uint32_t mask, void* buffer, uint32_t* length, Select select) {
@@ -89,7 +89,7 @@ uint32_t GetPortStat(const char* location, uint32_t instance, void* buffer, uint
     });
 }
 
-// Needs no card and no loaded driver: it tells what is installed.
+// Needs no card and no loaded driver: it reports what is installed.
 uint32_t GetDriverDetails(void* buffer, uint32_t* length) {
     if (length == nullptr) {
         return KX_INVALID_PARAMETER;

@@ -1,12 +1,12 @@
-// The inventory records' offsets and sizes. Agents walk flat copies of the records by these
-// numbers, so a record that fails here must be mended, not the number.
+// The inventory records' offsets and sizes. Agents rely on these numbers when they read copies of
+// the records. When a check fails, correct the record, not the number.
 #include <kxlinhw/records.h>
 
 #include <cstddef>
 
 namespace {
 
-// NOLINTBEGIN(bugprone-sizeof-expression): the pointers' own sizes are meant
+// NOLINTBEGIN(bugprone-sizeof-expression): the sizes of the pointers themselves are intended
 
 #define KX_FIELD(record, field, offset, width)                                   \
     static_assert(                                                               \

@@ -7,14 +7,14 @@
 
 namespace kx::inventory {
 
-// Builds a chain in an empty slot; overwrites a chain that is there, entry by entry, and never
-// lengthens it.
+// Builds a chain in an empty slot. Overwrites an existing chain entry by entry, and never makes it
+// longer.
 class StatChain {
 public:
     explicit StatChain(KxStatEntryPtr* slot) : slot_(slot), grows_(*slot == nullptr) {}
 
-    // The entry for the next counter, cleared but for its link. Null when an existing chain is at
-    // its end, or when memory is short.
+    // The entry for the next counter, cleared except for its link. Null at the end of an existing
+    // chain, or when memory runs out.
     [[nodiscard]] StatEntry* next() {
         if (grows_) {
             *slot_ = allocate_record<StatEntry>().release();
@@ -31,7 +31,7 @@ public:
     [[nodiscard]] bool short_of_memory() const { return short_of_memory_; }
 
 private:
-    KxStatEntryPtr* slot_;  // where the next entry hangs, or is to hang
+    KxStatEntryPtr* slot_;  // the slot of the next entry
     bool grows_;
     bool short_of_memory_ = false;
 };

@@ -8,7 +8,7 @@
 
 extern "C" {
 
-// Agents rely on the last character of the name being no part of the comparison.
+// Agents rely on this: the last character of the name is not compared.
 uint32_t stat_lookup(StatEntry* first, const char* name, uint64_t* value_out) {
     if (name == nullptr || value_out == nullptr) {
         return KX_INVALID_PARAMETER;

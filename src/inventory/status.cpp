@@ -5,7 +5,7 @@
 
 extern "C" {
 
-// Searched front to back and never sorted: 317 stands before 301.
+// Searched from the beginning and not sorted: 317 comes before 301.
 const ErrStrEntry ErrStr[KX_ERRSTR_ROWS] = {
     {KX_SUCCESS, "Success"},
     {KX_UNKNOWN_ERROR, "Unknown Error"},
@@ -35,7 +35,8 @@ const char* GetErrStr(int32_t code) {
         errStr[KX_DETAIL_SIZE - 1] = '\0';
         return errStr;
     }
-    // The end row's code is -1 as a signed number, so it must end the walk before the comparison.
+    // The code of the last row is -1 as a signed number, so the loop must end before it compares
+    // this row.
     for (const ErrStrEntry* row = ErrStr; row->code != 0xFFFFFFFF; ++row) {
         if (row->code == static_cast<uint32_t>(code)) {
             return row->text;

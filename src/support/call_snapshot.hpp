@@ -1,8 +1,8 @@
-// What one entry-point call reads of the host, read once and dropped when the call ends.
+// Cached reading of host data within one call of an exported function.
 //
-// Exported functions that read the same thing (the loaded modules, say) are called by their names
-// many times during one call; each reads for itself when an agent calls it alone. While a
-// SnapshotScope lives they share the first reading instead.
+// During one call, exported functions that read the same data (for example the loaded modules) are
+// called many times. While a SnapshotScope exists they share the first reading. A function that an
+// agent calls alone reads the data itself.
 #pragma once
 
 #include <optional>
@@ -22,7 +22,7 @@ public:
     SnapshotScope& operator=(const SnapshotScope&) = delete;
 
     static bool open() { return depth_ > 0; }
-    // Grows when an outermost scope begins; what was read before is stale.
+    // Incremented when an outermost scope begins; data with an older generation are out of date.
     static unsigned long generation() { return generation_; }
 
 private:
@@ -30,11 +30,11 @@ private:
     static inline unsigned long generation_ = 0;
 };
 
-// One thing that is read of the host.
+// One cached reading.
 template <class T>
 class Snapshot {
 public:
-    // The shared reading of the open scope, or a fresh one when there is no scope.
+    // The shared reading of the open scope, or a new reading without a scope.
     template <class Read>
     const T& get(Read read) {
         const bool shared = SnapshotScope::open() && generation_ == SnapshotScope::generation();

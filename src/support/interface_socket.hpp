@@ -1,5 +1,5 @@
-// The one door to interface requests: a datagram socket through which drivers answer Ethernet tool
-// commands and the few other requests that name an interface.
+// The only place that makes interface requests: a datagram socket, through which drivers answer
+// ethtool commands and the few other requests about an interface.
 #pragma once
 
 #include <net/if.h>
@@ -10,7 +10,7 @@ namespace kx {
 
 class InterfaceSocket {
 public:
-    // May fail; requests on a socket that failed are refused without reaching the kernel.
+    // Opening may fail; requests on such a socket are refused without reaching the kernel.
     InterfaceSocket();
 
     explicit operator bool() const { return static_cast<bool>(socket_); }
@@ -18,14 +18,14 @@ public:
     // SIOCETHTOOL: command is one of the kernel's ethtool_... records with its cmd field set.
     [[nodiscard]] bool ethtool(const char* interface_name, void* command) const;
 
-    // As ethtool, with ioctl's own result: 0, or -1 and errno. -1 and EBADF without a socket.
+    // Like ethtool, with the result of ioctl: 0, or -1 and errno. -1 and EBADF without a socket.
     [[nodiscard]] int ethtool_result(const char* interface_name, void* command) const;
 
-    // SIOCSIFMTU, with ioctl's own result. The one request whose name field takes 16 characters
+    // SIOCSIFMTU, with the result of ioctl. Only this request copies 16 characters of the name
     // without a NUL; the kernel reads 15 of them.
     [[nodiscard]] int set_mtu(const char* interface_name, int mtu) const;
 
-    // Any request whose data is a pointer. Names are cut at 15 characters, as the kernel's are.
+    // Any request whose data is a pointer. Names are cut after 15 characters, as in the kernel.
     [[nodiscard]] bool request(const char* interface_name, unsigned long code, void* data) const;
 
 private:
@@ -34,7 +34,7 @@ private:
     Descriptor socket_;
 };
 
-// An interface request that names an interface, all else zero.
+// An interface request with the name of an interface; all other bytes are zero.
 [[nodiscard]] ifreq interface_request(const char* interface_name);
 
 }  // namespace kx

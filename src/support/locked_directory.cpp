@@ -40,7 +40,7 @@ bool has_form(const std::string& name, std::string_view prefix) {
 }  // namespace
 
 LockedDirectory::LockedDirectory(std::string_view prefix, const fs::path& parent) {
-    // Another run may remove a new directory before it is locked. Then this makes one more.
+    // Another run may remove a new directory before it is locked. Then create another one.
     do {
         std::string path = (parent / prefix).string().append(kRandomPart);
         if (::mkdtemp(path.data()) == nullptr) {
@@ -51,7 +51,7 @@ LockedDirectory::LockedDirectory(std::string_view prefix, const fs::path& parent
         if (!lock_ && errno != ENOENT) {
             throw std::system_error(errno, std::generic_category(), path);
         }
-        // Where the file system has no locks, other runs cannot take one either.
+        // On a file system without locks, other runs cannot take one either.
         static_cast<void>(lock_ && ::flock(lock_.get(), LOCK_EX) == 0);
     } while (!lock_ || !is_at(lock_, path_));
 }

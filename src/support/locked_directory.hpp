@@ -9,14 +9,14 @@
 
 namespace kx {
 
-// While it lives, nobody else removes the directory: the lock on it ends with the process, however
-// that ends.
+// While this object exists, no other run removes the directory. The lock ends with the process,
+// even when the process crashes.
 class LockedDirectory {
 public:
     // Make the directory PREFIX-XXXXXX with mode 0700 below `parent`. Throws std::system_error.
     LockedDirectory(std::string_view prefix, const std::filesystem::path& parent);
 
-    // Remove it with all that is in it. No link is followed, and failures are ignored.
+    // Remove the directory and its content. Links are not followed, and failures are ignored.
     ~LockedDirectory();
     LockedDirectory(const LockedDirectory&) = delete;
     LockedDirectory& operator=(const LockedDirectory&) = delete;
@@ -24,7 +24,7 @@ public:
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
     // Remove the directories PREFIX-XXXXXX of this user below `parent` that no process has locked.
-    // What cannot be removed stays.
+    // Directories that cannot be removed stay.
     static void remove_abandoned(std::string_view prefix, const std::filesystem::path& parent);
 
 private:

@@ -1,4 +1,4 @@
-// Reading the kernel's small text files: whole, or as the pieces that fgets would give.
+// Reading the kernel's small text files: as a whole, or in the pieces that fgets would return.
 #pragma once
 
 #include <cstddef>
@@ -10,16 +10,17 @@ namespace kx {
 
 [[nodiscard]] bool path_exists(const char* path);
 
-// The file's content, up to limit bytes; nothing when it cannot be opened. A read that fails part
-// of the way ends the content there, as it ends a loop of fgets.
+// The file's content, up to limit bytes; nothing when it cannot be opened. A read that fails ends
+// the content there, as it would end a loop of fgets.
 [[nodiscard]] std::optional<std::string> read_file(
     const char* path, std::size_t limit = std::string::npos);
 
-// What one read of up to `longest` bytes gives: the whole of the kernel's files of one value.
+// The result of one read of up to `longest` bytes: the whole content of a kernel file with one
+// value.
 [[nodiscard]] std::optional<std::string> read_value_file(const char* path, std::size_t longest);
 
-// Walks a content in pieces that end behind a newline or after `longest` characters, whichever
-// comes first. A line longer than that comes as several pieces.
+// Splits a content into pieces that end after a newline or after `longest` characters, whichever
+// comes first. A longer line gives several pieces.
 class Pieces {
 public:
     Pieces(std::string_view content, std::size_t longest) : rest_(content), longest_(longest) {}

@@ -1,4 +1,4 @@
-// Bounded text: copies into fixed fields, reading fields that may lack their NUL.
+// Bounded text: copying into fixed fields, and reading fields that may have no NUL.
 #pragma once
 
 #include <algorithm>
@@ -18,7 +18,7 @@ template <std::size_t N>
     return field_text(field, N);
 }
 
-// The text of a field with a NUL of its own, for functions that want one.
+// The text of a field, with a NUL, for functions that need one.
 template <std::size_t N>
 class TerminatedText {
 public:
@@ -29,7 +29,7 @@ private:
     char text_[N + 1]{};
 };
 
-// Copy a text into a field, cut so that its NUL fits; the bytes behind it become zero.
+// Copy a text into a field, cut so that its NUL fits; the bytes after it become zero.
 template <std::size_t N>
 void copy_text(char (&field)[N], std::string_view text) {
     const std::size_t length = std::min(text.size(), N - 1);
@@ -42,7 +42,7 @@ void copy_text(char (&field)[N], std::string_view text) {
     return a.substr(0, bound) == b.substr(0, bound);
 }
 
-// Cut a text at its first NUL: what C functions would see of bytes that were read.
+// Cut a text at its first NUL: the part that C functions would see.
 [[nodiscard]] inline std::string_view c_text(std::string_view bytes) {
     return bytes.substr(0, bytes.find('\0'));
 }
