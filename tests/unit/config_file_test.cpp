@@ -14,12 +14,12 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <kxsim/host.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "settings/config_file.hpp"
-#include "support/file_faults.hpp"
 #include "support/file_text.hpp"
 
 namespace {
@@ -28,10 +28,7 @@ namespace fs = std::filesystem;
 using kx::settings::append_unless_present;
 using kx::settings::replace_lines;
 using kx::settings::Saving;
-using test::Fault;
-using test::FileFaults;
 using testing::AnyOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::StartsWith;
 
@@ -518,8 +515,33 @@ TEST_F(ConfigFile, ANamedPipeIsNotWaitedFor) {
 constexpr char kOld[] = "  first = 1\nkey = old\nlast = 3";
 constexpr char kNew[] = "first = 1\nkey = new\nlast = 3";
 
+// In the tree of a simulated host, whose file calls can fail and whose power can go.
 class Rewrite : public ConfigFile {
 protected:
+    void SetUp() override {
+        host_.directory("/settings");
+        directory_ = host_.root() + "/tree/settings";
+        path_ = (directory_ / "settings.conf").string();
+    }
+
+    // Do something while a fault is in force; whether it struck.
+    template <class Work>
+    bool strikes(const kxsim::Fault& fault, const Work& work) {
+        kxsim::FaultRule rule = host_.fail(fault);
+        work();
+        rule.remove();
+        return rule.fired() > 0;
+    }
+
+    // The power goes at the nth call on a file, and comes back afterwards.
+    template <class Work>
+    bool is_cut(unsigned nth, const Work& work) {
+        host_.watch_flushes();
+        const bool struck = strikes(kxsim::power_cut(nth), work);
+        host_.lose_unflushed();
+        return struck;
+    }
+
     // The two texts under the three names: one of them is whole somewhere, and the file's own name
     // never holds anything else.
     void expect_nothing_lost(std::size_t nth) {
@@ -531,46 +553,48 @@ protected:
         }
     }
     bool rewrite() { return replace_lines(path_.c_str(), "key = new\n", holding("key")); }
+    Saving append(const std::string& key = "a") {
+        return append_unless_present(path_.c_str(), key + " = 1\n", holding(key + " ="));
+    }
     void start_over() {
         fs::remove(path_ + ".tmp");
         fs::remove(path_ + ".bk");
         hold(kOld);
     }
+
+    kxsim::Host host_;
+    const kxsim::Attached attached_ = host_.attach();
 };
 
 const auto kCallsOfARewrite = ElementsAre(
-    "open", "open", "unlink", "open", "read", "read", "fchmod", "write", "fsync", "rename",
-    "rename", "fsync", "unlink");
+    "open", "open", "unlink", "open", "read", "read", "chmod", "write", "fsync", "rename", "rename",
+    "fsync", "unlink");
 
 TEST_F(Rewrite, CallsComeInTheOrderThatKeepsOneTextWhole) {
     hold(kOld);
-    FileFaults watch(Fault::kNone, 0, 0);
-    ASSERT_TRUE(rewrite());
-    watch.disarm();
-    EXPECT_THAT(watch.calls(), kCallsOfARewrite);
+    const kxsim::Calls calls = host_.count([&] { EXPECT_TRUE(rewrite()); });
+    EXPECT_THAT(calls.names("file"), kCallsOfARewrite);
 }
 
 TEST_F(Rewrite, OfANameWithoutDirectoryFlushesTheWorkingDirectory) {
     hold(kOld);
     const fs::path before = fs::current_path();
     fs::current_path(directory_);
-    FileFaults watch(Fault::kNone, 0, 0);
-    EXPECT_TRUE(replace_lines("settings.conf", "key = new\n", holding("key")));
-    watch.disarm();
+    const kxsim::Calls calls = host_.count(
+        [] { EXPECT_TRUE(replace_lines("settings.conf", "key = new\n", holding("key"))); });
     fs::current_path(before);
-    EXPECT_THAT(watch.calls(), kCallsOfARewrite);
+    EXPECT_THAT(calls.names("file"), kCallsOfARewrite);
     EXPECT_EQ(text(), kNew);
 }
 
 TEST_F(Rewrite, AnyFailingCallLeavesOneTextWhole) {
     for (const int reason : {EIO, ENOSPC, EACCES}) {
-        std::size_t nth = 1;
+        unsigned nth = 1;
         for (bool struck = true; struck; ++nth) {
             start_over();
-            FileFaults faults(Fault::kOneCall, nth, reason);
-            const bool done = rewrite();
-            struck = faults.struck();
-            faults.disarm();
+            bool done = false;
+            const kxsim::Fault fault{.call = "file", .nth = nth, .error = reason, .most = 9};
+            struck = strikes(fault, [&] { done = rewrite(); });
             expect_nothing_lost(nth);
             EXPECT_EQ(done, text() == kNew) << "after call " << nth;
         }
@@ -580,86 +604,71 @@ TEST_F(Rewrite, AnyFailingCallLeavesOneTextWhole) {
 
 TEST_F(Rewrite, AFailedWriteLeavesNoPartialCopy) {
     hold(kOld);
-    FileFaults faults(Fault::kOneCall, 8, ENOSPC);
-    EXPECT_FALSE(rewrite());
-    faults.disarm();
-    EXPECT_THAT(faults.calls(), Contains("write"));
+    EXPECT_TRUE(
+        strikes({.call = "write", .error = ENOSPC, .most = 9}, [&] { EXPECT_FALSE(rewrite()); }));
     EXPECT_THAT(names(), ElementsAre("settings.conf"));
 }
 
 TEST_F(Rewrite, AFailedFirstRenamingKeepsTheNewTextBeside) {
     hold(kOld);
-    FileFaults faults(Fault::kOneCall, 10, EIO);
-    EXPECT_FALSE(rewrite());
-    faults.disarm();
+    EXPECT_TRUE(strikes({.call = "rename", .error = EIO}, [&] { EXPECT_FALSE(rewrite()); }));
     EXPECT_EQ(text(), kOld);
     EXPECT_EQ(test::file_text(path_ + ".tmp"), kNew);
 }
 
 TEST_F(Rewrite, AFailedSecondRenamingIsTakenBack) {
     hold(kOld);
-    FileFaults faults(Fault::kOneCall, 11, EIO);
-    EXPECT_FALSE(rewrite());
-    faults.disarm();
+    EXPECT_TRUE(
+        strikes({.call = "rename", .nth = 2, .error = EIO}, [&] { EXPECT_FALSE(rewrite()); }));
     EXPECT_EQ(text(), kOld);
     EXPECT_THAT(names(), ElementsAre("settings.conf", "settings.conf.tmp"));
 }
 
 TEST_F(Rewrite, APowerCutAtAnyCallLeavesOneTextWhole) {
-    std::size_t nth = 1;
+    unsigned nth = 1;
     for (bool struck = true; struck; ++nth) {
         start_over();
-        FileFaults faults(Fault::kPowerCut, nth, EIO);
-        static_cast<void>(rewrite());
-        struck = faults.struck();
-        faults.reboot(directory_);
+        struck = is_cut(nth, [&] { static_cast<void>(rewrite()); });
         expect_nothing_lost(nth);
     }
     EXPECT_GT(nth, 12U) << "the sweep ended before the last call";
 }
 
 TEST_F(Rewrite, AFullDiskLeavesTheFileWithoutTheAppendedLine) {
-    std::size_t nth = 1;
+    unsigned nth = 1;
     for (bool struck = true; struck; ++nth) {
         start_over();
-        FileFaults faults(Fault::kOneCall, nth, ENOSPC);
-        const Saving saving = append_unless_present(path_.c_str(), "a = 1\n", holding("a ="));
-        struck = faults.struck();
-        faults.disarm();
-        const bool appended = saving == Saving::kAppended;
+        bool appended = false;
+        const kxsim::Fault fault{.call = "file", .nth = nth, .error = ENOSPC, .most = 3};
+        struck = strikes(fault, [&] { appended = append() == Saving::kAppended; });
         EXPECT_EQ(text(), appended ? std::string(kOld) + "\na = 1\n" : kOld) << "call " << nth;
     }
     EXPECT_GT(nth, 5U) << "the sweep ended before the last call";
 }
 
 TEST_F(Rewrite, APowerCutWhileAppendingLeavesTheOldText) {
-    std::size_t nth = 1;
+    unsigned nth = 1;
     for (bool struck = true; struck; ++nth) {
         start_over();
-        FileFaults faults(Fault::kPowerCut, nth, EIO);
-        static_cast<void>(append_unless_present(path_.c_str(), "a = 1\n", holding("a =")));
-        struck = faults.struck();
-        faults.reboot(directory_);
+        struck = is_cut(nth, [&] { static_cast<void>(append()); });
         EXPECT_THAT(text(), StartsWith(kOld)) << "call " << nth;
     }
 }
 
 TEST_F(Rewrite, ALineThatIsReportedAppendedIsThereAfterAPowerCut) {
     for (const bool fresh : {false, true}) {
-        std::size_t nth = 1;
+        unsigned nth = 1;
         for (bool struck = true; struck; ++nth) {
             start_over();
             if (fresh) {
                 fs::remove(path_);
             }
-            FileFaults faults(Fault::kPowerCut, nth, EIO);
-            const Saving saving = append_unless_present(path_.c_str(), "a = 1\n", holding("a ="));
-            struck = faults.struck();
-            faults.reboot(directory_);
-            if (saving == Saving::kAppended) {
+            bool appended = false;
+            struck = is_cut(nth, [&] { appended = append() == Saving::kAppended; });
+            if (appended) {
                 EXPECT_EQ(text(), fresh ? "a = 1\n" : std::string(kOld) + "\na = 1\n") << nth;
             }
-            EXPECT_EQ(saving == Saving::kAppended, !struck) << nth;
+            EXPECT_EQ(appended, !struck) << nth;
         }
     }
 }
@@ -671,15 +680,12 @@ TEST_F(Rewrite, TheFirstLineOfAFileFlushesItsDirectoryToo) {
         if (!exists) {
             fs::remove(path_);
         }
-        FileFaults watch(Fault::kNone, 0, 0);
-        EXPECT_EQ(append_unless_present(path_.c_str(), "a = 1\n", holding("a")), Saving::kAppended);
-        watch.disarm();
-        EXPECT_THAT(watch.calls(), ElementsAre("open", "open", "read", "write", "fsync", "fsync"));
+        const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(append(), Saving::kAppended); });
+        EXPECT_THAT(
+            calls.names("file"), ElementsAre("open", "open", "read", "write", "fsync", "fsync"));
     }
-    FileFaults watch(Fault::kNone, 0, 0);
-    EXPECT_EQ(append_unless_present(path_.c_str(), "b = 1\n", holding("b")), Saving::kAppended);
-    watch.disarm();
-    EXPECT_THAT(watch.calls(), ElementsAre("open", "open", "read", "read", "write", "fsync"));
+    const kxsim::Calls calls = host_.count([&] { EXPECT_EQ(append("b"), Saving::kAppended); });
+    EXPECT_THAT(calls.names("file"), ElementsAre("open", "open", "read", "read", "write", "fsync"));
 }
 
 }  // namespace
