@@ -17,7 +17,7 @@ ifreq interface_request(const char* interface_name) {
     return request;
 }
 
-InterfaceSocket::InterfaceSocket() : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {}
+InterfaceSocket::InterfaceSocket() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
 
 bool InterfaceSocket::ethtool(const char* interface_name, void* command) const {
     return ethtool_result(interface_name, command) == 0;
