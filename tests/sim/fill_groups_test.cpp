@@ -208,6 +208,15 @@ TEST_F(FillGroups, SecondFillOverwritesTheChains) {
     EXPECT_THAT(test::entries_of(q5().stats), ElementsAre(Entry{2, "TcpIn", 6}));
 }
 
+TEST_F(FillGroups, OffloadTextStaysWhenASecondFillCannotOpenTheList) {
+    ASSERT_EQ(build(0), 0U);
+    ASSERT_STREQ(q3().offload_device, "toe0");
+    host_.fail({.call = "open", .times = 0, .error = EACCES, .object = "/proc/net/zfab3/devices"});
+    ASSERT_EQ(fill(0), 0U);
+    EXPECT_STREQ(q3().offload_device, "toe0");
+    EXPECT_STREQ(q3_nic().offload_device, "nic_dev");
+}
+
 TEST_F(FillGroups, FillWithoutTheStatisticsBitsNullsThem) {
     ASSERT_EQ(build(0), 0U);
     StatEntry agents_card_entry{};
@@ -271,6 +280,9 @@ TEST_F(FillGroups, GetPortStatOfAPortWithoutCountersGives0AndLength0) {
     char buffer[64];
     uint32_t length = 0xEE;
     EXPECT_EQ(GetPortStat("03:00.4", 1, buffer, &length), 0U);
+    EXPECT_EQ(length, 0U);
+    length = 0xEE;
+    EXPECT_EQ(GetPortStat("03:00.4", 1, nullptr, &length), 0U) << "nothing needs a buffer";
     EXPECT_EQ(length, 0U);
 }
 

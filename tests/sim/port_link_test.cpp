@@ -37,6 +37,17 @@ protected:
     }
 };
 
+TEST_F(PortLink, ModesAreAdvertisedOnlyWithNegotiationThatIsExactlyOne) {
+    for (const uint8_t autoneg : std::initializer_list<uint8_t>{0, 2, 255}) {
+        start(autoneg);
+        settings_.advertise = 0x20;
+        EXPECT_EQ(set(setLinkSettings, kAdvertise), 61) << +autoneg;
+        EXPECT_THAT(requests(), ElementsAre("GSET eth2"));
+        EXPECT_EQ(detail(), "Set advertise failed: eth2 for link_autoneg is off; ");
+        EXPECT_EQ(saved(), "");
+    }
+}
+
 TEST_F(PortLink, NegotiationOnAdvertisesWhatIsSupported) {
     start(0);
     settings_.autoneg = 1;

@@ -110,6 +110,16 @@ TEST_F(PortCoalescing, OnlyTheReceiveDelayIsChangedAndSaved) {
     EXPECT_EQ(detail(), "");
 }
 
+TEST_F(PortCoalescing, TheNewLineIsPrintedBeforeTheDelay) {
+    host_.file(test::kConfFile, "eth2.rxusecs = 1\n");
+    settings_.rx_usecs = 77;
+    EXPECT_EQ(set(setCoalesce, 0x800000), 0);
+    EXPECT_EQ(
+        printed_,
+        "new_line eth2.rxusecs = 77\n\n"
+        "rxusecs interface eth2 , ,port->PortInstance 0 ,port->rx_usecs 77\n");
+}
+
 TEST_F(PortCoalescing, TheLargestDelayIsSavedAsASignedNumber) {
     settings_.rx_usecs = 0xffffffff;
     EXPECT_EQ(set(setCoalesce, 0x800000), 0);
