@@ -1,4 +1,4 @@
-// The list of adapters with all that their flash and EEPROM hold.
+// The list of adapters with the content of their flash and EEPROM.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>
@@ -19,7 +19,7 @@ namespace {
 FreedList<AdapterRecord> freed;
 
 uint8_t port_count(uint16_t device_id) {
-    constexpr uint16_t kWithoutFunction = 0xF0FF;  // clears what tells virtual functions apart
+    constexpr uint16_t kWithoutFunction = 0xF0FF;  // clears the bits that mark virtual functions
     char text[8];
     std::snprintf(text, sizeof text, "%x", device_id & kWithoutFunction);
     return getPortsQ4(text);
@@ -31,7 +31,7 @@ uint8_t default_config_version(const AdapterRecord& record) {
 
 int32_t read_q3(AdapterRecord& record) {
     uint32_t cap = 0;
-    vpd_setup(record.adapter, &cap);  // without VPD the template alone fills the record
+    vpd_setup(record.adapter, &cap);  // without VPD only the template fills the record
     std::array<uint8_t, KX_Q3_EEPROM_SIZE> eeprom{};
     get_Q3(record.adapter, cap, eeprom.data(), record.q3_vpd, record.serial_configuration);
     write_q3_name(record.product_name, record.device_id, vpd_identifier(record.q3_vpd));
@@ -55,8 +55,8 @@ int32_t read_flash(AdapterRecord& record) {
     return 0;
 }
 
-// Where a Q5's values stand in the VPD slot of its record: the places of a Q4's, without the tags
-// and keywords. The serial number is longer than its place and is overwritten from the MAC on.
+// The offsets of a Q5's values in the VPD field of its record: those of a Q4, without the tags and
+// keywords. The serial number is longer than its place; the MAC overwrites its end.
 void fill_q5_vpd(AdapterRecord& record, const AdapterInfoRecord& values) {
     constexpr std::size_t kProductLength = 1;
     constexpr std::size_t kSerialLength = 62;

@@ -1,4 +1,4 @@
-// The list of adapters with what their VPD and boot images tell.
+// The list of adapters with data from their VPD and boot images.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>
@@ -17,7 +17,7 @@ namespace {
 
 FreedList<AdapterInfoRecord> freed_info;
 
-// The field of a record that a keyword's value goes to.
+// The field of a record for the value of a keyword.
 struct ValueField {
     std::string_view keyword;
     std::size_t offset;
@@ -57,7 +57,7 @@ int32_t read_flash(AdapterInfoRecord& record, uint8_t adapter, uint8_t chip_clas
     return 0;
 }
 
-// An adapter without VPD is not read and leaves the status of the one before.
+// An adapter without VPD is not read; the status of the previous adapter stays.
 void read_adapter(AdapterInfoRecord& record, int32_t& status) {
     uint32_t cap = 0;
     if (vpd_setup(record.adapter, &cap) != 0) {

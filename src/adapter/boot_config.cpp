@@ -1,5 +1,5 @@
-// The boot configuration record in Q4 and Q5 flash: read with the option ROM's version in it,
-// validated, written, defaulted, repaired.
+// The boot configuration record in Q4 and Q5 flash: reading it with the option ROM's version,
+// checking, writing, default values, repair.
 #include <kxlinhw/boot_config.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/flash_images.h>
@@ -22,7 +22,8 @@ constexpr uint32_t kConfigSize = sizeof(Q4BootConfig);
 constexpr uint32_t kConfigWords = KX_BOOT_CONFIG_BUFFER / sizeof(uint32_t);
 constexpr uint32_t kMostWords = 256;  // of one read
 
-// A default record but for the option ROM's version, the initiator name and the ports' fields.
+// A default record, except for the option ROM's version, the initiator name and the fields of the
+// ports.
 constexpr Q4BootConfig make_default_config() {
     Q4BootConfig record{};
     std::copy_n("CBIO", sizeof record.signature, record.signature);
@@ -50,7 +51,7 @@ constexpr Q4BootConfig make_default_config() {
 
 constexpr Q4BootConfig kDefaultConfig = make_default_config();
 
-// A field that each port has, one behind the other: its bytes, all of one value.
+// A field that each port has: consecutive bytes, all with one value.
 struct PortField {
     std::size_t offset;
     std::size_t width;
@@ -81,13 +82,13 @@ constexpr Repair kRepairs[] = {
 
 constexpr uint8_t kErased = 0xFF;
 
-// The base ends in ':' and a NUL, over which the suffix goes; an empty suffix leaves the base.
+// The base ends in ':' and a NUL. The suffix overwrites the NUL; an empty suffix leaves the base.
 constexpr char kInitiatorBase[] = "iqn.2010-06.com.kestrix:boot:";
 constexpr int kSuffixSize = 12;
 constexpr char kNoSuffix[kSuffixSize] = {};
 static_assert(sizeof kInitiatorBase == 30);
 
-// Bytes of a record at an offset, as many as the record holds.
+// Store bytes at an offset of a record, as far as the record reaches.
 void put(void* record, std::size_t offset, const char* bytes, std::size_t length) {
     if (offset < kConfigSize) {
         std::memcpy(
@@ -96,7 +97,7 @@ void put(void* record, std::size_t offset, const char* bytes, std::size_t length
     }
 }
 
-// The version bytes of the adapter's option ROM, or nothing after the line that tells why not.
+// The version bytes of the adapter's option ROM; or nothing, after printing the reason.
 std::optional<std::array<uint8_t, 4>> option_rom_version(uint8_t adapter) {
     const uint32_t word = read_q4biosversion_from_boot(adapter);
     if (word == KX_BIOS_VERSION_UNKNOWN) {
@@ -143,8 +144,8 @@ int32_t report_write_error() {
     return KX_FLASH_INVALID;
 }
 
-// A record has room for four ports; the fields of more run over what follows, as agents that pass
-// more expect, and end with the record.
+// A record has room for four ports. The fields of further ports overwrite the fields after them, as
+// agents that pass more ports expect, up to the end of the record.
 void fill_ports(Q4BootConfig& record, uint32_t nports) {
     auto* const bytes = reinterpret_cast<uint8_t*>(&record);
     const std::size_t ports = std::min<std::size_t>(nports, kConfigSize);

@@ -48,7 +48,7 @@ void print_words(std::span<const uint32_t> words) {
     }
 }
 
-// Pages are programmed whole; what the image leaves of its last one stays erased.
+// Whole pages are programmed; the rest of the last page stays erased.
 int32_t write_page(uint8_t adapter, uint32_t address, std::span<const uint8_t> rest) {
     std::array<uint8_t, KX_FLASH_PAGE> page;
     page.fill(kErasedByte);
@@ -73,7 +73,7 @@ int32_t write_image(
             return status;
         }
     }
-    return write_page(adapter, start, image);  // the signature, once all the rest is there
+    return write_page(adapter, start, image);  // the signature, after everything else
 }
 
 bool right_size(uint64_t start, uint32_t size) {
@@ -149,7 +149,7 @@ int32_t q4_load_boot(uint8_t adapter, const uint8_t* image, uint32_t start_kb, u
     return status;
 }
 
-// Each pass begins 256 bytes, not 256 words, behind the one before.
+// Each pass begins 256 bytes, not 256 words, after the previous one.
 int32_t read_flash_for_boot(uint8_t adapter, uint32_t* words) {
     if (words == nullptr) {
         return KX_FLASH_INVALID;

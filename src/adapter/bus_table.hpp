@@ -1,4 +1,4 @@
-// The table of adapters behind its index: a checked look at it, and its end.
+// The table of adapters: a checked lookup by index, and its release.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace kx::adapter {
 // The device of an adapter index, or null for an index without adapter.
 [[nodiscard]] pci_dev* device_at(uint8_t adapter);
 
-// Give the last scan back to libpci and empty the table.
+// Free the last scan of libpci and empty the table.
 void release_bus();
 
 }  // namespace kx::adapter

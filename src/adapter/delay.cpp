@@ -1,5 +1,5 @@
-// The delay between the polls of slow devices. Its name is exported: a host or a simulation that
-// keeps its own time puts its own in front.
+// The delay between the polls of slow devices. Its name is exported, so that a host or a simulation
+// can replace it.
 #include <kxlinhw/adapter.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// The MAC address of a card's first port, out of a fresh inventory.
+// The MAC address of a card's first port, from a new inventory.
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/inventory.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kEveryGroup = 254;
 
-// Fields may lack their NUL: cut at the field's end.
+// Fields may have no NUL: the text ends at the end of the field.
 template <std::size_t N>
 void print_field(const char* label, const char (&field)[N]) {
     const std::string_view text = kx::field_text(field);
@@ -34,7 +34,7 @@ void print_port(const PortInfo& port, const char* location) {
 
 }  // namespace
 
-// The inventory stays in the process by contract; nothing here frees it.
+// By contract the inventory stays in the process; nothing here frees it.
 extern "C" int32_t findMac(const char* location, char* mac) {
     if (location == nullptr || mac == nullptr) {
         return 0;

@@ -1,4 +1,5 @@
-// What the two list builders share: making records, and the steps that read an adapter into one.
+// Functions that both lists of adapters use: creating records, and the steps that fill a record
+// from an adapter.
 #pragma once
 
 #include <kxlinhw/adapter_lists.h>
@@ -21,7 +22,7 @@ namespace kx::adapter {
 
 [[nodiscard]] KxChipClass chip_class_of(uint16_t device_id);
 
-// Put the adapter's place in the table, its PCI location and its ids into a record.
+// Store the adapter's index, its PCI location and its ids in a record.
 template <class Record>
 void describe(Record& record, uint8_t adapter, const pci_dev& device) {
     record.adapter = adapter;
@@ -34,8 +35,8 @@ void describe(Record& record, uint8_t adapter, const pci_dev& device) {
     record.chip_class = static_cast<uint8_t>(chip_class_of(device.device_id));
 }
 
-// A list under construction. The agent's variable is its cursor and so always tells how far it
-// came: the newest record, null when that could not be allocated.
+// A list under construction. The agent's variable always points to the newest record; it is null
+// when there was no memory for it.
 template <class Record>
 class GrowingList {
 public:
@@ -54,7 +55,7 @@ public:
         return added;
     }
 
-    // The list is complete: the agent's variable is its head now.
+    // The list is complete: set the agent's variable to its head.
     void finish() { head_ = cursor_ = first_; }
 
 private:
@@ -64,9 +65,9 @@ private:
     Record* last_ = nullptr;
 };
 
-// A list that the agent has freed keeps its place in the global head by contract; this remembers
-// that there is nothing behind it any more, until the head is cleared. Chains that do not hang from
-// the head are the agent's own affair and always freed.
+// By contract the global head keeps pointing to a list that the agent has freed. This object
+// remembers, until the head is cleared, that the list no longer exists. Chains that do not begin at
+// the head belong to the agent and are always freed.
 template <class Record>
 class FreedList {
 public:
@@ -83,8 +84,8 @@ public:
         }
     }
 
-    // Give back what a global head still holds, through the exported function, and clear the head.
-    // From here on the allocator may use the old list's addresses again, for a new one.
+    // Free the list of a global head through the exported function, and clear the head. From now on
+    // the allocator may use the addresses of the old list for a new one.
     void drop(Record*& head, uint32_t (*free_list)(Record*)) {
         free_list(head == freed_ ? nullptr : head);
         head = nullptr;
@@ -95,13 +96,15 @@ private:
     const Record* freed_ = nullptr;
 };
 
-// The text of a VPD value into a field, cut at its end; the rest of the field stays.
+// Copy the text of a VPD value into a field, cut at the field's end; the rest of the field does not
+// change.
 void put_value(std::span<char> field, std::string_view value);
 
-// Six bytes of 12 hexadecimal digits. Another character counts as 0xFF, whatever its place.
+// Six bytes of 12 hexadecimal digits. Any other character counts as 0xFF, as the high or the low
+// digit.
 void decode_mac(std::span<uint8_t, 6> mac, std::string_view digits);
 
-// Q5: read the EEPROM, and its VPD's values into the fields of a zeroed record.
+// Q5: read the EEPROM, and store the values of its VPD in the fields of a zeroed record.
 void read_q5_values(uint8_t adapter, uint32_t cap, AdapterInfoRecord& record);
 
 // Q3, window open: settings and option ROM record, when the flash holds an option ROM.
@@ -115,7 +118,7 @@ void read_boot_config(uint8_t adapter, Q4BootConfig& config);
 // Q4 and Q5, window open: 1 when the flash holds an option ROM.
 [[nodiscard]] uint8_t option_rom_valid(uint8_t adapter);
 
-// Give each list's memory back and clear its head.
+// Free the memory of each list and clear its head.
 void drop_adapter_list();
 void drop_adapterinfo_list();
 

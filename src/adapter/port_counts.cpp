@@ -1,4 +1,4 @@
-// How many ports a product has, by its device id with the function's digit cleared.
+// The number of ports of a product, by its device id without the digit of the function.
 #include <kxlinhw/adapter_lists.h>
 
 #include <cstring>

@@ -13,7 +13,7 @@ struct DeviceModel {
 
 constexpr uint32_t kEndOfModels = 0xFFFFFFFF;
 
-// Q3 products; their VPD may lack a name. Texts fit the 16 bytes of the shorter field.
+// Names of Q3 products, whose VPD may have no name. Texts fit the 16 bytes of the shorter field.
 constexpr DeviceModel kDeviceModels[] = {
     {0x21, "Q302-LR"}, {0x22, "Q301-SR"}, {0x23, "Q302-N"},        {0x24, "Q304-T"},
     {0x25, "Q302-CX"}, {0x26, "Q301-CX"}, {0x30, "Q310-CR"},       {0x31, "Q320-CR"},

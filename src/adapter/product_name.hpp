@@ -1,4 +1,4 @@
-// What a product is called: by its device id, or by its VPD.
+// The name of a product: from its device id or from its VPD.
 #pragma once
 
 #include <cstddef>
@@ -8,13 +8,13 @@
 
 namespace kx::adapter {
 
-// Cut the spaces at the end of a text that fills the first `length` characters of a field: a NUL
-// goes behind the last other character, which may be behind the field's end (then it is left out).
-// The first character always stays; what follows the NUL keeps its spaces.
+// Cut the spaces at the end of a text that fills the first `length` characters of a field: a NUL is
+// written after the last other character, or left out when that is outside the field. The first
+// character always stays; the characters after the NUL do not change.
 void trim_name(std::span<char> field, std::size_t length);
 
-// Write the name of a Q3 product into its field: that of its model, else the identifier string of
-// its VPD without the spaces at its end.
+// Write the name of a Q3 product into its field: the name of its model, or else the identifier
+// string of its VPD without trailing spaces.
 void write_q3_name(std::span<char> field, uint32_t device_id, std::string_view identifier);
 
 }  // namespace kx::adapter

@@ -1,5 +1,5 @@
-// The settings block and the boot option ROM of Q3 adapters: erased, written. Each entry point
-// opens the register window itself.
+// The settings block and the boot option ROM of Q3 adapters: erasing and writing. Each exported
+// function opens the register window itself.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash.h>

@@ -1,5 +1,5 @@
-// The serial flash of Q3 adapters: of one fixed size, without a lock and without read-back. Every
-// failure is told on standard error.
+// The serial flash of Q3 adapters: it has a fixed size, no lock and no read-back. Every failure is
+// reported on standard error.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/flash.h>
 
@@ -59,7 +59,8 @@ struct Q3Flash {
         return KX_Q3_FLASH_READ;
     }
 
-    // In the order of memory; a short last word is padded, not read past the data's end.
+    // In memory order; a short last word is padded, so that nothing is read past the end of the
+    // data.
     static uint32_t data_word(std::span<const uint8_t> bytes, bool) {
         uint32_t word = 0;
         std::memcpy(&word, bytes.data(), bytes.size());
@@ -124,7 +125,7 @@ int32_t q3_read_flash(uint8_t adapter, uint32_t address, uint32_t nwords, uint32
     if (nwords == 0) {
         return 0;
     }
-    // The dummy byte is read even when the command failed; agents see both failures in one status.
+    // The dummy byte is read even when the command failed; the status combines both failures.
     int32_t status = q3_sf1_write(adapter, 4, 1, engine::addressed(engine::kFastRead, address));
     status |= q3_sf1_read(adapter, 1, 1, words);
     if (status != 0) {

@@ -1,5 +1,5 @@
-// What the flash of a Q3 adapter tells: its settings, and how its option ROM identifies itself. The
-// option ROM is foreign data: marks may stand at its very end, texts may lack their NUL.
+// Reads the flash of a Q3 adapter: the settings, and the identification of the option ROM. The
+// option ROM is untrusted: marks may be at its very end, and texts may have no NUL.
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/q3_boot.h>
@@ -22,11 +22,11 @@ constexpr std::string_view kDmMark = "$DM$";
 constexpr std::string_view kPxeMark = "PXE-2.0";
 constexpr std::string_view kBiosMark = "BIOS";
 
-// From the PXE mark to the version text, without and with the BIOS mark.
+// Distances from the PXE mark to the version text, without and with the BIOS mark.
 constexpr std::size_t kVersionText = 8;
 constexpr std::size_t kVersionTextBehindBios = 14;
 
-// The option ROM's first bytes, with as many zeros behind them as any reader may run past.
+// The first bytes of the option ROM, followed by enough zeros for every function that reads on.
 struct Q3RomHead {
     alignas(uint32_t) std::array<char, kHeadSize + KX_Q3_OPTION_ROM_SIZE + 1> bytes{};
 
@@ -53,7 +53,7 @@ struct VersionTokens {
     const char* build = nullptr;
 };
 
-// Cut the text in place at its dots; the third token is of no use.
+// Split the text in place at its dots; the third token is not used.
 VersionTokens split_version(char* text) {
     char* rest = nullptr;
     VersionTokens tokens;
@@ -64,7 +64,7 @@ VersionTokens split_version(char* text) {
     return tokens;
 }
 
-// The place of the version text, or null.
+// A pointer to the version text, or null.
 char* find_version_text(Q3RomHead& head) {
     const std::size_t mark = head.text().find(kPxeMark);
     if (mark == std::string_view::npos) {

@@ -1,5 +1,5 @@
-// The serial flash of Q4 and Q5 adapters: its size is asked of the flash, the controller is locked
-// for the length of a command, and what was programmed is read back.
+// The serial flash of Q4 and Q5 adapters: the flash reports its size, the controller is locked
+// during a command, and programmed pages are read back.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/flash.h>
 
@@ -45,7 +45,7 @@ struct Q4Flash {
     static int32_t write_failed(int32_t status) { return status; }
     static int32_t read_failed(int32_t status) { return status; }
 
-    // Most significant byte first, then swapped: of a short last word only zeros reach the wire.
+    // Most significant byte first, then swapped: for a short last word only zeros are sent.
     static uint32_t data_word(std::span<const uint8_t> bytes, bool byte_oriented) {
         uint32_t word = 0;
         for (const uint8_t byte : bytes) {
@@ -59,7 +59,7 @@ using Page = std::array<uint32_t, KX_FLASH_PAGE / sizeof(uint32_t)>;
 
 void release(uint8_t adapter) { q4_write_reg(adapter, Q4Flash::kOperation, 0); }
 
-// What a failing step of a program command leaves behind: its line, and a free controller.
+// When a step of a program command fails: print its message and release the controller.
 int32_t abandon(uint8_t adapter, int32_t status, const char* message) {
     std::puts(message);
     release(adapter);
@@ -115,7 +115,7 @@ int32_t check_program(uint8_t adapter, uint32_t address, uint32_t n) {
     return 0;
 }
 
-// Sectors that size bytes take.
+// The number of sectors for size bytes.
 uint32_t sectors_for(uint32_t size, int32_t sector_size) {
     const auto unit = static_cast<uint64_t>(sector_size);
     return static_cast<uint32_t>((size + unit - 1) / unit);
@@ -135,7 +135,7 @@ int32_t measure_flash(uint8_t adapter, int32_t& sector_size) {
         return KX_FLASH_INVALID;
     }
     std::printf("sf_size %d sf_nsec %d\n", size, sectors);
-    // The flash was asked twice; answers that do not fit each other make no sector.
+    // The flash was identified twice; inconsistent answers give no sector size.
     sector_size = sectors == 0 ? 0 : size / sectors;
     return sector_size > 0 ? 0 : static_cast<int32_t>(KX_FLASH_INVALID);
 }
@@ -176,8 +176,8 @@ int32_t q4_flash_wait_op(uint8_t adapter, int attempts, int delay_ms) {
     return engine::wait_written<Q4Flash>(adapter, attempts, delay_ms);
 }
 
-// No range check: the shift counts modulo 32, as the processor's does, and codes from 31 on give
-// sizes that no later step accepts as they are.
+// No range check: the shift counts modulo 32, like that of the processor, and no later step accepts
+// the sizes for codes from 31.
 int32_t get_flash_params(uint8_t adapter) {
     const int32_t code = engine::read_capacity_code(adapter);
     return code < 0 ? code : static_cast<int32_t>(uint32_t{1} << (code & 31));
@@ -221,7 +221,7 @@ int32_t q4_erase(uint8_t adapter, uint32_t start, uint32_t size) {
     return 0;
 }
 
-// What can be refused without the flash is refused before the controller is touched.
+// Checks that need no flash come before the first access to the controller.
 int32_t q4_read_flash(
     uint8_t adapter, uint32_t address, uint32_t nwords, uint32_t* words, int byte_oriented) {
     if (words == nullptr || address % sizeof(uint32_t) != 0) {

@@ -1,5 +1,5 @@
-// Offsets and sizes of the records that flash and agents share. A record that fails here must be
-// mended, not the number.
+// Offsets and sizes of the records that flash and agents share. When a check fails, correct the
+// record, not the number.
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/boot_config.h>
 #include <kxlinhw/q3_boot.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// NOLINTBEGIN(bugprone-sizeof-expression): the pointers' own sizes are meant
+// NOLINTBEGIN(bugprone-sizeof-expression): the sizes of the pointers themselves are intended
 
 template <class Record, class Field>
 constexpr bool at(std::size_t actual, std::size_t expected, std::size_t width) {

@@ -1,4 +1,5 @@
-// Register windows beside the exported functions: opening one when needed, and their end.
+// Functions for register windows that are not exported: opening a window when needed, and closing
+// it.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +9,11 @@ namespace kx::adapter {
 // Open a Q3 adapter's window unless it is open. 0 or the status of connect_to_hba.
 [[nodiscard]] int32_t ensure_q3_window(uint8_t adapter);
 
-// No window is open any more; close /dev/mem, as memfd names it, unless that was done already.
+// Mark the window as closed, and close /dev/mem (memfd) unless it is already closed.
 void close_window();
 
-// The contract's release of a window: the mapping stays, as munmap is given address 0. Agents hold
-// addresses into it.
+// Release a window as the contract requires: munmap gets address 0, so the mapping stays. Agents
+// keep addresses within it.
 void release_window_mapping();
 
 }  // namespace kx::adapter

@@ -1,14 +1,14 @@
-// The serial-flash engine: the controller's transfers, and the flash commands made of them.
+// The protocol of the serial flash: transfers of the controller, and flash commands that consist of
+// transfers.
 //
-// The Q3 and the Q4/Q5 family differ in registers, lock bit, polling budgets, statuses and
-// messages, and in what surrounds a command (identification, release, read-back). All of that is a
-// Family: its constants, and its exported functions, through whose names every step goes, so that
-// a host can put its own in front of any of them. The exported functions are faces of the templates
-// here.
+// The Q3 and the Q4/Q5 family differ in registers, lock bit, polling limits, statuses and messages,
+// and in the steps around a command (identification, release, read-back). A Family type contains
+// these differences: its constants and its exported functions. Every step calls the exported names,
+// so that a host can replace each function. The exported functions call the templates here.
 //
-// A command starts with a transfer that keeps the flash selected (cont) and ends with one that does
-// not. Where a family releases the controller (writes 0 to the operation register) is part of the
-// protocol that it shares with the host's driver.
+// A command starts with a transfer that keeps the flash selected (cont) and ends with a transfer
+// that does not. The points at which a family releases the controller (writes 0 to the operation
+// register) are part of the protocol that it shares with the host's driver.
 #pragma once
 
 #include <arpa/inet.h>
@@ -25,7 +25,7 @@ namespace kx::adapter {
 
 struct Budget {
     int attempts;
-    int delay;  // microseconds for transfers, milliseconds for the flash's own work
+    int delay;  // microseconds for transfers, milliseconds for writing and erasing
 };
 
 // Operation register.
@@ -35,7 +35,7 @@ inline constexpr uint32_t kOperationContinue = 1U << 3;
 inline constexpr uint32_t kOperationLock = 1U << 4;
 inline constexpr uint32_t kOperationBusy = 1U << 31;
 
-// Flash commands: the first byte on the wire.
+// Flash commands: the first byte that is sent.
 enum FlashCommand : uint32_t {
     kPageProgram = 0x02,
     kReadStatus = 0x05,
@@ -48,7 +48,7 @@ enum FlashCommand : uint32_t {
 inline constexpr uint32_t kWriteInProgress = 1;  // of the flash's status
 inline constexpr uint32_t kPageOffset = KX_FLASH_PAGE - 1;
 
-// A command and its 24-bit address, whose most significant byte goes first on the wire.
+// A command and its 24-bit address, sent with the most significant byte first.
 inline uint32_t addressed(FlashCommand command, uint32_t address) {
     return htonl(address) | command;
 }
@@ -75,7 +75,7 @@ int32_t wait_register(
     }
 }
 
-// Start a transfer that the controller is ready for, and see it completed.
+// Start a transfer when the controller is ready, and wait until it is complete.
 template <class Family>
 int32_t run_transfer(uint8_t adapter, uint32_t byte_count, int cont, int lock, uint32_t direction) {
     const uint32_t operation = direction | (byte_count - 1) << kOperationCountShift |
@@ -165,7 +165,7 @@ int32_t erase_sector(uint8_t adapter, int sector) {
     return wait_written<Family>(adapter, Family::kErase);
 }
 
-// Words may stand at any address: callers point into packed records.
+// Words may be at any address: callers pass pointers into packed records.
 template <class Family>
 int32_t read_words(uint8_t adapter, uint32_t nwords, uint32_t* words, bool byte_oriented) {
     auto* const out = reinterpret_cast<unsigned char*>(words);
@@ -182,7 +182,7 @@ int32_t read_words(uint8_t adapter, uint32_t nwords, uint32_t* words, bool byte_
     return 0;
 }
 
-// Write enable and the program command; the flash then takes the page's bytes.
+// Send write enable and the program command; the flash then accepts the bytes of the page.
 template <class Family>
 int32_t start_program(uint8_t adapter, uint32_t address) {
     if (const int32_t status = Family::send(adapter, 1, 0, 1, kWriteEnable); status != 0) {

@@ -1,4 +1,4 @@
-// The end of the state that adapters have in the process.
+// Releases everything that the adapter functions hold in the process.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 

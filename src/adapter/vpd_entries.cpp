@@ -1,5 +1,5 @@
-// VPD that follow no template: Q5 adapters have their keywords in any order. The data are foreign;
-// every length is checked against the bytes that were read.
+// VPD without a fixed layout: the keywords of Q5 adapters may be in any order. The data are
+// untrusted; every length is checked against the bytes that were read.
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/vpd.h>
 
@@ -14,7 +14,7 @@
 namespace kx::adapter {
 namespace {
 
-constexpr std::size_t kHeader = 3;  // of a tag, and of a keyword
+constexpr std::size_t kHeader = 3;  // the header of a tag, and of a keyword
 constexpr int kDefaultEnd = 425;
 
 static_assert(sizeof(KxVpdEntry) == 257, "agents walk the entries by their size");
@@ -70,8 +70,8 @@ void add_keyword(Entries& entries, std::string_view name, std::string_view value
     }
 }
 
-// Where the read-only part ends. Its start enters by its low byte only; a part that seems empty is
-// taken for one of the usual length.
+// The end of the read-only part. Only the low byte of its start is used; a part that seems empty
+// gets the usual length.
 std::size_t end_of_part(std::size_t start, int length) {
     const int end = static_cast<int>(start % 256) + length - 1;
     return static_cast<std::size_t>(std::max(end == 0 ? kDefaultEnd : end, 0));
@@ -82,7 +82,7 @@ struct Field {
     std::size_t width;
 };
 
-// Where an entry's value goes, by its index.
+// The field for an entry's value, by its index.
 constexpr Field kFields[] = {
     {offsetof(AdapterInfoRecord, product_name), sizeof AdapterInfoRecord::product_name},
     {offsetof(AdapterInfoRecord, part_number), sizeof AdapterInfoRecord::part_number},

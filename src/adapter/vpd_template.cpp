@@ -1,4 +1,5 @@
-// One table a generation; adapters of all makers' years carry them, so an offset never moves.
+// One table for each generation. All adapters of a generation have this layout, so an offset never
+// changes.
 #include "adapter/vpd_template.hpp"
 
 #include <kxlinhw/vpd.h>
@@ -41,7 +42,7 @@ constexpr VpdHeader kQ4Headers[] = {
     keyword(222, "V8", 24),
     keyword(249, "V9", 24),
     keyword(276, "VA", 24),
-    keyword(330, "RV", 80),  // 27 bytes before it belong to no keyword and stay as they are
+    keyword(330, "RV", 80),  // the 27 bytes before it belong to no keyword and do not change
     tag(413, kReadWriteTag, 252),
     keyword(416, "VC", 24),
     keyword(443, "VD", 24),

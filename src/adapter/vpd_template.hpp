@@ -1,5 +1,5 @@
-// The fixed layout of a generation's Vital Product Data: where tags and keywords stand, whatever
-// the EEPROM holds.
+// The fixed layout of a generation's vital product data: the offsets of tags and keywords, whatever
+// the EEPROM contains.
 #pragma once
 
 #include <kxlinhw/adapter_lists.h>
@@ -12,7 +12,7 @@
 
 namespace kx::adapter {
 
-// A tag or keyword with its length: three bytes in front of a value.
+// A tag or keyword with its length: the three bytes before a value.
 struct VpdHeader {
     uint16_t offset;
     uint8_t bytes[3];
@@ -40,8 +40,8 @@ struct VpdTemplate {
 extern const VpdTemplate kQ3VpdTemplate;
 extern const VpdTemplate kQ4VpdTemplate;
 
-// A value in VPD that a template was written over: where its keyword stands, as long as its length
-// byte says, cut at the data's end. Empty when the template lacks the keyword.
+// A value in VPD after a template was written over it: found by its keyword, with the length of its
+// length byte, cut at the end of the data. Empty when the template lacks the keyword.
 [[nodiscard]] std::string_view vpd_value(
     const VpdTemplate& layout, std::span<const uint8_t> vpd, std::string_view keyword);
 

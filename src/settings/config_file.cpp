@@ -20,11 +20,11 @@ namespace kx::settings {
 namespace {
 
 constexpr std::size_t kLongestPiece = 255;
-constexpr mode_t kNewFileMode = 0644;  // less the agent's umask, which may take nothing
-constexpr mode_t kNewCopyMode = 0600;  // until it has the mode of the file
-constexpr int kOwnFile = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;  // a named pipe is not waited for
+constexpr mode_t kNewFileMode = 0644;  // less the agent's umask, which may be 0
+constexpr mode_t kNewCopyMode = 0600;  // until it gets the mode of the file
+constexpr int kOwnFile = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;  // does not wait for a named pipe
 
-// The whole text from the descriptor's position on, or nothing when it cannot be read to its end.
+// The whole text from the descriptor's position, or nothing when it cannot be read to its end.
 std::optional<std::string> read_all(const Descriptor& file) {
     std::string text;
     std::array<char, 4096> chunk;
@@ -53,8 +53,8 @@ bool write_all(const Descriptor& file, std::string_view text) {
     return true;
 }
 
-// Strips through the exported trim, as agents may have put their own in its place; one that answers
-// with an address outside the piece strips nothing.
+// Strips through the exported trim, which agents may replace. When trim returns an address outside
+// the piece, nothing is stripped.
 std::string_view stripped(std::string_view piece) {
     std::array<char, kLongestPiece + 1> text{};
     piece.copy(text.data(), kLongestPiece);
@@ -85,8 +85,8 @@ std::string with_lines_replaced(
     return result;
 }
 
-// Append whole or not at all: what a full disk took of the line is cut off again. The name of a new
-// file is safe only once its directory is.
+// Append the whole line or nothing: when the disk is full, the part that was written is removed
+// again. The name of a new file is safe only after its directory has been flushed.
 bool append(
     const LockedTarget& target, const Descriptor& file, std::string_view text,
     std::size_t old_size) {
@@ -99,10 +99,10 @@ bool append(
 }
 
 bool may_not_give_away(int reason) {
-    return reason == EPERM || reason == EINVAL;  // EINVAL: a user that the container does not have
+    return reason == EPERM || reason == EINVAL;  // EINVAL: the container does not have this user
 }
 
-// Owner and group, or what of them the agent may give.
+// Set owner and group, as far as the agent may.
 bool take_owner(const Descriptor& file, const struct stat& own, const struct stat& model) {
     if (own.st_uid == model.st_uid && own.st_gid == model.st_gid) {
         return true;
@@ -117,8 +117,8 @@ bool take_owner(const Descriptor& file, const struct stat& own, const struct sta
     return fchown(file.get(), kSameOwner, model.st_gid) == 0 || may_not_give_away(errno);
 }
 
-// The mode of the model. With another owner it loses the bits that run a file as its owner, and
-// with another group, group and others get only what both had.
+// The mode of the model. With another owner it loses the set-user-id and set-group-id bits; with
+// another group, group and others get only the permissions that both had.
 mode_t mode_for(const struct stat& own, const struct stat& model) {
     const mode_t mode = model.st_mode & 07777;
     const bool same_group = own.st_gid == model.st_gid;
@@ -129,8 +129,8 @@ mode_t mode_for(const struct stat& own, const struct stat& model) {
     return (mode & 0700) | common << 3 | common;
 }
 
-// Nothing is written before mode and owner are right, so that no text is seen by more users than
-// may see the file.
+// Nothing is written before mode and owner are set, so that no text is readable for more users than
+// the file.
 bool take_mode_and_owner(const Descriptor& file, const struct stat& model) {
     struct stat own {};
     return fstat(file.get(), &own) == 0 && take_owner(file, own, model) &&
@@ -148,8 +148,8 @@ bool write_copy(
            write_all(to, with_lines_replaced(*text, line, is_own)) && flush_to_disk(to);
 }
 
-// Between the two renames the file's own name is absent; `kxctl repair` mends what a power loss
-// leaves there.
+// Between the two renames no file has the original name; `kxctl repair` repairs this after a power
+// loss.
 bool exchange(const LockedTarget& target, const std::string& fresh) {
     const std::string& path = target.path();
     const std::string backup = path + ".bk";
@@ -200,7 +200,8 @@ bool replace_lines(const char* path, std::string_view line, const LineTest& is_o
         if (!from) {
             return false;
         }
-        // What an earlier rewrite left may be another's, or a link to a file that is nobody's copy.
+        // A file that an earlier rewrite left may belong to another user, or may be a link to any
+        // other file.
         unlink(fresh.c_str());
         const Descriptor to(
             open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | kOwnFile, kNewCopyMode));
@@ -208,7 +209,7 @@ bool replace_lines(const char* path, std::string_view line, const LineTest& is_o
             return false;
         }
         if (!write_copy(from, to, line, is_own)) {
-            unlink(fresh.c_str());  // a text that is not whole must not be taken for one that is
+            unlink(fresh.c_str());  // an incomplete text must not look like a complete one
             return false;
         }
     }

@@ -12,7 +12,7 @@ namespace kx::settings {
 void clear_detail() { std::memset(errStr, 0, sizeof errStr); }
 
 void append_detail(std::string_view message) {
-    // Agents may have written to the text; without a NUL it is full.
+    // Agents may have overwritten the text; without a NUL it is full.
     const std::size_t used = field_text(errStr).size();
     const std::size_t room = sizeof errStr - 1 - std::min(used, sizeof errStr - 1);
     const std::size_t length = std::min(message.size(), room);

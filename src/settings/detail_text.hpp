@@ -1,5 +1,5 @@
-// The one way into errStr, the detail text of set operations. However long names and reasons are,
-// nothing is written past its last byte and it stays terminated.
+// The only functions that write to errStr, the detail text of set operations. However long names
+// and reasons are, they write nothing past its last byte, and it stays terminated.
 #pragma once
 
 #include <cstdarg>
@@ -9,8 +9,8 @@
 
 namespace kx::settings {
 
-// A message as printf makes it in a buffer of Size bytes: cut so that its NUL fits. Agents know the
-// messages in their cut form.
+// A message as printf formats it in a buffer of Size bytes, cut so that its NUL fits. Agents rely
+// on the cut messages.
 template <std::size_t Size>
 class CutMessage {
 public:
@@ -30,13 +30,13 @@ private:
 using PortMessage = CutMessage<256>;
 using OffloadMessage = CutMessage<64>;
 
-// Zero the whole detail text.
+// Set the whole detail text to zero.
 void clear_detail();
 
 // Append as much of a message as fits.
 void append_detail(std::string_view message);
 
-// Have the message stand alone.
+// Replace the detail text by the message.
 void set_detail(std::string_view message);
 
 }  // namespace kx::settings

@@ -1,4 +1,4 @@
-// Two characters as one byte, as fields of addresses are written.
+// Reads two hexadecimal digits of an address field as one byte.
 #include <kxlinhw/hex.h>
 
 #include <optional>

@@ -26,7 +26,7 @@ constexpr int kIwarpService = 10;
 
 ModName log_origin() { return KxLogger::MapSVCToModName(kIwarpService); }
 
-// The text stands in the format's place: agents may know it by that. It has no values.
+// The text is passed as the format: agents may recognise it by that. It has no values.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 [[gnu::format(printf, 1, 0)]] void log_refusal(const char* text) {
@@ -34,13 +34,14 @@ ModName log_origin() { return KxLogger::MapSVCToModName(kIwarpService); }
 }
 #pragma GCC diagnostic pop
 
-// How an operation on a module ends before it began, or the module.
+// The status of an operation that ends before it begins, or the module.
 struct Target {
     uint32_t status;
     const IwarpModule* module;
 };
 
-// The name is tried as loaded first, so an unknown module counts as not loaded while it is not.
+// The loaded state is checked before the name, so an unknown module that is not loaded counts as
+// not loaded.
 Target find_module(const char* name) {
     if (lsmod(name) == 0) {  // an unreadable module list counts as loaded
         KxLogger::KestrixLogMsg(log_origin(), KX_LOG_ERROR, "Module %s is not loaded", name);
@@ -55,7 +56,7 @@ Target find_module(const char* name) {
     return {KX_UNSUPPORTED_DRIVER, nullptr};
 }
 
-// Records of agents stand at any address.
+// Records of agents may be at any address.
 int32_t value_of(const IwarpProps& record, const IwarpParameter& row) {
     int32_t value = 0;
     std::memcpy(&value, reinterpret_cast<const char*>(&record) + row.offset, sizeof value);

@@ -1,5 +1,5 @@
-// The iWARP parameters: one row for each module parameter file, shared by setting and reading.
-// Rows stand in the order in which settings are applied.
+// The iWARP parameters: one row for each module parameter file, shared by setting and reading. The
+// order of the rows is the order in which settings are applied.
 #pragma once
 
 #include <kxlinhw/iwarp.h>
@@ -15,8 +15,8 @@ struct IwarpParameter {
     const char* name;         // of the parameter file
     std::size_t offset;       // of the field in IwarpProps
     uint64_t change_bit;      // of the record's change mask
-    std::size_t zfab3_place;  // place in the order of reading iw_zfab3, from 1; 0 is never read
-    std::size_t zfab4_place;  // likewise for iw_zfab4
+    std::size_t zfab3_place;  // position in the order of reading iw_zfab3, from 1; 0: never read
+    std::size_t zfab4_place;  // the same for iw_zfab4
 };
 
 #define KX_NAMED(field) #field, offsetof(IwarpProps, field)
@@ -41,7 +41,7 @@ inline constexpr auto kIwarpParameters = std::to_array<IwarpParameter>({
     {KX_NAMED(inline_threshold), KX_IWARP_INLINE_THRESHOLD, 0, 16},
     {KX_NAMED(map_udb_as_wc), KX_IWARP_MAP_UDB_AS_WC, 0, 17},
     {KX_NAMED(markers_enabled), KX_IWARP_MARKERS_ENABLED, 4,
-     0},  // set in iw_zfab4, never read back
+     0},  // written for iw_zfab4, never read
     {KX_NAMED(mpa_rev), KX_IWARP_MPA_REV, 3, 19},
     {KX_NAMED(max_fr_immd), KX_IWARP_MAX_FR_IMMD, 0, 18},
     {KX_NAMED(nocong), KX_IWARP_NOCONG, 8, 20},
@@ -61,7 +61,7 @@ inline constexpr auto kIwarpParameters = std::to_array<IwarpParameter>({
 inline constexpr std::size_t kZfab3Read = 9;
 inline constexpr std::size_t kZfab4Read = 29;
 
-// The rows that are read of a module, in the order of reading.
+// The rows that are read for a module, in the order of reading.
 template <std::size_t Count>
 consteval std::array<IwarpParameter, Count> in_reading_order(std::size_t IwarpParameter::*place) {
     std::array<IwarpParameter, Count> rows{};
@@ -77,8 +77,8 @@ consteval std::array<IwarpParameter, Count> in_reading_order(std::size_t IwarpPa
 inline constexpr auto kZfab3Readings = in_reading_order<kZfab3Read>(&IwarpParameter::zfab3_place);
 inline constexpr auto kZfab4Readings = in_reading_order<kZfab4Read>(&IwarpParameter::zfab4_place);
 
-// A module, the bits of the change mask that it lacks, what is logged when one of them is set, and
-// the rows that are read of it.
+// A module, the bits of the change mask that it lacks, the message when one of them is set, and the
+// rows that are read for it.
 struct IwarpModule {
     const char* name;
     uint64_t forbidden;

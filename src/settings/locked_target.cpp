@@ -16,16 +16,16 @@
 namespace kx::settings {
 namespace {
 
-constexpr int kMostLinks = 40;  // as many as the kernel follows
+constexpr int kMostLinks = 40;  // the limit of the kernel
 constexpr std::chrono::milliseconds kPause{1};
 constexpr std::chrono::seconds kPatience{5};
 
-// Up to and with the last slash; empty for a name in the working directory.
+// The path up to and including the last slash; empty for a name in the working directory.
 std::string_view directory_part(std::string_view path) {
     return path.substr(0, path.rfind('/') + 1);
 }
 
-// What a link says; nothing for what is no link, or cannot be read.
+// The target of a link; nothing for a path that is not a link or cannot be read.
 std::optional<std::string> link_text(const std::string& path) {
     std::array<char, PATH_MAX> text;
     const ssize_t length = readlink(path.c_str(), text.data(), text.size());
@@ -33,8 +33,8 @@ std::optional<std::string> link_text(const std::string& path) {
                       : std::optional(std::string(text.data(), static_cast<std::size_t>(length)));
 }
 
-// The path at the end of a path's links, whether or not there is a file; nothing when they do not
-// end.
+// The path that a path's links lead to, whether or not the file exists; nothing when the links form
+// a circle.
 std::optional<std::string> end_of_links(std::string path) {
     for (int links = 0; links <= kMostLinks; ++links) {
         const auto text = link_text(path);
@@ -52,7 +52,7 @@ Descriptor open_directory_of(std::string_view path) {
         open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-// The kernel has no lock with a time limit, and a signal could be one of the agent's: ask for it
+// The kernel has no lock with a time limit, and a signal could disturb the agent. Therefore try
 // again and again.
 bool lock(const Descriptor& directory) {
     using Clock = std::chrono::steady_clock;
@@ -77,8 +77,8 @@ LockedTarget::LockedTarget(const char* path) {
     }
 }
 
-// A process that the agent forked meanwhile has the descriptor too; closing it here alone would
-// leave the lock with that one.
+// A process that the agent forked meanwhile has the descriptor too; closing it only here would
+// leave the lock there.
 LockedTarget::~LockedTarget() {
     if (locked_) {
         flock(directory_.get(), LOCK_UN);

@@ -1,9 +1,9 @@
-// The file that a change of a configuration file is made to, locked against other agents.
+// The file that a change of a configuration file works on, locked against other agents.
 //
-// A configuration file that is a symbolic link stays one: what is changed is the file at the end of
-// its links, and the temporary and backup names are beside that file. A change reads, works in
-// memory and writes; two agents that do so at the same time would lose each other's lines. The lock
-// is on the directory, because a rewrite replaces the file itself.
+// When a configuration file is a symbolic link, the link stays: the file that it leads to is
+// changed, and the temporary and backup files are in the directory of that file. A change reads the
+// file, edits the text in memory and writes it; without a lock, two agents that do this at the same
+// time would lose lines. The lock is on the directory, because a rewrite replaces the file itself.
 #pragma once
 
 #include <string>
@@ -20,14 +20,14 @@ public:
     LockedTarget(const LockedTarget&) = delete;
     LockedTarget& operator=(const LockedTarget&) = delete;
 
-    // False when the links go round in a circle, the directory cannot be opened, or another agent
-    // kept the lock.
+    // False when the links form a circle, the directory cannot be opened, or another agent kept the
+    // lock.
     explicit operator bool() const { return locked_; }
 
-    // The path of the file, which need not exist. Open it with O_NOFOLLOW: it was no link.
+    // The path of the file, which need not exist. Open it with O_NOFOLLOW: it was not a link.
     [[nodiscard]] const std::string& path() const { return path_; }
 
-    // Names live in the directory: until it is flushed, a power cut may bring the old ones back.
+    // The directory stores the names: until it is flushed, a power cut may restore the old ones.
     [[nodiscard]] bool flush_directory() const;
 
 private:
@@ -36,7 +36,7 @@ private:
     bool locked_ = false;
 };
 
-// Flush a file or directory to its disk. What has no disk (/dev/null) needs no flushing.
+// Flush a file or directory to its disk. A device such as /dev/null needs no flushing.
 [[nodiscard]] bool flush_to_disk(const Descriptor& file);
 
 }  // namespace kx::settings

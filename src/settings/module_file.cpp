@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kSectionName = ".modinfo";
 
-// Where the few header fields stand that lead to a section, in each ELF class.
+// The offsets of the header fields that lead to a section, for each ELF class.
 struct Layout {
     std::size_t address_width;  // of offsets and sizes
     std::size_t table_offset;
@@ -66,7 +66,7 @@ public:
         return Section{*name, *offset, *size};
     }
 
-    // The bytes at [offset, offset + size), or nothing when they do not all lie in the file.
+    // The bytes at [offset, offset + size), or nothing when they are not all in the file.
     [[nodiscard]] std::optional<std::string_view> range(uint64_t offset, uint64_t size) const {
         if (offset > bytes_.size() || size > bytes_.size() - offset) {
             return std::nullopt;
@@ -74,7 +74,7 @@ public:
         return std::string_view(reinterpret_cast<const char*>(bytes_.data()) + offset, size);
     }
 
-    // Does the name that begins at this place of the file equal the wanted one, with its NUL?
+    // Is the text at this offset of the file the wanted name, with its NUL?
     [[nodiscard]] bool name_at(uint64_t offset, std::string_view wanted) const {
         const auto name = range(offset, wanted.size() + 1);
         return name && name->starts_with(wanted) && name->back() == '\0';

@@ -1,7 +1,7 @@
-// The strings that a kernel module's file carries in its ".modinfo" section.
+// The strings in the ".modinfo" section of a kernel module's file.
 //
 // The file is untrusted: every offset, count and size in it is checked against the mapping before
-// use, and a file that does not hold together has no section.
+// use, and an inconsistent file has no section.
 #pragma once
 
 #include <cstddef>

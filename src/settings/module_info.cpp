@@ -1,5 +1,5 @@
-// A kernel module's version and description, read of its file without loading it and without any
-// tool.
+// The version and description of a kernel module, read from its file without loading it and without
+// a tool.
 #include <fcntl.h>
 #include <kxlinhw/modules.h>
 #include <kxlinhw/status.h>
@@ -18,10 +18,10 @@
 namespace {
 
 constexpr std::size_t kTextSize = 255;         // of the caller's buffers
-constexpr std::size_t kDescriptionLimit = 63;  // agents show no more
+constexpr std::size_t kDescriptionLimit = 63;  // the most that agents show
 
-// The text behind the first "=" of a string, bounded by the caller's buffer; it carries its NUL
-// only where that fits.
+// Copies the text after the first "=" of a string, as far as the caller's buffer reaches, with a
+// NUL only when it fits.
 void copy_value(std::string_view text, std::size_t equals, char* out) {
     const std::string_view value = text.substr(equals + 1, kTextSize);
     std::memcpy(out, value.data(), value.size());
@@ -30,7 +30,7 @@ void copy_value(std::string_view text, std::size_t equals, char* out) {
     }
 }
 
-// Later strings win over earlier ones. Only these beginnings of the keys are compared.
+// Later strings replace earlier ones. Only the beginnings of the keys are compared.
 void read_strings(std::string_view section, char* version, char* description) {
     kx::settings::ModinfoStrings strings(section);
     while (const auto text = strings.next()) {
@@ -80,7 +80,7 @@ void* grab_file(const char* path, size_t* length) {
         errno = EFAULT;
         return nullptr;
     }
-    // A named pipe of the module's name must not be waited for.
+    // Do not wait for the writer of a named pipe with the module's name.
     const kx::Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {

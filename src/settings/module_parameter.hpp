@@ -8,7 +8,7 @@ namespace kx::settings {
 // The driver of Q4 and Q5 ports, whose module parameters are the card's.
 inline constexpr char kEthernetDriver[] = "zfab4";
 
-// Have the shell write a value. A refusal goes unnoticed.
+// Write a value through the shell. A refusal is not noticed.
 void write_module_parameter(const char* module, const char* parameter, int value);
 
 // The parameter's value; 0 without a file or a number in it.

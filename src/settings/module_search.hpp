@@ -10,7 +10,7 @@
 
 namespace kx::settings {
 
-// A file as grab_file maps it; released with the object.
+// A file that grab_file mapped; unmapped with the object.
 class MappedFile {
 public:
     MappedFile() = default;
@@ -34,13 +34,13 @@ private:
     void* address_ = nullptr;
 };
 
-// The file of a module: the name itself as a path, or what a search of the part of the module tree
-// finds that modfound tells.
+// The file of a module: the name itself as a path, or the result of a search in the part of the
+// module tree that modfound selects.
 [[nodiscard]] MappedFile locate_module(const char* module);
 
-// The names for which getModinfo will be called while this lives. The first search walks the tree
-// for all that are still wanted, each by its own rules; the later ones have their files already.
-// One at a time.
+// The names for which getModinfo will be called while this object exists. The first search walks
+// the tree for all names that are still wanted, each by its own rules; later searches use its
+// results. Only one such object at a time.
 class ModuleAnnouncement {
 public:
     static constexpr std::size_t kMost = 16;
@@ -57,7 +57,7 @@ private:
     std::array<std::string_view, kMost> names_{};
     std::array<MappedFile, kMost> files_;
     std::size_t count_;
-    uint32_t waiting_;              // a bit for each name that was not asked for
+    uint32_t waiting_;              // a bit for each name that was not requested yet
     std::array<bool, 2> walked_{};  // by modfound
     static inline ModuleAnnouncement* current_ = nullptr;
 };

@@ -1,4 +1,4 @@
-// Every path that the settings touch, beside those of the offload table.
+// Every path that the settings use, except those of the offload table.
 #pragma once
 
 #include <kxlinhw/settings.h>
@@ -7,7 +7,7 @@ namespace kx::settings {
 
 inline constexpr char kPortParameterFile[] = KX_PORT_PARAMETER_FILE;
 inline constexpr char kSysctlFile[] = KX_SYSCTL_FILE;
-inline constexpr char kKernelSettings[] = "/proc/sys/";  // sysctl names its files from here
+inline constexpr char kKernelSettings[] = "/proc/sys/";  // the root of the keys of sysctl
 inline constexpr char kModules[] = "/sys/module/";
 inline constexpr char kModuleParameters[] = "/parameters/";  // within a module's directory
 

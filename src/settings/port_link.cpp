@@ -18,7 +18,7 @@ public:
     LinkSetter(const PortSetter& port, const char* interface_name, const PortSettings& settings)
         : port_(port), interface_(interface_name), settings_(settings) {}
 
-    // Each step leaves the status of the last failure.
+    // Each step stores its status when it fails.
     [[nodiscard]] int status() const { return status_; }
 
     void set_link(uint32_t mask) {
@@ -72,11 +72,12 @@ private:
         return true;
     }
 
-    // Modes are advertised by auto-negotiation alone, be it on as read or as just chosen.
+    // Modes are advertised only with auto-negotiation, whether it was on before or is switched on
+    // now.
     bool choose_advertising(ethtool_cmd& link) {
         if (link.autoneg != AUTONEG_ENABLE) {
             status_ = KX_INVALID_SET_VALUE;
-            // Agents match this message with the interface before the reason.
+            // Agents expect the interface before the reason in this message.
             port_.report_link("advertise", interface_, "link_autoneg is off");
             return false;
         }
@@ -139,7 +140,7 @@ int setLinkSettings(const char* interface_name, PortSettings* settings, uint32_t
     LinkSetter link(port, interface_name, *settings);
     link.set_link(mask);
     if ((mask & KX_PORT_MESSAGE_LEVEL) != 0) {
-        link.set_message_level();  // also when the driver gave no link settings
+        link.set_message_level();  // also when the driver returned no link settings
     }
     return link.status();
 }

@@ -14,10 +14,10 @@
 namespace kx::settings {
 namespace {
 
-constexpr uint8_t kNeither = 255;  // what strToBool gives for a text that is no switch
+constexpr uint8_t kNeither = 255;  // the result of strToBool for a text that is neither "0" nor "1"
 
-// A switch's value: what is sent to the driver, or no valid one. Texts are recorded as atoi reads
-// them, which for a valid text is the same number.
+// The value of a switch that is sent to the driver, or an invalid value. Texts are recorded as atoi
+// reads them, which is the same number for a valid text.
 struct Switch {
     bool valid;
     uint8_t value;
@@ -95,7 +95,7 @@ int setOffloads(const char* interface_name, PortSettings* settings, uint32_t mas
     return static_cast<int>(failed);
 }
 
-// Its lines are read by agents that watch the library's standard output.
+// Agents that watch the library's standard output read its lines.
 uint8_t strToBool(const char* text) {
     using kx::settings::kNeither;
     if (text == nullptr) {
@@ -103,7 +103,7 @@ uint8_t strToBool(const char* text) {
     }
     const int against_one = std::strcmp(text, "1");
     const int against_zero = std::strcmp(text, "0");
-    const char second = text[0] == '\0' ? '\0' : text[1];  // nothing is read behind the NUL
+    const char second = text[0] == '\0' ? '\0' : text[1];  // nothing is read after the NUL
     std::printf("str %s\n", text);
     std::printf("strcmp %d\n", against_one);
     std::printf("strcmp %d\n", against_zero);

@@ -25,12 +25,12 @@ public:
         ethtool_pauseparam pause{};
         pause.cmd = ETHTOOL_GPAUSEPARAM;
         if (port_.request(&pause) != 0) {
-            return KX_SUCCESS;  // an adapter without pause is no failure to its agent
+            return KX_SUCCESS;  // an adapter without pause parameters is not a failure
         }
         const bool negotiation = (mask & KX_PORT_PAUSE_AUTONEG) != 0 && choose_negotiation(pause);
         const bool transmit = (mask & KX_PORT_TX_PAUSE) != 0 && choose_transmit(pause);
         const bool receive = (mask & KX_PORT_RX_PAUSE) != 0 && choose_receive(pause);
-        // Issued also when nothing was accepted.
+        // Sent also when no value was accepted.
         pause.cmd = ETHTOOL_SPAUSEPARAM;
         if (port_.request(&pause) != 0) {
             port_.report("Pause parameter", system_reason());

@@ -1,4 +1,4 @@
-// The ring sizes of a port: read whole, changed where asked for, written whole.
+// The ring sizes of a port: all are read, the requested ones are changed, all are written.
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
 #include <linux/ethtool.h>
@@ -10,7 +10,7 @@
 namespace kx::settings {
 namespace {
 
-// Of the mini ring, whatever the driver reports.
+// The limit of the mini ring, whatever the driver reports.
 constexpr uint32_t kMiniRingLimit = 16384;
 
 struct Ring {
@@ -21,7 +21,7 @@ struct Ring {
     uint32_t ethtool_ringparam::*pending;
 };
 
-// In the order in which sizes are checked; recorded is the last one first.
+// The order in which sizes are checked; the last one is recorded first.
 constexpr std::array<Ring, 4> kRings{{
     {KX_PORT_RING_RX, "ring_rx", [](const PortSettings& s) { return s.rings.rx; },
      [](const ethtool_ringparam& r) { return r.rx_max_pending; }, &ethtool_ringparam::rx_pending},
@@ -34,10 +34,10 @@ constexpr std::array<Ring, 4> kRings{{
      [](const ethtool_ringparam& r) { return r.tx_max_pending; }, &ethtool_ringparam::tx_pending},
 }};
 
-// The order of the lines that a first recording appends.
+// The order of the lines that the first recording appends.
 constexpr std::array<std::size_t, 4> kRecordingOrder{3, 0, 1, 2};
 
-// Put the sizes of mask into the request. The bits of those that the limits allow.
+// Put the sizes of mask into the request. Returns the bits of the sizes that the limits allow.
 uint32_t accept(
     const PortSetter& port, const PortSettings& settings, uint32_t mask, ethtool_ringparam& rings) {
     uint32_t accepted = 0;
@@ -90,7 +90,7 @@ int setRingParams(const char* interface_name, PortSettings* settings, uint32_t m
         return kRefused;
     }
     const uint32_t accepted = accept(port, *settings, mask, rings);
-    // Issued in every case, also when every size was refused.
+    // Always sent, also when every size was refused.
     rings.cmd = ETHTOOL_SRINGPARAM;
     if (port.request(&rings) != 0) {
         port.report("Ethtool ring parameter", system_reason());

@@ -1,4 +1,4 @@
-// The setter groups of one request each, and what all groups share.
+// The groups of setters with one request each, and the functions that all groups share.
 #include "settings/port_setter.hpp"
 
 #include <kxlinhw/settings.h>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr long kSmallestMtu = 22;
 constexpr long kLargestMtu = 10222;
-constexpr uint32_t kMtuInstance = 1;  // what is handed to the recording for every port
+constexpr uint32_t kMtuInstance = 1;  // the value that the recording gets for every port
 
 long mtu_of(const PortSettings& settings) {
     return std::strtol(TerminatedText(settings.mtu).c_str(), nullptr, 0);
@@ -37,7 +37,7 @@ void PortSetter::report_link(const char* setting, const char* a, const char* b) 
 }
 
 void PortSetter::save(const char* key, int value) const {
-    // Agents are told about settings, not about their recording.
+    // Agents get the result of the setting, not of its recording.
     static_cast<void>(savePortParam(key, interface_, instance_, value));
 }
 

@@ -1,5 +1,5 @@
-// What every setter group of a port does: ask the driver over a socket of its own, report what
-// failed, record what was applied.
+// The functions of every group of port setters: send requests to the driver through a socket,
+// report failures, record applied settings.
 #pragma once
 
 #include <kxlinhw/records.h>
@@ -22,16 +22,16 @@ public:
     PortSetter(const char* interface_name, uint32_t port_instance)
         : interface_(interface_name), instance_(port_instance) {}
 
-    // Is there a socket? Without one a group gives up at once.
+    // Is there a socket? Without a socket a group ends at once.
     explicit operator bool() const { return static_cast<bool>(socket_); }
 
-    // An ethtool command; ioctl's own result, errno telling why it is not 0.
+    // An ethtool command. Returns the result of ioctl; errno has the reason when it is not 0.
     [[nodiscard]] int request(void* command) const {
         return socket_.ethtool_result(interface_, command);
     }
     [[nodiscard]] int request_mtu(int mtu) const { return socket_.set_mtu(interface_, mtu); }
 
-    // Append the commonest message, "Set SETTING failed for INTERFACE: REASON; ".
+    // Append the most common message, "Set SETTING failed for INTERFACE: REASON; ".
     // Returns the message.
     PortMessage report(const char* setting, const char* reason) const;
 
@@ -47,7 +47,7 @@ private:
     InterfaceSocket socket_;
 };
 
-// The system's text for why the request before this call failed; good until the next call.
+// The system's text for the failure of the previous request; valid until the next call.
 [[nodiscard]] inline const char* system_reason() { return std::strerror(errno); }
 
 }  // namespace kx::settings

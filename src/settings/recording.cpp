@@ -1,5 +1,5 @@
-// Recording settings that were applied: port settings in a file of the library's own, offload
-// settings in the host's sysctl configuration. The two differ in what makes a line the setting's.
+// Recording applied settings: port settings in a file of the library, offload settings in the
+// host's sysctl configuration. The two differ in the rule by which a line belongs to a setting.
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
 
@@ -18,15 +18,17 @@ namespace {
 
 constexpr int kSaved = 0;
 constexpr int kNotSaved = 1;
-constexpr std::size_t kLongestSearchKey = 31;  // agents know that longer ones match as prefixes
+constexpr std::size_t kLongestSearchKey =
+    31;  // agents rely on this: a longer key matches by its first characters
 constexpr std::size_t kSysctlKeySize = 256;
 
-// Anywhere in the line: eth1.mtu is found in veth1.mtu, and in a comment.
+// The key may be anywhere in the line: eth1.mtu is also found in veth1.mtu and in a comment.
 LineTest holds(std::string_view key) {
     return [key](std::string_view line) { return line.find(key) != line.npos; };
 }
 
-// At the line's start, so that max_wr is not found in max_wr_credits.
+// The key must be at the start of the line and end there, so that max_wr is not found in
+// max_wr_credits.
 LineTest begins_with(std::string_view key) {
     return [key](std::string_view line) {
         return line.starts_with(key) && line.size() > key.size() &&

@@ -1,5 +1,5 @@
-// The set entry points: find the target in a fresh inventory, put the caller's block into it, apply
-// what the block's change mask names.
+// The set functions: find the target in a new inventory, copy the caller's block into it, apply the
+// settings of the block's change mask.
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/iwarp.h>
 #include <kxlinhw/query.h>
@@ -21,28 +21,28 @@ namespace {
 
 using Inventory = Handle<CardList, &Close_Kxcard>;
 
-// A fresh inventory; null with the status why there is none.
+// A new inventory, or null and the status of the failure.
 Inventory build_inventory(uint32_t mask, uint32_t& status) {
     CardList* list = nullptr;
     status = InitAndFillInfo_Kxcard(&list, mask);
     return Inventory(status == KX_SUCCESS ? list : nullptr);
 }
 
-// The name of a card in messages is the text that its record begins with, wherever that ends: a
-// name longer than the location's field runs on into the fields behind it.
+// The name of a card in messages is the text at the beginning of its record. A name that is longer
+// than the location's field continues in the fields after it.
 constexpr std::size_t kCardNameSize = 32;
 
 std::string_view name_at_start(const CardInfo& card) {
     return field_text(reinterpret_cast<const char*>(&card), kCardNameSize);
 }
 
-// A setter group and the bits of the port change mask that call for it.
+// A group of setters, and the bits of the port change mask that select it.
 struct Group {
     uint32_t bits;
     int (*apply)(const char* interface_name, PortSettings* settings, uint32_t mask);
 };
 
-// Behind the MTU, in the order in which they run.
+// The groups after the MTU, in the order in which they run.
 constexpr Group kGroups[] = {
     {KX_PORT_TSO | KX_PORT_TX_CHECKSUM | KX_PORT_RX_CHECKSUM | KX_PORT_SCATTER_GATHER | KX_PORT_GSO,
      setOffloads},
@@ -54,8 +54,7 @@ constexpr Group kGroups[] = {
     {KX_PORT_RESTART_AUTONEG, resetAutoneg},
 };
 
-// The one message that replaces what stands in the detail text. Agents match it without a blank
-// before "failed".
+// The only message that replaces the detail text. Agents expect no blank before "failed".
 bool apply_mtu(const char* interface_name, PortSettings* settings, uint32_t mask) {
     const int status = setMTU(interface_name, settings, mask);
     if (status != 0) {

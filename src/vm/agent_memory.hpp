@@ -1,4 +1,4 @@
-// What the agent gets to free: zeroed arrays and lists of the C allocator.
+// Memory that the agent frees: zeroed arrays and lists of the C allocator.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace kx::vm {
 
-// A zeroed array, or null when memory is short. An array of none is a block, too.
+// A zeroed array, or null when memory runs out. An array without elements is a block, too.
 template <class T>
 [[nodiscard]] T* allocate_array(std::size_t count) {
     // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI)
@@ -19,7 +19,7 @@ template <class T>
 template <class Node>
 class Chain {
 public:
-    // A zeroed node at the end, or null when memory is short.
+    // A zeroed node at the end, or null when memory runs out.
     [[nodiscard]] Node* append() {
         Node* const node = allocate_record<Node>().release();
         if (node != nullptr) {

@@ -1,5 +1,5 @@
 // Steps that the members of VMUtils share: the connection, the agent's logger and command runner,
-// the texts by which agents name domains.
+// and the texts that name domains.
 #pragma once
 
 #include <kxlinhw/host.h>
@@ -13,8 +13,8 @@ namespace kx::vm {
 
 inline constexpr char kVirsh[] = "/usr/bin/virsh";
 
-// The message stands in the format's place: agents recognise failures by it. Messages are literals
-// without values, which a distribution's -Werror=format-security cannot know.
+// The message is passed as the format: agents recognise failures by it. All messages are literals
+// without values, which -Werror=format-security of a distribution cannot know.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 [[gnu::format(printf, 1, 0)]] inline void log_failure(const char* message) {
@@ -22,21 +22,21 @@ inline constexpr char kVirsh[] = "/usr/bin/virsh";
 }
 #pragma GCC diagnostic pop
 
-// VMUtils::getConnection for members that answer its exception with a result.
+// VMUtils::getConnection for members that turn its exception into a result.
 [[nodiscard]] bool connect(virConnectPtr& connection);
 
-// Run a shell command through the agent's runner. Its output, or nothing when it failed: what a
-// failing command printed counts for nothing.
+// Run a shell command through the agent's runner. Returns its output, or nothing when it failed;
+// the output of a failed command is dropped.
 [[nodiscard]] std::optional<std::string> run(const std::string& command);
 
 using Uuid = std::array<unsigned char, 16>;
 
-// The bytes of a UUID of 32 hexadecimal digits without hyphens, as sscanf reads each two of them;
-// what it cannot read stays zero. The end is looked for at character i while byte i is read from
-// character 2*i, so of a text with fewer digits some more bytes count than there are pairs.
+// The bytes of a UUID of 32 hexadecimal digits without hyphens, as sscanf reads each pair; a byte
+// that it cannot read stays zero. The code looks for the end at character i but reads byte i from
+// character 2*i, so a text with fewer digits gives more bytes than it has pairs.
 [[nodiscard]] Uuid uuid_of_text(const char* text);
 
-// The domain of a UUID text; null when there is none, also for a null text.
+// The domain with a UUID text; null when there is none, also for a null text.
 [[nodiscard]] virDomainPtr domain_of_uuid(virConnectPtr connection, const char* text);
 
 }  // namespace kx::vm

@@ -5,7 +5,7 @@
 
 namespace kx::vm {
 
-// A transcoded text; an empty one when the text cannot be had.
+// A transcoded text; empty when there is no memory for it.
 class LocalText {
 public:
     explicit LocalText(const XMLCh* text) : text_(xercesc::XMLString::transcode(text)) {}
@@ -19,7 +19,7 @@ public:
 
     [[nodiscard]] const char* c_str() const { return text_ == nullptr ? "" : text_; }
 
-    // Leave the text allocated.
+    // Do not free the text.
     void abandon() { text_ = nullptr; }
 
 private:
