@@ -32,33 +32,16 @@ import threading
 import time
 
 import mutants
+from tests_of import FOLDERS
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PLACE = ROOT / "build" / "mutation"
 RELEASE = ROOT / "build" / "release"
 RESULTS = PLACE / "results.jsonl"
 
-# The tests that can notice a change in a folder of src/. Long tests, and tests of other things, are
-# left out.
-SEEN_BY = {
-    "adapter": r"unit_(vpd|register_access)|fault_injection_flash_answers|fuzz_(vpd_.*|boot_config|option_rom)|"
-               r"sim_(adapter.*|boot.*|bus_table|config_space|cost|damaged_vpd|default_config_file|"
-               r"find_mac|lspci_vpd|q3_.*|q4_flash|register_window|"
-               r"power_cut)|kxsim_(hardware_keys|machines)",
-    "host": r"agent_.*|sim_(addresses|card_fill)|kxsim_machines|vm_.*",
-    "inventory": r"unit_(addresses|link_texts|offload_table|stat_chain|status)|agent_.*|"
-                 r"fuzz_(proc_modules|counter_files|agent_texts|offload_devices)|"
-                 r"sim_(addresses|card_.*|cost|"
-                 r"driver_inventory|fill_groups|find_mac|module_list|offload_.*|port_.*|"
-                 r"query|set_entry|adapter_list.*)|kxsim_nic_.*",
-    "settings": r"unit_(config_file|detail_text|hex_pair|iwarp_table|module_file|settings_text|"
-                r"offload_table)|fuzz_(config_lines|module_file|agent_texts)|sim_(iwarp|cost|"
-                r"module_.*|offload_.*|port_.*|recording|set_entry|driver_inventory|power_cut|"
-                r"card_fill)",
-    "vm": r"unit_(uuid_text|description_edit|hex_pair|shell)|vm_.*|fuzz_(domain_vfs|"
-          r"interface_list|block_cut|command_output|uuid_text)|kxsim_machines|agent_.*",
-    "support": r"unit_.*|fuzz_.*|vm_.*|sim_.*|kxsim_(machines|.*_keys)",
-}
+# The tests that can notice a change in a folder of src/.
+SEEN_BY = {name.removeprefix("src/"): pattern for name, pattern in FOLDERS.items()
+           if name.startswith("src/")}
 LONGEST = 15  # seconds; a test that takes longer is none that runs for each mutant
 GENEROUS = 20  # seconds, and ten times what the test took when nothing was changed
 
@@ -119,7 +102,7 @@ class Copy:
                    if launcher]
         self.must("cmake", "-G", "Ninja", "-S", self.tree, "-B", self.build,
                   "-DCMAKE_BUILD_TYPE=RelWithDebInfo", "-DKXLINHW_STRICT=OFF",
-                  "-DKXLINHW_BUILD_TESTS=ON", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", *options)
+                  "-DKXLINHW_BUILD_TESTS=ON", *options)
         self.must("cmake", "--build", self.build, "-j", str(os.cpu_count()),
                   "--target", "kxlinhw", "tests/unit/all")
         own = [test for test in tests_of(self.build) if test.holds_objects()]
