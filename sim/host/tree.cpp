@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -31,9 +32,7 @@ fs::path relative(std::string_view path) {
     return normal.relative_path();
 }
 
-fs::path without_slash(const fs::path& path) {
-    return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
-}
+constexpr int kMostLinks = 40;  // the kernel's limit
 
 }  // namespace
 
@@ -58,8 +57,38 @@ void write_whole(const fs::path& path, std::string_view content) {
     }
 }
 
-fs::path Tree::place(std::string_view path) const {
-    return without_slash(root_ / (state::kTreeDirectory + 1) / relative(path));
+// Links are followed as if the tree were the whole file system, so that none leads out of it.
+fs::path Tree::place(std::string_view path, LastLink last) const {
+    const fs::path top = root_ / (state::kTreeDirectory + 1);
+    const fs::path given = relative(path);
+    std::deque<fs::path> names(given.begin(), given.end());
+    fs::path place = top;
+    int links = 0;
+    while (!names.empty()) {
+        const fs::path name = names.front();
+        names.pop_front();
+        if (name == "..") {
+            place = place == top ? top : place.parent_path();
+            continue;
+        }
+        if (name.empty() || name == ".") {
+            continue;
+        }
+        const bool keep = names.empty() && last == LastLink::kKeep;
+        if (keep || !fs::is_symlink(fs::symlink_status(place / name))) {
+            place /= name;
+            continue;
+        }
+        if (++links > kMostLinks) {
+            errno = ELOOP;
+            fail_with_errno(std::string(path));
+        }
+        const fs::path target = fs::read_symlink(place / name);
+        const fs::path below = target.relative_path();
+        names.insert(names.begin(), below.begin(), below.end());
+        place = target.is_absolute() ? top : place;
+    }
+    return place;
 }
 
 fs::path Tree::order_file(const fs::path& directory) const {
@@ -119,7 +148,7 @@ void Tree::prepare(const fs::path& path) {
 
 void Tree::make_directory(std::string_view path) {
     const Quiet quiet;
-    make_directories(place(path));
+    make_directories(place(path, LastLink::kFollow));
 }
 
 // In place, so that a process that has the file open or mapped sees the new content.
@@ -136,7 +165,7 @@ void Tree::write(std::string_view path, std::string_view content, mode_t mode) {
 
 void Tree::append(std::string_view path, std::string_view content) {
     const Quiet quiet;
-    const fs::path file = place(path);
+    const fs::path file = place(path, LastLink::kFollow);
     if (!fs::exists(file)) {
         write(path, content, 0644);
         return;
@@ -149,6 +178,9 @@ void Tree::make_link(std::string_view path, std::string_view target) {
     const Quiet quiet;
     const fs::path link = place(path);
     prepare(link);
+    if (fs::exists(link)) {
+        throw std::invalid_argument("\"" + std::string(path) + "\" is there already");
+    }
     fs::create_symlink(target, link);
 }
 
@@ -166,7 +198,7 @@ void Tree::order(std::string_view directory, const std::vector<std::string>& nam
     for (const std::string& name : names) {
         lines += name + "\n";
     }
-    const fs::path file = order_file(place(directory));
+    const fs::path file = order_file(place(directory, LastLink::kFollow));
     fs::create_directories(file.parent_path());
     write_whole(file, lines);
 }
@@ -178,7 +210,7 @@ bool Tree::exists(std::string_view path) const {
 
 std::string Tree::read(std::string_view path) const {
     const Quiet quiet;
-    return read_whole(place(path));
+    return read_whole(place(path, LastLink::kFollow));
 }
 
 std::string Tree::read_link(std::string_view path) const {
@@ -190,7 +222,7 @@ std::string Tree::read_link(std::string_view path) const {
 mode_t Tree::mode(std::string_view path) const {
     const Quiet quiet;
     struct stat status {};
-    if (::stat(place(path).c_str(), &status) != 0) {
+    if (::stat(place(path, LastLink::kFollow).c_str(), &status) != 0) {
         fail_with_errno(std::string(path));
     }
     return status.st_mode & 07777U;

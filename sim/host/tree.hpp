@@ -27,7 +27,9 @@ public:
     [[nodiscard]] mode_t mode(std::string_view path) const;
 
 private:
-    [[nodiscard]] std::filesystem::path place(std::string_view path) const;
+    enum class LastLink { kFollow, kKeep };
+    [[nodiscard]] std::filesystem::path place(
+        std::string_view path, LastLink last = LastLink::kKeep) const;
     [[nodiscard]] std::filesystem::path order_file(const std::filesystem::path& directory) const;
     void make_directories(const std::filesystem::path& path);
     void prepare(const std::filesystem::path& path);

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "preload/tree_links.hpp"
 #include "process/next.hpp"
 #include "process/owned_paths.hpp"
 
@@ -37,6 +38,8 @@ std::string_view base_directory(int directory, char (&buffer)[PATH_MAX]) {
     const char* const current = next<"getcwd", decltype(::getcwd)>()(buffer, sizeof buffer);
     return current == nullptr ? std::string_view() : std::string_view(current);
 }
+
+bool makes(Intent intent) { return intent == Intent::kCreate || intent == Intent::kChange; }
 
 }  // namespace
 
@@ -77,8 +80,12 @@ Target::Target(int directory, const char* path, Intent intent)
 }
 
 void Target::decide(const Host& host, Intent intent) {
-    lead_into_tree(host);
+    lead_into_tree(host, intent);
     if (in_tree_.too_long()) {
+        return;
+    }
+    if (link_error_ != 0) {
+        simulated_ = true;
         return;
     }
     if (is_owned(absolute_.view())) {
@@ -88,7 +95,7 @@ void Target::decide(const Host& host, Intent intent) {
     struct stat status {};
     if (look_at(in_tree_.c_str(), status)) {
         simulated_ = !S_ISDIR(status.st_mode) || !exists(name_);
-    } else if (intent != Intent::kUse && absolute_.parent() != "/") {
+    } else if (makes(intent) && absolute_.parent() != "/") {
         // What is made beside simulated files must not land in the real directory of that name.
         PathText parent;
         parent.append(in_tree_.parent());
@@ -96,12 +103,19 @@ void Target::decide(const Host& host, Intent intent) {
     }
 }
 
-void Target::lead_into_tree(const Host& host) {
+void Target::lead_into_tree(const Host& host, Intent intent) {
+    PathText resolved;
+    const bool keep = intent == Intent::kLink || intent == Intent::kChange;
+    link_error_ =
+        follow_links(host, absolute_.view(), keep ? LastLink::kKeep : LastLink::kFollow, resolved);
     in_tree_.append({host.tree, host.tree_length});
-    in_tree_.append(absolute_.view());
+    in_tree_.append(resolved.view());
 }
 
 int Target::refusal() const {
+    if (link_error_ != 0) {
+        return link_error_;
+    }
     return simulated_ && intent_ == Intent::kChange && is_kernel_path(absolute_.view()) ? EPERM : 0;
 }
 
@@ -114,6 +128,9 @@ bool Target::changes_kernel(int open_flags) const {
 int Target::refusal(int open_flags) const {
     if (!simulated_) {
         return changes_kernel(open_flags) ? EACCES : 0;
+    }
+    if (link_error_ != 0) {
+        return link_error_;
     }
     const KeepErrno keep;
     const bool of_kernel = is_kernel_path(absolute_.view());

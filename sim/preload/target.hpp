@@ -8,9 +8,10 @@
 namespace kxsim::preload {
 
 enum class Intent {
-    kUse,     // what is there
-    kCreate,  // may make what is not there
-    kChange,  // removes, renames, makes: what the kernel's file systems refuse
+    kUse,     // what is there, behind links
+    kLink,    // what is there, be it a link
+    kCreate,  // may make what is not there, behind links
+    kChange,  // removes, renames, makes, be it a link: what the kernel's file systems refuse
 };
 
 class Target {
@@ -32,13 +33,14 @@ public:
 
 private:
     void decide(const Host& host, Intent intent);
-    void lead_into_tree(const Host& host);
+    void lead_into_tree(const Host& host, Intent intent);
     [[nodiscard]] bool changes_kernel(int open_flags) const;
 
     const char* target_;
     const char* name_;
     Intent intent_;
     bool simulated_ = false;
+    int link_error_ = 0;  // why the links on the path lead nowhere
     PathText absolute_;
     PathText in_tree_;
 };

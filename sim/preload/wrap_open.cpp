@@ -18,7 +18,15 @@ using kxsim::state::Call;
 
 bool creates(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
-Intent intent_of(int flags) { return creates(flags) ? Intent::kCreate : Intent::kUse; }
+// O_NOFOLLOW, and O_CREAT with O_EXCL, do not follow a link at the end of the path.
+Intent intent_of(int flags) {
+    constexpr int kNewFile = O_CREAT | O_EXCL;
+    const bool keeps_link = (flags & O_NOFOLLOW) != 0 || (flags & kNewFile) == kNewFile;
+    if (creates(flags)) {
+        return keeps_link ? Intent::kChange : Intent::kCreate;
+    }
+    return keeps_link ? Intent::kLink : Intent::kUse;
+}
 
 int stopped_open(Call call, const Target& target, int flags) {
     if (const int error = intercept(call, target.name(), static_cast<unsigned>(flags));

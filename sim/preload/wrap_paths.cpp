@@ -29,7 +29,7 @@ constexpr Kind kChdir{Call::kChdir};
 constexpr Kind kChmod{Call::kChmod};
 constexpr Kind kChown{Call::kChown};
 constexpr Kind kMkdir{Call::kMkdir, Intent::kChange};
-constexpr Kind kReadlink{Call::kReadlink};
+constexpr Kind kReadlink{Call::kReadlink, Intent::kLink};
 constexpr Kind kRemove{Call::kUnlink, Intent::kChange};
 constexpr Kind kRmdir{Call::kRmdir, Intent::kChange};
 constexpr Kind kStat{Call::kStat};
@@ -37,6 +37,13 @@ constexpr Kind kSymlink{Call::kSymlink, Intent::kChange};
 constexpr Kind kTruncate{Call::kTruncate};
 constexpr Kind kUtime{Call::kUtime};
 constexpr Kind kXattr{Call::kXattr};
+
+// The kind of a call whose flags may say that it is about a link itself.
+Kind with_flags(Kind kind, int flags) {
+    return (flags & AT_SYMLINK_NOFOLLOW) != 0 ? Kind{kind.call, Intent::kLink} : kind;
+}
+
+constexpr Kind of_link(Kind kind) { return {kind.call, Intent::kLink}; }
 
 // Two paths: the call is refused when either end refuses it, and rules see the first.
 template <class Go>
@@ -76,7 +83,8 @@ int euidaccess(const char* path, int mode) noexcept {
     return on_path<"euidaccess", decltype(::euidaccess)>(kAccess, path, mode);
 }
 int faccessat(int directory, const char* path, int mode, int flags) noexcept {
-    return on_path_at<"faccessat", decltype(::faccessat)>(kAccess, directory, path, mode, flags);
+    return on_path_at<"faccessat", decltype(::faccessat)>(
+        with_flags(kAccess, flags), directory, path, mode, flags);
 }
 
 int stat(const char* path, struct stat* status) noexcept {
@@ -86,19 +94,22 @@ int stat64(const char* path, struct stat64* status) noexcept {
     return on_path<"stat64", decltype(::stat64)>(kStat, path, status);
 }
 int lstat(const char* path, struct stat* status) noexcept {
-    return on_path<"lstat", decltype(::lstat)>(kStat, path, status);
+    return on_path<"lstat", decltype(::lstat)>(of_link(kStat), path, status);
 }
 int lstat64(const char* path, struct stat64* status) noexcept {
-    return on_path<"lstat64", decltype(::lstat64)>(kStat, path, status);
+    return on_path<"lstat64", decltype(::lstat64)>(of_link(kStat), path, status);
 }
 int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
-    return on_path_at<"fstatat", decltype(::fstatat)>(kStat, directory, path, status, flags);
+    return on_path_at<"fstatat", decltype(::fstatat)>(
+        with_flags(kStat, flags), directory, path, status, flags);
 }
 int fstatat64(int directory, const char* path, struct stat64* status, int flags) noexcept {
-    return on_path_at<"fstatat64", decltype(::fstatat64)>(kStat, directory, path, status, flags);
+    return on_path_at<"fstatat64", decltype(::fstatat64)>(
+        with_flags(kStat, flags), directory, path, status, flags);
 }
 int statx(int directory, const char* path, int flags, unsigned mask, struct statx* out) noexcept {
-    return on_path_at<"statx", decltype(::statx)>(kStat, directory, path, flags, mask, out);
+    return on_path_at<"statx", decltype(::statx)>(
+        with_flags(kStat, flags), directory, path, flags, mask, out);
 }
 
 // What programs built against an older C library call. The version only chose a layout that this
@@ -165,13 +176,14 @@ int renameat2(
 }
 int link(const char* from, const char* to) noexcept {
     return on_two_paths(
-        Call::kLink, AT_FDCWD, from, AT_FDCWD, to, Intent::kUse,
+        Call::kLink, AT_FDCWD, from, AT_FDCWD, to, Intent::kLink,
         [](const char* a, const char* b) { return next<"link", decltype(::link)>()(a, b); });
 }
 int linkat(
     int from_directory, const char* from, int to_directory, const char* to, int flags) noexcept {
     return on_two_paths(
-        Call::kLink, from_directory, from, to_directory, to, Intent::kUse,
+        Call::kLink, from_directory, from, to_directory, to,
+        (flags & AT_SYMLINK_FOLLOW) != 0 ? Intent::kUse : Intent::kLink,
         [=](const char* a, const char* b) {
             return next<"linkat", decltype(::linkat)>()(from_directory, a, to_directory, b, flags);
         });
@@ -211,17 +223,18 @@ int chmod(const char* path, mode_t mode) noexcept {
     return on_path<"chmod", decltype(::chmod)>(kChmod, path, mode);
 }
 int fchmodat(int directory, const char* path, mode_t mode, int flags) noexcept {
-    return on_path_at<"fchmodat", decltype(::fchmodat)>(kChmod, directory, path, mode, flags);
+    return on_path_at<"fchmodat", decltype(::fchmodat)>(
+        with_flags(kChmod, flags), directory, path, mode, flags);
 }
 int chown(const char* path, uid_t owner, gid_t group) noexcept {
     return on_path<"chown", decltype(::chown)>(kChown, path, owner, group);
 }
 int lchown(const char* path, uid_t owner, gid_t group) noexcept {
-    return on_path<"lchown", decltype(::lchown)>(kChown, path, owner, group);
+    return on_path<"lchown", decltype(::lchown)>(of_link(kChown), path, owner, group);
 }
 int fchownat(int directory, const char* path, uid_t owner, gid_t group, int flags) noexcept {
     return on_path_at<"fchownat", decltype(::fchownat)>(
-        kChown, directory, path, owner, group, flags);
+        with_flags(kChown, flags), directory, path, owner, group, flags);
 }
 
 int truncate(const char* path, off_t length) noexcept {
@@ -238,32 +251,34 @@ int utimes(const char* path, const struct timeval times[2]) noexcept {
     return on_path<"utimes", decltype(::utimes)>(kUtime, path, times);
 }
 int lutimes(const char* path, const struct timeval times[2]) noexcept {
-    return on_path<"lutimes", decltype(::lutimes)>(kUtime, path, times);
+    return on_path<"lutimes", decltype(::lutimes)>(of_link(kUtime), path, times);
 }
 int futimesat(int directory, const char* path, const struct timeval times[2]) noexcept {
     return on_path_at<"futimesat", decltype(::futimesat)>(kUtime, directory, path, times);
 }
 int utimensat(int directory, const char* path, const struct timespec times[2], int flags) noexcept {
-    return on_path_at<"utimensat", decltype(::utimensat)>(kUtime, directory, path, times, flags);
+    return on_path_at<"utimensat", decltype(::utimensat)>(
+        with_flags(kUtime, flags), directory, path, times, flags);
 }
 
 ssize_t getxattr(const char* path, const char* name, void* value, size_t size) noexcept {
     return on_path<"getxattr", decltype(::getxattr)>(kXattr, path, name, value, size);
 }
 ssize_t lgetxattr(const char* path, const char* name, void* value, size_t size) noexcept {
-    return on_path<"lgetxattr", decltype(::lgetxattr)>(kXattr, path, name, value, size);
+    return on_path<"lgetxattr", decltype(::lgetxattr)>(of_link(kXattr), path, name, value, size);
 }
 ssize_t listxattr(const char* path, char* list, size_t size) noexcept {
     return on_path<"listxattr", decltype(::listxattr)>(kXattr, path, list, size);
 }
 ssize_t llistxattr(const char* path, char* list, size_t size) noexcept {
-    return on_path<"llistxattr", decltype(::llistxattr)>(kXattr, path, list, size);
+    return on_path<"llistxattr", decltype(::llistxattr)>(of_link(kXattr), path, list, size);
 }
 
 int name_to_handle_at(
     int directory, const char* path, struct file_handle* handle, int* mount, int flags) noexcept {
     return on_path_at<"name_to_handle_at", decltype(::name_to_handle_at)>(
-        kStat, directory, path, handle, mount, flags);
+        (flags & AT_SYMLINK_FOLLOW) != 0 ? kStat : of_link(kStat), directory, path, handle, mount,
+        flags);
 }
 
 int chdir(const char* path) noexcept { return on_path<"chdir", decltype(::chdir)>(kChdir, path); }

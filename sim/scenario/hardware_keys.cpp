@@ -1,8 +1,9 @@
 #include "scenario/hardware_keys.hpp"
 
-#include <filesystem>
 #include <limits>
 #include <stdexcept>
+
+#include "scenario/path_keys.hpp"
 
 namespace kxsim {
 namespace {
@@ -12,10 +13,10 @@ constexpr unsigned kMostAddress = std::numeric_limits<std::uint32_t>::max();
 
 // Files are named from where the scenario lies.
 void read_file_name(TableReader& table, std::string& file) {
-    table.text("file", file);
-    if (!file.empty()) {
-        file = (std::filesystem::path(table.file()).parent_path() / file).string();
-    }
+    std::string name;
+    table.text("file", name, [&](const std::string& given) {
+        file = given.empty() ? "" : file_beside(table.file(), given);
+    });
 }
 
 // Bytes at an address: as a text, or as numbers.

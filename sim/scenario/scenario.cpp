@@ -12,6 +12,7 @@
 #include "host/pci_function.hpp"
 #include "scenario/hardware_keys.hpp"
 #include "scenario/nic_keys.hpp"
+#include "scenario/path_keys.hpp"
 #include "scenario/table_reader.hpp"
 
 namespace kxsim {
@@ -22,10 +23,12 @@ constexpr unsigned kMost24 = 0xFFFFFF;
 
 void check_location(const std::string& text) { static_cast<void>(Location::parse(text)); }
 
-void check_path(const std::string& text) {
-    if (!text.starts_with('/')) {
-        throw std::invalid_argument("path is \"" + text + "\", expected one that begins with /");
-    }
+TableReader::Check file_name(const char* key) {
+    return [key](const std::string& text) { check_file_name(key, text); };
+}
+
+TableReader::Check relative_path(const char* key) {
+    return [key](const std::string& text) { check_relative_path(key, text); };
 }
 
 void read_common_keys(TableReader& table, Interface& interface) {
@@ -52,7 +55,7 @@ void read_adapter(TableReader& table, Host& host) {
         .number("virtual_functions", adapter.virtual_functions, 240)
         .number("irq", adapter.irq, 255)
         .number("bar0", adapter.bar0, INT64_MAX)
-        .text("driver", adapter.driver)
+        .text("driver", adapter.driver, file_name("driver"))
         .table("flash", [&](TableReader& flash) { read_flash(flash, adapter); })
         .table("eeprom", [&](TableReader& eeprom) { read_eeprom(eeprom, adapter.eeprom); });
     table.allow("port").build([&] { host.adapter(adapter); });
@@ -66,7 +69,7 @@ void read_adapter(TableReader& table, Host& host) {
 void read_interface(TableReader& table, Host& host) {
     Interface interface;
     read_common_keys(table, interface);
-    table.text("driver", interface.driver)
+    table.text("driver", interface.driver, file_name("driver"))
         .text("bus_info", interface.bus_info)
         .flag("loopback", interface.loopback);
     table.build([&] { host.interface(interface); });
@@ -88,7 +91,7 @@ void read_pci_device(TableReader& table, Host& host) {
         .number("irq", device.irq, 255)
         .number("bar0", device.bar0, INT64_MAX)
         .number("bar0_size", device.bar0_size, INT64_MAX)
-        .text("driver", device.driver)
+        .text("driver", device.driver, file_name("driver"))
         .number("config_size", config_size);
     device.config_size = config_size;
     table.build([&] { host.pci_device(device); });
@@ -97,17 +100,17 @@ void read_pci_device(TableReader& table, Host& host) {
 void read_module(TableReader& table, Host& host) {
     Module module;
     table.required("name")
-        .text("name", module.name)
+        .text("name", module.name, file_name("name"))
         .text("version", module.version)
         .text("description", module.description)
         .flag("loaded", module.loaded)
-        .text("where", module.where)
-        .text("file", module.file)
+        .text("where", module.where, relative_path("where"))
+        .text("file", module.file, file_name("file"))
         .texts("info", module.info)
         .number("elf_class", module.elf_class)
         .flag("big_endian", module.big_endian)
         .values("parameters", module.parameters)
-        .text("used_by", module.used_by);
+        .text("used_by", module.used_by, file_name("used_by"));
     table.build([&] { host.module(module); });
 }
 
@@ -155,7 +158,7 @@ void read_file(TableReader& table, Host& host) {
 void read_directory(TableReader& table, Host& host) {
     std::string path;
     std::vector<std::string> order;
-    table.required("path").text("path", path, check_path).texts("order", order);
+    table.required("path").text("path", path, check_path).texts("order", order, file_name("order"));
     table.build([&] {
         host.directory(path);
         if (!order.empty()) {

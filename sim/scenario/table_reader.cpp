@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "scenario/names.hpp"
+#include "scenario/path_keys.hpp"
 
 namespace kxsim {
 namespace {
@@ -152,6 +153,11 @@ TableReader& TableReader::values(std::string_view key, std::map<std::string, std
         complain(key, "is " + shown(*node) + ", expected a table of names and values");
     }
     for (const auto& [name, value] : *node->as_table()) {
+        try {
+            check_file_name(key, std::string(name));  // each is a file of its own
+        } catch (const std::invalid_argument& mistake) {
+            complain_at(file_, name.source().begin, mistake.what());
+        }
         if (value.is_string()) {
             values[std::string(name)] = *value.value<std::string>();
         } else if (value.is_integer()) {

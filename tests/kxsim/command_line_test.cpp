@@ -433,6 +433,20 @@ const Mistake kMistakes[] = {
     {"[[module]]\nname = 'a'\nparameters = {a = 1.5}", "3", "expected a number or a text"},
     {"[[toe_device]]\ninterfaces = ['eth0']", "1", "[[toe_device]] has no index"},
     {"[[file]]\npath = 'etc/x'", "2", "expected one that begins with /"},
+    {"[[file]]\npath = '/etc/../x'", "2", "expected one that begins with / and has no .."},
+    {"[[directory]]\npath = '/etc/x'\n[[link]]\npath = '/etc/x'\ntarget = 'y'", "3",
+     "is there already"},
+    {"[[missing]]\npath = '/etc/..'", "2", "expected one that begins with / and has no .."},
+    {"[[directory]]\npath = '/etc/x'\norder = ['a', 'b/c']", "3", "expected a name without /"},
+    {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\ndriver = '../x'", "4", "driver is \"../x\""},
+    {"[[interface]]\nname = 'eth0'\ndriver = '../x'", "3", "driver is \"../x\", expected a name"},
+    {"[[module]]\nname = '../x'", "2", "name is \"../x\", expected a name without /"},
+    {"[[module]]\nname = 'a'\nwhere = '/x'", "3", "where is \"/x\", expected a path that does not"},
+    {"[[module]]\nname = 'a'\nwhere = 'x/../..'", "3", "where is \"x/../..\""},
+    {"[[module]]\nname = 'a'\nfile = '../a.ko'", "3", "file is \"../a.ko\", expected a name"},
+    {"[[module]]\nname = 'a'\nused_by = '../b'", "3", "used_by is \"../b\", expected a name"},
+    {"[[module]]\nname = 'a'\n[module.parameters]\n\"../b\" = 1", "4", "expected a name without /"},
+    {"[[toe_device]]\nindex = 0\nparameters = {\"../b\" = 1}", "3", "expected a name without /"},
     {"[[file]]\npath = '/etc/x'\nmode = '999'", "3", "expected an octal text such as 0644"},
     {"[[file]]\npath = '/etc/x'\ncontent = 'a'\nbytes = [1]", "4", "expected one of them"},
     {"[[file]]\npath = '/etc/x'\nbytes = [256]", "3", "bytes holds 256"},
@@ -492,6 +506,118 @@ path = "/proc/modules"
             .output,
         "hello\n4\ncat: /proc/net/zfab3/devices: Permission denied\n"
         "cat: /proc/modules: No such file or directory\n");
+}
+
+// --- What a scenario names stays on the host ---
+
+// A directory of the real machine that no scenario may reach.
+class Precious {
+public:
+    Precious() { scratch_.write("file", "precious\n"); }
+    std::string directory() const { return scratch_ / ""; }
+    std::string file() const { return scratch_ / "file"; }
+    bool untouched() const {
+        std::ifstream in(file());
+        std::string text;
+        std::getline(in, text);
+        return text == "precious" &&
+               std::distance(fs::directory_iterator(scratch_ / ""), fs::directory_iterator()) == 1;
+    }
+
+private:
+    const Scratch scratch_;
+};
+
+std::string link_to(const std::string& target) {
+    return "[[link]]\npath = '/etc/kestrix-plexo/way'\ntarget = '" + target + "'\n";
+}
+
+TEST(Scenarios, WriteNothingThroughLinksThatLeadOutOfTheHost) {
+    for (const char* table :
+         {"[[link]]\npath = '/etc/kestrix-plexo/way/link'\ntarget = 'x'\n",
+          "[[missing]]\npath = '/etc/kestrix-plexo/way/file'\n",
+          "[[missing]]\npath = '/etc/kestrix-plexo/way'\n"}) {
+        const Scratch scratch;
+        const Precious precious;
+        for (const std::string& target :
+             {precious.directory(), "../../../../../../../../../../.." + precious.directory()}) {
+            const std::string file = scratch.write("links.toml", link_to(target) + table);
+            EXPECT_EQ(run("run -s " + file + " -- true").code, 0) << table;
+            EXPECT_TRUE(precious.untouched()) << table << " by a link to " << target;
+        }
+    }
+}
+
+TEST(Scenarios, HaveNoLinksThroughWhichACommandLeavesTheHost) {
+    const Scratch scratch;
+    const Precious precious;
+    for (const std::string& target :
+         {precious.file(), "../../../../../../../.." + precious.file()}) {
+        const std::string file = scratch.write("links.toml", link_to(target));
+        const Outcome outcome =
+            run("run -s " + file +
+                " -- sh -c 'readlink /etc/kestrix-plexo/way; cat /etc/kestrix-plexo/way; "
+                "echo new > /etc/kestrix-plexo/way; truncate -s 0 /etc/kestrix-plexo/way; "
+                "chmod 0 /etc/kestrix-plexo/way; true'");
+        EXPECT_THAT(outcome.output, StartsWith(target + "\n")) << "the link itself is what it was";
+        EXPECT_THAT(outcome.output, Not(HasSubstr("precious\n"))) << target;
+        EXPECT_TRUE(precious.untouched()) << target;
+    }
+}
+
+TEST(Scenarios, HaveLinksWithinTheHost) {
+    const Scratch scratch;
+    const std::string file = scratch.write("links.toml", R"(
+[[file]]
+path = "/etc/kestrix-plexo/real/file"
+content = "text\n"
+
+[[link]]
+path = "/etc/kestrix-plexo/absolute"
+target = "/etc/kestrix-plexo/real"
+
+[[link]]
+path = "/etc/kestrix-plexo/climbing"
+target = "../../../../etc/kestrix-plexo/absolute"
+
+[[link]]
+path = "/etc/kestrix-plexo/circle"
+target = "circle"
+)");
+    EXPECT_EQ(
+        run("run -s " + file +
+            " -- sh -c 'cd /etc/kestrix-plexo; cat absolute/file climbing/file; "
+            "cat circle; echo changed > climbing/file; cat real/file; rm climbing; ls'")
+            .output,
+        "text\ntext\ncat: circle: Too many levels of symbolic links\nchanged\n"
+        "absolute\ncircle\nreal\n");
+}
+
+TEST(Scenarios, KeepTheirFlashBesideThemselves) {
+    const char* const adapter = "[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[adapter.flash]\n";
+    const Precious precious;
+    const Scratch scratch;
+    fs::create_directory_symlink(precious.directory(), scratch / "out");
+    fs::create_symlink(precious.file(), scratch / "link");
+    fs::create_symlink(precious.directory() + "new", scratch / "dangling");
+    for (const std::string& name :
+         {precious.file(),
+          "../" + fs::path(precious.directory()).parent_path().filename().string() + "/file",
+          std::string("out/file"), std::string("out/new"), std::string("link"),
+          std::string("dangling"), std::string("/dev/null")}) {
+        const std::string file = scratch.write("flash.toml", adapter + ("file = '" + name + "'\n"));
+        const Outcome outcome = run("run -s " + file + " -- echo ran");
+        EXPECT_EQ(outcome.code, 2) << name;
+        EXPECT_THAT(outcome.output, AllOf(StartsWith(file + ":5: file is "), Not(HasSubstr("ran"))))
+            << name;
+        EXPECT_TRUE(precious.untouched()) << name;
+    }
+    fs::create_directory(scratch / "below");
+    fs::create_symlink("below", scratch / "inside");
+    const std::string file =
+        scratch.write("flash.toml", adapter + std::string("file = 'inside/flash'"));
+    EXPECT_EQ(run("run -s " + file + " -- true").code, 0);
+    EXPECT_TRUE(fs::exists(scratch / "below/flash"));
 }
 
 TEST(Scenarios, MayTellWhatADriverAnswers) {

@@ -10,8 +10,10 @@
 #include <unistd.h>
 #include <utime.h>
 
+#include <kxsim/preload.h>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <kxsim/host.hpp>
 #include <string>
@@ -231,6 +233,99 @@ TEST_F(Paths, LinksAreMadeOnTheHost) {
     EXPECT_EQ(symlink("anywhere", "/etc/kestrix-plexo/a"), 0);
     EXPECT_EQ(symlinkat("anywhere", AT_FDCWD, "/etc/kestrix-plexo/b"), 0);
     EXPECT_TRUE(host_.exists("/etc/kestrix-plexo/b"));
+}
+
+// --- Links ---
+
+// What a link of the host leads to is looked for in the host, whatever the real machine has there.
+class LinksOut : public Paths {
+protected:
+    void SetUp() override {
+        char name[] = "/tmp/kxsim-links-XXXXXX";
+        outside_ = ::mkdtemp(name);
+        std::ofstream(outside_ + "/file") << "precious";
+        host_.link("/etc/kestrix-plexo/absolute", outside_);
+        host_.link("/etc/kestrix-plexo/climbing", "../../../../../../../../../.." + outside_);
+    }
+    void TearDown() override { std::filesystem::remove_all(outside_); }
+
+    std::string text() const {
+        kxsim_pause();
+        std::string line;
+        std::getline(std::ifstream(outside_ + "/file"), line);
+        kxsim_resume();
+        return line;
+    }
+
+    static constexpr const char* kWays[] = {
+        "/etc/kestrix-plexo/absolute", "/etc/kestrix-plexo/climbing"};
+    std::string outside_;
+};
+
+TEST_F(LinksOut, NeverLeadTheBuilderOutOfTheHost) {
+    for (const std::string way : kWays) {
+        EXPECT_FALSE(host_.exists(way + "/file"));
+        host_.file(way + "/file", "ours");
+        host_.append(way + "/file", " and more");
+        EXPECT_EQ(host_.read(way + "/file"), "ours and more");
+        EXPECT_EQ(host_.read(outside_ + "/file"), "ours and more") << "of the host";
+        host_.directory(way + "/made");
+        host_.link(way + "/link", "file");
+        host_.order(way, {"made", "file"});
+        host_.remove(way + "/file");
+        host_.remove(way + "/link");
+        host_.remove(way + "/made");
+        EXPECT_EQ(text(), "precious");
+    }
+    host_.remove(kWays[0]);
+    EXPECT_EQ(text(), "precious");
+}
+
+TEST_F(LinksOut, NeverLeadAProcessOutOfTheHost) {
+    for (const std::string way : kWays) {
+        const std::string path = way + "/file";
+        EXPECT_EQ(content_of(path), "cannot be opened");
+        EXPECT_EQ(unlink(path.c_str()), -1);
+        EXPECT_EQ(truncate(path.c_str(), 0), -1);
+        EXPECT_EQ(chmod(path.c_str(), 0), -1);
+        EXPECT_EQ(rename(path.c_str(), (way + "/other").c_str()), -1);
+        host_.directory(way);
+        const int file = open(path.c_str(), O_CREAT | O_WRONLY, 0600);
+        ASSERT_GE(file, 0);
+        close(file);
+        EXPECT_TRUE(host_.exists(outside_ + "/file"));
+        EXPECT_EQ(text(), "precious");
+        host_.remove(outside_);
+    }
+}
+
+TEST_F(LinksOut, StayWhatTheyAreForCallsOnLinksThemselves) {
+    for (const char* way : kWays) {
+        struct stat status {};
+        ASSERT_EQ(lstat(way, &status), 0);
+        EXPECT_TRUE(S_ISLNK(status.st_mode));
+        ASSERT_EQ(fstatat(AT_FDCWD, way, &status, AT_SYMLINK_NOFOLLOW), 0);
+        EXPECT_TRUE(S_ISLNK(status.st_mode));
+        errno = 0;
+        EXPECT_EQ(open(way, O_RDONLY | O_NOFOLLOW), -1);
+        EXPECT_EQ(errno, ELOOP);
+        EXPECT_EQ(open(way, O_CREAT | O_EXCL | O_WRONLY, 0600), -1);
+        EXPECT_EQ(errno, EEXIST);
+        EXPECT_EQ(unlink(way), 0);
+        EXPECT_EQ(lstat(way, &status), -1);
+    }
+}
+
+TEST_F(Paths, LinksInACircleEndWithAnError) {
+    host_.link("/etc/kestrix-plexo/a", "b");
+    host_.link("/etc/kestrix-plexo/b", "/etc/kestrix-plexo/a");
+    errno = 0;
+    EXPECT_EQ(access("/etc/kestrix-plexo/a", F_OK), -1);
+    EXPECT_EQ(errno, ELOOP);
+    errno = 0;
+    EXPECT_EQ(open("/etc/kestrix-plexo/b/c", O_RDONLY), -1);
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_THROW(host_.file("/etc/kestrix-plexo/a/c", ""), std::system_error);
 }
 
 // --- What belongs to the host ---
