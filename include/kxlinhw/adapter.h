@@ -30,9 +30,11 @@ extern KX_EXPORT struct pci_dev* kestrix_hbas[KX_MOST_ADAPTERS];
 extern KX_EXPORT uint8_t g_adapter_count; /* valid entries; set by the list builders */
 
 /* The register window. A host that opens windows itself stores them here: its descriptor is closed
-   with the window; the bounds of its memory are its own affair. */
-extern KX_EXPORT int32_t memfd;         /* /dev/mem, as the last connect opened it; 0 at first.
-                                           Keeps its value when the library has closed it. */
+   with the window; the bounds of its memory are its own affair. The library closes a number only
+   once: a host's descriptor that has the number of the one that the library closed last stays open,
+   and the host closes it. */
+extern KX_EXPORT int32_t memfd;         /* /dev/mem, as the last connect opened it: above 2; 0 at
+                                           first. Keeps its value when the library has closed it. */
 extern KX_EXPORT uint64_t mmapd_addr;   /* where the window begins; 0 when none is open */
 extern KX_EXPORT uint8_t mmapd_adapter; /* whose window it is, or was last */
 extern KX_EXPORT uint32_t mmapd_len;    /* its length in bytes, or that of the last one */
@@ -62,7 +64,7 @@ KX_EXPORT int32_t get_chip_revision(uint8_t adapter);
        "Sorry, cannot map the top 4K page\n"
        "Aligned addr+len exceeds top of address space\n"
        "open /dev/mem failed!"
-       "mmap() failed: %s\n" (errno's text; the descriptor stays open). */
+       "mmap() failed: %s\n" (errno's text; the descriptor is closed, memfd keeps its number). */
 KX_EXPORT int32_t connect_to_hba(uint8_t adapter);
 KX_EXPORT int32_t connect_to_hba_Q4(uint8_t adapter);
 

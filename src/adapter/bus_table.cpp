@@ -68,6 +68,7 @@ public:
     }
 
 private:
+    StandardStreamGuard streams_;  // one for all of them
     pci_dev* next_;
 };
 

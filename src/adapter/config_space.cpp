@@ -6,6 +6,7 @@
 
 #include "adapter/bus_table.hpp"
 #include "support/pci_bus.hpp"
+#include "support/standard_streams.hpp"
 
 namespace {
 
@@ -75,6 +76,7 @@ void vpd_read_dword(uint8_t adapter, uint32_t cap, uint32_t address, uint32_t* o
     if (cap == 0) {
         return;  // without the capability nothing would ever answer
     }
+    const kx::StandardStreamGuard streams;  // one, however long the adapter takes
     const uint32_t request = (address & kVpdAddresses) << 16;
     write_arrived = true;
     pci_config_write(adapter, cap, request);

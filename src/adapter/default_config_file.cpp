@@ -62,7 +62,7 @@ extern "C" int32_t get_default_config_version(uint8_t chip_class) {
     if (chip_class != KX_CLASS_Q4 && chip_class != KX_CLASS_Q5) {
         return -1;
     }
-    const kx::File file(std::fopen(kx::adapter::kPath, "re"));
+    const kx::File file = kx::open_file(kx::adapter::kPath, "re");
     if (!file) {
         return 0;
     }

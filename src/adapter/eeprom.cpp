@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "support/standard_streams.hpp"
+
 namespace kx::adapter {
 namespace {
 
@@ -42,6 +44,7 @@ void read_image(uint8_t adapter, uint32_t cap, const EepromLayout& layout, void*
         return;
     }
     if (cap != 0) {
+        const StandardStreamGuard streams;  // one for all dwords
         auto* const bytes = static_cast<char*>(image);
         read_part(adapter, cap, layout.vpd, layout.delay_ms, bytes);
         read_part(adapter, cap, layout.serial_configuration, layout.delay_ms, bytes);

@@ -16,6 +16,7 @@ extern "C" {
 }
 
 #include "adapter/bus_table.hpp"
+#include "support/standard_streams.hpp"
 
 namespace kx::adapter {
 namespace {
@@ -39,6 +40,13 @@ constexpr uint32_t round_down(uint32_t value, uint32_t page_size) {
 // belong to the agent.
 int closed_descriptor = -1;
 
+void close_memory() {
+    if (memfd > 0 && memfd != closed_descriptor) {
+        close(memfd);
+        closed_descriptor = memfd;
+    }
+}
+
 // The window that the library has opened. Hosts may lend memory of their own through mmapd_addr,
 // whose bounds only they know: mmapd_len may still tell the length of a window before.
 struct OpenWindow {
@@ -48,8 +56,14 @@ struct OpenWindow {
 
 OpenWindow open_window;
 
+// Physical memory is never a standard stream, not even between two calls.
+int open_memory() {
+    const StandardStreamGuard streams;
+    return streams ? open("/dev/mem", O_RDWR | O_CLOEXEC) : -1;
+}
+
 int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {
-    memfd = open("/dev/mem", O_RDWR | O_CLOEXEC);
+    memfd = open_memory();
     closed_descriptor = -1;
     if (memfd < 0) {
         std::fputs("open /dev/mem failed!", stderr);
@@ -59,6 +73,7 @@ int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {
         mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, memfd, off_t{start});
     if (window == MAP_FAILED) {
         std::fprintf(stderr, "mmap() failed: %s\n", std::strerror(errno));
+        close_memory();
         return KX_ADAPTER_INVALID;
     }
     mmapd_addr = reinterpret_cast<uint64_t>(window);
@@ -113,10 +128,7 @@ int32_t ensure_q3_window(uint8_t adapter) {
 void close_window() {
     mmapd_addr = 0;
     open_window = {};
-    if (memfd > 0 && memfd != closed_descriptor) {
-        close(memfd);
-        closed_descriptor = memfd;
-    }
+    close_memory();
 }
 
 void release_window_mapping() { munmap(nullptr, mmapd_len); }

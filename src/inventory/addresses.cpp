@@ -17,6 +17,7 @@
 #include "support/call_snapshot.hpp"
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
+#include "support/standard_streams.hpp"
 #include "support/text.hpp"
 
 namespace {
@@ -61,7 +62,10 @@ class AddressTable {
 public:
     AddressTable() {
         ifaddrs* first = nullptr;
-        readable_ = getifaddrs(&first) == 0;
+        {
+            const kx::StandardStreamGuard streams;  // it opens a socket
+            readable_ = streams && getifaddrs(&first) == 0;
+        }
         const AddressList list(readable_ ? first : nullptr);
         empty_ = list == nullptr;
         for (const ifaddrs* entry = list.get(); entry != nullptr; entry = entry->ifa_next) {

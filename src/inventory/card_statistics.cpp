@@ -102,7 +102,7 @@ uint32_t getQ4CardStats(CardInfo* card) try {
     }
     const std::string location(kx::field_text(card->pci_bus_location));
     std::printf("cardInfo->PCIBusLocation: %s\n", location.c_str());
-    const kx::Directory directory(opendir(kQ4Directory));
+    const kx::Directory directory = kx::open_directory(kQ4Directory);
     if (!directory) {
         card->stats = nullptr;
         return kQ4Failure;

@@ -112,7 +112,7 @@ Block<PortInfo> make_port(const char* interface_name) {
 }  // namespace
 
 uint32_t discover_ports(CardList& list) {
-    const Directory directory(opendir(kInterfaceDirectory));
+    const Directory directory = open_directory(kInterfaceDirectory);
     if (!directory) {
         return KX_UNKNOWN_ERROR;
     }

@@ -86,7 +86,7 @@ int executeCommand(const char* command) {
     if (command == nullptr) {
         return -1;
     }
-    const kx::Pipe pipe(popen(command, "re"));
+    const kx::Pipe pipe = kx::open_pipe(command);
     if (!pipe) {
         return -1;
     }
@@ -103,7 +103,7 @@ int read_from_file(const char* path, uint32_t* value) {
         return -1;
     }
     *value = 0;  // stands when the file holds no number
-    const kx::File file(std::fopen(path, "re"));
+    const kx::File file = kx::open_file(path, "re");
     if (!file) {
         report_missing_file(path);
         return -1;

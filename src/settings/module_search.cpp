@@ -56,7 +56,7 @@ public:
     // of its directory whether or not it can be mapped; one that cannot lets the parent go on.
     // Gives the modules whose files are mapped now.
     uint32_t search(uint32_t wanted) {
-        const Directory directory(opendir(path_.c_str()));
+        const Directory directory = open_directory(path_.c_str());
         uint32_t found = 0;
         const std::size_t length = path_.size();
         while (const dirent* entry =

@@ -40,9 +40,10 @@ uint32_t set_parameter(
 
 // Write a value as text. The status of that.
 uint32_t write_control_file(const char* path, int64_t value) {
-    const Descriptor file(open(path, O_RDWR | O_CLOEXEC));
+    const int opened = open(path, O_RDWR | O_CLOEXEC);
+    const Descriptor file(opened);
     // 0 counts as a failure too: it is the agent's standard input, closed or not.
-    if (file.get() <= 0) {
+    if (opened == 0 || !file) {
         return KX_RESOURCE_UNAVAILABLE;
     }
     const std::string text = std::to_string(value);

@@ -13,6 +13,8 @@
 #include <memory>
 #include <utility>
 
+#include "support/standard_streams.hpp"
+
 namespace kx {
 
 template <auto Free>
@@ -44,11 +46,12 @@ template <class T>
     return Block<T>(static_cast<T*>(std::calloc(1, sizeof(T))));
 }
 
-// Closing and unmapping keep errno: callers report why the call before them failed.
+// A descriptor that was just opened. It is never one of the standard streams: such a number is
+// exchanged for one above them. Closing keeps errno: callers report why the call before it failed.
 class Descriptor {
 public:
     Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
+    explicit Descriptor(int opened) : number_(above_standard_streams(opened)) {}
     Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
         std::swap(number_, other.number_);
@@ -65,8 +68,17 @@ public:
     [[nodiscard]] int get() const { return number_; }
     explicit operator bool() const { return number_ >= 0; }
 
+    // Give it to another owner.
+    [[nodiscard]] int release() { return std::exchange(number_, -1); }
+
 private:
     int number_ = -1;
 };
+
+// fopen, opendir and popen whose descriptor is above the standard streams. Null and errno on
+// failure.
+[[nodiscard]] File open_file(const char* path, const char* mode);
+[[nodiscard]] Directory open_directory(const char* path);
+[[nodiscard]] Pipe open_pipe(const char* command);
 
 }  // namespace kx

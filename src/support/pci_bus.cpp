@@ -1,5 +1,8 @@
 #include "support/pci_bus.hpp"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +43,35 @@ bool inside_libpci(Call call) {
     return true;
 }
 
+// As inside_libpci, for calls that may open files: the configuration space of a card must not
+// become a standard stream.
+template <class Call>
+bool inside_libpci_opening(Call call) {
+    const StandardStreamGuard streams;
+    return streams && inside_libpci(call);
+}
+
+// The configuration space that libpci keeps open from call to call.
+struct OpenConfigSpace {
+    const pci_dev* device = nullptr;
+    int descriptor = -1;
+    int writable = 0;
+    friend bool operator==(const OpenConfigSpace&, const OpenConfigSpace&) = default;
+};
+
+OpenConfigSpace closed_on_exec;  // the last one that was told to close on exec
+
+void close_on_exec(const pci_access* access) {
+    if (access == nullptr) {
+        return;
+    }
+    const OpenConfigSpace kept{access->cached_dev, access->fd, access->fd_rw};
+    if (kept.descriptor >= kStandardStreams && kept != closed_on_exec) {
+        fcntl(kept.descriptor, F_SETFD, FD_CLOEXEC);
+        closed_on_exec = kept;
+    }
+}
+
 // libpci takes offsets as signed numbers and does not look for negative ones.
 bool in_config_space(uint32_t offset) { return offset < kConfigSpaceSize; }
 
@@ -62,7 +94,8 @@ pci_access* open_pci_bus() {
     access->error = leave_libpci;
     access->warning = drop_message;
     access->debug = drop_message;
-    const bool scanned = inside_libpci([access] {
+    closed_on_exec = {};
+    const bool scanned = inside_libpci_opening([access] {
         pci_init(access);
         pci_scan_bus(access);
     });
@@ -82,7 +115,7 @@ pci_dev* PciBus::first() const { return access_ == nullptr ? nullptr : access_->
 
 // Half an identity would be another device's: without a device id, an adapter would be a Q3.
 void fill_pci_device(pci_dev* device, int fields) {
-    const bool filled = inside_libpci([device, fields] { pci_fill_info(device, fields); });
+    const bool filled = inside_libpci_opening([device, fields] { pci_fill_info(device, fields); });
     if (!filled && (fields & PCI_FILL_IDENT) != 0) {
         device->vendor_id = 0;
         device->device_id = 0;
@@ -92,8 +125,9 @@ void fill_pci_device(pci_dev* device, int fields) {
 uint32_t read_pci_config(pci_dev* device, uint32_t offset) {
     volatile uint32_t dword = kAbsent;  // survives libpci's way out
     if (in_config_space(offset)) {
-        inside_libpci(
+        inside_libpci_opening(
             [device, offset, &dword] { dword = pci_read_long(device, static_cast<int>(offset)); });
+        close_on_exec(device->access);
     }
     return dword;
 }
@@ -101,9 +135,10 @@ uint32_t read_pci_config(pci_dev* device, uint32_t offset) {
 bool write_pci_config(pci_dev* device, uint32_t offset, uint32_t value) {
     volatile bool written = false;  // survives libpci's way out
     if (in_config_space(offset)) {
-        inside_libpci([device, offset, value, &written] {
+        inside_libpci_opening([device, offset, value, &written] {
             written = pci_write_long(device, static_cast<int>(offset), value) != 0;
         });
+        close_on_exec(device->access);
     }
     return written;
 }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "support/standard_streams.hpp"
+
 struct pci_access;
 struct pci_dev;
 
@@ -27,6 +29,7 @@ public:
     [[nodiscard]] pci_dev* first() const;
 
 private:
+    StandardStreamGuard streams_;  // one for all that is asked about the devices
     pci_access* access_;
 };
 

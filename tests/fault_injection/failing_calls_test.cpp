@@ -165,17 +165,11 @@ protected:
         test::Lab::prepare();  // libpci keeps the last function's file open until then
         EXPECT_FALSE(threw) << describe(failure, nth);
         const test::Held after = test::held(lab_.host());
-        EXPECT_LE(after.descriptors, before.descriptors + stays_open(failure))
-            << describe(failure, nth);
+        EXPECT_LE(after.descriptors, before.descriptors) << describe(failure, nth);
         if (GetParam().stays.empty()) {
             EXPECT_EQ(after.mappings, before.mappings) << describe(failure, nth);
         }
         return fired;
-    }
-
-    // A window that cannot be mapped keeps its descriptor.
-    static std::size_t stays_open(const Failure& failure) {
-        return !GetParam().stays.empty() && failure.call == std::string_view("mmap") ? 1 : 0;
     }
 
     static std::string describe(const Failure& failure, unsigned nth) {

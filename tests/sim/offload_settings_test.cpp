@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/closed_streams.hpp"
 #include "support/shell.hpp"
 
 namespace {
@@ -464,6 +465,20 @@ TEST_F(OffloadSettings, DescriptorOneIsAsGoodAsAnother) {
     const auto attached = host_.attach();
     EXPECT_EQ(set_without(STDOUT_FILENO), 0U);
     EXPECT_EQ(written("mss"), "8\n");
+}
+
+TEST_F(OffloadSettings, MessageOfARefusedValueDoesNotGoIntoTheControlFile) {
+    const auto attached = host_.attach();
+    host_.fail(
+        {.call = "write", .times = 0, .error = EINVAL, .object = "/proc/sys/toe/toe3_tom/mss"});
+    for (const unsigned closed : test::kClosedStreams) {
+        const std::string answer = test::without_streams(closed, [] {
+            char name[] = "mss";
+            return std::to_string(setTOEParam(name, 3, 8, 8, 9));
+        });
+        EXPECT_EQ(answer, "70");
+        EXPECT_EQ(written("mss"), "untouched\n") << test::streams_text(closed);
+    }
 }
 
 }  // namespace

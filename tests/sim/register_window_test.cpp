@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "support/closed_streams.hpp"
+
 extern "C" {
 #include <pci/pci.h>
 }
@@ -242,15 +244,70 @@ TEST_F(RegisterWindow, RefusedOpenIsToldAndChangesNoWindow) {
     EXPECT_THAT(dev_mem.closed, IsEmpty());
 }
 
-TEST_F(RegisterWindow, RefusedMappingIsToldAndKeepsTheDescriptor) {
+TEST_F(RegisterWindow, RefusedMappingIsToldAndClosesTheDescriptorOnce) {
     dev_mem.refuse_mapping = EPERM;
     EXPECT_EQ(connect(), KX_ADAPTER_INVALID);
     EXPECT_EQ(told, "mmap() failed: Operation not permitted\n");
     EXPECT_EQ(memfd, dev_mem.opened.at(0));
+    EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
+    EXPECT_EQ(mmapd_addr, 0U);
+    const int mine = fcntl(STDERR_FILENO, F_DUPFD, memfd);  // the agent gets the number
+    ASSERT_EQ(mine, memfd);
+    disconnect();
+    EXPECT_THAT(dev_mem.closed, ElementsAre(memfd)) << "not again";
+    EXPECT_EQ(close(mine), 0);
+}
+
+TEST_F(RegisterWindow, RefusedMappingsOfAnAgentThatPollsUseUpNoDescriptors) {
+    dev_mem.refuse_mapping = EPERM;
+    ASSERT_EQ(connect(), KX_ADAPTER_INVALID);
+    const int32_t first = memfd;
+    for (int poll = 0; poll < 1000; ++poll) {
+        ASSERT_EQ(connect_q4(3), KX_ADAPTER_INVALID);
+    }
+    EXPECT_EQ(memfd, first);
+    EXPECT_EQ(dev_mem.closed.size(), dev_mem.opened.size());
+}
+
+TEST_F(RegisterWindow, RefusedMappingLeavesTheWindowThatIsOpen) {
+    ASSERT_EQ(connect(), 0);
+    dev_mem.refuse_mapping = EPERM;
+    EXPECT_EQ(connect(3), KX_ADAPTER_INVALID);
+    EXPECT_EQ(mmapd_addr, reinterpret_cast<uint64_t>(window.data()));
+    EXPECT_EQ(mmapd_adapter, 0);
+    EXPECT_THAT(dev_mem.closed, ElementsAre(dev_mem.opened.at(1)));
+    disconnect();
+    close(dev_mem.opened.at(0));
+}
+
+TEST_F(RegisterWindow, DescriptorOfMemoryIsNoStandardStream) {
+    for (const unsigned closed : test::kClosedStreams) {
+        EXPECT_EQ(
+            test::without_streams(
+                closed,
+                [] {
+                    dev_mem.watching = true;
+                    const bool open = connect_to_hba_Q4(0) == 0;
+                    const bool above = memfd > STDERR_FILENO && memfd == dev_mem.opened.at(0);
+                    return std::string(open && above ? "" : "a stream");
+                }),
+            "")
+            << test::streams_text(closed);
+    }
+}
+
+TEST_F(RegisterWindow, HostsDescriptorWithTheNumberOfTheOneClosedLastStaysOpen) {
+    ASSERT_EQ(connect(), 0);
+    disconnect();
+    const int lent = fcntl(STDERR_FILENO, F_DUPFD, memfd);
+    ASSERT_EQ(lent, memfd);
+    memfd = lent;
+    mmapd_addr = reinterpret_cast<uint64_t>(window.data());
+    dev_mem.closed.clear();
+    disconnect();
     EXPECT_THAT(dev_mem.closed, IsEmpty());
     EXPECT_EQ(mmapd_addr, 0U);
-    disconnect();
-    EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
+    EXPECT_EQ(close(lent), 0) << "the host closes it";
 }
 
 TEST_F(RegisterWindow, IndexesWithoutAnAdapterAreRefused) {

@@ -1,0 +1,48 @@
+#include "support/handle.hpp"
+
+#include <fcntl.h>
+
+namespace kx {
+namespace {
+
+// The same open file under a descriptor above the standard streams; reopen makes an object of it.
+template <class Object, class Reopen>
+Object above_streams(Object object, int descriptor, Reopen reopen) {
+    if (descriptor >= kStandardStreams) {
+        return object;
+    }
+    Descriptor above(fcntl(descriptor, F_DUPFD_CLOEXEC, kStandardStreams));
+    Object same(above ? reopen(above.get()) : nullptr);
+    if (same) {
+        static_cast<void>(above.release());
+    }
+    return same;
+}
+
+}  // namespace
+
+File open_file(const char* path, const char* mode) {
+    File file(std::fopen(path, mode));
+    return file ? above_streams(
+                      std::move(file), fileno(file.get()),
+                      [mode](int descriptor) { return fdopen(descriptor, mode); })
+                : nullptr;
+}
+
+Directory open_directory(const char* path) {
+    Directory directory(opendir(path));
+    return directory ? above_streams(
+                           std::move(directory), dirfd(directory.get()),
+                           [](int descriptor) {
+                               lseek(descriptor, 0, SEEK_SET);  // it may have been read ahead
+                               return fdopendir(descriptor);
+                           })
+                     : nullptr;
+}
+
+Pipe open_pipe(const char* command) {
+    const StandardStreamGuard streams;
+    return Pipe(streams ? popen(command, "re") : nullptr);
+}
+
+}  // namespace kx
