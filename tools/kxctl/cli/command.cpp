@@ -1,4 +1,4 @@
-// Names of commands, and what was given for their arguments.
+// Names of commands, and the given values of their arguments.
 #include "cli/command.hpp"
 
 namespace kx::ctl {

@@ -21,22 +21,22 @@ enum class Count { kOne, kOptional, kSeveral };
 struct Argument {
     const char* name;
     const char* help;
-    const char* value = "";  // what an option takes, such as "FILE"; empty for a flag
+    const char* value = "";  // the name of an option's value, such as "FILE"; empty for a flag
     Count count = Count::kOne;
-    std::vector<std::string> choices = {};  // the values allowed; any, when empty
+    std::vector<std::string> choices = {};  // the allowed values; empty: any value
 
     [[nodiscard]] bool is_option() const { return name[0] == '-'; }
 };
 
-// What the user gave for the arguments of a command, by the argument's (long) name.
+// The values that the user gave for the arguments of a command, by the (long) name of the argument.
 class Arguments {
 public:
     void add(std::string_view name, std::vector<std::string> values);
 
     [[nodiscard]] bool has(std::string_view name) const;
-    // The value given, or `otherwise`.
+    // The given value, or `otherwise`.
     [[nodiscard]] std::string get(std::string_view name, std::string_view otherwise = "") const;
-    // All values given.
+    // All given values.
     [[nodiscard]] std::span<const std::string> all(std::string_view name) const;
 
 private:
@@ -47,10 +47,10 @@ private:
 struct Term {
     std::string word;
     std::string meaning;
-    std::vector<std::string> values = {};  // words that stand for its values, such as "on"
+    std::vector<std::string> values = {};  // words for its values, such as "on"
 };
 
-// What a command does. It fails by throwing Failure.
+// The function of a command. It throws Failure when it fails.
 using Verb = ExitCode(const Arguments& arguments, Output& output);
 
 struct Command {
@@ -59,9 +59,9 @@ struct Command {
     const char* help;   // one line
     const char* about;  // a paragraph for the command's own help
     std::vector<Argument> arguments;
-    std::vector<const char*> examples;  // two, each a whole command line
+    std::vector<const char*> examples;  // two examples, each a whole command line
     Verb* run;
-    std::vector<Term> settings = {};  // the keys that KEY=VALUE knows
+    std::vector<Term> settings = {};  // the keys that KEY=VALUE accepts
 
     [[nodiscard]] std::string name() const;  // "card list"
 };

@@ -1,4 +1,4 @@
-// The only file that knows the argument parser.
+// The only file that uses the argument parser library.
 #include "cli/command_line.hpp"
 
 #include <fmt/core.h>
@@ -40,7 +40,7 @@ void register_argument(CLI::App& app, const Argument& argument) {
     }
 }
 
-// The options and positional words that an app was given.
+// The options and positional words of an app.
 Arguments given(const CLI::App& app) {
     Arguments arguments;
     for (const CLI::Option* option : app.get_options()) {
@@ -51,15 +51,15 @@ Arguments given(const CLI::App& app) {
     return arguments;
 }
 
-// The parser's tree: the program, its nouns, their verbs. Options of all commands are known to the
-// program and may stand anywhere.
+// The parser's tree: the program, its nouns, their verbs. Options of all commands belong to the
+// program and may appear anywhere.
 class Tree {
 public:
     Tree() {
         root_.set_help_flag(kHelp);
         root_.require_subcommand(0, 1);
         root_.allow_extras();
-        root_.prefix_command();  // behind a word that nothing takes, nothing is understood
+        root_.prefix_command();  // nothing is parsed after an unknown word
         for (const Argument& option : global_options()) {
             if (std::string_view(option.name) != kHelp) {
                 register_argument(root_, option);
@@ -72,7 +72,7 @@ public:
 
     CLI::App& root() { return root_; }
 
-    // What was parsed so far, also when the parser gave up.
+    // What was parsed so far, also when the parser failed.
     Invocation result() const {
         Invocation invocation;
         invocation.options = given(root_);
@@ -135,8 +135,8 @@ std::string verbs_of(std::string_view noun) {
     return fmt::format("{}", fmt::join(verbs, ", "));
 }
 
-// Words that nothing took. The parser keeps the "--" that ends the options among them, unless no
-// positional word was to follow; then it has forgotten the mark and read on.
+// The unknown words. They include the "--" that ends the options, unless no positional word could
+// follow; the parser drops "--" then and continues.
 std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::string>& words) {
     std::vector<std::string> left = root.remaining(true);
     const auto mark = std::ranges::find(words, "--");
@@ -167,7 +167,7 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
 }  // namespace
 
 Invocation parse(const std::vector<std::string>& words) {
-    static Tree tree;  // forgets the words before when it is given others
+    static Tree tree;  // forgets the previous words when it gets new ones
     std::string complaint;
     Wish wish = Wish::kRun;
     try {

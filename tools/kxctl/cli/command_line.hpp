@@ -1,4 +1,4 @@
-// From the words of a command line to a command of the table and what was given for its arguments.
+// Turns the words of a command line into a command of the table and the values of its arguments.
 #pragma once
 
 #include <cstdint>
@@ -13,16 +13,16 @@ enum class Wish : std::uint8_t { kRun, kHelp, kVersion };
 
 struct Invocation {
     Wish wish = Wish::kRun;
-    const Command* command = nullptr;  // null only when help or the version is wanted
-    std::string noun;                  // the noun given, perhaps without its verb
+    const Command* command = nullptr;  // null only when help or the version was requested
+    std::string noun;                  // the given noun, perhaps without a verb
     Arguments arguments;               // of the command
     Arguments options;                 // of all commands
 };
 
-// The words are those behind the program's name. Throws Failure with kUsage.
+// The words are those after the program's name. Throws Failure with kUsage.
 [[nodiscard]] Invocation parse(const std::vector<std::string>& words);
 
-// Whether JSON is wanted, for command lines that cannot be parsed as well.
+// Whether JSON was requested; also for command lines that cannot be parsed.
 [[nodiscard]] bool asks_for_json(const std::vector<std::string>& words);
 
 }  // namespace kx::ctl

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kLongestAnswer = 64;
 
-// One line of standard input, byte by byte: what follows it belongs to whoever reads next.
+// Reads one line of standard input, byte by byte: the bytes after it belong to the next reader.
 std::string read_answer() {
     std::string answer;
     char byte = 0;

@@ -1,4 +1,4 @@
-// Asking before something that cannot be taken back.
+// Asking before an operation that cannot be undone.
 #pragma once
 
 #include <string>
@@ -11,12 +11,12 @@ namespace kx::ctl {
 
 class Confirmation {
 public:
-    // given: the user has said --yes. Otherwise somebody must be there to ask: without a terminal
-    // on standard input and standard error this throws Failure (wrong usage). To be made before
-    // anything is touched.
+    // given: the user gave --yes. Otherwise kxctl must be able to ask: without a terminal on
+    // standard input and standard error this throws Failure (wrong usage). Create it before
+    // anything is changed.
     Confirmation(bool given, const std::string& command);
 
-    // Ask, unless it was given. Throws Failure when the answer is not yes.
+    // Ask, unless the confirmation was given. Throws Failure when the answer is not yes.
     void ask(const std::string& what) const;
 
 private:

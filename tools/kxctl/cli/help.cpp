@@ -12,14 +12,14 @@ namespace {
 constexpr std::size_t kWidth = 80;
 constexpr std::size_t kIndent = 2;
 constexpr std::size_t kColumnGap = 2;
-constexpr std::size_t kWidestTerm = 30;  // a longer one has its explanation on the next line
+constexpr std::size_t kWidestTerm = 30;  // the explanation of a longer term is on the next line
 
 constexpr const char* kProgramExamples[] = {
     "kxctl card list",
     "kxctl --sim port list 03:00.4 --json",
 };
 
-// Break a text between words; every line but the first is indented.
+// Break a text between words; every line except the first is indented.
 std::string wrap(std::string_view text, std::size_t first_column, std::size_t indent) {
     std::string out;
     std::size_t column = first_column;
@@ -158,7 +158,7 @@ std::string example_section(std::span<const char* const> examples) {
     return out;
 }
 
-// Where more is told.
+// A line that names the command for more help.
 constexpr const char* kManualPage = "\nManual page: kxctl(8)\n";
 
 std::string program_help() {

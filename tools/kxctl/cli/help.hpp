@@ -1,4 +1,4 @@
-// Help made from the command table: for people, 80 columns wide, and for machines.
+// Help, made from the command table: as text of 80 columns, and as JSON.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 
 namespace kx::ctl {
 
-// Of the program, of a noun or of a command, as the invocation asks.
+// The help of the program, of a noun or of a command.
 [[nodiscard]] std::string help_text(const Invocation& invocation);
 
-// The same choice of commands as data, from which completions and documentation can be made.
+// The same commands as data, for completions and documentation.
 [[nodiscard]] Json help_json(const Invocation& invocation);
 
 }  // namespace kx::ctl

@@ -1,4 +1,5 @@
-// Numbers among the words of a command line. A word that is none throws Failure (wrong usage).
+// Reads numbers from words of a command line. Throws Failure (wrong usage) when a word is not a
+// number.
 #pragma once
 
 #include <chrono>
@@ -13,17 +14,17 @@ namespace kx::ctl {
 // The PORT of a command: the port's number within its card.
 [[nodiscard]] std::uint32_t port_instance(const Arguments& arguments);
 
-// The value of an option that takes seconds and was given.
+// The value of a given option in seconds.
 [[nodiscard]] std::chrono::nanoseconds seconds_option(
     const Arguments& arguments, const std::string& option);
 
-// How a command repeats itself.
+// How a command repeats its output.
 struct Watch {
     std::chrono::nanoseconds interval;
-    std::uint64_t count;  // how often it shows what it reads; 0 for without end
+    std::uint64_t count;  // the number of readings; 0: no limit
 };
 
-// The wish of --watch and --count; nothing without --watch.
+// The repetition that --watch and --count request; nothing without --watch.
 [[nodiscard]] std::optional<Watch> watch_wish(const Arguments& arguments);
 
 }  // namespace kx::ctl

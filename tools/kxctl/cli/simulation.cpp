@@ -33,7 +33,7 @@ bool is_command_word(std::string_view word) {
     });
 }
 
-// Such as 03:00.4; a scenario file of that name can still be given as ./NAME or with --sim=NAME.
+// Such as 03:00.4; a scenario file with such a name can be given as ./NAME or with --sim=NAME.
 bool is_location(std::string_view word) {
     return word.find(':') != word.npos && word.find('/') == word.npos;
 }
@@ -52,8 +52,7 @@ std::string simulator_path(const std::filesystem::path& own) {
     return access(beside.c_str(), X_OK) == 0 ? beside : "kxsim";
 }
 
-// What a program says on standard error when it fails; nothing when it was done, or cannot be run
-// at all.
+// The message of a failed program on standard error; nothing when it succeeded or could not be run.
 std::string complaint_of(std::vector<std::string> line) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -82,8 +81,8 @@ std::string complaint_of(std::vector<std::string> line) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? "" : text;
 }
 
-// The simulator tells people what is wrong with a scenario. A machine gets it as it gets every
-// failure, which only kxctl can do: the host is put up once to see.
+// The simulator prints mistakes of a scenario for people. With --json kxctl must report them like
+// every other failure, so it builds the host once to find them.
 void check_scenario(const std::string& simulator, const std::string& scenario) {
     std::string text = complaint_of({simulator, "run", "--scenario", scenario, "--", "true"});
     text = text.substr(0, text.find('\n'));

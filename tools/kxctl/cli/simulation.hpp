@@ -12,14 +12,14 @@ struct SimulationWords {
     std::vector<std::string> words;       // the command line without it
 };
 
-// Take "--sim", "--sim=SCENARIO" or "--sim SCENARIO" out of a command line (without the program's
-// name). The word behind a bare --sim is the scenario unless it is an option, a noun or verb, or
-// a PCI bus location. Words behind "--" stay. Of several scenarios the last one counts.
+// Remove "--sim", "--sim=SCENARIO" or "--sim SCENARIO" from a command line (without the program's
+// name). The word after a bare --sim is the scenario unless it is an option, a noun or verb, or a
+// PCI bus location. Words after "--" stay. Of several scenarios the last one counts.
 // Throws Failure for "--sim=".
 [[nodiscard]] SimulationWords take_simulation(const std::vector<std::string>& words);
 
-// Replace this process by kxctl with these words on the simulated host. kxsim is the program beside
-// kxctl's own, otherwise the one in PATH. Throws Failure when it cannot be started.
+// Replace this process by kxctl with these words on the simulated host. kxsim is the program next
+// to kxctl, or else the one in PATH. Throws Failure when it cannot be started.
 [[noreturn]] void run_simulated(const std::string& scenario, const std::vector<std::string>& words);
 
 }  // namespace kx::ctl

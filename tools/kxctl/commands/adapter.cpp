@@ -1,4 +1,4 @@
-// adapter: what the flash and the EEPROM of the host's adapters hold.
+// adapter: the content of the flash and the EEPROM of the host's adapters.
 #include <fmt/core.h>
 #include <fmt/ranges.h>
 
@@ -16,7 +16,7 @@
 namespace kx::ctl::adapter {
 namespace {
 
-// The interfaces of adapters are known to their drivers, which need not be loaded.
+// Only the drivers know the interfaces of adapters, and they may not be loaded.
 std::vector<std::string> interfaces_of(const std::string& location) {
     std::vector<std::string> names;
     try {
@@ -29,7 +29,7 @@ std::vector<std::string> interfaces_of(const std::string& location) {
     return names;
 }
 
-// How many interfaces each adapter has, by its location.
+// The number of interfaces of each adapter, by its location.
 std::map<std::string, std::size_t> interface_counts() {
     std::map<std::string, std::size_t> counts;
     try {
@@ -48,14 +48,14 @@ std::string count_text(std::optional<std::size_t> count) {
 
 Json count_json(std::optional<std::size_t> count) { return count ? Json(*count) : Json(); }
 
-// Of an adapter that was not read nothing is known but its place and its ids.
+// For an adapter that was not read, only its location and ids are known.
 Json when_read(const AdapterInfoRecord& adapter, const Json& value) {
     return was_read(adapter) ? value : Json();
 }
 
 std::string presence(bool present) { return present ? "present" : "none"; }
 
-// What a list of adapters tells of each.
+// The fields of an adapter in a list.
 Json identity_json(const AdapterInfoRecord& adapter, std::optional<std::size_t> ports) {
     return {
         {"location", location_of(adapter)},
@@ -91,8 +91,8 @@ void put(char (&field)[N], const std::string& value) {
     std::copy_n(value.begin(), std::min(value.size(), N), field);
 }
 
-// Q3 records lack the part number and "V0"; both are among the product data that the adapter's
-// other record holds.
+// Q3 records have no part number and no "V0"; both are in the product data of the adapter's other
+// record.
 void complete(AdapterInfoRecord& adapter) {
     if (adapter.chip_class == KX_CLASS_Q3 && was_read(adapter)) {
         const AdapterRecord record = query_adapter(location_of(adapter));

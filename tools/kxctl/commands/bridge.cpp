@@ -103,7 +103,7 @@ ExitCode detach(const Arguments& arguments, Output& output) {
     const Machine machine = find_active(arguments);
     const std::string target = arguments.get("TARGET");
     const std::vector<_interfaceInfo> interfaces = interfaces_of(machine);
-    // A name that fills its field may go on behind it.
+    // A name that fills its field may continue after it.
     const auto found =
         std::find_if(interfaces.begin(), interfaces.end(), [&](const _interfaceInfo& interface) {
             return field_text(interface.targetDev) == target.substr(0, sizeof interface.targetDev);

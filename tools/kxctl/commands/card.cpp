@@ -12,8 +12,8 @@
 namespace kx::ctl::card {
 namespace {
 
-// The offload device of a card. The text of cards with an offload engine is longer than its field
-// and runs two bytes into the PCI class, which is lost for those cards.
+// The offload device of a card. For cards with an offload engine the text is longer than its field;
+// its last two bytes overwrite part of the PCI class, which is lost for these cards.
 struct Offload {
     explicit Offload(const CardInfo& card) {
         char text[sizeof card.offload_device + 2];

@@ -1,4 +1,4 @@
-// The command table, of the tables of the groups, and the options of all commands.
+// The command table, joined from the tables of the groups, and the options of all commands.
 #include "commands/commands.hpp"
 
 #include <algorithm>

@@ -14,7 +14,7 @@ namespace kx::ctl {
 [[nodiscard]] std::vector<Command> machine_commands();
 [[nodiscard]] std::vector<Command> host_commands();
 
-// The card that a command is about, in whichever group.
+// The argument LOCATION, for commands of all groups.
 inline const Argument kLocation{
     .name = "LOCATION",
     .help = "PCI bus location of the card, as \"card list\" shows it",

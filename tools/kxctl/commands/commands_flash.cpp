@@ -1,4 +1,4 @@
-// The commands that look into the adapters themselves: data sheet, product data, flash.
+// The commands that read the adapters themselves: data sheet, product data, flash.
 #include "commands/commands.hpp"
 #include "commands/nouns.hpp"
 

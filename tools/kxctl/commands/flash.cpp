@@ -1,4 +1,4 @@
-// flash info, flash dump: what an adapter's flash is, and what is in it.
+// flash info, flash dump: the identification and the content of an adapter's flash.
 #include <fmt/core.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/flash_images.h>
@@ -18,7 +18,7 @@
 namespace kx::ctl::flash {
 namespace {
 
-// What the two boot images tell of themselves. A version is empty when there is none.
+// The versions of the two boot images; empty when there is no image.
 struct Contents {
     bool boot_valid = false;
     std::string boot_version;

@@ -1,5 +1,5 @@
 // flash config-show: the boot configuration record of Q4 and Q5 adapters, the settings block of Q3
-// adapters, field by field. Fields without a known meaning bear their offset.
+// adapters, field by field. The names of fields without a known meaning contain their offset.
 #include <fmt/core.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/boot_config.h>
@@ -87,7 +87,7 @@ constexpr Field kQ3Fields[] = {
 
 using Bytes = std::span<const std::uint8_t>;
 
-// A text in the flash may fill its field; one that was never written is erased.
+// A text in the flash may fill its field; a text that was never written is erased.
 std::string string_of(Bytes bytes) {
     const auto end =
         std::ranges::find_if(bytes, [](std::uint8_t byte) { return byte == 0 || byte == 0xFF; });
@@ -151,7 +151,7 @@ std::string field_cell(const Field& field, Bytes bytes) {
     return uniform ? fmt::format("{} x {:02x}", bytes.size(), bytes.front()) : hex_of(bytes);
 }
 
-// The record that an adapter holds. Throws Failure when there is none.
+// The record of an adapter. Throws Failure when there is none.
 std::vector<std::uint8_t> read_record(const FlashCard& card) {
     card.open_window();
     const bool q3 = card.is_q3();

@@ -1,5 +1,5 @@
-// flash write-boot, erase-boot, config-default, config-erase, config-write: what replaces or erases
-// the boot images of an adapter.
+// flash write-boot, erase-boot, config-default, config-erase, config-write: the commands that
+// replace or erase the boot images of an adapter.
 #include <fmt/core.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>
@@ -31,7 +31,7 @@ bool begins_with(const FileBytes& bytes, std::string_view signature) {
            std::memcmp(bytes.data(), signature.data(), signature.size()) == 0;
 }
 
-// What fits no adapter is refused before one is looked at.
+// A file that fits no adapter is refused before any adapter is read.
 FileBytes read_image(const std::string& path) {
     FileBytes image = read_whole_file(path, KX_BOOT_IMAGE_MAX);
     if (image.size() < KX_BOOT_IMAGE_MIN) {
@@ -59,7 +59,7 @@ void must_fit(const FlashCard& card, const std::string& path, const FileBytes& i
     }
 }
 
-// The record itself, from a file that holds it with or without the rest of its region.
+// The record itself, from a file that contains it with or without the rest of its region.
 FileBytes read_record_file(const FlashCard& card, const std::string& path) {
     FileBytes record = read_whole_file(path, kConfigRegion);
     const std::size_t size = card.is_q3() ? sizeof(Q3Settings) : sizeof(Q4BootConfig);
@@ -73,7 +73,8 @@ FileBytes read_record_file(const FlashCard& card, const std::string& path) {
     return record;
 }
 
-// The library writes no default record for an adapter without option ROM, whose version it holds.
+// The library writes no default record for an adapter without an option ROM, because the record
+// contains the option ROM's version.
 void must_have_option_rom(const FlashCard& card) {
     card.open_window();
     const std::uint32_t version =
@@ -85,13 +86,14 @@ void must_have_option_rom(const FlashCard& card) {
     }
 }
 
-// The ports that a default record is made for: those of the product, unless the user says.
+// The number of ports for a default record: that of the product unless the user gives it.
 std::uint32_t port_count(const FlashCard& card, const Arguments& arguments) {
     const std::string ports = arguments.get("--ports");
     if (!ports.empty()) {
         return static_cast<std::uint32_t>(ports.front() - '0');
     }
-    constexpr unsigned kProductDigits = 0xF0FF;  // of a device id; the other one is its function's
+    constexpr unsigned kProductDigits =
+        0xF0FF;  // part of a device id; the other part belongs to the function
     const std::string product = fmt::format("{:x}", card.device_id() & kProductDigits);
     const std::uint32_t known = call_library([&] { return getPortsQ4(product.c_str()); });
     if (known == 0) {
@@ -125,7 +127,7 @@ ExitCode run_erase(
     return run_change(command, erase(card, region), arguments, output);
 }
 
-// The library changes a record of Q3 as it writes it.
+// The library changes a Q3 record when it writes it.
 FlashChange write_record(const FlashCard& card, FileBytes* record) {
     const std::uint8_t index = card.index();
     const auto size =
@@ -181,8 +183,8 @@ ExitCode config_erase(const Arguments& arguments, Output& output) {
     return run_erase("flash config-erase", "config", arguments, output);
 }
 
-// Q3 adapters have no default but an empty block, whose header the library puts right. The default
-// record of the others is the library's own.
+// The default of Q3 adapters is an empty block, whose header the library sets. The library creates
+// the default record of the other adapters.
 ExitCode config_default(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash config-default";
     check_change_options(kCommand, arguments);

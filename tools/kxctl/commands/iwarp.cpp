@@ -20,7 +20,7 @@ constexpr const char* kBoth = "-2147483648 to 2147483647";
 constexpr const char* kNewer = "-2147483648 to 2147483647; iw_zfab4 only";
 constexpr const char* kOlder = "-2147483648 to 2147483647; iw_zfab3 only";
 
-// A row whose field bears its name.
+// A row whose field has the same name.
 #define KX_NAMED(field, help, bit) \
     { #field, help, bit, offsetof(IwarpProps, field), sizeof(IwarpProps::field), Form::kSigned }
 
@@ -69,8 +69,8 @@ bool has(const std::string& module, const Setting& setting) {
     return (setting.change_bit & lacking) == 0;
 }
 
-// The settings with what the library reads of a module: all that it has, but for markers_enabled
-// of the newer one.
+// The settings with the values that the library reads for a module: all settings, except
+// markers_enabled for iw_zfab4.
 std::vector<Setting> settings_of(const std::string& module) {
     std::vector<Setting> settings(std::begin(kSettings), std::end(kSettings));
     for (Setting& setting : settings) {

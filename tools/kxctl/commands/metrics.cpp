@@ -57,7 +57,7 @@ std::vector<Metric> empty_metrics() {
     };
 }
 
-// The counters that are always told, by the driver's name.
+// The counters that are always included, by the driver's name.
 struct CounterRow {
     std::string_view counter;
     Which metric;
@@ -86,7 +86,7 @@ public:
     [[nodiscard]] const std::vector<Metric>& metrics() const { return metrics_; }
 
 private:
-    // A host without a card or its driver is monitored too.
+    // A host without cards or drivers gives metrics too.
     template <class Record>
     static std::vector<Record> list_or_none(std::vector<Record> (*query)()) {
         try {

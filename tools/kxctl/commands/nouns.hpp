@@ -1,4 +1,4 @@
-// The functions of the command table, one namespace and one file a noun.
+// The functions of the command table: one namespace and one file for each noun.
 #pragma once
 
 #include <span>
@@ -28,7 +28,8 @@ Verb list;
 
 namespace port {
 Verb list, show, stats, set;
-// The messages of a failed set, one a setting. The one about the MTU lacks the others' ending.
+// The messages of a failed set call, one for each setting. The message about the MTU has no ";" at
+// its end.
 [[nodiscard]] std::vector<std::string> split_set_messages(std::string_view text);
 }  // namespace port
 

@@ -1,4 +1,4 @@
-// report: one page about the whole host, gathered from what the other commands answer.
+// report: one page about the whole host, made from the answers of the other commands.
 #include <fmt/chrono.h>
 #include <fmt/core.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ std::string host_name() {
 
 bool has_failed(const Json& answer) { return answer.contains("failure"); }
 
-// The locations of all cards: those that drivers serve, and adapters without a driver.
+// The locations of all cards: cards with a driver, and adapters without one.
 std::vector<std::string> locations_in(const Json& cards, const Json& adapters) {
     std::vector<std::string> locations;
     for (const auto& [answer, key] : {std::pair(&cards, "cards"), {&adapters, "adapters"}}) {

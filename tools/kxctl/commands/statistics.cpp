@@ -1,4 +1,4 @@
-// card stats and port stats: counters once, or again and again with their rates.
+// card stats and port stats: counters once, or repeatedly with their rates.
 #include <fmt/core.h>
 
 #include <chrono>
@@ -24,15 +24,15 @@ struct Reading {
     Clock::time_point time;
 };
 
-// Whose counters they are.
+// The card or port of the counters.
 struct Source {
     Json head;  // names card and port
     bool has_groups;
     std::function<std::vector<StatEntry>()> read;
 };
 
-// What became of a counter since the reading before. Nothing when the drivers counted otherwise
-// then, or began anew.
+// The change of a counter since the previous reading. Nothing when the drivers had other counters
+// then, or started again.
 struct Movement {
     Movement(const Reading& now, const Reading* before, std::size_t place) {
         if (before == nullptr || place >= before->counters.size()) {
@@ -98,7 +98,7 @@ std::string history_name(const StatEntry& counter) {
     return fmt::format("{} {}", counter.group, field_text(counter.name));
 }
 
-// history: of the rates, for a view that shows their graphs.
+// history: the history of the rates, for a view that shows graphs.
 Table to_table(
     const Source& source, const Reading& now, const Reading* before, bool watching,
     RateHistory* history = nullptr) {
@@ -141,8 +141,8 @@ ExitCode show_once(const Source& source, Output& output) {
     return ExitCode::kDone;
 }
 
-// For each reading a line of JSON for machines; for people a table, on a terminal (history) in the
-// place of the one before.
+// Prints each reading: with JSON as one line, otherwise as a table; on a terminal (history) the
+// table replaces the previous one.
 void show_reading(
     const Source& source, const Reading& now, const std::optional<Reading>& before,
     RateHistory* history, Output& output) {

@@ -1,4 +1,4 @@
-// version: what runs here.
+// version: the versions of kxctl and of the library.
 #include <fmt/core.h>
 #include <kxlinhw/export.h>
 #include <kxlinhw/status.h>
@@ -16,7 +16,7 @@
 namespace kx::ctl::version {
 namespace {
 
-// What GetLibVersion writes.
+// The record that GetLibVersion writes.
 struct LibraryVersion {
     char name[11];
     std::array<char, 9> untouched;

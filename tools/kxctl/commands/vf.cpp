@@ -1,4 +1,4 @@
-// vf: virtual functions of the host, and those that virtual machines have.
+// vf: virtual functions of the host and of virtual machines.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 namespace kx::ctl::vf {
 namespace {
 
-constexpr int kHostId = 0;  // in the place of a machine's
+constexpr int kHostId = 0;  // in place of a machine's
 
 std::string location_text(const _VF& vf) {
     return fmt::format(
@@ -23,8 +23,8 @@ std::string location_text(const _VF& vf) {
         static_cast<unsigned>(vf.function));
 }
 
-// The library reads lspci's hexadecimal digits as decimal numbers; written as such they are the
-// same digits again.
+// The library reads lspci's hexadecimal digits as decimal numbers; printed as decimal numbers they
+// are the same digits again.
 std::string host_location_text(const _VF& vf) {
     return fmt::format("{:04}:{:02}:{:02}.{}", vf.pciDomain, vf.bus, vf.slot, vf.function);
 }
@@ -34,7 +34,7 @@ std::vector<std::string> functions_of_host() {
     const int count =
         call_machines([&](VMUtils& library) { return library.listVFsForVM(kHostId, &records); });
     const std::unique_ptr<_VF, decltype(&std::free)> owner(records, std::free);
-    if (records == nullptr) {  // a count of 1 is a failure as well
+    if (records == nullptr) {  // a count of 1 is also the status of a failure
         throw machine_failure(ExitCode::kFailed, "Cannot list the virtual functions of this host");
     }
     std::vector<std::string> locations;
@@ -45,8 +45,8 @@ std::vector<std::string> functions_of_host() {
     return locations;
 }
 
-// The library does not tell how many records it gives for a machine; they are counted in the
-// description that it leaves behind.
+// The library does not return the number of records for a machine; kxctl counts them in the
+// description file that the library leaves.
 std::vector<std::string> functions_of(const Machine& machine) {
     std::string uuid = machine.uuid;
     std::string description = "domain.xml";

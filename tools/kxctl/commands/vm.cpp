@@ -10,14 +10,14 @@
 namespace kx::ctl::vm {
 namespace {
 
-// verb: what cannot be done, when it fails.
+// verb: for the message when the operation fails.
 ExitCode operate(
     const Arguments& arguments, Output& output, KxStateOperation operation, const char* verb) {
     const Machine before = find_machine(arguments.get("VM"));
     std::string uuid = before.uuid;
     std::string time = "0";  // a suspension lasts until the machine is resumed
     const int result = call_machines([&](VMUtils& library) {
-        errno = 0;  // an older error would refuse a suspension
+        errno = 0;  // an older error would make the suspension fail
         return library.VMStateOperation(uuid.data(), operation, time.data());
     });
     if (result != 0) {

@@ -1,4 +1,4 @@
-// vpd: the vital product data of an adapter, as its EEPROM holds them.
+// vpd: the vital product data in an adapter's EEPROM.
 #include <fcntl.h>
 #include <fmt/core.h>
 
@@ -29,15 +29,15 @@ void write_raw(const std::string& file, std::span<const std::uint8_t> bytes) {
     }
 }
 
-// The bytes of a value in hexadecimal, as many as a line takes.
+// The bytes of a value in hexadecimal, as many as fit a line.
 std::string short_hex(std::string_view value) {
     constexpr std::size_t kMost = 16;
     const bool whole = value.size() <= kMost;
     return "0x" + vpd_hex(value.substr(0, kMost)) + (whole ? "" : " and more");
 }
 
-// A value as its text, or in hexadecimal when it is none. Of the checksum's value only the first
-// byte is the checksum.
+// A value as text, or in hexadecimal when it is not text. Only the first byte of the checksum's
+// value is the checksum.
 std::string shown(const VpdField& field) {
     if (field.keyword == kVpdChecksum && !field.value.empty()) {
         return short_hex(field.value.substr(0, 1));

@@ -1,4 +1,4 @@
-// What kxctl's exit codes mean: one table, from which the help is printed.
+// The meaning of kxctl's exit codes: one table, also for the help.
 #pragma once
 
 #include <cstdint>
@@ -26,8 +26,8 @@ struct ExitCodeRow {
 // Every exit code, in ascending order.
 [[nodiscard]] std::span<const ExitCodeRow> exit_codes();
 
-// The exit code of a library status. A command that knows better (some of several settings were
-// applied, say) decides for itself.
+// The exit code of a library status. A command may use another code, for example when only some of
+// its settings were applied.
 [[nodiscard]] ExitCode exit_code_of_status(std::uint32_t status);
 
 }  // namespace kx::ctl

@@ -10,7 +10,7 @@
 namespace kx::ctl {
 namespace {
 
-// The statuses for which the library has no text, or none that says what happened.
+// Texts for statuses without a text in the library, or with an unclear one.
 std::string text_of_status(std::uint32_t status) {
     switch (status) {
         case KX_SET_FAILED:
@@ -28,7 +28,7 @@ std::string text_of_status(std::uint32_t status) {
     return text == nullptr ? fmt::format("The library returned status {}", status) : text;
 }
 
-// A host without adapters can still try the commands; a simulated one is what it is.
+// On a real host without adapters, suggest the simulated host; not on a simulated host.
 bool should_offer_simulation(std::uint32_t status) {
     const bool no_adapter =
         status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;

@@ -1,4 +1,4 @@
-// Why a command could not be carried out: thrown where it is noticed, reported once by main().
+// The failure of a command: thrown where it is detected, reported once by main().
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ class Failure : public std::runtime_error {
 public:
     Failure(ExitCode code, const std::string& text) : std::runtime_error(text), code_(code) {}
 
-    // A failure that the library reported, with its text and, for failed settings, its messages.
+    // A failure that the library reported, with its text and, for settings, its messages.
     [[nodiscard]] static Failure of_status(std::uint32_t status);
 
     [[nodiscard]] ExitCode code() const { return code_; }
@@ -32,7 +32,7 @@ private:
     std::vector<std::string> detail_;
 };
 
-// Throw the failure of a command line that cannot be meant; it points to the help.
+// Throw the failure of a wrong command line; it refers to the help.
 [[noreturn]] void refuse_usage(const std::string& text);
 
 // Throw the failure of a status that is not success.

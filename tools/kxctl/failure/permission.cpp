@@ -37,7 +37,8 @@ bool has(const Circumstances& circumstances, unsigned capability) {
     return (circumstances.capabilities >> capability & 1U) != 0;
 }
 
-// The effective capabilities as the kernel tells them; all, when it does not.
+// The effective capabilities that the kernel reports; all capabilities when it does not report
+// them.
 std::uint64_t effective_capabilities() {
     constexpr std::string_view kKey = "CapEff:\t";
     std::uint64_t bits = ~std::uint64_t{0};
@@ -50,13 +51,13 @@ std::uint64_t effective_capabilities() {
     return bits;
 }
 
-// The files by which the usual container managers mark what runs in them.
+// The files that common container managers create in their containers.
 bool is_in_container() {
     constexpr std::array kMarks = {"/.dockerenv", "/run/.containerenv", "/run/systemd/container"};
     return std::ranges::any_of(kMarks, [](const char* path) { return access(path, F_OK) == 0; });
 }
 
-// Both may be so; a container alone is no obstacle when everything was granted to it.
+// Both may be true; a container alone is not an obstacle when it has all privileges.
 std::string with_container(const std::string& text, const Circumstances& circumstances) {
     return circumstances.container ? text + ", in a container" : text;
 }

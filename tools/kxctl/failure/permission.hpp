@@ -1,4 +1,5 @@
-// Why the kernel refused something: what this process lacks, or what the host forbids everybody.
+// Why the kernel refused an operation: a missing privilege of this process, or a restriction of the
+// host for everybody.
 #pragma once
 
 #include <sys/types.h>
@@ -11,15 +12,15 @@
 
 namespace kx::ctl {
 
-// Something that takes a privilege.
+// An operation that needs a privilege.
 enum class Privilege : std::uint8_t {
     kOwnFiles,      // writing root's files, such as those under /proc/sys
     kNetworkAdmin,  // changing interfaces
     kRawAccess,     // /dev/mem
-    kConfigSpace,   // the PCI configuration space behind its first 64 bytes
+    kConfigSpace,   // the PCI configuration space after its first 64 bytes
 };
 
-// What can be told of this process and its host.
+// What is known about this process and its host.
 struct Circumstances {
     uid_t user = 0;
     std::uint64_t capabilities = ~std::uint64_t{0};  // effective, a bit each
@@ -27,22 +28,22 @@ struct Circumstances {
     bool container = false;
 };
 
-// On a simulated host everybody is its root.
+// On a simulated host every user counts as root.
 [[nodiscard]] Circumstances read_circumstances();
 
 // The mode in brackets: "none [integrity] confidentiality". Empty for none.
 [[nodiscard]] std::string lockdown_mode(const std::string& file);
 
-// What keeps a process from something, such as "the user is not root"; nothing when nothing is
-// known to.
+// What prevents an operation, such as "the user is not root"; nothing when no reason is known.
 [[nodiscard]] std::optional<std::string> obstacle(
     Privilege privilege, const Circumstances& circumstances);
 
-// Whether an errno of /dev/mem means that it is kept from this process, or from everybody here.
+// Whether an errno of /dev/mem means that this process, or every process on the host, may not open
+// it.
 [[nodiscard]] bool is_refusal_of_memory(int reason);
 
-// The failures (kNoPermission) of opening /dev/mem and of opening a file of root's, each in a line
-// that tells the obstacle. reason: the errno.
+// The failures (kNoPermission) of opening /dev/mem and of opening a file of root; each message
+// names the reason. reason: the errno.
 [[nodiscard]] Failure refused_memory(const std::string& subject, int reason);
 [[nodiscard]] Failure refused_file(const std::string& path, int reason);
 

@@ -28,7 +28,7 @@ constexpr mode_t kEverybodyReads = 0644;
         fmt::format("{}: {}", path, std::strerror(reason)));
 }
 
-// 0, or the errno of what failed.
+// Returns 0, or the errno of the failed step.
 int fill(int file, std::string_view text) {
     if (const int reason = write_text(file, text); reason != 0) {
         return reason;

@@ -1,5 +1,5 @@
-// A file that others read while it is made anew: they find the old text or the new one, never half
-// of one.
+// A file that is replaced as a whole: other programs read either the old text or the new text,
+// never a part.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace kx::ctl {
 
-// Written under another name beside it, which no reader of *.prom or *.html takes, then renamed.
-// Throws Failure and leaves the file as it was when that cannot be done.
+// Writes a file next to it, under a name that no reader of *.prom or *.html uses, and renames it.
+// On failure throws Failure and does not change the file.
 void replace_file(const std::string& path, std::string_view text);
 
 }  // namespace kx::ctl

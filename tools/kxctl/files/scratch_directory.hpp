@@ -1,4 +1,4 @@
-// A working directory for calls that leave a file in theirs.
+// A working directory for calls that leave a file in the working directory.
 #pragma once
 
 #include <filesystem>
@@ -7,8 +7,8 @@
 
 namespace kx::ctl {
 
-// While it lives, the process works in an empty directory of its own, which goes with it. Throws
-// Failure when there can be none.
+// While this object exists, the working directory is a new empty directory, which is then removed.
+// Throws Failure when it cannot be created.
 class ScratchDirectory {
 public:
     ScratchDirectory();
@@ -18,7 +18,7 @@ public:
 
 private:
     std::filesystem::path path_;
-    Descriptor before_;  // empty when the process may not look at where it was
+    Descriptor before_;  // empty when the process may not read its old working directory
 };
 
 }  // namespace kx::ctl

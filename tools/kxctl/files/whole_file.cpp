@@ -17,7 +17,7 @@
 namespace kx::ctl {
 namespace {
 
-constexpr mode_t kOwnersFile = 0600;  // a flash may hold what is nobody else's business
+constexpr mode_t kOwnersFile = 0600;  // a flash may contain secrets
 
 ExitCode code_of(int reason) {
     switch (reason) {
@@ -42,8 +42,8 @@ std::filesystem::path directory_of(const std::string& path) {
     return parent.empty() ? "." : parent;
 }
 
-// The bytes are safe only with the name under which they are found. Some file systems have nothing
-// to flush there. 0, or the errno of what failed.
+// The bytes are safe only after the name has been flushed too. Some file systems cannot flush a
+// directory. Returns 0, or the errno of the failed step.
 int flush_name_of(const std::string& path) {
     const Descriptor directory(
         open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -53,7 +53,7 @@ int flush_name_of(const std::string& path) {
     return fsync(directory.get()) == 0 || errno == EINVAL ? 0 : errno;
 }
 
-// 0, or the errno of what failed.
+// Returns 0, or the errno of the failed step.
 int write_and_flush(const std::string& path, int file, std::span<const std::uint8_t> bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (const int reason = write_text(file, text); reason != 0) {
@@ -69,7 +69,7 @@ Failure file_failure(const std::string& path, int reason) {
 }
 
 std::vector<std::uint8_t> read_whole_file(const std::string& path, std::size_t most) {
-    // A pipe without a writer would be waited for.
+    // Opening a pipe without a writer would wait.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {

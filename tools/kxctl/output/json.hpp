@@ -1,4 +1,4 @@
-// The JSON value that commands print: its keys keep the order in which they were written.
+// The JSON value that commands print. Its keys stay in the order in which they were added.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,7 +8,7 @@ namespace kx::ctl {
 
 using Json = nlohmann::ordered_json;
 
-// What a function makes of each record, in their order.
+// The results of a function for each record, in order.
 template <class Record>
 [[nodiscard]] Json json_array(
     const std::vector<Record>& records, Json (*json_of)(const Record& record)) {

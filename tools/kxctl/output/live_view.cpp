@@ -75,7 +75,7 @@ std::size_t terminal_height() {
 
 std::string drawing(std::string_view text, std::size_t height, bool first) {
     const std::vector<std::string_view> lines = lines_of(text);
-    // The cursor rests below the last line.
+    // The cursor stays below the last line.
     const std::size_t room = std::max<std::size_t>(height, 3) - 1;
     const std::size_t shown = lines.size() <= room ? lines.size() : room - 1;
     std::string frame(first ? kClearScreen : "");

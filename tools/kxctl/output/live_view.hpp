@@ -1,4 +1,4 @@
-// A view on a terminal that is drawn anew in its place, with a small graph of what each row did.
+// A view on a terminal that is redrawn in place, with a small graph for each row.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace kx::ctl {
 
-// Bars of eight heights, from nothing to the greatest of the values; a missing value is a blank.
+// Bars of eight heights, from zero to the largest value; a missing value is a blank.
 [[nodiscard]] std::string graph_of(std::span<const std::optional<double>> values);
 
 // The latest rates of each row, by its name.
@@ -30,8 +30,8 @@ private:
 [[nodiscard]] bool can_draw();
 [[nodiscard]] std::size_t terminal_height();
 
-// The text in the place of what was drawn before: first clears the screen. Lines are not wrapped,
-// and those for which the terminal is too low are counted in its last line.
+// The text that replaces the previous one; first: also clear the screen. Lines are not wrapped.
+// When the terminal is too low, the last line gives the number of missing lines.
 [[nodiscard]] std::string drawing(std::string_view text, std::size_t height, bool first);
 
 }  // namespace kx::ctl

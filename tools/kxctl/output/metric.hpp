@@ -25,7 +25,7 @@ struct Metric {
     std::vector<Sample> samples = {};
 };
 
-// A label's value as the format wants it: valid UTF-8 without control characters, with backslash
+// A label's value as the format requires it: valid UTF-8 without control characters, with backslash
 // and quote escaped.
 [[nodiscard]] std::string label_text(std::string_view value);
 

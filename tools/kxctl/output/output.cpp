@@ -23,7 +23,7 @@ Json to_json(const Failure& failure) {
           {"detail", failure.detail()}}}};
 }
 
-// Some file systems tell of a failed write only when the file is closed.
+// Some file systems report a failed write only when the file is closed.
 int write_and_close(std::string_view text) {
     const int reason = write_text(STDOUT_FILENO, text);
     return reason != 0 ? reason : close(STDOUT_FILENO) == 0 ? 0 : errno;

@@ -1,4 +1,4 @@
-// kxctl's own output: collected while a command runs, written and checked at its end.
+// The output of kxctl: collected while a command runs, written and checked at its end.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ class Output {
 public:
     explicit Output(bool json) : json_(json) {}
 
-    // Whether the user asked for JSON; a command then prints one JSON value and nothing else.
+    // Whether the user requested JSON; a command then prints one JSON value and nothing else.
     [[nodiscard]] bool wants_json() const { return json_; }
     void set_colour(bool colour) { colour_ = colour; }
     [[nodiscard]] bool colour() const { return colour_; }
@@ -34,17 +34,17 @@ public:
     void json(const Json& value);
     void json_line(const Json& value);  // for commands that print one value after another
 
-    // What was printed so far, which then is not written.
+    // The output so far, which is not written afterwards.
     [[nodiscard]] std::string take() { return std::exchange(text_, {}); }
 
-    // Write what was printed so far, for commands that go on. False when nobody reads it any more.
+    // Write the output so far, for commands that continue. False when there is no reader any more.
     [[nodiscard]] bool flush();
 
-    // Put a failure in the place of what was printed so far. The exit code that it gives.
+    // Replace the output so far by a failure. Returns its exit code.
     ExitCode report(const Failure& failure);
 
-    // Write everything to standard output. Gives `code`, or kFailed when a command that was done
-    // could not say so. A reader that went away is no failure.
+    // Write everything to standard output. Returns `code`, or kFailed when a successful command
+    // could not write its output. A closed reader is not a failure.
     [[nodiscard]] ExitCode finish(ExitCode code);
 
 private:

@@ -14,7 +14,7 @@ struct Character {
     std::size_t bytes;
 };
 
-// Smallest code of each sequence length: a longer sequence than needed is no UTF-8.
+// The smallest code of each sequence length: a sequence that is longer than needed is not UTF-8.
 constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
 
 std::size_t sequence_length(unsigned char lead) {
@@ -32,7 +32,8 @@ std::size_t sequence_length(unsigned char lead) {
 
 bool is_scalar_value(char32_t code) { return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF); }
 
-// The first character of a text that is not empty; a byte that starts none is the replacement.
+// The first character of a non-empty text; for a byte that starts no character, the replacement
+// character.
 Character decode(std::string_view text) {
     constexpr Character kInvalid{kReplacement, 1};
     const auto lead = static_cast<unsigned char>(text[0]);
@@ -63,7 +64,7 @@ struct WidthRow {
     std::size_t width;
 };
 
-// The blocks whose characters do not take one column; in ascending order.
+// The blocks whose characters do not have a width of one column, in ascending order.
 constexpr WidthRow kWidths[] = {
     {0x0300, 0x036F, 0},    // combining marks
     {0x1100, 0x115F, 2},    // Hangul Jamo

@@ -1,4 +1,4 @@
-// Texts of drivers and module files, made fit for a terminal.
+// Makes texts of drivers and module files safe for a terminal.
 #pragma once
 
 #include <cstddef>
@@ -7,11 +7,11 @@
 
 namespace kx::ctl {
 
-// The text as valid UTF-8 in one line: bytes that are no UTF-8 and control characters (which could
+// The text as valid UTF-8 in one line: bytes that are not UTF-8 and control characters (which could
 // move the cursor or change the terminal's state) become U+FFFD.
 [[nodiscard]] std::string printable(std::string_view text);
 
-// How many terminal columns a printable text takes.
+// The width of a printable text in terminal columns.
 [[nodiscard]] std::size_t display_width(std::string_view text);
 
 }  // namespace kx::ctl

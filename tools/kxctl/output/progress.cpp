@@ -12,7 +12,7 @@ namespace kx::ctl {
 namespace {
 
 constexpr std::uint64_t kKibi = 1024;
-constexpr std::uint64_t kLeastInKibi = 16 * kKibi;  // smaller totals are told in bytes
+constexpr std::uint64_t kLeastInKibi = 16 * kKibi;  // smaller totals are shown in bytes
 constexpr unsigned kQuarters = 4;
 constexpr std::chrono::milliseconds kBetweenDrawings{100};
 constexpr std::string_view kClearLine = "\r\033[K";
@@ -73,7 +73,7 @@ void Progress::add(std::uint64_t bytes) {
     }
 }
 
-// Progress is a comfort: that it cannot be shown is no reason to stop.
+// Progress is not essential: when it cannot be shown, the operation continues.
 void Progress::redraw() {
     const Clock::time_point now = Clock::now();
     if (done_ != total_ && drawn_ && now - last_drawn_ < kBetweenDrawings) {

@@ -1,5 +1,5 @@
-// How far a long operation is, on standard error: one line that is kept up to date on a terminal,
-// a plain line a quarter elsewhere.
+// Progress of a long operation on standard error: on a terminal one line that is updated, otherwise
+// a line for each quarter.
 #pragma once
 
 #include <chrono>
@@ -11,8 +11,8 @@
 
 namespace kx::ctl {
 
-// What a progress line says: "Reading boot: 96 of 384 KiB (25%)", and with a measured time the rate
-// and the time left.
+// The text of a progress line: "Reading boot: 96 of 384 KiB (25%)", and with a measured time the
+// rate and the time left.
 [[nodiscard]] std::string progress_line(
     std::string_view label, std::uint64_t done, std::uint64_t total);
 [[nodiscard]] std::string progress_line(
@@ -21,8 +21,8 @@ namespace kx::ctl {
 
 class Progress {
 public:
-    // total: bytes; of nothing no progress is shown. Keeps its own way to standard error: while
-    // the library is called, the descriptor leads elsewhere.
+    // total: bytes; for 0 no progress is shown. Keeps a copy of standard error, because the
+    // descriptor is redirected while the library runs.
     Progress(std::string label, std::uint64_t total);
     ~Progress();
     Progress(const Progress&) = delete;
@@ -41,7 +41,7 @@ private:
     std::uint64_t done_ = 0;
     Descriptor target_;
     bool terminal_;
-    bool drawn_ = false;  // the terminal's line has not been ended
+    bool drawn_ = false;  // the line on the terminal is not complete
     Clock::time_point start_ = Clock::now();
     Clock::time_point last_drawn_ = {};
 };

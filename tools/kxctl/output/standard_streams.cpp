@@ -13,8 +13,8 @@
 namespace kx::ctl {
 namespace {
 
-// The lowest free number is handed out first, so an open in ascending order fills the holes. The
-// direction is the wrong one on purpose: using a descriptor that was closed still fails.
+// The kernel assigns the lowest free number, so opening in ascending order fills the gaps. The
+// direction is wrong on purpose: using a descriptor that was closed still fails.
 void fill_hole(int descriptor, int wrong_direction) {
     if (fcntl(descriptor, F_GETFD) == -1 && errno == EBADF) {
         static_cast<void>(open("/dev/null", wrong_direction));
@@ -33,7 +33,7 @@ void prepare_standard_streams() {
 void restore_signal_defaults() { std::signal(SIGPIPE, SIG_DFL); }
 
 void complain(std::string_view line) {
-    // There is no place left to complain about a standard error that cannot be written.
+    // When standard error cannot be written, there is nowhere to report it.
     static_cast<void>(write_text(STDERR_FILENO, fmt::format("kxctl: {}\n", printable(line))));
 }
 

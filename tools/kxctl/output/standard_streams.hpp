@@ -5,12 +5,12 @@
 
 namespace kx::ctl {
 
-// Make the process safe to write in: a reader that goes away ends no operation half done (writes
-// fail instead), and a standard descriptor that the caller closed is never taken by a file that the
-// library opens - /dev/mem as standard output would be written into.
+// Make writing safe: a closed reader does not interrupt an operation (writes fail instead), and a
+// file that the library opens never becomes a standard descriptor that the caller had closed;
+// output would otherwise be written into /dev/mem.
 void prepare_standard_streams();
 
-// What a program started in place of kxctl should find: undoes the part that it would inherit.
+// Undo the changes that a program started in place of kxctl would inherit.
 void restore_signal_defaults();
 
 // "kxctl: LINE" on standard error. Control characters in the line are replaced.

@@ -31,7 +31,7 @@ class Line {
 public:
     explicit Line(std::string& out) : out_(out) {}
 
-    // Blanks are kept back until something follows them.
+    // Blanks are written only when something follows them.
     void add(std::string_view text, std::size_t width, Align align, std::string_view colour) {
         const std::size_t blanks = width - std::min(width, display_width(text));
         pending_ += align == Align::kRight ? blanks : 0;

@@ -16,7 +16,7 @@ struct Column {
     Align align = Align::kLeft;
 };
 
-// The text of a cell may come from a driver or a file as it is; an empty one is shown as "-".
+// The text of a cell may come directly from a driver or a file; an empty cell is shown as "-".
 struct Cell {
     Cell(std::string_view content, Style content_style = Style::kPlain)
         : text(content), style(content_style) {}
@@ -29,7 +29,7 @@ struct Cell {
 
 class Table {
 public:
-    // A table whose columns all lack a title has no heading.
+    // A table has no heading when no column has a title.
     explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
     // A cell for each column.
