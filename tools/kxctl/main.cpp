@@ -80,8 +80,8 @@ ExitCode execute_and_report(const std::vector<std::string>& words, Output& outpu
     }
 }
 
-// When memory is too short even for telling a failure, and outside of everything that would tell
-// it: a line that needs none.
+// A message that needs no memory, for when memory runs out while a failure is reported or outside
+// of a command.
 [[noreturn]] void give_up() { end_with("kxctl: Out of memory\n"); }
 
 // Before the program's static objects are made.

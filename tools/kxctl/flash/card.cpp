@@ -26,8 +26,8 @@ extern "C" {
 namespace kx::ctl {
 namespace {
 
-constexpr std::uint32_t kReadAtOnce = 4096;  // bytes; between them progress is shown
-constexpr std::uint16_t kQ3Ids = 1000;       // Q3 ids lie between 0 and this
+constexpr std::uint32_t kReadAtOnce = 4096;  // bytes; progress is shown after each step
+constexpr std::uint16_t kQ3Ids = 1000;       // Q3 ids are between 0 and this
 constexpr std::uint32_t kReach = 1U << 24;   // of the three address bytes of a flash command
 
 std::string bus_location_of(const pci_dev& device) {
@@ -56,7 +56,8 @@ constexpr FlashStatusRow kFlashStatuses[] = {
     {KX_Q3_BAD_IMAGE, ExitCode::kUsage, "the image has a wrong size or no signature"},
 };
 
-// Why a window cannot be opened stands in a message of the library only, but for /dev/mem.
+// Only a message of the library says why a window cannot be opened; for /dev/mem kxctl checks it
+// itself.
 [[noreturn]] void fail_to_connect(const std::string& location, int reason) {
     if (is_refusal_of_memory(reason)) {
         throw refused_memory(location, reason);
@@ -97,7 +98,8 @@ FlashCard::~FlashCard() {
     call_library([] { return cleanup_and_exit(0); });
 }
 
-// A location may stand in several PCI domains; then only the full one names an adapter.
+// A location may exist in several PCI domains; then only a location with its domain names an
+// adapter.
 void FlashCard::find() {
     g_adapter_count = call_library(scan_hbas);
     unsigned found = 0;

@@ -1,7 +1,7 @@
 // The adapter whose flash a command works on: found by its location, identified, read.
 //
-// The library holds one bus scan and one register window for the whole process; both belong to the
-// card that lives.
+// The library has one bus scan and one register window for the whole process; both belong to the
+// existing card object.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +19,9 @@ namespace kx::ctl {
 class FlashCard {
 public:
     // Scan the bus, lock the flash of the adapter at a location and read its vital product data.
-    // Nothing is written to any adapter. writer: the command that is to write, such as "flash
-    // write-boot"; none when the flash is only read. Throws Failure: no such adapter, one that
-    // another kxctl works on, or one whose flash is unknown.
+    // Nothing is written to any adapter. writer: the command that will write, such as "flash
+    // write-boot"; none when the flash is only read. Throws Failure when there is no such adapter,
+    // when another kxctl works on it, or when its flash is unknown.
     explicit FlashCard(std::string location, const std::string& writer = {});
     ~FlashCard();
     FlashCard(const FlashCard&) = delete;
@@ -42,7 +42,8 @@ public:
     // Open the register window unless it is open. Some functions of the library close it.
     void open_window() const;
 
-    // The bytes of a range of whole words; label: what progress is shown as, nothing for none.
+    // The bytes of a range of whole words. label: the text of the progress line; without it no
+    // progress is shown.
     [[nodiscard]] std::vector<std::uint8_t> read(
         const Range& range, std::string_view label = {}) const;
 

@@ -21,7 +21,7 @@
 namespace kx::ctl {
 namespace {
 
-// A flash that is half written boots nothing: whoever wants to end the process waits.
+// A partly written flash cannot boot, so signals that end the process wait.
 class SignalsHeld {
 public:
     SignalsHeld() {
@@ -59,7 +59,7 @@ std::string default_backup_name(const FlashCard& card, const FlashRegion& region
     return name;
 }
 
-// Where the copy goes; nothing when none is wanted.
+// The path of the copy; nothing when no copy is requested.
 std::optional<std::string> backup_name(const FlashChange& change, const Arguments& arguments) {
     if (arguments.has("--no-backup")) {
         return std::nullopt;
@@ -86,7 +86,7 @@ std::string pages_text(const FlashPlan& plan) {
     return text;
 }
 
-// Other regions that the erase strikes too.
+// Other regions that the erase affects too.
 std::vector<std::string> regions_lost(const FlashChange& change) {
     std::vector<std::string> names;
     for (const FlashRegion& region : change.card->layout().regions) {
@@ -177,7 +177,7 @@ std::string question(const FlashChange& change, const std::optional<std::string>
     return text + "\n" + (backup ? "copy before: " + *backup : "no copy is made before");
 }
 
-// A change that would leave bytes of before between those that it writes cannot end well.
+// A change must not leave old bytes between those that it writes.
 void check_plan(const FlashChange& change) {
     const FlashLayout& layout = change.card->layout();
     if (change.plan.sectors.empty()) {
@@ -199,7 +199,7 @@ std::string hint(const std::optional<std::string>& backup) {
     return backup ? fmt::format("; what was there is in {}", *backup) : "";
 }
 
-// Both what the library sent and what it was given must be there, and nothing else.
+// The flash must contain what the library sent and what it was given, and nothing else.
 void verify(const FlashChange& change, const WriteWatch& watch, const std::string& what) {
     const Range range = change.plan.erased;
     const std::vector<std::uint8_t> now = change.card->read(range, "Verifying");

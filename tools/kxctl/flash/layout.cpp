@@ -9,13 +9,13 @@
 namespace kx::ctl {
 namespace {
 
-constexpr std::uint32_t kEraseUnit = 0x10000;  // in which erase commands count their sectors
+constexpr std::uint32_t kEraseUnit = 0x10000;  // the unit in which erase commands count
 
 constexpr const char* kBootMeaning = "boot option ROM";
 constexpr const char* kConfigMeaning = "boot configuration record";
 
-// As many sectors of the flash as the bytes take, counted in erase units from the first one's on:
-// in a flash with larger sectors several commands strike the same one.
+// The number of flash sectors for the bytes, counted in erase units from the first sector: in a
+// flash with larger sectors, several commands erase the same sector.
 void take_sectors(
     FlashPlan& plan, const FlashLayout& layout, std::uint32_t begin, std::uint32_t size) {
     const std::uint32_t sector = layout.sector_size();
@@ -29,7 +29,7 @@ void take_sectors(
     }
 }
 
-// A region that the flash does not have takes nothing.
+// A region that the flash does not have has no sectors.
 Range range_of(const FlashRegion* region) { return region == nullptr ? Range{} : region->range; }
 
 PageRun run_of(std::uint32_t begin, std::uint32_t end) {
@@ -109,7 +109,7 @@ FlashPlan plan_erase(const FlashLayout& layout, std::string_view region) {
     return plan;
 }
 
-// Q4 and Q5 fill the last page and write the first one last; Q3 writes the image as it comes.
+// Q4 and Q5 fill the last page and write the first page last; Q3 writes the pages in order.
 FlashPlan plan_boot_image(const FlashLayout& layout, std::uint32_t size) {
     FlashPlan plan{.region = layout.region("boot")};
     take_sectors(plan, layout, 0, size);

@@ -1,5 +1,5 @@
-// Where things lie in an adapter's flash, and what a change of them touches: sectors that the
-// library erases, pages that it writes. Nothing here reaches an adapter.
+// The layout of an adapter's flash, and what a change affects: the sectors that the library erases
+// and the pages that it writes. Nothing here accesses an adapter.
 #pragma once
 
 #include <cstdint>
@@ -34,23 +34,23 @@ struct FlashRegion {
     Range range;
 };
 
-enum class FlashFamily : std::uint8_t { kQ3, kQ4 };  // Q5 is laid out as Q4 is
+enum class FlashFamily : std::uint8_t { kQ3, kQ4 };  // Q5 has the layout of Q4
 
 struct FlashLayout {
     FlashFamily family = FlashFamily::kQ4;
     std::uint32_t size = 0;     // bytes
-    std::uint32_t sectors = 0;  // 0 when the library does not know; then nothing can be erased
+    std::uint32_t sectors = 0;  // 0 when the library does not know it; then nothing can be erased
     std::vector<FlashRegion> regions = {};
 
     [[nodiscard]] std::uint32_t sector_size() const { return sectors == 0 ? 0 : size / sectors; }
-    // null when the flash has no region of that name.
+    // null when the flash has no region with that name.
     [[nodiscard]] const FlashRegion* region(std::string_view name) const;
 };
 
 [[nodiscard]] FlashLayout q3_flash_layout();
 [[nodiscard]] FlashLayout q4_flash_layout(std::uint32_t size, std::uint32_t sectors);
 
-// Consecutive pages that are written one after the other.
+// Consecutive pages, written in order.
 struct PageRun {
     Range bytes;
     std::uint32_t count = 0;
@@ -60,11 +60,11 @@ struct PageRun {
 struct FlashPlan {
     const FlashRegion* region = nullptr;
     std::vector<std::uint32_t> sectors = {};  // of the erase commands, in units of 64 KiB
-    Range erased = {};                        // the flash's own sectors that hold them
+    Range erased = {};                        // the sectors of the flash that contain them
     std::vector<PageRun> pages = {};
 
     [[nodiscard]] Range written() const;
-    // All that may differ afterwards, and the whole region: what a copy has to hold.
+    // Everything that may change, and the whole region: the content of a copy.
     [[nodiscard]] Range touched() const;
     [[nodiscard]] std::uint32_t page_count() const;
 };

@@ -20,8 +20,8 @@ namespace {
 
 bool is_alive(pid_t process) { return kill(process, 0) == 0 || errno == EPERM; }
 
-// Who has the lock, as it wrote down itself: "1234 flash write-boot". Whoever reads writes nothing
-// down, and a process that died left its line behind.
+// The owner of the lock, as it wrote itself: "1234 flash write-boot". A process that reads writes
+// no line, and the line of a dead process stays.
 std::string holder_in(int file) {
     constexpr std::string_view kUnknown = "another kxctl";
     std::array<char, 128> line{};
@@ -62,7 +62,7 @@ FlashLock::FlashLock(
 
 FlashLock::~FlashLock() {
     if (file_ && writes_) {
-        // A line that stays names a process that has ended.
+        // A line that stays belongs to a process that has ended.
         [[maybe_unused]] const int result = ftruncate(file_.get(), 0);
     }
 }

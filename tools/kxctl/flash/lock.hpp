@@ -1,5 +1,5 @@
-// The lock on the flash of one adapter. A change takes many commands to the flash, between which
-// the adapter remembers what was sent: whoever changes a flash has to be alone with it.
+// The lock on the flash of one adapter. A change consists of many commands to the flash, and the
+// adapter has state between them. Therefore only one process may work on a flash while it changes.
 #pragma once
 
 #include <string>
@@ -8,13 +8,14 @@
 
 namespace kx::ctl {
 
-// Held while it lives: by one run of kxctl that writes, or by any number that read. A host on which
-// nothing may be written has no lock, nor has one on which nothing was ever written, for reading.
+// Held while the object exists: by one run of kxctl that writes, or by any number that read. A host
+// with a read-only file system has no lock; for reading, neither has a host on which nothing was
+// ever written.
 class FlashLock {
 public:
-    // location: as the user named the adapter; place: its PCI location with domain. writer: the
-    // command that is to write, such as "flash write-boot"; empty for one that reads. Throws
-    // Failure: kBusy, telling who holds the lock, and kNoPermission.
+    // location: the adapter as the user named it; place: its PCI location with domain. writer: the
+    // command that will write, such as "flash write-boot"; empty for reading. Throws Failure:
+    // kBusy, which names the owner of the lock, and kNoPermission.
     FlashLock(const std::string& location, const std::string& place, const std::string& writer);
     ~FlashLock();
     FlashLock(const FlashLock&) = delete;

@@ -12,9 +12,9 @@ namespace {
 constexpr std::uint8_t kErasedByte = 0xFF;
 
 WriteWatch* watch = nullptr;
-bool in_page = false;  // the wait is for a page, not for a sector
+bool in_page = false;  // this waits for a page, not for a sector
 
-// The library's own function behind the one of this program.
+// The library's function that the function of this program replaces.
 template <class Function>
 Function* next(const char* name) {
     auto* const function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -69,7 +69,7 @@ WriteWatch::~WriteWatch() { watch = nullptr; }
 
 void WriteWatch::erased_sector() { erasing_.add(sector_size_); }
 
-// Also what a failing call sent counts as sent: the flash may hold it.
+// Data of a failed call count as sent too: the flash may contain them.
 void WriteWatch::wrote_page(
     std::uint32_t address, std::span<const std::uint8_t> bytes, std::int32_t status) {
     mismatch_ = mismatch_ || status == KX_FLASH_MISMATCH;

@@ -1,7 +1,6 @@
-// What the library does to a flash while it erases and writes, seen from outside: how far it is,
-// and which bytes it sent. The library's functions call one another by their exported names, so a
-// program may stand in front of any of them; kxctl stands in front of those that write a page and
-// those that wait for the flash.
+// Observes the library while it erases and writes a flash: its progress and the bytes that it
+// sends. The library's functions call each other by their exported names, so a program may replace
+// each of them; kxctl replaces the functions that write a page and those that wait for the flash.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +14,7 @@
 
 namespace kx::ctl {
 
-// One at a time, around one call of the library.
+// Only one object at a time, around one call of the library.
 class WriteWatch {
 public:
     explicit WriteWatch(const FlashPlan& plan);
@@ -23,12 +22,12 @@ public:
     WriteWatch(const WriteWatch&) = delete;
     WriteWatch& operator=(const WriteWatch&) = delete;
 
-    // What the sectors that the plan erases must hold now: what was sent, and nothing else.
+    // The required content of the sectors that the plan erases: what was sent, and nothing else.
     [[nodiscard]] std::span<const std::uint8_t> expected() const { return expected_; }
     // A page did not read back.
     [[nodiscard]] bool saw_mismatch() const { return mismatch_; }
 
-    // What happened, as the functions in front of the library's tell it.
+    // The events that the replaced functions report.
     void erased_sector();
     void wrote_page(
         std::uint32_t address, std::span<const std::uint8_t> bytes, std::int32_t status);

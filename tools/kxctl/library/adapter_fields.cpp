@@ -24,7 +24,7 @@ constexpr std::string_view kPxeRecord = "$PXE";
 std::string q3_version(const AdapterInfoRecord& adapter) {
     const auto& option_rom = adapter.boot.q3.option_rom;
     if (!begins_with(option_rom, kPxeRecord)) {
-        return {};  // a "$DM$" block is not ours to read
+        return {};  // the meaning of a "$DM$" block is unknown
     }
     Q3OptionRomVersion record;
     std::memcpy(&record, option_rom, sizeof record);

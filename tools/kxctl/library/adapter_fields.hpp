@@ -1,5 +1,5 @@
-// The fields of an adapter as commands show them. Texts of the library's records may fill their
-// field without a NUL, and are erased bytes on an adapter that was never written.
+// The fields of an adapter in the output of commands. Texts of the library's records may fill their
+// field without a NUL, and consist of erased bytes on an adapter that was never written.
 #pragma once
 
 #include <kxlinhw/adapter_lists.h>
@@ -26,17 +26,18 @@ template <std::size_t N>
 // "Q3", "Q4" or "Q5".
 [[nodiscard]] std::string chip_text(const AdapterInfoRecord& adapter);
 
-// Whether the library read the adapter at all, which it does only by way of its vital product data.
+// Whether the library read the adapter; it reads only adapters with vital product data.
 [[nodiscard]] bool was_read(const AdapterInfoRecord& adapter);
 
-// Colon-separated; as the adapter has it when that is no twelve digits.
+// Colon-separated; unchanged when it does not have twelve digits.
 [[nodiscard]] std::string mac_text(const AdapterInfoRecord& adapter);
 
-// Whether the flash holds a boot option ROM, and its version; empty when it does not tell.
+// Whether the flash contains a boot option ROM, and its version; empty when the version is unknown.
 [[nodiscard]] bool has_option_rom(const AdapterInfoRecord& adapter);
 [[nodiscard]] std::string bios_version(const AdapterInfoRecord& adapter);
 
-// The ports of the product, else as many as there are interfaces; nothing when neither tells.
+// The number of ports of the product, otherwise the number of interfaces; nothing when both are
+// unknown.
 [[nodiscard]] std::optional<std::size_t> port_count(
     const AdapterInfoRecord& adapter, std::size_t interfaces);
 
@@ -54,7 +55,7 @@ struct BootField {
     std::size_t count;
 };
 
-// Every field that holds numbers, in the order of the record.
+// Every field with numbers, in the order of the record.
 [[nodiscard]] std::span<const BootField> boot_fields();
 
 // The numbers of a field.

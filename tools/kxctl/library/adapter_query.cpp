@@ -21,8 +21,8 @@ extern "C" {
 namespace kx::ctl {
 namespace {
 
-// Gives back what the library keeps of adapters: the bus scan and the lists. When that is not
-// possible the process, which ends soon, keeps them.
+// Frees the library's data about adapters: the bus scan and the lists. When that fails, they stay
+// until the process ends, which is soon.
 struct AdapterState {
     AdapterState() = default;
     ~AdapterState() {
@@ -35,7 +35,7 @@ struct AdapterState {
     AdapterState& operator=(const AdapterState&) = delete;
 };
 
-// A register window is opened through /dev/mem; that it is refused is the usual reason.
+// A register window needs /dev/mem; a refusal of that file is the usual reason for a failure.
 [[noreturn]] void fail_to_connect() {
     const std::string text = "The register window of an adapter cannot be opened";
     if (!Descriptor(open("/dev/mem", O_RDWR | O_CLOEXEC))) {
@@ -53,7 +53,7 @@ void check_list(std::uint32_t status) {
     if (status == static_cast<std::uint32_t>(KX_ADAPTER_INVALID)) {
         fail_to_connect();
     }
-    if (status == KX_LIST_NO_MEMORY) {  // other functions mean something else by it
+    if (status == KX_LIST_NO_MEMORY) {  // other functions use this status differently
         throw Failure(ExitCode::kFailed, "No memory for the list of adapters");
     }
     check(status);
@@ -101,7 +101,8 @@ std::uint32_t find_capability(std::uint8_t adapter) {
     std::uint32_t capability = 0;
     const std::int32_t status = call_library([&] { return vpd_setup(adapter, &capability); });
     if (capability == 0) {
-        // Who lacks the privilege sees the first 64 bytes only, and thus no capability.
+        // A process without the privilege sees only the first 64 bytes, which contain no
+        // capability.
         if (const auto known = obstacle(Privilege::kConfigSpace, read_circumstances())) {
             throw Failure(
                 ExitCode::kNoPermission,

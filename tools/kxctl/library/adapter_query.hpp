@@ -1,4 +1,4 @@
-// The adapters on the PCI bus, as the library's lists and its adapter table give them.
+// The adapters on the PCI bus, from the library's lists and its adapter table.
 #pragma once
 
 #include <fmt/core.h>
@@ -10,7 +10,7 @@
 
 namespace kx::ctl {
 
-// The PCI bus location of a record, by which users name the adapter.
+// The PCI bus location of a record; users name an adapter by it.
 template <class Record>
 [[nodiscard]] std::string location_of(const Record& record) {
     return fmt::format("{:02x}:{:02x}.{:x}", record.bus, record.device, record.function);
@@ -21,12 +21,12 @@ template <class Record>
 [[nodiscard]] std::vector<AdapterRecord> query_adapters();
 [[nodiscard]] std::vector<AdapterInfoRecord> query_adapter_infos();
 
-// One of them; throws Failure when it is not there.
+// One of them; throws Failure when it is missing.
 [[nodiscard]] AdapterRecord query_adapter(const std::string& location);
 [[nodiscard]] AdapterInfoRecord query_adapter_info(const std::string& location);
 
-// The vital product data of an adapter as its EEPROM holds them. Throws Failure when there is no
-// such adapter, or no way to read them.
+// The vital product data in an adapter's EEPROM. Throws Failure when there is no such adapter or
+// they cannot be read.
 [[nodiscard]] std::vector<std::uint8_t> query_vpd(const std::string& location);
 
 }  // namespace kx::ctl

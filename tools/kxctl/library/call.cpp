@@ -40,13 +40,13 @@ Descriptor message_target() {
                           : Descriptor(must(open("/dev/null", O_WRONLY | O_CLOEXEC)));
 }
 
-// The library prints through stdio; what its buffers hold belongs to where the descriptors lead.
+// The library prints through stdio, so flush its buffers before the descriptors change.
 void flush_stdio() {
     static_cast<void>(std::fflush(stdout));
     static_cast<void>(std::fflush(stderr));
 }
 
-// Standard error as the user knows it, also while a call is under way.
+// The user's standard error, also during a call.
 int error_output = STDERR_FILENO;
 
 void tell_of_sudden_end() {
@@ -64,7 +64,7 @@ void watch_for_sudden_end() {
 
 void show_library_messages() {
     messages_shown = true;
-    // In the order in which they happen, between the lines of the logger.
+    // In the order of the events, between the lines of the logger.
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, 0));
 }
 

@@ -1,4 +1,4 @@
-// Calls into the library, whose functions print diagnostics on standard output as they work.
+// Calls of the library, whose functions print diagnostics on standard output.
 #pragma once
 
 #include <string>
@@ -12,15 +12,16 @@ namespace kx::ctl {
 void show_library_messages();
 [[nodiscard]] bool library_messages_shown();
 
-// What the library logged last as a failure, during the latest LibraryCall; empty when nothing.
+// The last failure that the library logged during the latest LibraryCall; empty when there was
+// none.
 void note_library_failure(const std::string& message);
 [[nodiscard]] const std::string& library_failure();
 
-// End the process as a failure, with this line on the user's standard error; without memory, from
-// within a call.
+// End the process as a failure, with this line on the user's standard error. Needs no memory, and
+// may be called during a library call.
 [[noreturn]] void end_with(std::string_view line);
 
-// While it lives, a descriptor leads to where another one does.
+// While this object exists, a descriptor is redirected to the file of another one.
 class Redirection {
 public:
     Redirection(int descriptor, const Descriptor& target);
@@ -28,7 +29,7 @@ public:
     Redirection(const Redirection&) = delete;
     Redirection& operator=(const Redirection&) = delete;
 
-    // Where the descriptor led before.
+    // The previous file of the descriptor.
     [[nodiscard]] int saved() const { return saved_.get(); }
 
 private:
@@ -36,11 +37,11 @@ private:
     Descriptor saved_;
 };
 
-// While it lives, what the library and the commands that it runs print is kept out of kxctl's own
-// output: standard output goes to standard error when library messages are shown; otherwise both
-// go nowhere. Throws Failure when the process has no descriptor left. A library that ends the
-// process (libpci does, without memory for its handle) does not do so without a line on standard
-// error.
+// While this object exists, the output of the library and of its commands is kept out of kxctl's
+// output: when library messages are shown, standard output is redirected to standard error;
+// otherwise both are dropped. Throws Failure when the process has no descriptor left. When a
+// library ends the process (as libpci does without memory for its handle), a line appears on
+// standard error.
 class LibraryCall {
 public:
     LibraryCall();
@@ -54,7 +55,7 @@ private:
     Redirection errors_;
 };
 
-// The result of a function, called with its messages kept out of the way.
+// The result of a function that is called with its messages redirected.
 template <class Function>
 auto call_library(Function function) {
     const LibraryCall call;

@@ -11,7 +11,7 @@
 #include "library/record_text.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
-// The class leaves handles, texts and its parser allocated, as it says.
+// By contract the class leaves handles, texts and its parser allocated.
 extern "C" {
 #pragma GCC visibility push(default)
 const char* __lsan_default_suppressions();
@@ -54,7 +54,7 @@ Machine machine_of(const _KVMInfo& record) {
         record.state};
 }
 
-// Lower case and without hyphens, to be compared.
+// In lower case and without hyphens, for comparison.
 std::string plain_uuid(const std::string& word) {
     std::string digits;
     for (const char c : word) {
@@ -106,7 +106,7 @@ std::vector<Machine> query_machines() {
     }
     std::vector<Machine> machines;
     std::transform(records, records + count, std::back_inserter(machines), machine_of);
-    // libvirt gives them in no order.
+    // libvirt returns them in any order.
     std::sort(machines.begin(), machines.end(), [](const Machine& left, const Machine& right) {
         return std::tuple(!left.is_active(), left.id, left.name) <
                std::tuple(!right.is_active(), right.id, right.name);

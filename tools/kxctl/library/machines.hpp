@@ -17,27 +17,27 @@ namespace kx::ctl {
 struct Machine {
     std::int32_t id;  // libvirt's, of an active machine; -1 of others
     std::string name;
-    std::string uuid;  // 32 digits, as the library takes it
+    std::string uuid;  // 32 digits, as the library expects it
     std::string os_type;
     std::int32_t state;  // KxRunState
 
     [[nodiscard]] bool is_active() const { return id > 0; }
     [[nodiscard]] std::string state_text() const;  // empty when it is not known
-    [[nodiscard]] std::string uuid_text() const;   // as people write it
+    [[nodiscard]] std::string uuid_text() const;   // as users write it
     [[nodiscard]] std::string title() const;       // "web1 (running)"
 };
 
 // All machines. Throws Failure when the hypervisor does not answer.
 [[nodiscard]] std::vector<Machine> query_machines();
 
-// The machine that a word names: by its name, else its UUID (hyphens are optional), else its id.
-// Throws Failure (not found) when it names none.
+// The machine that a word names: by its name, otherwise its UUID (hyphens are optional), otherwise
+// its id. Throws Failure (not found) when there is no such machine.
 [[nodiscard]] Machine find_machine(const std::string& word);
 
 [[nodiscard]] Json machine_json(const Machine& machine);
 [[nodiscard]] Table machine_table(const std::vector<Machine>& machines);
 
-// The failure of something that the library was asked for, with what it logged of the reason.
+// The failure of an operation of the library, with the reason that it logged.
 [[nodiscard]] Failure machine_failure(ExitCode code, const std::string& what);
 
 // The result of a function of the library's class, called with its messages kept out of the way.

@@ -15,7 +15,7 @@
 namespace kx::ctl {
 namespace {
 
-// Bytes of a record that a reply holds.
+// The number of bytes of a record in a reply.
 template <class Record>
 constexpr std::size_t kCopySize = 0;
 template <>
@@ -27,7 +27,7 @@ constexpr std::size_t kCopySize<DriverEntry> = KX_DRIVER_COPY;
 template <>
 constexpr std::size_t kCopySize<StatEntry> = KX_STAT_COPY;
 
-// Pointers of the library's own lists, which are gone by the time a reply is read.
+// Pointers into the library's lists, which no longer exist when a reply is read.
 void forget_pointers(CardInfo& card) {
     card.stats = nullptr;
     card.ports = nullptr;
@@ -42,11 +42,11 @@ std::size_t interface_count() {
     return error ? 0 : static_cast<std::size_t>(std::distance(begin(interfaces), end(interfaces)));
 }
 
-// The query functions are not told how large the buffer is, so it has to hold whatever they may
-// find. Asking for the number of ports first would not do: each call builds its own inventory, and
-// an adapter may be plugged in between the two. Every port is an interface of this host, so the
-// buffer holds a port for each and 16 MiB more: 12000 further ports, 30000 cards. Memory that
-// is not written costs nothing.
+// The query functions do not know the size of the buffer, so it must hold every possible result.
+// Requesting the number of ports first would not help: each call builds its own inventory, and an
+// adapter may be plugged in between two calls. Every port is an interface of this host, so the
+// buffer has room for a port for each interface and 16 MiB more: 12000 further ports or 30000
+// cards. Memory that is not written costs nothing.
 std::size_t reply_capacity() {
     constexpr std::size_t kSlack = std::size_t{16} << 20U;
     return kSlack + interface_count() * KX_PORT_COPY;

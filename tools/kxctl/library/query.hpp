@@ -1,4 +1,4 @@
-// The library's query functions, which fill flat buffers, as functions that give records.
+// The library's query functions, which fill flat buffers, as functions that return records.
 #pragma once
 
 #include <kxlinhw/records.h>
@@ -19,12 +19,12 @@ namespace kx::ctl {
 [[nodiscard]] std::vector<StatEntry> query_port_counters(
     const std::string& location, std::uint32_t instance);
 
-// One of them; throws Failure when it is not there.
+// One of them; throws Failure when it is missing.
 [[nodiscard]] CardInfo query_card(const std::string& location);
 [[nodiscard]] PortInfo query_port(const std::string& location, std::uint32_t instance);
 
-// The records of a reply: flat copies, each without the pointers at its end. A torn copy at the
-// reply's end is left out.
+// The records of a reply: flat copies, each without the pointers at its end. An incomplete copy at
+// the end of the reply is left out.
 template <class Record>
 [[nodiscard]] std::vector<Record> records_of(std::span<const std::byte> reply);
 

@@ -11,8 +11,8 @@
 
 namespace kx::ctl {
 
-// The text of a field, without the blanks that some of the library's lists end in. A copy: fields
-// of packed records are gone with their record.
+// The text of a field, without the blanks at the end of some of the library's lists. A copy,
+// because a field exists only as long as its record.
 template <std::size_t N>
 [[nodiscard]] std::string field_text(const char (&field)[N]) {
     const std::string_view text(field, strnlen(field, N));

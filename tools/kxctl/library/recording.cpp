@@ -1,5 +1,5 @@
-// Stands in front of the library's own functions that record settings, which its setters call by
-// these names and whose results they do not pass on.
+// Replaces the library's functions that record settings. The setters call them by these names and
+// do not pass on their results.
 #include "library/recording.hpp"
 
 #include <dlfcn.h>

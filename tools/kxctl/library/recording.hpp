@@ -5,8 +5,8 @@
 
 namespace kx::ctl {
 
-// How many settings were applied and could not be recorded since this was asked last. The library
-// counts them as applied; who asked for them learns that they are lost with the next reboot.
+// The number of settings that were applied but not recorded since the last call. The library counts
+// them as applied; kxctl reports that the next reboot will lose them.
 [[nodiscard]] unsigned take_unrecorded();
 
 class RecordingPause {

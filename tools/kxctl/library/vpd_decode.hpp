@@ -1,5 +1,5 @@
-// Vital product data, decoded by their tags and keywords. They are foreign bytes: every length is
-// checked against what is there, and what does not fit is told instead of read.
+// Vital product data, decoded by their tags and keywords. The bytes are untrusted: every length is
+// checked against the available data, and what does not fit is reported instead of read.
 #pragma once
 
 #include <cstddef>
@@ -21,8 +21,8 @@ struct VpdField {
     std::string value;    // all of its bytes
 };
 
-// All bytes through the checksum add up to 0 as the PCI standard asks, or to 0xFF as in the data
-// that the library stores in its records.
+// The sum of all bytes up to the checksum is 0, as the PCI standard requires, or 0xFF, as in the
+// data of the library's records.
 enum class VpdChecksum : std::uint8_t { kNone, kGood, kComplement, kBad };
 
 struct VpdContent {
@@ -30,7 +30,7 @@ struct VpdContent {
     std::vector<VpdField> fields;
     VpdChecksum checksum = VpdChecksum::kNone;
     std::size_t size = 0;               // bytes through the end tag, or all
-    std::vector<std::string> problems;  // what is wrong with the data, the checksum aside
+    std::vector<std::string> problems;  // what is wrong with the data, except the checksum
 
     [[nodiscard]] bool sound() const { return problems.empty() && checksum != VpdChecksum::kBad; }
 
@@ -40,16 +40,16 @@ struct VpdContent {
 
 [[nodiscard]] VpdContent decode_vpd(std::span<const std::uint8_t> bytes);
 
-// What a keyword means; empty for an unknown one.
+// The meaning of a keyword; empty for an unknown keyword.
 [[nodiscard]] std::string vpd_meaning(std::string_view keyword);
 
-// A value without the blanks and zeros that fill it up; empty when it is erased.
+// A value without its trailing blanks and zeros; empty when it is erased.
 [[nodiscard]] std::string vpd_text(std::string_view value);
 
 // The bytes of a value in hexadecimal.
 [[nodiscard]] std::string vpd_hex(std::string_view value);
 
-// Whether a text has no characters but those of ASCII that can be seen, and blanks.
+// Whether a text contains only visible ASCII characters and blanks.
 [[nodiscard]] bool is_plain_text(std::string_view text);
 
 }  // namespace kx::ctl

@@ -1,4 +1,4 @@
-// What commands would answer with --json, for commands that gather what others tell.
+// The answers of commands with --json, for commands that combine the answers of others.
 #pragma once
 
 #include <initializer_list>

@@ -7,7 +7,7 @@
 
 namespace kx::ctl::page {
 
-// entry: one of the cards that report_page() takes.
+// entry: one of the cards of report_page().
 [[nodiscard]] std::string card_section(const Json& entry);
 
 }  // namespace kx::ctl::page

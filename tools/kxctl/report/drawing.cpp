@@ -16,7 +16,7 @@ double bar_width(std::uint64_t value, std::uint64_t most) {
                            std::log1p(static_cast<double>(most));
 }
 
-// One unit of the drawing is a thousandth of the flash; a region that is smaller is still seen.
+// One unit of the drawing is a thousandth of the flash; a smaller region is still visible.
 std::string region_drawing(const Json& region, double size) {
     const double begin = 1000 * static_cast<double>(number_of(region, "address")) / size;
     const double width = 1000 * static_cast<double>(number_of(region, "size_bytes")) / size;

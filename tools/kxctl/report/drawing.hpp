@@ -8,14 +8,14 @@
 
 namespace kx::ctl::page {
 
-// A bar. Counters differ by many powers of ten: it grows with the logarithm, and is whole
-// for the greatest.
+// A bar. Counters differ by many powers of ten, so its length is logarithmic; the largest counter
+// has the full length.
 [[nodiscard]] std::string counter_bar(std::uint64_t value, std::uint64_t most);
 
 // The regions of a flash of so many bytes.
 [[nodiscard]] std::string flash_drawing(const Json& regions, std::uint64_t size);
 
-// A region's name, beside its colour in the drawing.
+// The name of a region, with its colour in the drawing.
 [[nodiscard]] std::string region_label(const Json& region);
 
 }  // namespace kx::ctl::page

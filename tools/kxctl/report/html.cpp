@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kNothing = "&#8211;";
 
-// What stands for a character that would be markup.
+// The replacement for a character that would be markup.
 struct Reference {
     char byte;
     const char* text;

@@ -1,4 +1,4 @@
-// Pieces of an HTML page, and the values of answers that go into them.
+// Pieces of an HTML page, and the values of answers in them.
 #pragma once
 
 #include <cstdint>
@@ -11,31 +11,30 @@
 
 namespace kx::ctl::page {
 
-// A text between tags or in an attribute: what names and texts of drivers hold cannot become
+// A text between tags or in an attribute, escaped so that names and texts of drivers cannot become
 // markup.
 [[nodiscard]] std::string html_text(std::string_view text);
 
-// One value of an answer as people read it; empty when it is not there.
+// One value of an answer as text; empty when it is missing.
 [[nodiscard]] std::string text_of(const Json& object, const char* key);
 [[nodiscard]] std::string value_text(const Json& value);
-// 0 when it is not there, no number, or negative.
+// 0 when it is missing, not a number, or negative.
 [[nodiscard]] std::uint64_t number_of(const Json& object, const char* key);
-// An empty list when it is not there.
+// An empty list when it is missing.
 [[nodiscard]] const Json& list_in(const Json& answer, const char* key);
 
-// Whether an answer is {"failure": text}, and the paragraph that tells it.
+// Whether an answer is {"failure": text}, and the paragraph with that text.
 [[nodiscard]] bool failed(const Json& answer);
 [[nodiscard]] std::string failure_line(const Json& answer);
 
-// A column: its title, and the class of the style sheet that its cells have, such as "n" for
-// numbers.
+// A column: its title, and the class of its cells in the style sheet, such as "n" for numbers.
 struct Column {
     const char* title;
     const char* style = "";
 };
 
-// What stands in a cell: a text, in a style of its own if it has one, or markup. What is empty is
-// shown as a dash.
+// The content of a cell: a text, optionally with its own style, or markup. An empty cell is shown
+// as a dash.
 class PageCell {
 public:
     PageCell(const std::string& text, const char* style = "");
@@ -49,8 +48,8 @@ private:
     const char* style_;
 };
 
-// A table. Where there is little room its rows are stacked, each cell behind its column's title,
-// unless it is narrow by itself.
+// A table. On a narrow screen its rows are stacked, each cell after the title of its column, unless
+// the table is narrow.
 class PageTable {
 public:
     enum class Width : std::uint8_t { kWide, kNarrow };
@@ -69,7 +68,7 @@ private:
     Width width_;
 };
 
-// A title and its text, in a list of them.
+// A title and its text, in a list.
 [[nodiscard]] std::string fact(const char* title, const std::string& text);
 
 }  // namespace kx::ctl::page

@@ -1,4 +1,4 @@
-// Ink and paper: how the page looks on a screen by day and by night, on a phone, and printed.
+// The style of the page: on a screen in light and dark mode, on a phone, and on paper.
 #include "report/style.hpp"
 
 namespace kx::ctl::page {

@@ -1,4 +1,4 @@
-// What is the same on every page of "kxctl report".
+// The parts that are the same on every page of "kxctl report".
 #pragma once
 
 #include <string_view>

@@ -1,5 +1,5 @@
-// What a set command tells: each setting before and after, each message of the library on a line
-// of its own.
+// The report of a set command: each setting before and after, and one line for each message of the
+// library.
 #pragma once
 
 #include <span>
@@ -17,16 +17,17 @@ class Output;
 
 class ChangeReport {
 public:
-    // subject: what is changed, the first members of the JSON answer. before: the record as read.
-    // Changes must outlive the report.
+    // subject: the changed object, as the first members of the JSON answer. before: the record as
+    // read. Changes must outlive the report.
     ChangeReport(Json subject, std::span<const Change> changes, const void* before);
 
-    // Tell what would be changed.
+    // Report what would be changed.
     ExitCode tell_plan(Output& output) const;
 
-    // Tell what was changed, as read back. messages: what the library said of settings that
-    // failed; without one a value that differs from the one asked for was silently not taken.
-    // privilege: what a change takes; when nothing was taken, its lack is told as the reason.
+    // Report what was changed, as read back. messages: the library's messages about failed
+    // settings; when there is none and a value differs from the requested one, the driver ignored
+    // it silently. privilege: what a change needs; when no setting was applied and the privilege is
+    // missing, it is reported as the reason.
     ExitCode tell_result(
         Output& output, const void* after, std::vector<std::string> messages,
         Privilege privilege) const;

@@ -21,7 +21,7 @@ constexpr std::chrono::seconds kTellAfter{1};
 constexpr std::chrono::microseconds kFirstPause{200};
 constexpr std::chrono::milliseconds kLongestPause{20};
 
-// The kernel has no lock with a time limit; short pauses do as well and leave signals alone.
+// The kernel has no lock with a time limit; short pauses work as well and need no signals.
 void wait_for_lock(int file, Patience patience) {
     const LockClock::time_point start = LockClock::now();
     std::chrono::nanoseconds pause = kFirstPause;

@@ -1,6 +1,6 @@
-// The lock on the configuration files, which the library rewrites: reads, changes in memory,
-// writes. Two agents that do so at once would lose each other's lines; two runs of kxctl take
-// turns.
+// The lock on the configuration files. The library reads them, changes the text in memory and
+// writes them; two agents that did this at once would lose lines. Only one run of kxctl at a time
+// has the lock.
 #pragma once
 
 #include <chrono>
@@ -15,17 +15,17 @@ namespace kx::ctl {
 
 inline constexpr char kConfigurationLockFile[] = "/etc/kestrix-plexo/.kxctl.lock";
 
-// How long to wait for the lock; without end when nothing.
+// How long to wait for the lock; nothing: without a time limit.
 using Patience = std::optional<std::chrono::nanoseconds>;
 
-// Held while it lives. Whoever is to wait longer than a second is told so on standard error.
+// Held while the object exists. After a second of waiting it prints a line on standard error.
 class ConfigurationLock {
 public:
     using Purpose = LockPurpose;
 
-    // For writing, the directory of the lock is made when it is missing; for reading, a host
-    // without it has nothing to lock. Throws Failure: kBusy when patience is over, kNoPermission
-    // when the lock is not to be had.
+    // For writing, creates the directory of the lock when it is missing; for reading, a host
+    // without it has nothing to lock. Throws Failure: kBusy when the time is over, kNoPermission
+    // when the lock cannot be opened.
     ConfigurationLock(Purpose purpose, Patience patience);
 
 private:
@@ -35,7 +35,7 @@ private:
 // The lock of a command that changes settings, unless it only plans (--dry-run).
 [[nodiscard]] std::optional<ConfigurationLock> lock_unless_planning(const Arguments& arguments);
 
-// What every command that takes the lock offers, and what the user wants.
+// The options of every command that takes the lock, and their values.
 [[nodiscard]] std::vector<Argument> with_lock_options(std::vector<Argument> arguments);
 [[nodiscard]] Patience patience_wish(const Arguments& arguments);
 

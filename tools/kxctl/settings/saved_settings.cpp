@@ -22,7 +22,7 @@ std::optional<std::int64_t> saved_number(std::string_view text) {
     return error == std::errc() && rest == end ? std::optional(value) : std::nullopt;
 }
 
-// The kernel takes any name but these; a name that leads elsewhere under /sys is none.
+// The kernel accepts any name except these; a name that leads elsewhere under /sys is not a name.
 bool is_interface_name(std::string_view name) {
     return !name.empty() && name.size() <= kLongestInterfaceName && name != "." && name != ".." &&
            name.find_first_of(std::string_view("/ \t\0", 4)) == name.npos;
@@ -34,7 +34,7 @@ struct Assignment {
     std::int64_t value = 0;
 };
 
-// Read a line. What is wrong with it, or null.
+// Read a line. Returns what is wrong with it, or null.
 const char* parse_line(std::string_view line, Assignment& assignment) {
     const std::size_t equals = line.find('=');
     if (equals == line.npos) {

@@ -15,7 +15,7 @@ struct SavedValue {
     std::size_t line;  // its number, from 1
 };
 
-// What is saved for one interface, by key.
+// The saved settings of one interface, by key.
 struct SavedInterface {
     std::string name;
     std::map<std::string, SavedValue, std::less<>> values;
@@ -31,9 +31,9 @@ struct SavedSettings {
     std::vector<DamagedLine> damaged;
 };
 
-// Read the file's text. Empty lines and comments ("#", ";") are passed over; of several lines for
-// one setting the last one counts; a damaged line takes nothing else with it. An interface may have
-// dots in its name, a key has none.
+// Read the file's text. Empty lines and comments ("#", ";") are ignored; of several lines for one
+// setting the last one counts; a damaged line affects no other line. The name of an interface may
+// contain dots; a key has none.
 [[nodiscard]] SavedSettings parse_saved_settings(std::string_view text);
 
 }  // namespace kx::ctl
