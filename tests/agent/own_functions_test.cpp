@@ -9,9 +9,10 @@
 #include <string>
 #include <vector>
 
-namespace {
+#include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
-namespace fs = std::filesystem;
+namespace {
 
 std::vector<std::string> trimmed;           // what the library has had trimmed
 char* (*answer)(char* text) = nullptr;      // what it is told
@@ -19,24 +20,16 @@ char elsewhere[] = "  an address outside";  // of every line
 
 class OwnTrim : public testing::Test {
 protected:
-    OwnTrim() {
-        std::string pattern = (fs::temp_directory_path() / "kxownXXXXXX").string();
-        directory_ = mkdtemp(pattern.data());
-        path_ = directory_ / "sysctl.conf";
-        trimmed.clear();
-    }
-    ~OwnTrim() override { fs::remove_all(directory_); }
+    OwnTrim() { trimmed.clear(); }
 
-    std::string rewritten(const std::string& before) {
-        std::ofstream(path_) << before;
-        EXPECT_EQ(replaceSysctlLine(path_.c_str(), "key", "key = new\n", 3), 0);
-        std::ifstream file(path_);
-        return {std::istreambuf_iterator<char>(file), {}};
+    [[nodiscard]] std::string rewritten(const std::string& before) const {
+        const std::string path = directory_.write("sysctl.conf", before);
+        EXPECT_EQ(replaceSysctlLine(path.c_str(), "key", "key = new\n", 3), 0);
+        return test::file_text(path);
     }
 
 private:
-    fs::path directory_;
-    fs::path path_;
+    test::ScratchDirectory directory_;
 };
 
 TEST_F(OwnTrim, DecidesWhatEveryLineLoses) {

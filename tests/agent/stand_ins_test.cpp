@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/scratch_directory.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -25,23 +27,16 @@ namespace fs = std::filesystem;
 class ToolDirectory {
 public:
     explicit ToolDirectory(const std::string& script) {
-        char name[] = "/tmp/kxlinhw-tool-XXXXXX";
-        directory_ = mkdtemp(name);
-        const fs::path tool = directory_ / "zfabtool";
-        std::ofstream(tool) << "#!/bin/sh\n" << script;
-        fs::permissions(tool, fs::perms::owner_all);
-        setenv("PATH", (directory_.string() + ":" + path_).c_str(), 1);
+        fs::permissions(directory_.write("zfabtool", "#!/bin/sh\n" + script), fs::perms::owner_all);
+        setenv("PATH", (directory_.path().string() + ":" + path_).c_str(), 1);
     }
-    ~ToolDirectory() {
-        setenv("PATH", path_.c_str(), 1);
-        fs::remove_all(directory_);
-    }
+    ~ToolDirectory() { setenv("PATH", path_.c_str(), 1); }
     ToolDirectory(const ToolDirectory&) = delete;
     ToolDirectory& operator=(const ToolDirectory&) = delete;
 
 private:
     std::string path_ = std::getenv("PATH");
-    fs::path directory_;
+    test::ScratchDirectory directory_;
 };
 
 std::string run_tool(const std::vector<std::string>& texts) {

@@ -10,6 +10,8 @@
 #include <random>
 #include <string>
 
+#include "support/scratch_directory.hpp"
+
 namespace {
 
 constexpr int kFiles = 10000;
@@ -43,10 +45,8 @@ std::string damaged(std::string file, std::mt19937& random) {
 
 TEST(DamagedModuleFiles, EndNoProcess) {
     std::mt19937 random(20111);  // the same files each time
-    std::filesystem::path path = std::filesystem::temp_directory_path() / "damaged-XXXXXX";
-    std::string name = path.string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    const std::string file = name + "/module.ko";
+    const test::ScratchDirectory directory;
+    const std::string file = directory / "module.ko";
     const std::array<std::string, 4> whole = {
         whole_module(64, false), whole_module(64, true), whole_module(32, false),
         whole_module(32, true)};
@@ -60,7 +60,6 @@ TEST(DamagedModuleFiles, EndNoProcess) {
         ASSERT_EQ(version.back(), '\0') << "255 bytes are the caller's";
         ASSERT_EQ(description.back(), '\0') << "255 bytes are the caller's";
     }
-    std::filesystem::remove_all(name);
 }
 
 }  // namespace

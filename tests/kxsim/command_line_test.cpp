@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "support/scratch_directory.hpp"
 #include "support/shell.hpp"
 
 namespace {
@@ -46,24 +47,6 @@ Outcome run(const std::string& arguments) {
 }
 
 Outcome on_lab(const std::string& script) { return run("run -- sh -c '" + script + "'"); }
-
-class Scratch {
-public:
-    Scratch() {
-        std::string path = (fs::temp_directory_path() / "kxsim-test-XXXXXX").string();
-        path_ = mkdtemp(path.data());
-    }
-    ~Scratch() { fs::remove_all(path_); }
-
-    std::string write(const std::string& name, const std::string& text) const {
-        std::ofstream(path_ / name) << text;
-        return path_ / name;
-    }
-    std::string operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    fs::path path_;
-};
 
 // --- Running ---
 
@@ -125,7 +108,7 @@ TEST(Program, NothingReachesTheRealMachine) {
 }
 
 TEST(Program, AHostThatIsKeptGoesOnWhereItWasLeft) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string keep = "run --keep " + scratch / "host";
     EXPECT_EQ(run(keep + " -s empty -- sh -c 'echo 1 > /etc/sysctl.conf'").code, 0);
     EXPECT_EQ(run(keep + " -- cat /etc/sysctl.conf").output, "1\n");
@@ -135,7 +118,7 @@ TEST(Program, AHostThatIsKeptGoesOnWhereItWasLeft) {
 }
 
 TEST(Program, AHostThatIsNotKeptLeavesNothingBehind) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string command = "TMPDIR=" + scratch / "" + " " + kxsim() + " run -s empty -- true";
     EXPECT_EQ(shell(command).status, 0);
     EXPECT_TRUE(fs::is_empty(scratch / ""));
@@ -170,7 +153,7 @@ public:
     }
 
 private:
-    const Scratch scratch_;
+    const test::ScratchDirectory scratch_;
     const fs::path directory_;
 };
 
@@ -186,7 +169,7 @@ TEST(Program, WorksFromPathsThatTheLoaderWouldSplitOrReplace) {
 
 TEST(Program, WorksWhenTheDirectoryForTemporaryFilesHasABlankToo) {
     const Copy copy("a b");
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     fs::create_directory(scratch / "c d");
     EXPECT_EQ(
         copy.run("run -- cat /sys/class/net/eth2/mtu", "TMPDIR='" + scratch / "c d" + "'").output,
@@ -196,7 +179,7 @@ TEST(Program, WorksWhenTheDirectoryForTemporaryFilesHasABlankToo) {
 
 TEST(Program, RunsNothingWhenItsLibraryCannotBeLoaded) {
     const Copy copy("plain");
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     std::ofstream(copy.library()) << "no library";
     const Outcome outcome = copy.run("run -- touch " + scratch / "ran");
     EXPECT_EQ(outcome.code, 126);
@@ -205,7 +188,7 @@ TEST(Program, RunsNothingWhenItsLibraryCannotBeLoaded) {
 }
 
 TEST(Program, RunsNoStaticProgram) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string source = scratch.write(
         "static.c", "#include <stdio.h>\nint main(void) { return puts(\"ran\") < 0; }\n");
     const std::string program = scratch / "static";
@@ -228,7 +211,7 @@ TEST(Program, TakesTheRightsFromSetUserIdPrograms) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "giving a program to another user needs root";
     }
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     fs::permissions(scratch / "", fs::perms(0755));
     const std::string program = scratch / "cat";
     fs::copy_file("/bin/cat", program);
@@ -277,8 +260,8 @@ void wait_until(const std::function<bool()>& done) {
 
 TEST(Program, RemovesItsHostWhenASignalEndsTheCommand) {
     for (const int signal : {SIGTERM, SIGHUP}) {
-        const Scratch scratch;
-        const Scratch temporary;
+        const test::ScratchDirectory scratch;
+        const test::ScratchDirectory temporary;
         RunningProgram program(
             "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'",
             temporary / "");
@@ -291,8 +274,8 @@ TEST(Program, RemovesItsHostWhenASignalEndsTheCommand) {
 // The scenario is a pipe that nobody writes to.
 TEST(Program, RemovesItsHostWhenASignalComesBeforeTheCommandRuns) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        const Scratch scratch;
-        const Scratch temporary;
+        const test::ScratchDirectory scratch;
+        const test::ScratchDirectory temporary;
         ASSERT_EQ(mkfifo((scratch / "pipe.toml").c_str(), 0600), 0);
         RunningProgram program("run -s " + scratch / "pipe.toml" + " -- true", temporary / "");
         wait_until([&] { return !fs::is_empty(temporary / ""); });
@@ -303,8 +286,8 @@ TEST(Program, RemovesItsHostWhenASignalComesBeforeTheCommandRuns) {
 }
 
 TEST(Program, RemovesTheHostOfARunThatWasKilled) {
-    const Scratch scratch;
-    const Scratch temporary;
+    const test::ScratchDirectory scratch;
+    const test::ScratchDirectory temporary;
     RunningProgram killed(
         "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'", temporary / "");
     wait_until([&] { return fs::exists(scratch / "began"); });
@@ -317,7 +300,7 @@ TEST(Program, RemovesTheHostOfARunThatWasKilled) {
 }
 
 TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
-    const Scratch temporary;
+    const test::ScratchDirectory temporary;
     fs::create_directory(
         temporary / "kxsim-abcdef");  // others can look into it: not a host of a run
     fs::create_directory(temporary / "kxsim-longer-name");
@@ -358,7 +341,7 @@ TEST(Scenarios, AreListedWithTheirTitles) {
 }
 
 TEST(Scenarios, CanBeShownAndRunFromTheirText) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string file = scratch.write("copy.toml", run("show many-ports").output);
     EXPECT_EQ(run("run -s " + file + " -- sh -c 'ls /sys/class/net | wc -l'").output, "20\n");
 }
@@ -459,7 +442,7 @@ const Mistake kMistakes[] = {
 };
 
 TEST(Scenarios, MistakesAreToldInOneLineWithTheirPlace) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     for (const Mistake& mistake : kMistakes) {
         const std::string file = scratch.write("wrong.toml", mistake.text);
         const Outcome outcome = run("run -s " + file + " -- echo ran");
@@ -474,7 +457,7 @@ TEST(Scenarios, MistakesAreToldInOneLineWithTheirPlace) {
 }
 
 TEST(Scenarios, MayHoldFilesDirectoriesLinksAndGaps) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string file = scratch.write("files.toml", R"(
 [[file]]
 path = "/etc/kestrix-plexo/text"
@@ -621,7 +604,7 @@ TEST(Scenarios, KeepTheirFlashBesideThemselves) {
 }
 
 TEST(Scenarios, MayTellWhatADriverAnswers) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string file = scratch.write("driver.toml", R"(
 [[interface]]
 name = "eth0"
@@ -652,7 +635,7 @@ connector = 0
 }
 
 TEST(Scenarios, MayHoldFaultsAndRefusals) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string file = scratch.write("faults.toml", R"(
 [[interface]]
 name = "eth0"
@@ -678,7 +661,7 @@ object = "/proc/modules"
 }
 
 TEST(Scenarios, MayCutAWriteMidway) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string file = scratch.write("midway.toml", R"(
 [[file]]
 path = "/etc/kestrix-plexo/text"

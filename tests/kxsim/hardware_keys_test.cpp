@@ -11,10 +11,9 @@
 #include <vector>
 
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -22,20 +21,13 @@ using testing::StartsWith;
 
 class HardwareKeys : public testing::Test {
 protected:
-    HardwareKeys() {
-        std::string path = (fs::temp_directory_path() / "kxsim-keys-XXXXXX").string();
-        directory_ = mkdtemp(path.data());
-    }
-    ~HardwareKeys() override { fs::remove_all(directory_); }
-
     // A host whose one adapter has these keys, from a scenario file of the directory.
     static kxsim::Hardware load(
-        kxsim::Host& host, const fs::path& directory, const std::string& keys,
+        kxsim::Host& host, const test::ScratchDirectory& directory, const std::string& keys,
         const std::string& chip = "Q4", const std::string& location = "03:00.4") {
-        const fs::path file = directory / "one.toml";
-        std::ofstream(file) << "[[adapter]]\nchip = \"" << chip << "\"\nlocation = \"" << location
-                            << "\"\n"
-                            << keys;
+        const std::string file = directory.write(
+            "one.toml", std::string("[[adapter]]\nchip = \"") + chip + "\"\nlocation = \"" +
+                            location + "\"\n" + keys);
         load_scenario(host, file);
         return host.hardware(location);
     }
@@ -53,7 +45,7 @@ protected:
 
     std::string content(const std::string& name) { return test::file_text(directory_ / name); }
 
-    fs::path directory_;
+    test::ScratchDirectory directory_;
     kxsim::Host host_;
 };
 

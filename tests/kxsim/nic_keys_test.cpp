@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "support/scratch_directory.hpp"
 #include "support/shell.hpp"
 
 namespace {
@@ -18,28 +19,21 @@ using testing::Not;
 
 class NicKeys : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string path = (fs::temp_directory_path() / "kxsim-nic-XXXXXX").string();
-        directory_ = mkdtemp(path.data());
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
     // What a command prints on a host with one interface whose [nic] table has these keys.
     std::string on_host(const std::string& keys, const std::string& command) {
-        const fs::path file = directory_ / "one.toml";
-        std::ofstream(file) << "[[interface]]\nname = \"eth2\"\n\n[interface.nic]\n" << keys;
+        const std::string file = directory_.write(
+            "one.toml", "[[interface]]\nname = \"eth2\"\n\n[interface.nic]\n" + keys);
         const fs::path program =
             fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "kxsim";
         return test::shell(
-                   program.string() + " run -s " + file.string() + " -- sh -c '" + command +
-                   "' 2>&1")
+                   program.string() + " run -s " + file + " -- sh -c '" + command + "' 2>&1")
             .output;
     }
 
     // What the scenario is refused with.
     std::string complaint(const std::string& keys) { return on_host(keys, "true"); }
 
-    fs::path directory_;
+    test::ScratchDirectory directory_;
 };
 
 TEST_F(NicKeys, LinkKeys) {

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <string>
 
+#include "support/scratch_directory.hpp"
 #include "support/shell.hpp"
 
 namespace {
@@ -30,21 +31,6 @@ ModuleTexts read_module(std::string name) {
     const uint32_t status = getModinfo(name.data(), version.data(), description.data());
     return {status, version.data(), description.data()};
 }
-
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        char name[] = "/tmp/kxlinhw-modules-XXXXXX";
-        path_ = mkdtemp(name);
-    }
-    ~TemporaryDirectory() { fs::remove_all(path_); }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    [[nodiscard]] const fs::path& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
 
 struct Recipe {
     const char* name;
@@ -82,7 +68,7 @@ std::string modinfo(const fs::path& file, const std::string& field) {
 class ModuleFile : public testing::TestWithParam<Recipe> {};
 
 TEST_P(ModuleFile, GivesTheTextsThatModinfoPrints) {
-    const TemporaryDirectory directory;
+    const test::ScratchDirectory directory;
     const fs::path file = directory.path() / "zfab4.ko";
     make_module(
         file, GetParam().flags,

@@ -14,6 +14,8 @@
 #include <kxsim/host.hpp>
 #include <string>
 
+#include "support/scratch_directory.hpp"
+
 namespace {
 
 struct Info {
@@ -279,19 +281,9 @@ TEST(ModuleInfo, TextsNeverPassTheirTwoHundredAndFiftyFiveBytes) {
 
 class ModulePath : public testing::Test {
 protected:
-    void SetUp() override {
-        char name[] = "/tmp/kxlinhw-path-XXXXXX";
-        directory_ = mkdtemp(name);
-        old_ = std::filesystem::current_path();
-        std::filesystem::current_path(directory_);
-    }
-    void TearDown() override {
-        std::filesystem::current_path(old_);
-        std::filesystem::remove_all(directory_);
-    }
-
-    std::filesystem::path directory_;
-    std::filesystem::path old_;
+    test::ScratchDirectory scratch_;
+    const std::filesystem::path directory_ = scratch_.path();
+    test::WorkingDirectory working_directory_{directory_};
 };
 
 TEST_F(ModulePath, FileInTheWorkingDirectoryIsTheModule) {

@@ -21,6 +21,7 @@
 
 #include "settings/config_file.hpp"
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -34,14 +35,6 @@ using testing::StartsWith;
 
 class ConfigFile : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "kxconfXXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        directory_ = pattern;
-        path_ = (directory_ / "settings.conf").string();
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
     void hold(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
 
     [[nodiscard]] std::string text() const { return test::file_text(path_); }
@@ -90,8 +83,9 @@ protected:
         return text();
     }
 
-    fs::path directory_;
-    std::string path_;
+    test::ScratchDirectory scratch_;
+    fs::path directory_ = scratch_.path();
+    std::string path_ = directory_ / "settings.conf";
 };
 
 kx::settings::LineTest holding(std::string key) {
@@ -396,7 +390,6 @@ TEST_F(ConfigFile, APresentLineIsToldAndNothingIsWritten) {
 class LinkedFile : public ConfigFile {
 protected:
     void SetUp() override {
-        ConfigFile::SetUp();
         fs::create_directory(directory_ / "real");
         target_ = directory_ / "real" / "file";
         std::ofstream(target_) << "key\n";

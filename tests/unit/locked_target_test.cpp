@@ -21,6 +21,7 @@
 
 #include "settings/config_file.hpp"
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -78,17 +79,10 @@ using kx::settings::Saving;
 class LockedTargetTest : public testing::Test {
 protected:
     LockedTargetTest() {
-        std::string pattern = (fs::temp_directory_path() / "kxlockXXXXXX").string();
-        directory_ = mkdtemp(pattern.data());
-        path_ = directory_ / "settings.conf";
-        std::ofstream(path_) << "key = 1\n";
         test_clock = {};
         test_clock.on = true;
     }
-    ~LockedTargetTest() override {
-        test_clock = {};
-        fs::remove_all(directory_);
-    }
+    ~LockedTargetTest() override { test_clock = {}; }
 
     // The lock as another agent has it.
     [[nodiscard]] kx::Descriptor held(const fs::path& directory) const {
@@ -102,8 +96,9 @@ protected:
     }
     [[nodiscard]] std::string text() const { return test::file_text(path_); }
 
-    fs::path directory_;
-    fs::path path_;
+    test::ScratchDirectory scratch_;
+    const fs::path directory_ = scratch_.path();
+    const fs::path path_ = scratch_.write("settings.conf", "key = 1\n");
 };
 
 TEST_F(LockedTargetTest, IsWaitedForFiveSecondsAndThenFailsAsAnUnwritableFile) {

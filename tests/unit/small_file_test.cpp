@@ -1,5 +1,6 @@
 // Small files, whole or in pieces.
 #include "support/small_file.hpp"
+#include "support/scratch_directory.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -16,16 +17,10 @@ namespace fs = std::filesystem;
 
 class SmallFile : public testing::Test {
 protected:
-    SmallFile() {
-        std::string name = (fs::temp_directory_path() / "kxsmallXXXXXX").string();
-        close(mkstemp(name.data()));
-        path_ = name;
-    }
-    ~SmallFile() override { fs::remove(path_); }
+    void hold(const std::string& text) { path_ = directory_.write("file", text); }
 
-    void hold(const std::string& text) { std::ofstream(path_, std::ios::binary) << text; }
-
-    std::string path_;
+    test::ScratchDirectory directory_;
+    std::string path_ = directory_.write("file", "");
 };
 
 TEST_F(SmallFile, IsThereOrNot) {
