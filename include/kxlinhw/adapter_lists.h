@@ -108,7 +108,8 @@ extern KX_EXPORT AdapterInfoRecord* g_KestrixAdapterInfo;
 KX_EXPORT uint32_t get_adapter_list(AdapterRecord** first);
 KX_EXPORT uint32_t get_adapterinfo_list(AdapterInfoRecord** first);
 
-/* Free a list from its first record on; null is accepted. Return 0. */
+/* Free a list from its first record on, or the end of a list from any record on; the records in
+   front of it stay in the library's list. Null is accepted. Return 0. */
 KX_EXPORT uint32_t adapter_list_free(AdapterRecord* first);
 KX_EXPORT uint32_t adapterinfo_list_free(AdapterInfoRecord* first);
 

@@ -3,9 +3,9 @@
        0x00000  boot option ROM, sectors 0 to 2; its first 16-bit word is 0xAA55
        0x30000  settings block, sector 3; begins with "CIB" and NUL
 
-   Erasing, saving and downloading open the register window themselves: a window that is open for
-   another adapter is closed first, and the status of connect_to_hba is returned when it fails.
-   Reading expects the window to be open (connect_to_hba).
+   Every function opens the register window itself unless it is open for that adapter: a window that
+   is open for another adapter is closed first, and the status of connect_to_hba is returned when it
+   fails. The functions that read leave the window open.
 
    Statuses are those of the q3_ functions of <kxlinhw/flash.h> and the one below. Messages go to
    standard error, as do those of the flash functions, unless said otherwise. */
@@ -62,7 +62,8 @@ KX_EXPORT int32_t erase_option_rom(uint8_t adapter);
    for null, when the size is valid. */
 KX_EXPORT int32_t q3_load_boot(uint8_t adapter, const uint8_t* image, uint32_t size);
 
-/* Read the settings. out: 444 bytes. Returns 0, or -22 with "ERROR: Could not read settings
+/* Read the settings. out: 444 bytes. Returns 0, the status of connect_to_hba (out is not written
+   then), or -22 with "ERROR: Could not read settings
    data!\n"; out may be partly written then. */
 KX_EXPORT int32_t q3_read_settings(uint8_t adapter, void* out);
 
@@ -70,7 +71,7 @@ KX_EXPORT int32_t q3_read_settings(uint8_t adapter, void* out);
    copies the 16 bytes that begin at the "$DM$" mark. get_pxe_oprom_version makes a
    Q3OptionRomVersion of the version text after "PXE-2.0"; it prints its name and the version on
    standard output.
-   Return 0; -22 for null, or when there is no mark or no complete version text; -22 with "ERROR:
+   Return 0; -22 for null; the status of connect_to_hba; -22 when there is no mark or no complete version text; -22 with "ERROR:
    Could not find valid Option ROM!\n"; the status of a failing read with "ERROR: Could not read
    data at start of Option ROM!\n". */
 KX_EXPORT int32_t q3_get_dm_signature(uint8_t adapter, void* out);

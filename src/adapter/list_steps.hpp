@@ -66,17 +66,20 @@ private:
 };
 
 // By contract the global head keeps pointing to a list that the agent has freed. This object
-// remembers, until the head is cleared, that the list no longer exists. Chains that do not begin at
-// the head belong to the agent and are always freed.
+// remembers, until the head is cleared, that the list no longer exists. When the agent frees only
+// the end of the list (its newest record, after a build that failed), the rest stays a list. Other
+// chains belong to the agent and are always freed.
 template <class Record>
 class FreedList {
 public:
-    void free(Record* first, const Record* head) {
+    void free(Record* first, Record* head) {
+        if (first == nullptr || (first == head && first == freed_)) {
+            return;
+        }
         if (first == head) {
-            if (first == freed_) {
-                return;
-            }
             freed_ = first;
+        } else if (head != freed_) {
+            cut_before(first, head);
         }
         while (first != nullptr) {
             const Block<Record> record(first);
@@ -93,6 +96,16 @@ public:
     }
 
 private:
+    // End the list in front of a record, if the record is part of it.
+    static void cut_before(const Record* record, Record* head) {
+        while (head != nullptr && head->next != record) {
+            head = head->next;
+        }
+        if (head != nullptr) {
+            head->next = nullptr;
+        }
+    }
+
     const Record* freed_ = nullptr;
 };
 

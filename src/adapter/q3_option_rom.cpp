@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "adapter/register_window.hpp"
+
 namespace kx::adapter {
 namespace {
 
@@ -33,7 +35,11 @@ struct Q3RomHead {
     [[nodiscard]] std::string_view text() const { return {bytes.data(), kHeadSize}; }
 };
 
+// Opens the window when needed.
 int32_t read_head(uint8_t adapter, Q3RomHead& head) {
+    if (const int32_t status = ensure_q3_window(adapter); status != 0) {
+        return status;
+    }
     const int32_t status =
         q3_read_flash(adapter, 0, kHeadWords, reinterpret_cast<uint32_t*>(head.bytes.data()));
     if (status != 0) {
@@ -102,6 +108,9 @@ extern "C" {
 
 int32_t q3_read_settings(uint8_t adapter, void* out) {
     constexpr uint32_t kWords = KX_Q3_SETTINGS_SIZE / sizeof(uint32_t);
+    if (const int32_t status = kx::adapter::ensure_q3_window(adapter); status != 0) {
+        return status;
+    }
     const int32_t status =
         q3_read_flash(adapter, kx::adapter::kSettingsAddress, kWords, static_cast<uint32_t*>(out));
     if (status != 0) {

@@ -710,6 +710,42 @@ TEST_F(AdapterLists, NullOutputIsRefused) {
 
 // --- Life of the lists ---
 
+TEST_F(AdapterLists, RecordOfAFailedBuildMayBeFreedBeforeTheNextBuild) {
+    start({q3(), q4(), q5()});
+    host_.fail({.call = "open", .nth = 2, .error = EPERM, .object = "/dev/mem"});
+    EXPECT_EQ(list(), static_cast<uint32_t>(KX_ADAPTER_INVALID));
+    ASSERT_NE(first_, g_KestrixAdapters) << "the newest record";
+    EXPECT_EQ(adapter_list_free(first_), 0U);
+    EXPECT_EQ(+g_KestrixAdapters->next, nullptr);
+    EXPECT_EQ(list(), 0U) << "frees the rest alone";
+    EXPECT_NE(+first_->next->next, nullptr);
+}
+
+TEST_F(AdapterLists, EndOfAListMayBeFreed) {
+    start({q3(), q4(), q5()});
+    EXPECT_EQ(list(), 0U);
+    EXPECT_EQ(adapter_list_free(first_->next), 0U);
+    EXPECT_EQ(+first_->next, nullptr);
+    EXPECT_EQ(list(), 0U);
+    EXPECT_EQ(info_list(), 0U);
+    EXPECT_EQ(adapterinfo_list_free(first_info_->next->next), 0U);
+    EXPECT_EQ(+first_info_->next->next, nullptr);
+    EXPECT_EQ(adapterinfo_list_free(first_info_->next), 0U);
+    EXPECT_EQ(+first_info_->next, nullptr);
+    EXPECT_EQ(info_list(), 0U);
+}
+
+TEST_F(AdapterLists, RecordOfTheAgentsOwnLeavesAFreedListAlone) {
+    start({q3(), q4()});
+    EXPECT_EQ(info_list(), 0U);
+    EXPECT_EQ(adapterinfo_list_free(g_KestrixAdapterInfo), 0U);
+    EXPECT_EQ(
+        adapterinfo_list_free(
+            static_cast<AdapterInfoRecord*>(std::calloc(1, sizeof(AdapterInfoRecord)))),
+        0U);
+    EXPECT_EQ(info_list(), 0U);
+}
+
 TEST_F(AdapterLists, NextBuildFreesItsOwnListOnly) {
     start({q3()});
     EXPECT_EQ(list(), 0U);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>
+#include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/q3_boot.h>
 
@@ -302,7 +303,71 @@ TEST_F(Q3Boot, ConnectStatusIsReturnedByEveryEntryPoint) {
     EXPECT_EQ(load(image), KX_ADAPTER_INVALID);
     EXPECT_EQ(told_, refused);
     EXPECT_EQ(run([] { return erase_hba_settings(7); }), KX_ADAPTER_INVALID);
+    std::array<uint8_t, KX_Q3_SETTINGS_SIZE> settings;
+    settings.fill(0xEE);
+    EXPECT_EQ(run([&] { return q3_read_settings(0, settings.data()); }), KX_ADAPTER_INVALID);
+    EXPECT_EQ(told_, refused);
+    EXPECT_THAT(settings, Each(0xEE));
+    std::array<uint8_t, KX_Q3_OPTION_ROM_SIZE> rom;
+    for (const auto read : {q3_get_dm_signature, get_pxe_oprom_version}) {
+        rom.fill(0xEE);
+        EXPECT_EQ(run([&] { return read(0, rom.data()); }), KX_ADAPTER_INVALID);
+        EXPECT_EQ(told_, refused);
+        EXPECT_THAT(rom, Each(0));
+    }
     EXPECT_EQ(hardware_->counts().loads, 0U);
+}
+
+// --- Readers open the window themselves ---
+
+class Q3Readers : public Q3Boot {
+protected:
+    Q3Readers() {
+        std::string rom(1024, '\0');
+        rom.replace(0, 2, "\x55\xAA");
+        rom.replace(0x40, 20, "$DM$0123456789ABxxxx");
+        rom.replace(0x80, 16, "PXE-2.0 1.2.3.4\0", 16);
+        hardware_->write_flash(0, rom);
+        hardware_->write_flash(kSettings, "CIB");
+    }
+
+    // What each of the three reads of adapter 0, and that it leaves the window open on it.
+    void expect_read(int32_t (*read)(uint8_t, void*), const std::string& wanted) {
+        std::array<char, KX_Q3_SETTINGS_SIZE> out{};
+        EXPECT_EQ(run([&] { return read(0, out.data()); }), 0);
+        EXPECT_EQ(std::string(out.data(), wanted.size()), wanted);
+        EXPECT_TRUE(window_open());
+        EXPECT_EQ(mmapd_adapter, 0);
+    }
+
+    static constexpr std::string_view kVersion{"$PXE\x02\x01\x04", 7};
+};
+
+TEST_F(Q3Readers, ReadWithoutAWindow) {
+    expect_read(q3_read_settings, "CIB");
+    disconnect_from_hba(0);
+    expect_read(q3_get_dm_signature, "$DM$0123456789AB");
+    disconnect_from_hba(0);
+    expect_read(get_pxe_oprom_version, std::string(kVersion));
+}
+
+TEST_F(Q3Readers, CloseTheWindowOfAnotherAdapter) {
+    ASSERT_EQ(connect_to_hba(1), 0);
+    expect_read(q3_read_settings, "CIB");
+    ASSERT_EQ(connect_to_hba(1), 0);
+    expect_read(q3_get_dm_signature, "$DM$0123456789AB");
+    ASSERT_EQ(connect_to_hba(1), 0);
+    expect_read(get_pxe_oprom_version, std::string(kVersion));
+}
+
+TEST_F(Q3Readers, UseTheWindowThatIsOpen) {
+    ASSERT_EQ(connect_to_hba(0), 0);
+    const auto calls = host_.count([&] {
+        expect_read(q3_read_settings, "CIB");
+        expect_read(q3_get_dm_signature, "$DM$0123456789AB");
+        expect_read(get_pxe_oprom_version, std::string(kVersion));
+    });
+    EXPECT_EQ(calls.on("open", "/dev/mem"), 0U);
 }
 
 // --- Option ROM: what it tells of itself ---

@@ -287,6 +287,15 @@ TEST_F(DetachVF, ReadsHexadecimalNumbers) {
     EXPECT_TRUE(matches(block("address domain='0x0' bus='0x3' slot='0x00000' function='0x04'")));
 }
 
+TEST_F(DetachVF, ComparesAllBitsOfANumber) {
+    domain_.inactive =
+        "<d>" + block("address domain='0x0100' bus='0x103' slot='0x10000' function='0x4'") + "</d>";
+    EXPECT_EQ(detach(4, {0, 0x103, 0x10000, 4}), 1);
+    EXPECT_EQ(detach(4, {0x100, 3, 0x10000, 4}), 1);
+    EXPECT_EQ(detach(4, {0x100, 0x103, 0, 4}), 1);
+    EXPECT_EQ(detach(4, {0x100, 0x103, 0x10000, 4}), 0);
+}
+
 TEST_F(DetachVF, WantsNamesAndNumbersInTheirPlaces) {
     EXPECT_TRUE(matches(block("address domain='0x0000' bus='0x03' slot='0x00' function='0x4'")));
     for (const char* address : {
