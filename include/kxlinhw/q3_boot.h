@@ -71,9 +71,9 @@ KX_EXPORT int32_t q3_read_settings(uint8_t adapter, void* out);
    copies the 16 bytes that begin at the "$DM$" mark. get_pxe_oprom_version makes a
    Q3OptionRomVersion of the version text after "PXE-2.0"; it prints its name and the version on
    standard output.
-   Return 0; -22 for null; the status of connect_to_hba; -22 when there is no mark or no complete version text; -22 with "ERROR:
-   Could not find valid Option ROM!\n"; the status of a failing read with "ERROR: Could not read
-   data at start of Option ROM!\n". */
+   Return 0; -22 for null; the status of connect_to_hba; -22 when there is no mark or no complete
+   version text; -22 with "ERROR: Could not find valid Option ROM!\n"; the status of a failing read
+   with "ERROR: Could not read data at start of Option ROM!\n". */
 KX_EXPORT int32_t q3_get_dm_signature(uint8_t adapter, void* out);
 KX_EXPORT int32_t get_pxe_oprom_version(uint8_t adapter, void* out);
 
