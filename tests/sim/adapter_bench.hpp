@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <numeric>
 #include <ostream>
 #include <span>
 #include <vector>
@@ -21,6 +22,13 @@
 namespace bench {
 
 using kxsim::state::Family;
+
+// Bytes that count up.
+inline std::vector<uint8_t> counting(std::size_t size, uint8_t first = 1) {
+    std::vector<uint8_t> bytes(size);
+    std::iota(bytes.begin(), bytes.end(), first);
+    return bytes;
+}
 
 struct Store {
     uint32_t offset;

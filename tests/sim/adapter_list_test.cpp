@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using testing::ElementsAre;
@@ -24,10 +26,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 constexpr std::size_t kRecord = 7509;
 constexpr std::size_t kInfoRecord = 1810;
@@ -146,7 +144,7 @@ std::string bytes_of(const Record* record) {
     return {reinterpret_cast<const char*>(record), offsetof(Record, next)};
 }
 
-class AdapterLists : public testing::Test {
+class AdapterLists : public test::OutputTest {
 protected:
     ~AdapterLists() override { EXPECT_EQ(cleanup_and_exit(0), 0); }
 
@@ -156,16 +154,6 @@ protected:
         }
         host_.file(kVersionFile, "version = 0x0500\n");
         attached_.emplace(host_.attach());
-    }
-
-    template <class Body>
-    auto run(Body body) {
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        told_ = GetCapturedStderr();
-        printed_ = GetCapturedStdout();
-        return result;
     }
 
     uint32_t list() {
@@ -184,8 +172,6 @@ protected:
     kxsim::Host host_;
     AdapterRecord* first_ = nullptr;
     AdapterInfoRecord* first_info_ = nullptr;
-    std::string printed_;
-    std::string told_;
 
 private:
     std::optional<kxsim::Attached> attached_;

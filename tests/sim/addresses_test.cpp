@@ -99,32 +99,21 @@ TEST(Addresses, UnreadableListIsAFailureBeforeAnyFileIsRead) {
     EXPECT_EQ(text(port.settings.mtu), "");
 }
 
-TEST(Addresses, MissingFilesLeaveTheirFields) {
-    kxsim::Host host;
-    host.interface({.name = "eth1"});
-    host.remove("/sys/class/net/eth1/address");
-    host.remove("/sys/class/net/eth1/mtu");
-    const auto attached = host.attach();
-    PortInfo port{};
-    std::strcpy(port.mac, "mac");
-    std::strcpy(port.settings.mtu, "mtu");
-    EXPECT_EQ(getAddress("eth1", &port), 0U);
-    EXPECT_EQ(text(port.mac), "mac");
-    EXPECT_EQ(text(port.settings.mtu), "mtu");
-}
-
-TEST(Addresses, EmptyFilesLeaveTheirFields) {
-    kxsim::Host host;
-    host.interface({.name = "eth1"});
-    host.file("/sys/class/net/eth1/address", "");
-    host.file("/sys/class/net/eth1/mtu", "");
-    const auto attached = host.attach();
-    PortInfo port{};
-    std::strcpy(port.mac, "mac");
-    std::strcpy(port.settings.mtu, "mtu");
-    EXPECT_EQ(getAddress("eth1", &port), 0U);
-    EXPECT_EQ(text(port.mac), "mac");
-    EXPECT_EQ(text(port.settings.mtu), "mtu");
+TEST(Addresses, MissingAndEmptyFilesLeaveTheirFields) {
+    for (const bool missing : {true, false}) {
+        kxsim::Host host;
+        host.interface({.name = "eth1"});
+        for (const char* path : {"/sys/class/net/eth1/address", "/sys/class/net/eth1/mtu"}) {
+            missing ? host.remove(path) : host.file(path, "");
+        }
+        const auto attached = host.attach();
+        PortInfo port{};
+        std::strcpy(port.mac, "mac");
+        std::strcpy(port.settings.mtu, "mtu");
+        EXPECT_EQ(getAddress("eth1", &port), 0U);
+        EXPECT_EQ(text(port.mac), "mac");
+        EXPECT_EQ(text(port.settings.mtu), "mtu");
+    }
 }
 
 TEST(Addresses, LongFilesAreCutToTheirFields) {

@@ -14,18 +14,16 @@
 #include <vector>
 
 #include "sim/adapter_bench.hpp"
+#include "support/output.hpp"
 
 namespace {
 
+using bench::counting;
 using bench::Store;
 using testing::Each;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::StartsWith;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 constexpr std::size_t kConfig = 0x70000;
 constexpr std::size_t kRecord = 1664;
@@ -34,52 +32,42 @@ constexpr std::size_t kRecord = 1664;
 constexpr uint32_t kIdentify = 2;
 constexpr uint32_t read_transfers(uint32_t words) { return kIdentify + 2 + words; }
 
-std::vector<uint8_t> counting(std::size_t size) {
-    std::vector<uint8_t> bytes(size);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
-    return bytes;
-}
-
-class BootConfig : public testing::Test {
+class BootConfig : public test::OutputTest {
 protected:
     BootConfig() { adapter.fill(16, std::array<uint8_t, 4>{1, 2, 3, 4}); }
 
-    // Run something and keep what it printed on standard output; standard error must stay silent.
-    template <class Body>
-    auto run(Body body) {
+    // Counts begin anew; nothing is printed on standard error.
+    template <class Call>
+    auto run(const Call& call) {
         adapter.forget();
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        printed = GetCapturedStdout();
-        EXPECT_EQ(GetCapturedStderr(), "");
+        const auto result = OutputTest::run(call);
+        EXPECT_EQ(told_, "");
         return result;
     }
 
     void no_option_rom() { adapter.fill(16, std::array<uint8_t, 4>{0xFF, 0xFF, 0xFF, 0xFF}); }
 
     bench::Adapter adapter{bench::Family::kQ4};
-    std::string printed;
 };
 
 // --- BIOS version ---
 
 TEST_F(BootConfig, BiosVersionIsFourBytesOfTheOptionRom) {
     EXPECT_EQ(run([] { return read_q4biosversion_from_boot(0); }), 0x04030201U);
-    EXPECT_EQ(printed, "Q4 Bios Version: 1.2.3.4\n");
+    EXPECT_EQ(printed_, "Q4 Bios Version: 1.2.3.4\n");
     EXPECT_EQ(adapter.accesses(), 18U + 4U * 256U);
 }
 
 TEST_F(BootConfig, BiosVersionOfAnErasedFlashIsAllOnes) {
     no_option_rom();
     EXPECT_EQ(run([] { return read_q4biosversion_from_boot(0); }), 0xFFFFFFFFU);
-    EXPECT_EQ(printed, "Q4 Bios Version: 255.255.255.255\n");
+    EXPECT_EQ(printed_, "Q4 Bios Version: 255.255.255.255\n");
 }
 
 TEST_F(BootConfig, BiosVersionThatCannotBeReadIsOne) {
     adapter.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run([] { return read_q4biosversion_from_boot(0); }), 1U);
-    EXPECT_EQ(printed, "Q4 Bios version read error from flash\n");
+    EXPECT_EQ(printed_, "Q4 Bios version read error from flash\n");
 }
 
 // --- Read ---
@@ -89,7 +77,7 @@ TEST_F(BootConfig, ReadGives1668BytesWithTheBiosVersionInThem) {
     adapter.fill(kConfig, record);
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER + 4, 0xEE);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
-    EXPECT_EQ(printed, "Q4 Bios Version: 1.2.3.4\nQ4 Adapter 0 bios version: 1.2.3.4\n");
+    EXPECT_EQ(printed_, "Q4 Bios Version: 1.2.3.4\nQ4 Adapter 0 bios version: 1.2.3.4\n");
     std::vector<uint8_t> expected(record.begin(), record.begin() + KX_BOOT_CONFIG_BUFFER);
     std::iota(expected.begin() + 12, expected.begin() + 16, uint8_t{1});
     expected.insert(expected.end(), 4, 0xEE);
@@ -116,7 +104,7 @@ TEST_F(BootConfig, ReadSucceedsWithoutAnOptionRom) {
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(
-        printed,
+        printed_,
         "Q4 Bios Version: 255.255.255.255\n"
         "Valid Option Rom is not presented for adapter index: 0\n");
     EXPECT_EQ(buffer, counting(KX_BOOT_CONFIG_BUFFER));
@@ -127,7 +115,7 @@ TEST_F(BootConfig, ReadTakesTheVersionWordOneForUnreadable) {
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(
-        printed,
+        printed_,
         "Q4 Bios Version: 1.0.0.0\n"
         "Warning: Unable to get the Q4 bios version for the adapter: 0\n");
     EXPECT_EQ(buffer[12], 0xFF);
@@ -138,7 +126,7 @@ TEST_F(BootConfig, ReadSucceedsWhenOnlyTheVersionCannotBeRead) {
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(
-        printed,
+        printed_,
         "Q4 Bios version read error from flash\n"
         "Warning: Unable to get the Q4 bios version for the adapter: 0\n");
 }
@@ -148,7 +136,7 @@ TEST_F(BootConfig, ReadFailsInEitherChunk) {
     for (const uint32_t at : {1U, read_transfers(256) + 1}) {
         adapter.stick_at(at);
         EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), KX_FLASH_INVALID);
-        EXPECT_EQ(printed, "flash read error sizeof conf data 417\n");
+        EXPECT_EQ(printed_, "flash read error sizeof conf data 417\n");
         EXPECT_EQ(adapter.hardware.controller.transfers, at);
     }
     EXPECT_EQ(read_flash_for_config(0, nullptr), KX_FLASH_INVALID);
@@ -161,7 +149,7 @@ TEST_F(BootConfig, AnyRecordThatBeginsWithItsSignatureIsValid) {
     adapter.fill(kConfig, std::array<uint8_t, 4>{'C', 'B', 'I', 'O'});
     EXPECT_EQ(run([] { return Is_Valid_q4config_Present(0); }), 0);
     EXPECT_EQ(
-        printed,
+        printed_,
         "Q4 Bios Version: 255.255.255.255\n"
         "Valid Option Rom is not presented for adapter index: 0\n"
         "Valid Config header presented\n");
@@ -171,7 +159,7 @@ TEST_F(BootConfig, RecordWithoutItsSignatureIsInvalid) {
     for (const std::string signature : {"CBIX", "cbio", "XBIO", "CXIO", "CBXO"}) {
         adapter.fill(kConfig, {reinterpret_cast<const uint8_t*>(signature.data()), 4});
         EXPECT_EQ(run([] { return Is_Valid_q4config_Present(0); }), KX_FLASH_INVALID);
-        EXPECT_THAT(printed, testing::EndsWith("\nIs_Valid_q4config_Present Failed 1\n"));
+        EXPECT_THAT(printed_, testing::EndsWith("\nIs_Valid_q4config_Present Failed 1\n"));
     }
 }
 
@@ -179,7 +167,7 @@ TEST_F(BootConfig, RecordThatCannotBeReadIsInvalid) {
     adapter.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run([] { return Is_Valid_q4config_Present(0); }), KX_FLASH_INVALID);
     EXPECT_EQ(
-        printed, "flash read error sizeof conf data 417\nIs_Valid_q4config_Present Failed 2\n");
+        printed_, "flash read error sizeof conf data 417\nIs_Valid_q4config_Present Failed 2\n");
 }
 
 // --- Write ---
@@ -188,7 +176,7 @@ TEST_F(BootConfig, WriteErasesTheSectorAndWritesSevenPages) {
     std::fill(adapter.content.begin() + 0x60000, adapter.content.begin() + 0x90000, uint8_t{0x5A});
     const auto record = counting(kRecord);
     EXPECT_EQ(run([&] { return write_flash_for_config(0, record.data()); }), 0);
-    EXPECT_EQ(printed, "sf_size 4194304 sf_nsec 64\n");
+    EXPECT_EQ(printed_, "sf_size 4194304 sf_nsec 64\n");
     EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray({7}));
     EXPECT_EQ(adapter.hardware.flash.programs, 7U);
     EXPECT_EQ(adapter.bytes(kConfig, kRecord), record);
@@ -208,17 +196,17 @@ TEST_F(BootConfig, WriteTellsWhatFailed) {
     const auto write = [&] { return write_flash_for_config(0, record.data()); };
     adapter.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get flash params sf_size failed\n");
+    EXPECT_EQ(printed_, "get flash params sf_size failed\n");
     adapter.hardware.flash.manufacturer = 0x20;
     adapter.hardware.flash.capacity_code = 25;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get flash params sf_nsec failed\n");
+    EXPECT_EQ(printed_, "get flash params sf_nsec failed\n");
     adapter.hardware.flash.capacity_code = 22;
 
     adapter.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(
-        printed,
+        printed_,
         "sf_size 4194304 sf_nsec 64\n"
         "erase of flash sector 7 failed, error -11\n"
         "q4_flash_erase_sectors failed\n"
@@ -228,7 +216,7 @@ TEST_F(BootConfig, WriteTellsWhatFailed) {
     adapter.hardware.faults.endless_write_at = 4;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(
-        printed,
+        printed_,
         "sf_size 4194304 sf_nsec 64\n"
         "q4_flash_wait_op failed\n"
         "flash write error sizeof conf data 1664\n");
@@ -267,7 +255,7 @@ std::vector<uint8_t> default_record(unsigned ports) {
 TEST_F(BootConfig, DefaultRecordHasEveryFieldAndEveryPort) {
     for (const unsigned ports : {0U, 1U, 2U, 4U}) {
         EXPECT_EQ(run([&] { return q4_load_default_config(0, ports); }), 0);
-        EXPECT_EQ(printed, "Q4 Bios Version: 1.2.3.4\nsf_size 4194304 sf_nsec 64\n");
+        EXPECT_EQ(printed_, "Q4 Bios Version: 1.2.3.4\nsf_size 4194304 sf_nsec 64\n");
         EXPECT_EQ(adapter.bytes(kConfig, kRecord), default_record(ports)) << ports;
     }
 }
@@ -288,13 +276,13 @@ TEST_F(BootConfig, DefaultRecordIsNotWrittenWithoutAnOptionRomsVersion) {
     no_option_rom();
     EXPECT_EQ(run([] { return q4_load_default_config(0, 2); }), 0);
     EXPECT_EQ(
-        printed,
+        printed_,
         "Q4 Bios Version: 255.255.255.255\n"
         "Valid Option Rom is not presented for adapter index: 0\n");
     adapter.fill(16, std::array<uint8_t, 4>{1, 0, 0, 0});
     EXPECT_EQ(run([] { return q4_load_default_config(0, 2); }), 0);
     EXPECT_EQ(
-        printed,
+        printed_,
         "Q4 Bios Version: 1.0.0.0\n"
         "Warning: Unable to get the Q4 bios version for the adapter: 0\n");
     EXPECT_EQ(adapter.hardware.flash.erases, 0U);
@@ -304,8 +292,8 @@ TEST_F(BootConfig, DefaultRecordThatCannotBeWrittenSaysSo) {
     adapter.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(run([] { return q4_load_default_config(0, 2); }), KX_FLASH_INVALID);
     EXPECT_THAT(
-        printed, testing::EndsWith("flash write error sizeof conf data 1664\n"
-                                   "Error: q4_load_default_config failed\n"));
+        printed_, testing::EndsWith("flash write error sizeof conf data 1664\n"
+                                    "Error: q4_load_default_config failed\n"));
 }
 
 TEST(InitiatorName, BaseKeepsItsColonUnderAnEmptySuffix) {
@@ -373,7 +361,7 @@ TEST(BootConfigRepair, OtherBytesThanErasedOnesStay) {
 
 TEST_F(BootConfig, EraseTakesItsSectorOnly) {
     EXPECT_EQ(run([] { return q4_erase_config(0); }), 0);
-    EXPECT_EQ(printed, "sf_size 4194304 sf_nsec 64\n");
+    EXPECT_EQ(printed_, "sf_size 4194304 sf_nsec 64\n");
     EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray({7}));
 }
 
@@ -381,8 +369,8 @@ TEST_F(BootConfig, EraseThatFailsSaysSo) {
     adapter.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(run([] { return q4_erase_config(0); }), KX_FLASH_INVALID);
     EXPECT_THAT(
-        printed, testing::EndsWith(
-                     "Error: q4_erase sizeof conf data 65536\nError: q4_erase_config failed\n"));
+        printed_, testing::EndsWith(
+                      "Error: q4_erase sizeof conf data 65536\nError: q4_erase_config failed\n"));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sim/adapter_bench.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -19,10 +20,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 constexpr uint32_t kKiB = 1024;
 constexpr uint32_t kSector = 64 * kKiB;
@@ -40,17 +37,14 @@ std::vector<uint8_t> make_image(std::size_t size, unsigned seed = 1) {
     return image;
 }
 
-class BootImage : public testing::Test {
+class BootImage : public test::OutputTest {
 protected:
-    // Run something and keep what it printed on standard output; standard error must stay silent.
-    template <class Body>
-    auto run(Body body) {
+    // Counts begin anew; nothing is printed on standard error.
+    template <class Call>
+    auto run(const Call& call) {
         adapter.forget();
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        printed = GetCapturedStdout();
-        EXPECT_EQ(GetCapturedStderr(), "");
+        const auto result = OutputTest::run(call);
+        EXPECT_EQ(told_, "");
         return result;
     }
 
@@ -61,7 +55,6 @@ protected:
     }
 
     bench::Adapter adapter{bench::Family::kQ4};
-    std::string printed;
 };
 
 // --- Validity ---
@@ -69,7 +62,7 @@ protected:
 TEST_F(BootImage, OptionRomIsValidByItsFirstTwoBytes) {
     adapter.fill(0, std::array<uint8_t, 2>{0x55, 0xAA});
     EXPECT_EQ(run([] { return Is_Valid_q4oprom_Present(0); }), 0);
-    EXPECT_EQ(printed, "Valid OPROM presented\n");
+    EXPECT_EQ(printed_, "Valid OPROM presented\n");
     EXPECT_EQ(adapter.accesses(), 18U + 4U * 256U);
 }
 
@@ -77,14 +70,14 @@ TEST_F(BootImage, OptionRomWithoutItsSignatureIsInvalid) {
     for (const auto& bytes : {std::array<uint8_t, 2>{0xAA, 0x55}, {0x55, 0xAB}, {0xFF, 0xFF}}) {
         adapter.fill(0, bytes);
         EXPECT_EQ(run([] { return Is_Valid_q4oprom_Present(0); }), KX_FLASH_INVALID);
-        EXPECT_EQ(printed, "No Valid OPROM presented\n");
+        EXPECT_EQ(printed_, "No Valid OPROM presented\n");
     }
 }
 
 TEST_F(BootImage, OptionRomThatCannotBeReadIsInvalid) {
     adapter.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run([] { return Is_Valid_q4oprom_Present(0); }), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "flash read error sizeof conf data 53760\n");
+    EXPECT_EQ(printed_, "flash read error sizeof conf data 53760\n");
 }
 
 // --- Download ---
@@ -92,7 +85,7 @@ TEST_F(BootImage, OptionRomThatCannotBeReadIsInvalid) {
 TEST_F(BootImage, DownloadWritesTheFirstPageLast) {
     const auto image = make_image(1024);
     EXPECT_EQ(load(image), 0);
-    EXPECT_EQ(printed, kMeasured);
+    EXPECT_EQ(printed_, kMeasured);
     EXPECT_THAT(adapter.erased_sectors(), ElementsAre(0U));
     EXPECT_THAT(adapter.addresses(kPageProgram), ElementsAre(0x100U, 0x200U, 0x300U, 0U));
     EXPECT_EQ(adapter.bytes(0, 1024), image);
@@ -138,7 +131,7 @@ TEST_F(BootImage, ImagesOfAWrongSizeAreRefusedBeforeTheyAreWritten) {
     for (const uint32_t size : {0U, 1U, 27U, 512 * kKiB + 1, 0xFFFFFFFFU}) {
         const auto image = make_image(64);
         EXPECT_EQ(run([&] { return q4_load_boot(0, image.data(), 0, size); }), KX_FLASH_BAD_SIZE);
-        EXPECT_EQ(printed, kMeasured + "boot image too small/large\n");
+        EXPECT_EQ(printed_, kMeasured + "boot image too small/large\n");
         EXPECT_EQ(adapter.accesses(), 18U);
     }
 }
@@ -155,7 +148,7 @@ TEST_F(BootImage, ImagesThatReachTheFirmwareAreRefused) {
     EXPECT_EQ(load(image, 448), 0);
     for (const uint32_t start_kb : {512U, 576U, 0x400000U, 0xFFFFFFFFU}) {
         EXPECT_EQ(load(image, start_kb), KX_FLASH_BAD_SIZE);
-        EXPECT_EQ(printed, kMeasured + "boot image encroaching on firmware region\n");
+        EXPECT_EQ(printed_, kMeasured + "boot image encroaching on firmware region\n");
         EXPECT_THAT(adapter.erased_sectors(), IsEmpty());
     }
 }
@@ -169,20 +162,20 @@ TEST_F(BootImage, DownloadTellsWhichStepFailed) {
     const auto image = make_image(1024);
     adapter.hardware.flash.manufacturer = 0;
     EXPECT_EQ(load(image), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get flash params sf_size failed\n");
+    EXPECT_EQ(printed_, "get flash params sf_size failed\n");
     adapter.hardware.flash.manufacturer = 0x20;
     adapter.hardware.flash.capacity_code = 19;
     EXPECT_EQ(load(image), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get flash params sf_nsec failed\n");
+    EXPECT_EQ(printed_, "get flash params sf_nsec failed\n");
     adapter.hardware.flash.capacity_code = 22;
 
     adapter.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(load(image), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(
-        printed, kMeasured +
-                     "erase of flash sector 0 failed, error -11\n"
-                     "q4_flash_erase_sectors failed\n"
-                     "boot image download failed, error -11\n");
+        printed_, kMeasured +
+                      "erase of flash sector 0 failed, error -11\n"
+                      "q4_flash_erase_sectors failed\n"
+                      "boot image download failed, error -11\n");
 
     for (const uint32_t page : {1U, 2U, 3U, 4U}) {
         adapter.mend();
@@ -191,17 +184,17 @@ TEST_F(BootImage, DownloadTellsWhichStepFailed) {
         char address[16];
         std::snprintf(address, sizeof address, "%#x", page == 4 ? 0 : page * 256);
         EXPECT_EQ(
-            printed, kMeasured + "failed to correctly write the flash page at " + address +
-                         "\nq4_write_flash failed\nboot image download failed, error -5\n");
+            printed_, kMeasured + "failed to correctly write the flash page at " + address +
+                          "\nq4_write_flash failed\nboot image download failed, error -5\n");
         EXPECT_EQ(adapter.hardware.flash.programs, page) << "a failing page ends the download";
     }
 }
 
 TEST_F(BootImage, NullImageIsRefusedOnceItsSizeIsRight) {
     EXPECT_EQ(run([] { return q4_load_boot(0, nullptr, 0, 27); }), KX_FLASH_BAD_SIZE);
-    EXPECT_EQ(printed, kMeasured + "boot image too small/large\n");
+    EXPECT_EQ(printed_, kMeasured + "boot image too small/large\n");
     EXPECT_EQ(run([] { return q4_load_boot(0, nullptr, 0, 1024); }), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, kMeasured);
+    EXPECT_EQ(printed_, kMeasured);
     EXPECT_THAT(adapter.erased_sectors(), IsEmpty());
 }
 
@@ -261,7 +254,7 @@ TEST_F(BootImage, AfterAPowerCutTheDownloadCanBeRepeated) {
 
 TEST_F(BootImage, EraseTakesTheSixSectorsOfTheOptionRom) {
     EXPECT_EQ(run([] { return q4_erase_boot(0); }), 0);
-    EXPECT_EQ(printed, kMeasured);
+    EXPECT_EQ(printed_, kMeasured);
     EXPECT_THAT(adapter.erased_sectors(), ElementsAre(0U, 1U, 2U, 3U, 4U, 5U));
 }
 
@@ -269,11 +262,11 @@ TEST_F(BootImage, EraseThatFailsSaysSo) {
     adapter.hardware.faults.endless_write_at = 3;
     EXPECT_EQ(run([] { return q4_erase_boot(0); }), KX_FLASH_INVALID);
     EXPECT_EQ(
-        printed, kMeasured +
-                     "erase of flash sector 2 failed, error -11\n"
-                     "q4_erase failed\n"
-                     "Error: q4_erase sizeof conf data 393216\n"
-                     "Error: q4_erase_boot failed\n");
+        printed_, kMeasured +
+                      "erase of flash sector 2 failed, error -11\n"
+                      "q4_erase failed\n"
+                      "Error: q4_erase sizeof conf data 393216\n"
+                      "Error: q4_erase_boot failed\n");
 }
 
 // --- Dump ---
@@ -292,7 +285,7 @@ TEST_F(BootImage, DumpPrintsOverlappingPassesEightWordsALine) {
             expected += text;
         }
     }
-    EXPECT_EQ(printed, expected);
+    EXPECT_EQ(printed_, expected);
     EXPECT_EQ(adapter.accesses(), 210 * (18 + 4 * 256U));
     EXPECT_EQ(std::memcmp(words.data(), adapter.content.data() + 256 * 209, 1024), 0);
 }
@@ -301,7 +294,7 @@ TEST_F(BootImage, DumpStopsAtAReadError) {
     std::vector<uint32_t> words(KX_BOOT_DUMP_WORDS);
     adapter.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run([&] { return read_flash_for_boot(0, words.data()); }), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "flash read error sizeof conf data 53760\n");
+    EXPECT_EQ(printed_, "flash read error sizeof conf data 53760\n");
     EXPECT_EQ(read_flash_for_boot(0, nullptr), KX_FLASH_INVALID);
 }
 

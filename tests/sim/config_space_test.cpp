@@ -10,19 +10,16 @@
 #include <optional>
 #include <string>
 
-namespace {
+#include "support/output.hpp"
 
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
+namespace {
 
 constexpr char kLocation[] = "03:00.4";
 constexpr char kConfig[] = "/sys/bus/pci/devices/0000:03:00.4/config";
 constexpr uint32_t kVpd = 0xD0;
 constexpr uint32_t kUntouched = 0xEEEEEEEE;
 
-class ConfigSpace : public testing::Test {
+class ConfigSpace : public test::OutputTest {
 protected:
     // Put the adapter on the bus, the process on the host, and the adapter into the table.
     void start(const kxsim::Eeprom& eeprom = {}) {
@@ -38,13 +35,11 @@ protected:
         host_.file(kConfig, config);
     }
 
-    template <class Body>
-    auto run(Body body) {
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        told_ = GetCapturedStderr();
-        EXPECT_EQ(GetCapturedStdout(), "");
+    // Nothing is printed on standard output.
+    template <class Call>
+    auto run(const Call& call) {
+        const auto result = OutputTest::run(call);
+        EXPECT_EQ(printed_, "");
         return result;
     }
 
@@ -55,7 +50,6 @@ protected:
     }
 
     kxsim::Host host_;
-    std::string told_;
 
 private:
     std::optional<kxsim::Attached> attached_;

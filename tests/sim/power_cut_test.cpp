@@ -18,17 +18,12 @@
 
 namespace {
 
+using bench::counting;
 using Bytes = std::vector<uint8_t>;
 using bench::Family;
 
 constexpr std::size_t kSector = 0x10000;
 constexpr uint8_t kBefore = 0x5A;  // all that the flash held
-
-Bytes counting(std::size_t size, uint8_t first) {
-    Bytes bytes(size);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
-}
 
 Bytes boot_image(std::size_t size, uint8_t first = 3) {
     Bytes image = counting(size, first);
@@ -180,8 +175,7 @@ TEST(PowerCut, ConfigurationRecordGrowsPageByPageInItsSector) {
     expect_pages_in_order(all, 7 * kSector, record);
 }
 
-TEST(PowerCut, ErasesAreWholeSectorsInTheirOrder) {
-    const auto all = cut_everywhere(Family::kQ4, [] { return q4_erase_boot(0); });
+void expect_sectors_in_order(const std::vector<Aftermath>& all, unsigned sectors) {
     for (const Aftermath& after : all) {
         expect_status(after);
         const std::size_t erased = after.erases * kSector;
@@ -189,7 +183,12 @@ TEST(PowerCut, ErasesAreWholeSectorsInTheirOrder) {
         EXPECT_TRUE(all_are(part(after.content, erased, after.content.size() - erased), kBefore))
             << after.cut;
     }
-    EXPECT_EQ(all.back().erases, 6U);
+    EXPECT_EQ(all.back().erases, sectors);
+}
+
+TEST(PowerCut, ErasesAreWholeSectorsInTheirOrder) {
+    const auto all = cut_everywhere(Family::kQ4, [] { return q4_erase_boot(0); });
+    expect_sectors_in_order(all, 6);
 }
 
 // The first page goes first: a signature may stand in front of an image that is not whole.
@@ -209,14 +208,7 @@ TEST(PowerCut, Q3SettingsGrowPageByPageInTheirSector) {
 
 TEST(PowerCut, Q3ErasesAreWholeSectorsInTheirOrder) {
     const auto all = cut_everywhere(Family::kQ3, [] { return erase_option_rom(0); });
-    for (const Aftermath& after : all) {
-        expect_status(after);
-        const std::size_t erased = after.erases * kSector;
-        EXPECT_TRUE(all_are(part(after.content, 0, erased), 0xFF)) << after.cut;
-        EXPECT_TRUE(all_are(part(after.content, erased, after.content.size() - erased), kBefore))
-            << after.cut;
-    }
-    EXPECT_EQ(all.back().erases, 3U);
+    expect_sectors_in_order(all, 3);
 }
 
 // Whatever a cut left behind, the same operation once more puts it right.

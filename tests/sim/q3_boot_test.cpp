@@ -14,14 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using testing::Each;
 using testing::HasSubstr;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 constexpr std::size_t kSector = 0x10000;
 constexpr std::size_t kSettings = 0x30000;
@@ -41,7 +39,7 @@ std::vector<uint8_t> make_image(std::size_t size) {
 
 std::string text_of(const std::vector<uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
 
-class Q3Boot : public testing::Test {
+class Q3Boot : public test::OutputTest {
 protected:
     Q3Boot() {
         // Polls that are never needed keep the counts those of the protocol.
@@ -53,16 +51,6 @@ protected:
         EXPECT_EQ(scan_hbas(), 2);
     }
     ~Q3Boot() override { disconnect_from_hba(mmapd_adapter); }
-
-    template <class Body>
-    auto run(Body body) {
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        told_ = GetCapturedStderr();
-        printed_ = GetCapturedStdout();
-        return result;
-    }
 
     int32_t load(const std::vector<uint8_t>& image) {
         return run(
@@ -77,8 +65,6 @@ protected:
 
     kxsim::Host host_;
     std::optional<kxsim::Hardware> hardware_;
-    std::string told_;
-    std::string printed_;
 
 private:
     std::optional<kxsim::Attached> attached_;

@@ -4,25 +4,22 @@
 #include <kxlinhw/flash.h>
 
 #include <array>
-#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "sim/adapter_bench.hpp"
+#include "support/output.hpp"
 
 namespace {
 
+using bench::counting;
 using bench::Store;
 using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 constexpr uint32_t kData = bench::kQ3Data;
 constexpr uint32_t kOp = bench::kQ3Operation;
@@ -36,27 +33,17 @@ const std::string kReadFailed = "ERROR: could not read from serial flash!\n";
 const std::string kOutside = "ERROR: invalid address, outside of flash size!\n";
 const std::string kNoCommand = "ERROR: could not write/read from serial flash!\n";
 
-std::vector<uint8_t> counting(std::size_t size) {
-    std::vector<uint8_t> bytes(size);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
-    return bytes;
-}
-
-class Q3Flash : public testing::Test {
+class Q3Flash : public test::OutputTest {
 protected:
-    // Run something and keep what it wrote to standard error; standard output must stay silent.
-    template <class Body>
-    auto run(Body body) {
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        told = GetCapturedStderr();
-        EXPECT_EQ(GetCapturedStdout(), "");
+    // Nothing is printed on standard output.
+    template <class Call>
+    auto run(const Call& call) {
+        const auto result = OutputTest::run(call);
+        EXPECT_EQ(printed_, "");
         return result;
     }
 
     bench::Adapter adapter{bench::Family::kQ3, 19};
-    std::string told;
 };
 
 // --- Waiting for a register ---
@@ -66,7 +53,7 @@ TEST_F(Q3Flash, WaitStoresTheValueThatFulfilsTheMask) {
     uint32_t value = 7;
     EXPECT_EQ(run([&] { return q3_wait_op_done_val(0, kOp, 0x10, 1, 3, 5, &value); }), 0);
     EXPECT_EQ(value, 0x15U);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
     EXPECT_EQ(q3_wait_op_done(0, kOp, kBusy, 0, 1, 5), 0);
 }
 
@@ -75,12 +62,12 @@ TEST_F(Q3Flash, WaitThatTimesOutSaysSo) {
     EXPECT_EQ(
         run([&] { return q3_wait_op_done_val(0, kOp, kBusy, 1, 3, 10, &value); }),
         KX_Q3_FLASH_TIMED_OUT);
-    EXPECT_EQ(told, kTimedOut);
+    EXPECT_EQ(told_, kTimedOut);
     EXPECT_EQ(value, 7U);
     EXPECT_THAT(adapter.loads, SizeIs(3));
     EXPECT_THAT(adapter.sleeps, ElementsAre(10U, 10U));
     EXPECT_EQ(run([] { return q3_wait_op_done(0, kOp, kBusy, 1, 1, 10); }), KX_Q3_FLASH_TIMED_OUT);
-    EXPECT_EQ(told, kTimedOut);
+    EXPECT_EQ(told_, kTimedOut);
 }
 
 // --- Single transfers ---
@@ -89,7 +76,7 @@ TEST_F(Q3Flash, WriteTransferHasNoLock) {
     EXPECT_EQ(run([] { return q3_sf1_write(0, 4, 1, 0xA1B2C302); }), 0);
     EXPECT_THAT(adapter.stores, ElementsAre(Store{kData, 0xA1B2C302}, Store{kOp, 0x0F}));
     EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp));
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, ReadTransferHasNoLock) {
@@ -103,13 +90,13 @@ TEST_F(Q3Flash, ReadTransferHasNoLock) {
 TEST_F(Q3Flash, TransfersRefuseOtherByteCountsWithTheWritersMessage) {
     uint32_t value = 7;
     EXPECT_EQ(run([] { return q3_sf1_write(0, 0, 0, 0); }), KX_FLASH_INVALID);
-    EXPECT_EQ(told, "ERROR: wrong byte count of 0 to write!\n");
+    EXPECT_EQ(told_, "ERROR: wrong byte count of 0 to write!\n");
     EXPECT_EQ(run([] { return q3_sf1_write(0, 5, 0, 0); }), KX_FLASH_INVALID);
-    EXPECT_EQ(told, "ERROR: wrong byte count of 5 to write!\n");
+    EXPECT_EQ(told_, "ERROR: wrong byte count of 5 to write!\n");
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 0, 0, &value); }), KX_FLASH_INVALID);
-    EXPECT_EQ(told, "ERROR: wrong byte count of 0 to write!\n");
+    EXPECT_EQ(told_, "ERROR: wrong byte count of 0 to write!\n");
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 5, 0, &value); }), KX_FLASH_INVALID);
-    EXPECT_EQ(told, "ERROR: wrong byte count of 5 to write!\n");
+    EXPECT_EQ(told_, "ERROR: wrong byte count of 5 to write!\n");
     EXPECT_EQ(run([] { return q3_sf1_read(0, 1, 0, nullptr); }), KX_FLASH_INVALID);
     EXPECT_EQ(adapter.accesses(), 0U);
     EXPECT_EQ(value, 7U);
@@ -119,9 +106,9 @@ TEST_F(Q3Flash, TransfersRefuseABusyController) {
     adapter.hardware.controller.latches.stuck = 1;
     uint32_t value = 7;
     EXPECT_EQ(run([] { return q3_sf1_write(0, 1, 0, 6); }), KX_FLASH_BUSY);
-    EXPECT_EQ(told, kIsBusy);
+    EXPECT_EQ(told_, kIsBusy);
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 1, 0, &value); }), KX_FLASH_BUSY);
-    EXPECT_EQ(told, kIsBusy);
+    EXPECT_EQ(told_, kIsBusy);
     EXPECT_THAT(adapter.stores, IsEmpty());
     EXPECT_EQ(value, 7U);
 }
@@ -129,7 +116,7 @@ TEST_F(Q3Flash, TransfersRefuseABusyController) {
 TEST_F(Q3Flash, WriteTransferThatStaysBusyTimesOutAfterFivePolls) {
     adapter.stick_at(1);
     EXPECT_EQ(run([] { return q3_sf1_write(0, 1, 0, 6); }), KX_Q3_FLASH_TIMED_OUT);
-    EXPECT_EQ(told, kTimedOut + kWriteFailed);
+    EXPECT_EQ(told_, kTimedOut + kWriteFailed);
     EXPECT_THAT(adapter.loads, ElementsAreArray(std::vector<uint32_t>(6, kOp)));
     EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 10)));
 }
@@ -138,7 +125,7 @@ TEST_F(Q3Flash, ReadTransferThatStaysBusyHasAStatusOfItsOwn) {
     adapter.stick_at(1);
     uint32_t value = 7;
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 1, 0, &value); }), KX_Q3_FLASH_READ);
-    EXPECT_EQ(told, kTimedOut + kReadFailed);
+    EXPECT_EQ(told_, kTimedOut + kReadFailed);
     EXPECT_EQ(value, 7U);
     EXPECT_THAT(adapter.loads, ElementsAreArray(std::vector<uint32_t>(6, kOp)));
     EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 10)));
@@ -160,7 +147,7 @@ TEST_F(Q3Flash, WaitForFlashReadsTheStatusByStoringZero) {
 TEST_F(Q3Flash, WaitForFlashSpendsItsBudgetSilently) {
     adapter.hardware.flash.latches.busy_polls = 4;
     EXPECT_EQ(run([] { return q3_flash_wait_op(0, 4, 2); }), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
     EXPECT_THAT(adapter.sleeps, ElementsAre(2000U, 2000U, 2000U));
 }
 
@@ -180,7 +167,7 @@ TEST_F(Q3Flash, EraseNeitherLocksNorReleases) {
                             Store{kData, 0x06}, Store{kOp, 0x01}, Store{kData, 0x3D8},
                             Store{kOp, 0x07}, Store{kData, 0x05}, Store{kOp, 0x09}, Store{kOp, 0}));
     EXPECT_EQ(adapter.accesses(), 16U);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, EraseClearsItsSectorsAndNoOthers) {
@@ -204,7 +191,7 @@ TEST_F(Q3Flash, EraseWaitsFiveTimesHalfASecondAndIsSilent) {
     adapter.hardware.flash.erase_polls = 5;
     adapter.forget();
     EXPECT_EQ(run([] { return q3_flash_erase_sectors(0, 1, 2); }), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
     EXPECT_EQ(adapter.hardware.flash.erases, 2U);
 }
 
@@ -214,7 +201,7 @@ TEST_F(Q3Flash, EraseStopsAtTheFirstErrorWhateverTheTransfer) {
         EXPECT_EQ(
             run([] { return q3_flash_erase_sectors(0, 0, 2); }),
             at == 4 ? KX_Q3_FLASH_READ : KX_Q3_FLASH_TIMED_OUT);
-        EXPECT_EQ(told, kTimedOut + (at == 4 ? kReadFailed : kWriteFailed));
+        EXPECT_EQ(told_, kTimedOut + (at == 4 ? kReadFailed : kWriteFailed));
         EXPECT_EQ(adapter.hardware.controller.transfers, at + 4);
     }
 }
@@ -230,7 +217,7 @@ TEST_F(Q3Flash, ReadNeitherIdentifiesNorLocksNorReleases) {
                             Store{kData, 0x4423010B}, Store{kOp, 0x0F}, Store{kOp, 0x08},
                             Store{kOp, 0x0E}, Store{kOp, 0x0E}, Store{kOp, 0x06}));
     EXPECT_THAT(words, ElementsAre(0x04030201U, 0x08070605U, 0x0C0B0A09U));
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, ReadOfManyWordsTakesFourAccessesEachAndEightMore) {
@@ -264,7 +251,7 @@ TEST_F(Q3Flash, ReadOutsideOf512KiBIsRefused) {
         EXPECT_EQ(
             run([&, a = address, n = count] { return q3_read_flash(0, a, n, words); }),
             KX_FLASH_INVALID);
-        EXPECT_EQ(told, kOutside);
+        EXPECT_EQ(told_, kOutside);
     }
     EXPECT_EQ(run([] { return q3_read_flash(0, 0, 1, nullptr); }), KX_FLASH_INVALID);
     EXPECT_EQ(adapter.accesses(), 0U);
@@ -282,14 +269,14 @@ TEST_F(Q3Flash, ReadWhoseCommandFailsStillAsksForTheDummyByte) {
     uint32_t word = 0;
     EXPECT_EQ(
         run([&] { return q3_read_flash(0, 0, 1, &word); }), KX_Q3_FLASH_TIMED_OUT | KX_FLASH_BUSY);
-    EXPECT_EQ(told, kTimedOut + kWriteFailed + kIsBusy + kNoCommand);
+    EXPECT_EQ(told_, kTimedOut + kWriteFailed + kIsBusy + kNoCommand);
 }
 
 TEST_F(Q3Flash, ReadWhoseDummyByteFailsSaysSo) {
     adapter.stick_at(2);
     uint32_t word = 0;
     EXPECT_EQ(run([&] { return q3_read_flash(0, 0, 1, &word); }), KX_Q3_FLASH_READ);
-    EXPECT_EQ(told, kTimedOut + kReadFailed + kNoCommand);
+    EXPECT_EQ(told_, kTimedOut + kReadFailed + kNoCommand);
 }
 
 TEST_F(Q3Flash, ReadWhoseWordFailsStopsThere) {
@@ -297,7 +284,7 @@ TEST_F(Q3Flash, ReadWhoseWordFailsStopsThere) {
         adapter.stick_at(at);
         uint32_t words[3] = {};
         EXPECT_EQ(run([&] { return q3_read_flash(0, 0, 3, words); }), KX_Q3_FLASH_READ);
-        EXPECT_EQ(told, kTimedOut + kReadFailed + kReadFailed);
+        EXPECT_EQ(told_, kTimedOut + kReadFailed + kReadFailed);
         EXPECT_EQ(adapter.hardware.controller.transfers, at);
     }
 }
@@ -315,7 +302,7 @@ TEST_F(Q3Flash, ProgramSendsTheBytesInOrderAndDoesNotReadBack) {
             Store{kData, 0x05}, Store{kOp, 0x09}, Store{kOp, 0}));
     EXPECT_EQ(adapter.bytes(0x12310, 6), data);
     EXPECT_EQ(adapter.content[0x12316], 0xFF);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, ProgramOfAWholePageTakes272Accesses) {
@@ -346,7 +333,7 @@ TEST_F(Q3Flash, ProgramPastThePageOrTheFlashIsRefusedWithItsEndInThePage) {
             run([&] { return q3_write_flash(0, row.address, row.count, data.data()); }),
             KX_FLASH_INVALID);
         EXPECT_EQ(
-            told, std::string("ERROR: write offset outside of flash size: ") + row.end + "\n");
+            told_, std::string("ERROR: write offset outside of flash size: ") + row.end + "\n");
     }
     EXPECT_EQ(run([] { return q3_write_flash(0, 0, 4, nullptr); }), KX_FLASH_INVALID);
     EXPECT_EQ(adapter.accesses(), 0U);
@@ -372,7 +359,7 @@ TEST_F(Q3Flash, ProgramWaitsFiveTimesAMillisecond) {
     EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 1000)));
     adapter.hardware.flash.program_polls = 5;
     EXPECT_EQ(run([&] { return q3_write_flash(0, 4, 4, data.data()); }), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, ProgramStopsAtTheFirstErrorWithoutAStoreMore) {
@@ -383,7 +370,7 @@ TEST_F(Q3Flash, ProgramStopsAtTheFirstErrorWithoutAStoreMore) {
         EXPECT_EQ(
             run([&] { return q3_write_flash(0, 0, 8, data.data()); }),
             reading ? KX_Q3_FLASH_READ : KX_Q3_FLASH_TIMED_OUT);
-        EXPECT_EQ(told, kTimedOut + (reading ? kReadFailed : kWriteFailed)) << at;
+        EXPECT_EQ(told_, kTimedOut + (reading ? kReadFailed : kWriteFailed)) << at;
         EXPECT_EQ(adapter.hardware.controller.transfers, at);
         EXPECT_EQ(adapter.stores.back().offset, kOp);
     }

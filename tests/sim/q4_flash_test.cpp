@@ -5,25 +5,22 @@
 
 #include <array>
 #include <cstring>
-#include <numeric>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "sim/adapter_bench.hpp"
+#include "support/output.hpp"
 
 namespace {
 
+using bench::counting;
 using bench::Store;
 using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::SizeIs;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 constexpr uint32_t kData = bench::kQ4Data;
 constexpr uint32_t kOp = bench::kQ4Operation;
@@ -37,27 +34,17 @@ std::vector<Store> operator+(std::vector<Store> left, const std::vector<Store>& 
     return left;
 }
 
-std::vector<uint8_t> counting(std::size_t size) {
-    std::vector<uint8_t> bytes(size);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
-    return bytes;
-}
-
-class Q4Flash : public testing::Test {
+class Q4Flash : public test::OutputTest {
 protected:
-    // Run something and keep what it printed on standard output; standard error must stay silent.
-    template <class Body>
-    auto run(Body body) {
-        CaptureStdout();
-        CaptureStderr();
-        const auto result = body();
-        printed = GetCapturedStdout();
-        EXPECT_EQ(GetCapturedStderr(), "");
+    // Nothing is printed on standard error.
+    template <class Call>
+    auto run(const Call& call) {
+        const auto result = OutputTest::run(call);
+        EXPECT_EQ(told_, "");
         return result;
     }
 
     bench::Adapter adapter{bench::Family::kQ4};
-    std::string printed;
 };
 
 // --- Waiting for a register ---
@@ -240,7 +227,7 @@ TEST_F(Q4Flash, IdentificationReturnsTheTransferErrorWithoutReleasing) {
 
 TEST_F(Q4Flash, EraseOfASectorIsLockedAndReleasedAtTheEnd) {
     EXPECT_EQ(run([] { return q4_flash_erase_sectors(0, 7, 7); }), 0);
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ(printed_, "");
     EXPECT_THAT(
         adapter.stores,
         ElementsAre(
@@ -277,7 +264,7 @@ TEST_F(Q4Flash, EraseWaitsFourteenTimesHalfASecond) {
     EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(13, 500000)));
     adapter.hardware.flash.erase_polls = 14;
     EXPECT_EQ(run([] { return q4_flash_erase_sectors(0, 4, 5); }), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(printed, "erase of flash sector 4 failed, error -11\n");
+    EXPECT_EQ(printed_, "erase of flash sector 4 failed, error -11\n");
     EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0}));
 }
 
@@ -285,7 +272,7 @@ TEST_F(Q4Flash, EraseStopsAtTheFirstErrorWhateverTheTransfer) {
     for (const uint32_t at : {1U, 2U, 3U, 4U}) {
         adapter.stick_at(at + 4);  // in the second sector
         EXPECT_EQ(run([] { return q4_flash_erase_sectors(0, 1, 3); }), KX_FLASH_TIMED_OUT);
-        EXPECT_EQ(printed, "erase of flash sector 2 failed, error -11\n") << at;
+        EXPECT_EQ(printed_, "erase of flash sector 2 failed, error -11\n") << at;
         EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0})) << at;
     }
 }
@@ -312,7 +299,7 @@ TEST_F(Q4Flash, RangeEraseRoundsUpToTheFlashsOwnSectors) {
         adapter.hardware.flash.capacity_code = row.code;
         adapter.forget();
         EXPECT_EQ(run([&] { return q4_erase(0, row.start, row.size); }), 0);
-        EXPECT_EQ(printed, row.line);
+        EXPECT_EQ(printed_, row.line);
         EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray(row.sectors));
         EXPECT_EQ(adapter.accesses(), 2 * 9U + 16U * row.sectors.size() + 1U);
     }
@@ -321,16 +308,16 @@ TEST_F(Q4Flash, RangeEraseRoundsUpToTheFlashsOwnSectors) {
 TEST_F(Q4Flash, RangeEraseTellsWhatFailed) {
     adapter.hardware.flash.manufacturer = 0xEF;
     EXPECT_EQ(run([] { return q4_erase(0, 0, 1); }), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get flash params sf_size failed\n");
+    EXPECT_EQ(printed_, "get flash params sf_size failed\n");
     adapter.hardware.flash.manufacturer = 0x20;
     adapter.hardware.flash.capacity_code = 19;
     EXPECT_EQ(run([] { return q4_erase(0, 0, 1); }), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get flash params sf_nsec failed\n");
+    EXPECT_EQ(printed_, "get flash params sf_nsec failed\n");
     adapter.hardware.flash.capacity_code = 22;
     adapter.hardware.flash.erase_polls = 99;
     EXPECT_EQ(run([] { return q4_erase(0, 0x70000, 0x10000); }), KX_FLASH_INVALID);
     EXPECT_EQ(
-        printed,
+        printed_,
         "sf_size 4194304 sf_nsec 64\n"
         "erase of flash sector 7 failed, error -11\n"
         "q4_erase failed\n"
@@ -457,7 +444,7 @@ std::vector<Store> read_back_stores(uint32_t command) {
 TEST_F(Q4Flash, ProgramSendsMostSignificantByteLastAndReadsThePageBack) {
     const auto data = counting(8);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0x012310, 8, data.data(), 0); }), 0);
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ(printed_, "");
     EXPECT_THAT(
         adapter.stores,
         ElementsAreArray(
@@ -501,7 +488,7 @@ TEST_F(Q4Flash, ProgramPastThePagesEndIsRefused) {
         EXPECT_EQ(
             run([&, a = address, n = count] { return q4_write_flash(0, a, n, data.data(), 0); }),
             KX_FLASH_INVALID);
-        EXPECT_EQ(printed, "invalid sf_size\n");
+        EXPECT_EQ(printed_, "invalid sf_size\n");
         EXPECT_EQ(adapter.accesses(), 9U) << "nothing but the identification";
     }
 }
@@ -511,7 +498,7 @@ TEST_F(Q4Flash, ProgramPastTheFlashsEndIsRefused) {
     for (const uint32_t address : {4U << 20, 0xFFFFFF00U}) {
         EXPECT_EQ(
             run([&] { return q4_write_flash(0, address, 4, data.data(), 0); }), KX_FLASH_INVALID);
-        EXPECT_EQ(printed, "invalid sf_size\n");
+        EXPECT_EQ(printed_, "invalid sf_size\n");
     }
 }
 
@@ -519,7 +506,7 @@ TEST_F(Q4Flash, ProgramOfAnUnknownFlashIsRefused) {
     const auto data = counting(4);
     adapter.hardware.flash.manufacturer = 0x1F;
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0, 4, data.data(), 0); }), KX_FLASH_INVALID);
-    EXPECT_EQ(printed, "get_flash_params failed\n");
+    EXPECT_EQ(printed_, "get_flash_params failed\n");
 }
 
 TEST_F(Q4Flash, ProgramOfNullTouchesNothing) {
@@ -536,7 +523,7 @@ TEST_F(Q4Flash, ProgramOfNothingSendsNoCommand) {
 TEST_F(Q4Flash, ProgramOfAShortLastWordSendsZerosAndFailsItsComparison) {
     const auto data = counting(6);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0x40, 6, data.data(), 0); }), KX_FLASH_MISMATCH);
-    EXPECT_EQ(printed, "failed to correctly write the flash page at 0x40\n");
+    EXPECT_EQ(printed_, "failed to correctly write the flash page at 0x40\n");
     EXPECT_THAT(adapter.bytes(0x40, 7), ElementsAre(1, 2, 3, 4, 0, 0, 0xFF));
 }
 
@@ -544,7 +531,7 @@ TEST_F(Q4Flash, ProgramOverWrittenBytesOnlyClearsBitsAndTellsSo) {
     adapter.content[0x10] = 0xF0;
     const auto data = counting(4);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0x10, 4, data.data(), 0); }), KX_FLASH_MISMATCH);
-    EXPECT_EQ(printed, "failed to correctly write the flash page at 0x10\n");
+    EXPECT_EQ(printed_, "failed to correctly write the flash page at 0x10\n");
     EXPECT_EQ(adapter.content[0x10], 0x00);
 }
 
@@ -552,7 +539,7 @@ TEST_F(Q4Flash, ProgramNoticesAFlippedBit) {
     adapter.hardware.faults.flipped_bit_at = 1;
     const auto data = counting(256);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0, 256, data.data(), 0); }), KX_FLASH_MISMATCH);
-    EXPECT_EQ(printed, "failed to correctly write the flash page at 0\n");
+    EXPECT_EQ(printed_, "failed to correctly write the flash page at 0\n");
 }
 
 TEST_F(Q4Flash, ProgramWaitsEightTimesAMillisecond) {
@@ -562,7 +549,7 @@ TEST_F(Q4Flash, ProgramWaitsEightTimesAMillisecond) {
     EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(7, 1000)));
     adapter.hardware.flash.program_polls = 8;
     EXPECT_EQ(run([&] { return q4_write_flash(0, 4, 4, data.data(), 0); }), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(printed, "q4_flash_wait_op failed\n");
+    EXPECT_EQ(printed_, "q4_flash_wait_op failed\n");
     EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0}));
 }
 
@@ -573,7 +560,7 @@ TEST_F(Q4Flash, ProgramReleasesAfterAnErrorOfAnyTransfer) {
         const auto data = counting(8);
         EXPECT_EQ(
             run([&] { return q4_write_flash(0, 0x80, 8, data.data(), 0); }), KX_FLASH_TIMED_OUT);
-        EXPECT_EQ(printed, at < 7 ? "q4_sf1_write failed\n" : "q4_flash_wait_op failed\n") << at;
+        EXPECT_EQ(printed_, at < 7 ? "q4_sf1_write failed\n" : "q4_flash_wait_op failed\n") << at;
         EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0})) << at;
         EXPECT_EQ(adapter.hardware.controller.transfers, at);
     }
@@ -583,7 +570,7 @@ TEST_F(Q4Flash, ProgramReturnsTheErrorOfItsReadBack) {
     const auto data = counting(4);
     adapter.hardware.faults.stuck_busy_at = 2 + 2 + 1 + 2 + 2 + 1;  // the read-back's command
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0, 4, data.data(), 0); }), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(printed, "read flash failed during verify\n");
+    EXPECT_EQ(printed_, "read flash failed during verify\n");
 }
 
 TEST_F(Q4Flash, AnotherAdaptersFlashIsNeitherReadNorTakenForKnown) {

@@ -81,12 +81,6 @@ Uuid numbered_uuid(int k) {
     return uuid;
 }
 
-std::string printed(const std::function<void()>& call) {
-    testing::internal::CaptureStdout();
-    call();
-    return testing::internal::GetCapturedStdout();
-}
-
 VmTest::VmTest() : previous_directory_(std::filesystem::current_path()) {
     char name[] = "/tmp/kxlinhw-vm-XXXXXX";
     directory_ = mkdtemp(name);

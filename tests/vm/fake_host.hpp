@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace test {
 
 using Uuid = std::array<unsigned char, 16>;
@@ -77,9 +79,6 @@ virDomainPtr handle(FakeDomain& domain);
 // "uuid" as the operations take it: 32 digits without hyphens.
 std::string digits(const Uuid& uuid);
 Uuid numbered_uuid(int k);
-
-// What a call prints on standard output.
-std::string printed(const std::function<void()>& call);
 
 // A directory of its own as the working directory, and the host as new. The library's connection
 // is open; opening it is not in the journal.

@@ -1,0 +1,36 @@
+// What calls print.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace test {
+
+// What a call prints on standard output.
+template <class Call>
+std::string printed(const Call& call) {
+    testing::internal::CaptureStdout();
+    call();
+    return testing::internal::GetCapturedStdout();
+}
+
+// A test of calls that print.
+class OutputTest : public testing::Test {
+protected:
+    // The result of a call; what it printed is kept until the next one.
+    template <class Call>
+    auto run(const Call& call) {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const auto result = call();
+        told_ = testing::internal::GetCapturedStderr();
+        printed_ = testing::internal::GetCapturedStdout();
+        return result;
+    }
+
+    std::string printed_;  // on standard output
+    std::string told_;     // on standard error
+};
+
+}  // namespace test
