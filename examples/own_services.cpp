@@ -64,9 +64,11 @@ ModName KxLogger::MapSVCToModName(int service) { return static_cast<ModName>(ser
 // The command runner. The library reaches it through BridgeUtils::getControl().
 BridgeUtils* BridgeUtils::ctrl = nullptr;
 
+// The library reads what virsh and lspci print, in English.
 int BridgeUtils::getOutput(std::string command, std::string& output) {
     log_line(6, "runs: " + command);
-    std::FILE* const pipe = popen(command.c_str(), "re");
+    const std::string untranslated = "export LC_ALL=C; " + command;
+    std::FILE* const pipe = popen(untranslated.c_str(), "re");
     if (pipe == nullptr) {
         return -1;
     }

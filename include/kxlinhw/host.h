@@ -1,6 +1,10 @@
 /* Services that an agent supplies to the library: its logger, its shell-command runner and its
    wrapper of the maker's command-line tool. The library carries weak stand-ins for all of them, so
-   it loads in any process; definitions in the agent always win. */
+   it loads in any process; definitions in the agent always win.
+
+   This holds for every function by which an agent replaces one of the library's own: it returns, or
+   throws an exception. It must not leave by longjmp: that skips the library's clean-up, and
+   readings that are kept for the length of one call would then answer later calls. */
 #ifndef KXLINHW_HOST_H
 #define KXLINHW_HOST_H
 
@@ -45,8 +49,10 @@ public:
     BridgeUtils() {}
 
     /* Run a shell command and put what it printed on standard output into output. 0 means that it
-       ran and succeeded. The stand-in returns the command's exit status, 128 plus the signal that
-       ended it, or -1 when it could not be started or its output could not be read. */
+       ran and succeeded. The command must run with LC_ALL=C: the library looks for English words in
+       what virsh and lspci print, which other locales translate. The stand-in returns the command's
+       exit status, 128 plus the signal that ended it, or -1 when it could not be started or its
+       output could not be read; it also works for agents that ignore SIGCHLD. */
     int getOutput(std::string command, std::string& output);
 
     /* The runner that the library uses; null until getControl creates one. */

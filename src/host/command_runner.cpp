@@ -1,19 +1,64 @@
 // Stand-in for the agent's runner of shell commands.
+//
+// A first shell runs the command in a second one and writes its exit status into a pipe. The status
+// that waitpid gives is lost to agents that ignore SIGCHLD or wait for any child.
 #include <kxlinhw/host.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
-#include <cstdio>
+#include <cerrno>
+#include <charconv>
+#include <string>
+#include <vector>
 
+#include "host/child.hpp"
 #include "support/handle.hpp"
 
 namespace {
 
-int exit_code(int status) {
-    if (status == -1) {
-        return -1;
+using kx::Descriptor;
+
+constexpr int kNotRun = -1;
+
+// The library looks for English words in what commands print.
+constexpr int kStatusNumber = 3;
+constexpr char kFirstShell[] = R"(LC_ALL=C /bin/sh -c "$1" 3>&-; echo $? >&3)";
+
+// False when a read fails.
+bool append_all(const Descriptor& pipe, std::string& text) {
+    std::array<char, 4096> chunk;
+    for (;;) {
+        const ssize_t got = read(pipe.get(), chunk.data(), chunk.size());
+        if (got == 0) {
+            return true;
+        }
+        if (got > 0) {
+            text.append(chunk.data(), static_cast<std::size_t>(got));
+        } else if (errno != EINTR) {
+            return false;
+        }
     }
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// The status that the first shell wrote, or kNotRun when it wrote none.
+int status_from(const Descriptor& pipe) {
+    std::string text;
+    int status = kNotRun;
+    if (append_all(pipe, text)) {
+        std::from_chars(text.data(), text.data() + text.size(), status);
+    }
+    return status;
+}
+
+bool start(
+    kx::host::Child& child, const std::string& command, const Descriptor& output,
+    const Descriptor& status) {
+    kx::host::SpawnPlan plan;
+    plan.open_null_device(STDIN_FILENO);
+    plan.open_null_device(STDERR_FILENO);
+    plan.redirect(output, STDOUT_FILENO);
+    plan.redirect(status, kStatusNumber);
+    return child.start(plan, {"/bin/sh", "-c", kFirstShell, "sh", command});
 }
 
 }  // namespace
@@ -23,15 +68,13 @@ __attribute__((weak)) BridgeUtils* BridgeUtils::ctrl = nullptr;
 // Agents define this function with the command by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 __attribute__((weak)) int BridgeUtils::getOutput(std::string command, std::string& output) {
-    kx::Pipe pipe(popen(command.c_str(), "re"));
-    if (!pipe) {
-        return -1;
+    kx::host::Child child;  // outlives the pipes: one that still writes meets closed ones
+    kx::host::PipeEnds out = kx::host::open_pipe();
+    kx::host::PipeEnds status = kx::host::open_pipe();
+    if (!out || !status || !start(child, command, out.write, status.write)) {
+        return kNotRun;
     }
-    std::array<char, 4096> chunk;
-    while (const std::size_t got = std::fread(chunk.data(), 1, chunk.size(), pipe.get())) {
-        output.append(chunk.data(), got);
-    }
-    const bool failed = std::ferror(pipe.get()) != 0;
-    const int code = exit_code(pclose(pipe.release()));
-    return failed ? -1 : code;
+    out.write = Descriptor();
+    status.write = Descriptor();
+    return append_all(out.read, output) ? status_from(status.read) : kNotRun;
 }

@@ -4,6 +4,7 @@
 #include <libvirt/libvirt.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -52,6 +53,23 @@ std::optional<std::string> attach_command(int id, std::size_t id_room, std::stri
     command.append(" attach-interface ").append(digits);
     return command.append(" --type bridge --source ").append(kx::shell_word(bridge));
 }
+
+// SIGCHLD as by default: std::system cannot tell how a command ended whose agent ignores it. Like
+// the signals that std::system itself ignores meanwhile, it is the whole process's.
+class ChildSignalByDefault {
+public:
+    ChildSignalByDefault() {
+        struct sigaction by_default {};
+        by_default.sa_handler = SIG_DFL;
+        sigaction(SIGCHLD, &by_default, &before_);
+    }
+    ~ChildSignalByDefault() { sigaction(SIGCHLD, &before_, nullptr); }
+    ChildSignalByDefault(const ChildSignalByDefault&) = delete;
+    ChildSignalByDefault& operator=(const ChildSignalByDefault&) = delete;
+
+private:
+    struct sigaction before_ {};
+};
 
 // Copy a whole text, with its NUL, to a field of a record: into the fields behind it if need be,
 // up to the record's end.
@@ -206,6 +224,7 @@ int VMUtils::attachInterfaceToVM(int id, _interfaceInfo info) {
         return 1;
     }
     const auto command = attach_command(id, kSmallIdRoom, kx::field_text(info.bridge));
+    const ChildSignalByDefault signal;
     return command && std::system(command->c_str()) == 0 ? 0 : 1;
 }
 

@@ -1,11 +1,15 @@
 // An agent without services of its own: the library's stand-ins do the work.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/host.h>
 #include <kxlinhw/kxlinhw.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -206,9 +210,110 @@ TEST(CommandStandIn, TellsACommandThatCannotRunFromOneThatFails) {
         EXPECT_EQ(run_command("echo one", output), -1);
     }
     EXPECT_EQ(output, "");
-    const IgnoredChildren ignored;
-    EXPECT_EQ(run_command("echo one", output), -1);
-    EXPECT_EQ(output, "one\n");
+}
+
+TEST(CommandStandIn, KnowsHowACommandEndedWhoeverTookItsStatus) {
+    std::string output;
+    {
+        const IgnoredChildren ignored;
+        EXPECT_EQ(run_command("echo one | cat", output), 0);
+        EXPECT_EQ(run_command("sleep 0.1; exit 5", output), 5);
+        EXPECT_EQ(run_command("kill -9 $$", output), 128 + 9);
+        EXPECT_EQ(run_command("trap", output), 0);
+    }
+    EXPECT_EQ(output, "one\n") << "the command finds SIGCHLD as by default";
+    const auto before = std::signal(SIGCHLD, [](int) {
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+    });
+    EXPECT_EQ(run_command("sleep 0.1; exit 5", output), 5);
+    std::signal(SIGCHLD, before);
+}
+
+TEST(CommandStandIn, LeavesNoChildBehind) {
+    std::string output;
+    run_command("true", output);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+// In a process of its own, which has closed some of the standard descriptors.
+TEST(CommandStandIn, WorksWithoutStandardDescriptors) {
+    for (unsigned closed = 0; closed < 8; ++closed) {
+        const pid_t child = fork();
+        if (child == 0) {
+            for (int number = 0; number < 3; ++number) {
+                if ((closed >> number & 1U) != 0) {
+                    close(number);
+                }
+            }
+            std::string output;
+            const std::string command =
+                "cat </dev/null; echo one | cat | cat; echo two >&2 || echo three";
+            const bool good = run_command(command, output) == 0 && output == "one\n" &&
+                              run_command("exit 5", output) == 5;
+            _exit(good ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0) << closed;
+    }
+}
+
+// Those of this process that a program it starts finds open.
+long inheritable_descriptors() {
+    long count = 0;
+    for (int number = 0; number < 1024; ++number) {
+        const int flags = fcntl(number, F_GETFD);
+        count += flags != -1 && (flags & FD_CLOEXEC) == 0 ? 1 : 0;
+    }
+    return count;
+}
+
+TEST(CommandStandIn, HandsOnNoDescriptorOfItsOwn) {
+    std::string output;
+    EXPECT_EQ(run_command("ls /proc/self/fd | wc -l", output), 0);
+    EXPECT_EQ(std::stol(output), inheritable_descriptors() + 1) << "and the directory";
+}
+
+// A locale of this machine's tools that puts a comma where the C locale has a dot.
+class GermanLocale {
+public:
+    GermanLocale() {
+        char name[] = "/tmp/kxlinhw-locale-XXXXXX";
+        directory_ = mkdtemp(name);
+        const std::string target = (directory_ / "de_DE").string() + " >/dev/null 2>&1";
+        made_ = std::system(("localedef -i de_DE -f ISO-8859-1 " + target).c_str()) == 0;
+        setenv("LOCPATH", directory_.c_str(), 1);
+        setenv("LC_ALL", "de_DE", 1);
+        setenv("LANGUAGE", "de", 1);
+    }
+    ~GermanLocale() {
+        unsetenv("LOCPATH");
+        unsetenv("LC_ALL");
+        unsetenv("LANGUAGE");
+        fs::remove_all(directory_);
+    }
+    GermanLocale(const GermanLocale&) = delete;
+    GermanLocale& operator=(const GermanLocale&) = delete;
+
+    [[nodiscard]] bool made() const { return made_; }
+
+private:
+    fs::path directory_;
+    bool made_ = false;
+};
+
+TEST(CommandStandIn, RunsCommandsUntranslated) {
+    const GermanLocale german;
+    if (!german.made()) {
+        GTEST_SKIP() << "localedef cannot make a German locale here";
+    }
+    ASSERT_NE(std::system("test \"$(/usr/bin/printf %.1f 1)\" = 1.0"), 0) << "translated outside";
+    std::string output;
+    EXPECT_EQ(run_command("/usr/bin/printf %.1f 1", output), 0);
+    EXPECT_EQ(output, "1.0");
+    EXPECT_STREQ(std::getenv("LC_ALL"), "de_DE") << "the agent keeps its own";
 }
 
 TEST(CommandStandIn, CollectsLongAndBinaryOutput) {

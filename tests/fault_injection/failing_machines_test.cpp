@@ -204,7 +204,7 @@ const Member kMembers[] = {
          std::free(list);
          return std::to_string(result);
      },
-     {"-1", "1"}},
+     {"-1", "1", "0"}},  // one of the two commands failed: only the other one's count
     {"getXMLDescForVF",
      [](VMUtils& vm) {
          char* text = nullptr;

@@ -121,6 +121,14 @@ TEST(CommandRunner, GivesOutputAndExitStatus) {
     EXPECT_EQ(output, std::string(70000, '\0'));
 }
 
+TEST(CommandRunner, RunsCommandsUntranslated) {
+    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    std::string output;
+    EXPECT_EQ(BridgeUtils::getControl()->getOutput("sh -c 'echo $LC_ALL'", output), 0);
+    EXPECT_EQ(output, "C\n");
+    unsetenv("LC_ALL");
+}
+
 TEST(Logger, IsSilentUntilMessagesAreShown) {
     testing::internal::CaptureStderr();
     KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, "%s", "not shown");

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -135,6 +136,12 @@ TEST_F(AttachInterface, FailsWithTheCommandAndLogsNothing) {
         EXPECT_EQ(attach(12, "br0"), 1);
     }
     EXPECT_THAT(host().logged(), IsEmpty());
+}
+
+TEST_F(AttachInterface, WorksForAnAgentThatIgnoresItsChildren) {
+    const auto before = std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(vm().attachInterfaceToVM(1, {}), 0);
+    EXPECT_EQ(std::signal(SIGCHLD, before), SIG_IGN) << "and goes on doing so";
 }
 
 TEST_F(AttachInterface, NeedsAConnectionAndLogsNothing) {

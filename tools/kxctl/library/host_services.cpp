@@ -140,7 +140,8 @@ ModName KxLogger::MapSVCToModName(int service) { return static_cast<ModName>(ser
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the library fixes the signature.
 int BridgeUtils::getOutput(std::string command, std::string& output) {
-    std::FILE* const pipe = popen(command.c_str(), "re");
+    const std::string untranslated = "export LC_ALL=C; " + command;
+    std::FILE* const pipe = popen(untranslated.c_str(), "re");
     if (pipe == nullptr) {
         return kNotRun;
     }

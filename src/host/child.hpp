@@ -1,0 +1,66 @@
+// Child processes of the stand-ins and the pipes from them.
+#pragma once
+
+#include <spawn.h>
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/handle.hpp"
+
+namespace kx::host {
+
+// Both ends are close-on-exec. One is empty when there are no more descriptors.
+struct PipeEnds {
+    Descriptor read;
+    Descriptor write;
+
+    explicit operator bool() const { return read && write; }
+};
+
+[[nodiscard]] PipeEnds open_pipe();
+
+// What a child finds changed: its descriptors, and SIGCHLD as by default, without which a shell
+// cannot wait.
+class SpawnPlan {
+public:
+    SpawnPlan();
+    ~SpawnPlan();
+    SpawnPlan(const SpawnPlan&) = delete;
+    SpawnPlan& operator=(const SpawnPlan&) = delete;
+
+    void redirect(const Descriptor& from, int to);
+    // Descriptors that this process has closed and the child needs.
+    void open_null_device(int number);
+
+    // Start a program of PATH with these words. Its process id, or -1.
+    [[nodiscard]] pid_t start(std::vector<std::string>& words) const;
+
+private:
+    posix_spawn_file_actions_t actions_;
+    posix_spawnattr_t attributes_;
+};
+
+// Waits for its child when it goes.
+class Child {
+public:
+    Child() = default;
+    ~Child() { static_cast<void>(wait()); }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    [[nodiscard]] bool start(const SpawnPlan& plan, std::vector<std::string> words) {
+        pid_ = plan.start(words);
+        return pid_ != -1;
+    }
+    // How it ended, as waitpid gives it. Nothing when it was not started, or when its status went
+    // elsewhere: an agent that ignores SIGCHLD or waits for any child has it.
+    std::optional<int> wait();
+
+private:
+    pid_t pid_ = -1;
+};
+
+}  // namespace kx::host
