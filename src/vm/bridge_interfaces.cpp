@@ -147,8 +147,10 @@ int list_interfaces(
     return 0;
 }
 
-int read_interfaces(VMUtils& vm, _interfaceInfo** list, int* count) {
-    xercesc::DOMDocument* const document = kx::vm::parse(vm.parser, kx::vm::kDomainFile);
+int read_interfaces(VMUtils& vm, const char* description, _interfaceInfo** list, int* count) {
+    xercesc::DOMDocument* const document = kx::vm::write_domain_file(description)
+                                               ? kx::vm::parse(vm.parser, kx::vm::kDomainFile)
+                                               : nullptr;
     const DOMElement* const root = document == nullptr ? nullptr : document->getDocumentElement();
     if (root == nullptr) {
         log_failure("ListInterfaces: Error while reading domain configuration");
@@ -276,9 +278,8 @@ int VMUtils::listInterfacesForVM(int id, _interfaceInfo** list, int* count) {
         log_failure("ListInterfaces: Error while reading domain configuration");
         return 1;
     }
-    kx::vm::write_domain_file(description.get());
     try {
-        return read_interfaces(*this, list, count);
+        return read_interfaces(*this, description.get(), list, count);
     } catch (const xercesc::XMLException& error) {
         return report_parse_error(error.getMessage());
     } catch (const xercesc::DOMException& error) {

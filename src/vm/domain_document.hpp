@@ -16,9 +16,10 @@ inline constexpr std::string_view kDeclaration =
 // In the working directory; every listing overwrites it and leaves it there.
 inline constexpr char kDomainFile[] = "domain.xml";
 
-// Write a description to kDomainFile, behind the declaration. A file that cannot be written shows
-// when it is read.
-void write_domain_file(const char* description);
+// Write a description to kDomainFile, behind the declaration. False when not all of it is there:
+// the file may then hold another domain's description and must not be read. Only a regular file is
+// written, and no link is followed to it.
+[[nodiscard]] bool write_domain_file(const char* description);
 
 // Parse a file. Null when it cannot be read; of a malformed one, what stands before the mistake.
 // The parser owns the document until its next use; when memory runs out, which is Xerces'

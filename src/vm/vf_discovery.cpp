@@ -101,11 +101,13 @@ void take_devices(VMUtils& vm, const DOMElement& root, kx::vm::Chain<KxVFNode>& 
     }
 }
 
+void print_no_document() { std::puts("some thing went wrong in getting document node"); }
+
 void read_document(VMUtils& vm, const char* path, kx::vm::Chain<KxVFNode>& vfs) {
     xercesc::DOMDocument* const document =
         path == nullptr ? nullptr : kx::vm::parse(vm.parser, path);
     if (document == nullptr) {
-        std::puts("some thing went wrong in getting document node");
+        print_no_document();
         return;
     }
     const DOMElement* const root = document->getDocumentElement();
@@ -116,6 +118,16 @@ void read_document(VMUtils& vm, const char* path, kx::vm::Chain<KxVFNode>& vfs) 
     for (const KxVFNode* node = vfs.first(); node != nullptr; node = node->next) {
         print_vf(node->vf);
     }
+}
+
+// The VFs that a description assigns to its domain, by way of kDomainFile.
+const KxVFNode* vfs_of_description(VMUtils& vm, const char* description) {
+    if (!kx::vm::write_domain_file(description)) {
+        print_no_document();
+        return nullptr;
+    }
+    std::string path = kx::vm::kDomainFile;
+    return vm.getVFsFromDomainInfo(path.data());
 }
 
 int32_t length_of(const KxVFNode* node) {
@@ -213,9 +225,7 @@ int VMUtils::listVFsForVM(virDomainPtr domain, _VF**& vfs) {
     if (description == nullptr || vfs == nullptr) {
         return -1;
     }
-    kx::vm::write_domain_file(description);
-    std::string path = kx::vm::kDomainFile;
-    const KxVFNode* node = getVFsFromDomainInfo(path.data());  // never released
+    const KxVFNode* node = vfs_of_description(*this, description);  // never released
     const int32_t count = length_of(node);
     std::printf("The number of VFS %d", count);
     std::fflush(stdout);
