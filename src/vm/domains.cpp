@@ -22,6 +22,7 @@
 #include "support/shell.hpp"
 #include "vm/agent_memory.hpp"
 #include "vm/domain_document.hpp"
+#include "vm/virsh_name.hpp"
 #include "vm/vm_steps.hpp"
 #include "vm/xerces_text.hpp"
 
@@ -154,12 +155,12 @@ bool fill(VMUtils& vm, virConnectPtr connection, const Listing& listing, _KVMInf
 
 // What a virsh command about one domain prints, or nothing when it fails.
 std::optional<std::string> run_virsh(std::string_view verb, virDomainPtr domain) {
-    const char* const name = domain == nullptr ? nullptr : virDomainGetName(domain);
-    if (name == nullptr) {
+    const auto name = domain == nullptr ? std::nullopt : kx::vm::virsh_name(domain);
+    if (!name) {
         return std::nullopt;
     }
     std::string command = kx::vm::kVirsh;
-    command.append(" ").append(verb).append(" ").append(kx::shell_word(name));
+    command.append(" ").append(verb).append(" ").append(kx::shell_word(*name));
     return kx::vm::run(command);
 }
 
@@ -357,4 +358,6 @@ int VMUtils::VMReboot(virDomainPtr domain) {
     return domain != nullptr && virDomainReboot(domain, 0) == 0 ? 0 : 1;
 }
 
-int VMUtils::VMShutdown(virDomainPtr domain) { return virDomainShutdown(domain) == 0 ? 0 : 1; }
+int VMUtils::VMShutdown(virDomainPtr domain) {
+    return virDomainShutdown(domain) == 0 ? 0 : 1;
+}

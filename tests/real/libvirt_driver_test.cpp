@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/vmutils.h>
+#include <libvirt/libvirt.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -58,6 +60,18 @@ constexpr char kNode[] = R"(<node>
     <name>off-two</name><uuid>11223344-5566-7788-99aa-bbccddeeff04</uuid>
     <memory>8192</memory><os><type>hvm</type></os>
     <test:runstate>5</test:runstate>
+  </domain>
+  <domain type='test' xmlns:test='http://libvirt.org/schemas/domain/test/1.0'>
+    <name>2</name><uuid>11223344-5566-7788-99aa-bbccddeeff05</uuid>
+    <memory>8192</memory><os><type>hvm</type></os>
+    <devices><graphics type='vnc' port='-1' passwd='secret'/>
+      <interface type='bridge'><mac address='52:54:00:aa:bb:05'/><source bridge='br0'/>
+      </interface></devices>
+  </domain>
+  <domain type='test' xmlns:test='http://libvirt.org/schemas/domain/test/1.0'>
+    <name>11223344-5566-7788-99aa-bbccddeeff03</name>
+    <uuid>11223344-5566-7788-99aa-bbccddeeff06</uuid>
+    <memory>8192</memory><os><type>hvm</type></os>
   </domain>
 </node>
 )";
@@ -178,8 +192,9 @@ TEST_F(TestDriver, DomainsAreListedWithTheirStates) {
     EXPECT_THAT(
         list(), UnorderedElementsAre(
                     is_domain("running one", 1, 1), is_domain("paused-one", 2, 3),
+                    is_domain("2", 3, 1), is_domain("11223344-5566-7788-99aa-bbccddeeff03", 4, 1),
                     is_domain("off-one", -1, 5), is_domain("off-two", -1, 5)));
-    EXPECT_LT(list().at(2).id, 0) << "those that are off stand behind the others";
+    EXPECT_LT(list().at(4).id, 0) << "those that are off stand behind the others";
 }
 
 TEST_F(TestDriver, DomainsAreFoundByUuid) {
@@ -191,6 +206,17 @@ TEST_F(TestDriver, DomainsAreFoundByUuid) {
     EXPECT_EQ(vm_->getDomainState(domain(3), &state), 0);
     EXPECT_EQ(state, 5);
     EXPECT_EQ(domain(99), nullptr);
+}
+
+// The domain of id 2 is paused, that of the UUID is off.
+TEST_F(TestDriver, NamesThatLookLikeAnIdOrAUuidMeanTheirOwnDomain) {
+    for (const unsigned char named : {std::uint8_t{5}, std::uint8_t{6}}) {
+        int state = 0;
+        EXPECT_EQ(vm_->getDomainState(domain(named), &state), 0);
+        EXPECT_EQ(state, 1);
+        EXPECT_EQ(vm_->VMResume(domain(named)), 1) << "it runs; another one would be resumed";
+        EXPECT_EQ(vm_->VMSuspend(domain(named), 0), 0);
+    }
 }
 
 TEST_F(TestDriver, UnknownDomainsAreRefused) {
@@ -241,6 +267,20 @@ TEST_F(TestDriver, RedefinitionsReachTheNextStartAlone) {
     EXPECT_THAT(vfs_of_running_one(), HasSubstr("The number of VFS 1")) << "still running with it";
     std::string uuid = uuid_text("01");
     EXPECT_EQ(vm_->dettachVFFromVM(uuid.data(), {0, 0x55, 1, 3}), 0);
+}
+
+std::string definition_of(virDomainPtr domain) {
+    char* const text = virDomainGetXMLDesc(domain, VIR_DOMAIN_XML_INACTIVE | VIR_DOMAIN_XML_SECURE);
+    std::string definition = text;
+    std::free(text);
+    return definition;
+}
+
+TEST_F(TestDriver, RedefinitionsDropConsolePasswords) {
+    EXPECT_THAT(definition_of(domain(5)), HasSubstr("passwd='secret'"));
+    EXPECT_EQ(vm_->dettachInterfaceFromVM(3, {}), 0);
+    EXPECT_THAT(definition_of(domain(5)), HasSubstr("<graphics type='vnc'"));
+    EXPECT_THAT(definition_of(domain(5)), Not(HasSubstr("passwd")));
 }
 
 TEST_F(TestDriver, DomainsStartRebootAndShutDown) {

@@ -100,6 +100,71 @@ TEST_F(DomainState, NamesStandBareInCommandsUnlessTheShellWouldActOnThem) {
     EXPECT_EQ(command_for(""), "/usr/bin/virsh domstate ''");
 }
 
+// virsh takes a word for an id first, then for a UUID, and only then for a name.
+class AmbiguousName : public test::VmTest {
+protected:
+    static constexpr char kUuidText[] = "90919293-9495-9697-9899-9a9b9c9d9e9f";
+
+    // The word by which virsh was to know a domain of this name.
+    static std::string word_for(const std::string& name) {
+        FakeDomain domain{.name = name, .uuid = numbered_uuid(1)};
+        host().journal.clear();
+        int state = 0;
+        vm().getDomainState(handle(domain), &state);
+        vm().VMSuspend(handle(domain), 0);
+        vm().VMResume(handle(domain));
+        const std::vector<std::string> commands = host().commands();
+        const std::string start = "/usr/bin/virsh domstate ";
+        const std::string word = commands.at(0).substr(start.size());
+        EXPECT_EQ(commands.at(1), "/usr/bin/virsh suspend " + word);
+        EXPECT_EQ(commands.at(2), "/usr/bin/virsh resume " + word);
+        return word;
+    }
+};
+
+TEST_F(AmbiguousName, ThatCouldBeAnIdIsReplacedByTheUuid) {
+    for (const char* name :
+         {"0", "1", "2147483648", "+1", " 1", "\t\n 07", "-0", "99999999999999999999999"}) {
+        EXPECT_EQ(word_for(name), kUuidText) << name;
+    }
+}
+
+TEST_F(AmbiguousName, ThatHasTheFormOfAUuidIsReplacedByTheUuid) {
+    EXPECT_EQ(word_for("11223344-5566-7788-99aa-bbccddeeff01"), kUuidText);
+    EXPECT_EQ(word_for("AABBCCDD-EEFF-aabb-CCDD-000000000000"), kUuidText);
+}
+
+TEST_F(AmbiguousName, IsNoneThatVirshCanOnlyTakeForAName) {
+    for (const char* name :
+         {"-1", "1a", "0x10", "1.", "a1", "11223344-5566-7788-99aa-bbccddeeff0g",
+          "11223344-5566-7788-99aa-bbccddeeff0", "11223344-5566-7788-99aa-bbccddeeff012",
+          "11223344_5566_7788_99aa_bbccddeeff01"}) {
+        EXPECT_EQ(word_for(name), name);
+    }
+    for (const char* name : {"", " ", "1 ", "+ 1", "1 2"}) {
+        EXPECT_EQ(word_for(name), "'" + std::string(name) + "'");
+    }
+    EXPECT_EQ(host().counts().count("virDomainGetUUID"), 0U);
+}
+
+TEST_F(AmbiguousName, WithoutAUuidIsNotHandedToVirsh) {
+    FakeDomain domain{.name = "1"};
+    host().results["virDomainGetUUID"] = -1;
+    int state = -77;
+    EXPECT_EQ(vm().getDomainState(handle(domain), &state), -1);
+    EXPECT_EQ(vm().VMSuspend(handle(domain), 0), 1);
+    EXPECT_EQ(vm().VMResume(handle(domain)), 1);
+    EXPECT_THAT(host().commands(), IsEmpty());
+}
+
+TEST_F(AmbiguousName, LeavesErrnoAlone) {
+    FakeDomain domain{.name = std::string(40, '9')};
+    int state = 0;
+    errno = 0;
+    vm().getDomainState(handle(domain), &state);
+    EXPECT_EQ(errno, 0) << "ERANGE would refuse a suspension";
+}
+
 class DomainOperation : public test::VmTest {
 protected:
     FakeDomain domain_{.name = "one"};
