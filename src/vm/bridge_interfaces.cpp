@@ -22,6 +22,7 @@
 #include "vm/agent_memory.hpp"
 #include "vm/description_edit.hpp"
 #include "vm/domain_document.hpp"
+#include "vm/libvirt_call.hpp"
 #include "vm/vm_steps.hpp"
 #include "vm/xerces_text.hpp"
 
@@ -30,6 +31,7 @@ static_assert(offsetof(_interfaceInfo, type) == 6 && offsetof(_interfaceInfo, br
 static_assert(offsetof(_interfaceInfo, targetDev) == 26 && offsetof(_interfaceInfo, model) == 36);
 static_assert(offsetof(_interfaceInfo, alias) == 46);
 
+using kx::vm::libvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -236,7 +238,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
         log_failure("DeleteVNETFromVM: libvirtd connection failure");
         return 1;
     }
-    virDomain* const domain = virDomainLookupByID(connection, id);
+    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
     if (domain == nullptr) {
         log_failure("DeleteVNETFromVM: Domain not found");
         return 1;
@@ -244,7 +246,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
     if (!kx::vm::connect(connection)) {
         return 1;
     }
-    const kx::Block<char> description(virDomainGetXMLDesc(domain, 0));
+    const kx::Block<char> description(libvirt(virDomainGetXMLDesc, domain, 0));
     const auto rest = kx::vm::without_block(
         description ? description.get() : "", "interface",
         [&info](std::string_view block) { return is_block_of(info, block); });
@@ -252,7 +254,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
         log_failure("DeleteVNETFromVM: Requested interface does not seem to attached");
         return 1;
     }
-    if (virDomainDefineXML(connection, rest->c_str()) == nullptr) {
+    if (libvirt(virDomainDefineXML, connection, rest->c_str()) == nullptr) {
         log_failure("DeleteVNETFromVM: Problem while saving the changes");
         return 1;
     }
@@ -268,12 +270,12 @@ int VMUtils::listInterfacesForVM(int id, _interfaceInfo** list, int* count) {
         log_failure("ListInterfaces: LibVirt connection failure");
         return 1;
     }
-    virDomain* const domain = virDomainLookupByID(connection, id);
+    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
     if (domain == nullptr) {
         log_failure("ListInterfaces: Domain not found");
         return 1;
     }
-    const kx::Block<char> description(virDomainGetXMLDesc(domain, 0));
+    const kx::Block<char> description(libvirt(virDomainGetXMLDesc, domain, 0));
     if (!description) {
         log_failure("ListInterfaces: Error while reading domain configuration");
         return 1;

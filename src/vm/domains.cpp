@@ -22,6 +22,7 @@
 #include "support/shell.hpp"
 #include "vm/agent_memory.hpp"
 #include "vm/domain_document.hpp"
+#include "vm/libvirt_call.hpp"
 #include "vm/virsh_name.hpp"
 #include "vm/vm_steps.hpp"
 #include "vm/xerces_text.hpp"
@@ -42,6 +43,7 @@ static_assert(offsetof(_KVMInfo, osType) == 276);
 static_assert(offsetof(_KVMInfo, state) == 404);
 
 using kx::vm::allocate_array;
+using kx::vm::libvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -67,7 +69,7 @@ struct Listing {
 
 // The names that libvirt gives, which may be fewer than it announced.
 bool list_defined(virConnectPtr connection, std::span<char*>& names) {
-    const int announced = virConnectNumOfDefinedDomains(connection);
+    const int announced = libvirt(virConnectNumOfDefinedDomains, connection);
     if (announced < 0) {
         log_failure("ListVMs: Failed to get number of inactive domains");
         return false;
@@ -77,7 +79,7 @@ bool list_defined(virConnectPtr connection, std::span<char*>& names) {
         log_failure("ListVMs: Memory Allocation Problem ");  // the blank tells the names' array
         return false;
     }
-    const int came = virConnectListDefinedDomains(connection, array, announced);
+    const int came = libvirt(virConnectListDefinedDomains, connection, array, announced);
     if (came < 0) {
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): even now the array stays
         log_failure("ListVMs: Could not get list of defined domains from hypervisor");
@@ -94,7 +96,7 @@ bool list_defined(virConnectPtr connection, std::span<char*>& names) {
 
 // An id that libvirt announced and did not give stays 0, which no running domain has.
 bool list_domains(virConnectPtr connection, Listing& listing) {
-    const int running = virConnectNumOfDomains(connection);
+    const int running = libvirt(virConnectNumOfDomains, connection);
     if (running < 0) {
         log_failure("ListVMs: Failed to get number of active domains");
         return false;
@@ -107,21 +109,21 @@ bool list_domains(virConnectPtr connection, Listing& listing) {
         log_failure("ListVMs: Memory Allocation Problem");
         return false;
     }
-    virConnectListDomains(connection, array, running);
+    libvirt(virConnectListDomains, connection, array, running);
     listing.ids = {array, static_cast<std::size_t>(running)};
     return true;
 }
 
 bool fill_running(VMUtils& vm, virConnectPtr connection, int id, _KVMInfo& record) {
-    virDomain* const domain = virDomainLookupByID(connection, id);
+    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
     if (domain == nullptr) {
         log_failure("ListVMs: Unable to get the domain information");
         return false;
     }
     record.id = id;
-    copy_up_to_end(record.osType, virDomainGetOSType(domain));
-    virDomainGetUUID(domain, record.uuid);
-    copy_up_to_end(record.name, virDomainGetName(domain));
+    copy_up_to_end(record.osType, libvirt(virDomainGetOSType, domain));
+    libvirt(virDomainGetUUID, domain, record.uuid);
+    copy_up_to_end(record.name, libvirt(virDomainGetName, domain));
     vm.getDomainState(domain, &record.state);
     return true;
 }
@@ -133,9 +135,9 @@ void fill_defined(virConnectPtr connection, const char* name, _KVMInfo& record) 
         return;
     }
     copy_up_to_end(record.name, name);
-    if (virDomain* const domain = virDomainLookupByName(connection, name)) {
-        virDomainGetUUID(domain, record.uuid);
-        copy_up_to_end(record.osType, virDomainGetOSType(domain));
+    if (virDomain* const domain = libvirt(virDomainLookupByName, connection, name)) {
+        libvirt(virDomainGetUUID, domain, record.uuid);
+        copy_up_to_end(record.osType, libvirt(virDomainGetOSType, domain));
         record.state = KX_VM_SHUT_OFF;
     }
 }
@@ -266,12 +268,12 @@ virConnectPtr VMUtils::getConnection() {
     if (shared_connection != nullptr) {
         return shared_connection;
     }
-    shared_connection = virConnectOpenAuth(nullptr, virConnectAuthPtrDefault, 0);
+    shared_connection = libvirt(virConnectOpenAuth, nullptr, virConnectAuthPtrDefault, 0);
     if (shared_connection == nullptr) {
         std::puts("No connection to hypervisor");
         throw int{kNoConnection};
     }
-    const char* const uri = virConnectGetURI(shared_connection);  // never released
+    const char* const uri = libvirt(virConnectGetURI, shared_connection);  // never released
     if (uri == nullptr) {
         std::puts("Failed to get URI for hypervisor connection");
         throw int{kNoConnection};
@@ -281,7 +283,7 @@ virConnectPtr VMUtils::getConnection() {
 
 virDomainPtr VMUtils::getDomainPtr(unsigned char* uuid) {
     virConnectPtr connection = nullptr;
-    return kx::vm::connect(connection) ? virDomainLookupByUUID(connection, uuid) : nullptr;
+    return kx::vm::connect(connection) ? libvirt(virDomainLookupByUUID, connection, uuid) : nullptr;
 }
 
 int VMUtils::listVMs(_KVMInfo** records, int* count) {
@@ -344,7 +346,7 @@ int VMUtils::VMStateOperation(char* uuid, int operation, char* time) {
 int VMUtils::VMLaunch(virDomainPtr domain) {
     virConnectPtr connection = nullptr;
     const bool launched = kx::vm::connect(connection) && connection != nullptr &&
-                          domain != nullptr && virDomainCreate(domain) == 0;
+                          domain != nullptr && libvirt(virDomainCreate, domain) == 0;
     return launched ? 0 : 1;
 }
 
@@ -355,9 +357,9 @@ int VMUtils::VMSuspend(virDomainPtr domain, long long /*time*/) {
 }
 
 int VMUtils::VMReboot(virDomainPtr domain) {
-    return domain != nullptr && virDomainReboot(domain, 0) == 0 ? 0 : 1;
+    return domain != nullptr && libvirt(virDomainReboot, domain, 0) == 0 ? 0 : 1;
 }
 
 int VMUtils::VMShutdown(virDomainPtr domain) {
-    return virDomainShutdown(domain) == 0 ? 0 : 1;
+    return libvirt(virDomainShutdown, domain) == 0 ? 0 : 1;
 }

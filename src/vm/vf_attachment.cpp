@@ -12,9 +12,11 @@
 
 #include "support/handle.hpp"
 #include "vm/description_edit.hpp"
+#include "vm/libvirt_call.hpp"
 #include "vm/tokens.hpp"
 #include "vm/vm_steps.hpp"
 
+using kx::vm::libvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -42,13 +44,13 @@ int attach(
         return 1;
     }
     kx::Block<char> device(text);
-    if (virDomainAttachDevice(domain, device.get()) != 0) {
+    if (libvirt(virDomainAttachDevice, domain, device.get()) != 0) {
         log_failure(refusal);
         return 1;
     }
     device.reset();
-    kx::Block<char> description(virDomainGetXMLDesc(domain, 0));
-    if (description && virDomainDefineXML(connection, description.get()) != nullptr) {
+    kx::Block<char> description(libvirt(virDomainGetXMLDesc, domain, 0));
+    if (description && libvirt(virDomainDefineXML, connection, description.get()) != nullptr) {
         static_cast<void>(description.release());  // stays allocated unless libvirt refuses it
     }
     return 0;
@@ -104,7 +106,7 @@ int detach(virConnectPtr connection, virDomainPtr domain, const _VF& vf) {
         return 1;
     }
     const char* const description =
-        virDomainGetXMLDesc(domain, VIR_DOMAIN_XML_INACTIVE);  // never released
+        libvirt(virDomainGetXMLDesc, domain, VIR_DOMAIN_XML_INACTIVE);  // never released
     const auto rest = kx::vm::without_block(
         description == nullptr ? "" : description, "hostdev",
         [&vf](std::string_view block) { return is_block_of(vf, block); });
@@ -112,7 +114,7 @@ int detach(virConnectPtr connection, virDomainPtr domain, const _VF& vf) {
         log_failure("DettachVFFromVM: VF not attached");
         return 1;
     }
-    if (virDomainDefineXML(connection, rest->c_str()) == nullptr) {
+    if (libvirt(virDomainDefineXML, connection, rest->c_str()) == nullptr) {
         log_failure("DettachVFFromVM: Error while saving configuration");
         return 1;
     }
@@ -145,7 +147,7 @@ int VMUtils::attachVFToVM(int id, _VF vf) {
         return 1;
     }
     std::printf("AttachVFToVM: VM ID: %d\n", id);
-    virDomain* const domain = virDomainLookupByID(connection, id);
+    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
     if (domain == nullptr) {
         log_failure("AttachVFToVM: Invalid Domain ID");
         return 1;
@@ -176,7 +178,7 @@ int VMUtils::dettachVFFromVM(int id, _VF vf) {
         return 1;
     }
     std::printf("dettachVFFromVM: VM ID: %d\n", id);
-    return detach(connection, virDomainLookupByID(connection, id), vf);
+    return detach(connection, libvirt(virDomainLookupByID, connection, id), vf);
 }
 
 int VMUtils::dettachVFFromVM(char* uuid, _VF vf) {

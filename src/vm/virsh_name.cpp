@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "vm/libvirt_call.hpp"
 #include "vm/vm_steps.hpp"
 
 namespace kx::vm {
@@ -54,7 +55,7 @@ std::string uuid_text(const Uuid& uuid) {
 bool is_id_or_uuid(const char* name) { return is_id(name) || is_uuid(name); }
 
 std::optional<std::string> virsh_name(virDomainPtr domain) {
-    const char* const name = virDomainGetName(domain);
+    const char* const name = libvirt(virDomainGetName, domain);
     if (name == nullptr) {
         return std::nullopt;
     }
@@ -62,7 +63,7 @@ std::optional<std::string> virsh_name(virDomainPtr domain) {
         return name;
     }
     Uuid uuid{};
-    if (virDomainGetUUID(domain, uuid.data()) != 0) {
+    if (libvirt(virDomainGetUUID, domain, uuid.data()) != 0) {
         return std::nullopt;
     }
     return uuid_text(uuid);

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "vm/libvirt_call.hpp"
+
 namespace kx::vm {
 
 bool connect(virConnectPtr& connection) {
@@ -37,7 +39,8 @@ Uuid uuid_of_text(const char* text) {
 }
 
 virDomainPtr domain_of_uuid(virConnectPtr connection, const char* text) {
-    return text == nullptr ? nullptr : virDomainLookupByUUID(connection, uuid_of_text(text).data());
+    return text == nullptr ? nullptr
+                           : libvirt(virDomainLookupByUUID, connection, uuid_of_text(text).data());
 }
 
 }  // namespace kx::vm

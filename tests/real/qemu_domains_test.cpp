@@ -307,6 +307,15 @@ TEST_F(QemuDomains, LeaveNothingBehindWhenTheirHypervisorEnds) {
     kill(libvirtd_->pid(), SIGKILL);
     EXPECT_TRUE(wait_until([] { return libvirtd_->processes() == 0; }));
     EXPECT_NE(test::shell("ip link show kxbr0 2>/dev/null").status, 0);
+
+    // The connection stays. Writing to it would end a process that does not expect SIGPIPE.
+    std::signal(SIGPIPE, SIG_DFL);
+    _KVMInfo* records = nullptr;
+    int count = 0;
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(vm_->listVMs(&records, &count), 1);
+        EXPECT_EQ(operate(kReboot), 1);
+    }
 }
 
 TEST(PrivateLibvirtd, EndsWithATestProgramThatIsKilled) {

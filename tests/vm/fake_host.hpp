@@ -54,6 +54,7 @@ struct FakeHost {
         return Ran{0, ""};
     };
     int system_result = 0;
+    std::function<void()> on_libvirt;  // within every call of libvirt
     std::vector<std::string> formats;  // of the log messages
 
     int refuse_connection_from = 0;  // the n-th call of getConnection from now on, and all after

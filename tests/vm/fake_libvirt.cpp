@@ -17,7 +17,12 @@ namespace {
 char connection_object;
 const virConnectPtr kConnection = reinterpret_cast<virConnectPtr>(&connection_object);
 
-void note(const std::string& entry) { host().journal.push_back(entry); }
+void note(const std::string& entry) {
+    host().journal.push_back(entry);
+    if (host().on_libvirt) {
+        host().on_libvirt();
+    }
+}
 
 bool overruled(const char* function) { return host().results.contains(function); }
 
