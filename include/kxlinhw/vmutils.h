@@ -7,15 +7,25 @@
 
    One connection to the hypervisor serves the whole process. It is opened on first use, for
    libvirt's default URI (LIBVIRT_DEFAULT_URI chooses another) with libvirt's default
-   authentication, and is never closed. Domain handles are libvirt's: the class keeps none and
-   releases none, not even those that it looks up for itself.
+   authentication, and is never closed. When libvirtd ends or restarts, the connection stays as it
+   is and every later call of libvirt on it fails, as each member describes; virsh finds the new
+   libvirtd. An agent reconnects by restarting itself. SIGPIPE is blocked in the calling thread
+   during each call of libvirt, and one that the call raised is discarded. Domain handles are
+   libvirt's: the class keeps none and releases none, not even those that it looks up for itself.
 
    Run states are asked of, and some changes are made by, /usr/bin/virsh through the agent's
    command runner (BridgeUtils of <kxlinhw/host.h>). Names in commands stand bare when they hold
-   only letters, digits and "_.+:@%,/-"; other names are quoted. Failures are logged by
+   only letters, digits and "_.+:@%,/-"; other names are quoted. A domain whose name virsh could
+   take for an id (a number from 0 up, as strtol reads it) or for a UUID (8-4-4-4-12 hexadecimal
+   digits) is named by its UUID instead. Failures are logged by
    KxLogger::KestrixLogMsg with module 2 and type 4, progress is printed on standard output, each
    as described below. listVFsForVM and listInterfacesForVM (re)write the file "domain.xml" in the
-   working directory and leave it there.
+   working directory and leave it there. It must be a regular file that the agent may write, not a
+   symbolic link; when it cannot be written whole, there is no document.
+
+   Members that redefine a domain (attachVFToVM, dettachVFFromVM, dettachInterfaceFromVM) do so from
+   the description that libvirt gives without its secrets: the new definition has no passwords of
+   graphical consoles (VNC, SPICE). The agent must set them again.
 
    Unless it says otherwise, a member returns 0 for success and 1 for failure, and a null pointer
    where one is needed counts as a failure. Everything handed out was allocated with malloc or
@@ -110,6 +120,9 @@ public:
        and the agent use them. */
     ~VMUtils();
 
+    VMUtils(const VMUtils&) = delete; /* each object releases its own names */
+    VMUtils& operator=(const VMUtils&) = delete;
+
     /* ---- Connection, domains and their run state ---- */
 
     /* The connection to the hypervisor, opened when there is none yet. Throws the int -128, and
@@ -171,7 +184,8 @@ public:
 
     /* The VFs of a domain. *vfs becomes a new array; its length is not handed back, only printed as
        "The number of VFS N", followed by each VF as above. Returns 0, or -1: no domain
-       ("ListVFsForVM: Invalid VMID" is logged), no description or no memory. Throws as
+       ("ListVFsForVM: Invalid VMID" is logged), no description or no memory. When "domain.xml"
+       cannot be written, it prints the line of a missing document and gives no VF. Throws as
        getVFsFromDomainInfo does. */
     int listVFsForVM(virDomainPtr domain, _VF**& vfs);
 
@@ -198,7 +212,8 @@ public:
     int attachVFToVM(char* uuid, _VF vf);
 
     /* Remove a VF from a domain's persistent definition; an active domain keeps it until its next
-       start. All else in the definition stays as it is. Prints "dettachVFFromVM: VM ID: N" or
+       start. All else in the definition stays as it is, byte for byte, but for console passwords
+       (above). Prints "dettachVFFromVM: VM ID: N" or
        "dettachVFFromVM: UUID: TEXT" and the words of the host devices that it passes; logs
        "DettachVFFromVM: ..." on failure. */
     int dettachVFFromVM(int id, _VF vf);

@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <type_traits>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
@@ -49,6 +50,15 @@ TEST_F(Object, HoldsEightNamesAndAParserInTheirOrder) {
     EXPECT_TRUE(XMLString::equals(object->slotAttr, u"slot"));
     EXPECT_TRUE(XMLString::equals(object->functionAttr, u"function"));
     EXPECT_NE(object->parser, nullptr);
+}
+
+// Its names are its own: a copy would release them a second time.
+TEST_F(Object, IsNotCopied) {
+    EXPECT_FALSE(std::is_copy_constructible_v<VMUtils>);
+    EXPECT_FALSE(std::is_copy_assignable_v<VMUtils>);
+    EXPECT_FALSE(std::is_move_constructible_v<VMUtils>);
+    EXPECT_FALSE(std::is_move_assignable_v<VMUtils>);
+    EXPECT_TRUE(std::is_default_constructible_v<VMUtils>);
 }
 
 TEST_F(Object, SetsXercesUpAndMakesItsNamesInTheirOrder) {
