@@ -21,8 +21,8 @@ using kx::Descriptor;
 constexpr int kNotRun = -1;
 
 // The library looks for English words in what commands print.
-constexpr int kStatusNumber = 3;
-constexpr char kFirstShell[] = R"(LC_ALL=C /bin/sh -c "$1" 3>&-; echo $? >&3)";
+constexpr int kStatusNumber = 9;  // the last that every shell can name
+constexpr char kFirstShell[] = R"(LC_ALL=C /bin/sh -c "$1" 9>&-; echo $? >&9)";
 
 // False when a read fails.
 bool append_all(const Descriptor& pipe, std::string& text) {

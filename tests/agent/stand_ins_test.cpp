@@ -260,12 +260,13 @@ TEST(CommandStandIn, WorksWithoutStandardDescriptors) {
     }
 }
 
-// Those of this process that a program it starts finds open.
+// Those of this process that a program it starts finds open. A command always has the first three.
 long inheritable_descriptors() {
     long count = 0;
     for (int number = 0; number < 1024; ++number) {
         const int flags = fcntl(number, F_GETFD);
-        count += flags != -1 && (flags & FD_CLOEXEC) == 0 ? 1 : 0;
+        const bool inherited = flags != -1 && (flags & FD_CLOEXEC) == 0;
+        count += inherited || number <= STDERR_FILENO ? 1 : 0;
     }
     return count;
 }
