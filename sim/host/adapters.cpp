@@ -13,7 +13,7 @@ namespace {
 struct Chip {
     std::string_view name;
     const char* driver;
-    unsigned device_id;  // unless the adapter has another
+    unsigned device_id;  // unless the adapter has another id
 };
 
 constexpr Chip kChips[] = {
@@ -31,14 +31,15 @@ const Chip& find_chip(const std::string& name) {
     throw std::invalid_argument("chip \"" + name + "\" is none of Q3, Q4, Q5");
 }
 
-// Register windows lie one behind the other below the top of the 32-bit addresses.
+// Register windows are consecutive, below the top of the 32-bit address space.
 std::uint64_t window_address(const Location& at) {
     constexpr std::uint64_t kFirst = 0x80000000;
     constexpr std::uint64_t kStep = 0x80000;
     return kFirst + kStep * ((at.bus << 3 | at.function) & 0x7FFU);
 }
 
-// A virtual function bears its adapter's chip digit, an 8, and the product's two last digits.
+// The id of a virtual function has its adapter's chip digit, an 8, and the last two digits of the
+// product.
 unsigned virtual_function_id(unsigned device_id) { return (device_id & 0xF0FFU) | 0x0800U; }
 
 Location virtual_function(const Location& managed, unsigned number) {

@@ -1,4 +1,4 @@
-// Putting a host under this process and its children.
+// Attaches a simulated host to this process and its children.
 #include <dlfcn.h>
 #include <kxsim/host.hpp>
 

@@ -1,4 +1,4 @@
-// What a simulated host has unless it is told otherwise.
+// The defaults of a simulated host.
 #pragma once
 
 #include <map>
@@ -6,10 +6,10 @@
 
 namespace kxsim {
 
-// The control files of an offload engine, with the values they hold after its driver was loaded.
+// The control files of an offload engine, with their values after the driver was loaded.
 [[nodiscard]] const std::map<std::string, std::string>& offload_defaults();
 
-// The names by which lspci tells makers, devices and classes.
+// The names of makers, devices and classes that lspci shows.
 [[nodiscard]] std::string pci_names();
 
 }  // namespace kxsim

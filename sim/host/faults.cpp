@@ -25,7 +25,7 @@ state::Call find_rule_call(std::string_view name) {
     return name == state::kFileCallsName ? state::Call::kFile : find_call(name);
 }
 
-// "SPAUSEPARAM eth2 autoneg 1 rx 0 tx 1"; empty for a call that is no request to a driver.
+// "SPAUSEPARAM eth2 autoneg 1 rx 0 tx 1"; empty for a call that is not a request to a driver.
 std::string request_text(const state::LoggedCall& call) {
     const state::Request* const request =
         call.call == state::Call::kIoctl ? state::find_request(call.command) : nullptr;

@@ -1,4 +1,4 @@
-// The inside of adapters: put into the session when an adapter is made, read and changed since.
+// The hardware state of adapters: created in the session with the adapter, then read and changed.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ namespace {
 constexpr unsigned kLargestFlash = 26;  // capacity code that a content file is made for
 constexpr std::size_t kEepromSize = 32768;
 
-// A file of the session that holds what a flash or an EEPROM holds.
+// A file of the session with the content of a flash or an EEPROM.
 class ContentFile {
 public:
     ContentFile(const std::string& root, const char* kind, const std::string& location)
@@ -40,7 +40,7 @@ public:
 
     [[nodiscard]] bool empty() const { return held() == 0; }
 
-    // What is written to a content of `size` bytes; those that nobody ever wrote are erased.
+    // The written bytes of a content of `size` bytes; all other bytes are erased.
     void write(std::size_t address, std::string_view bytes, std::size_t size) const {
         if (address > size || bytes.size() > size - address) {
             throw std::invalid_argument("bytes past the end of " + path_);
@@ -122,8 +122,8 @@ void set_up_eeprom(
     }
 }
 
-// Where the content of a new adapter lives: in a file of the session that is empty at first, or in
-// one of the user's that the session only points to.
+// The file with the content of a new adapter: an empty file of the session, or a link in the
+// session to a file of the user.
 void place_content(const std::string& place, const std::string& file) {
     std::filesystem::remove(place);
     if (!file.empty()) {

@@ -1,4 +1,4 @@
-// Putting the inside of an adapter into a session.
+// Creates the hardware state of an adapter in a session.
 #pragma once
 
 #include <kxsim/host.hpp>

@@ -1,4 +1,4 @@
-// The host as such: its directory, its files, its modules and its adapters.
+// The host: its directory, its files, its modules and its adapters.
 #include <kxsim/host.hpp>
 
 #include <kxlinhw/export.h>
@@ -28,9 +28,10 @@ std::string module_tree() {
     return std::string("/lib/modules/") + kernel.release;
 }
 
-constexpr int kModuleSize = 163840;  // in memory; nobody looks closer
+constexpr int kModuleSize = 163840;  // the address in memory, which nobody reads
 
-// Without its indexes tools complain that they cannot look modules up. Magic, version, no root.
+// Without its indexes, tools complain that they cannot look up modules. Magic number, version, no
+// root.
 std::string empty_module_index() { return {"\xb0\x07\xf4\x57\0\x02\0\x01\0\0\0\0", 12}; }
 
 void furnish(Tree& tree) {
@@ -51,7 +52,7 @@ void furnish(Tree& tree) {
     }
 }
 
-// A loaded module as the kernel shows it: its line in the list, its directory.
+// A loaded module as the kernel shows it: its line in the list and its directory.
 void show_module(Tree& tree, const Module& module) {
     const std::string directory = "/sys/module/" + module.name;
     std::istringstream users(module.used_by == "-" ? "" : module.used_by);

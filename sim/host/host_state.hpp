@@ -1,4 +1,4 @@
-// What a builder holds of its host.
+// The data of a builder about its host.
 #pragma once
 
 #include <kxsim/host.hpp>
@@ -12,7 +12,7 @@
 
 namespace kxsim {
 
-// The directories of a session, made when they are missing.
+// The directories of a session, created when they are missing.
 [[nodiscard]] std::filesystem::path session_directory(const std::filesystem::path& wanted);
 
 struct Host::State {
@@ -23,7 +23,7 @@ struct Host::State {
           network(root + state::kNetworkFile),
           adapters(root + state::kAdaptersFile) {}
 
-    // In a directory that goes away with the host.
+    // In a directory that is removed with the host.
     explicit State(std::unique_ptr<kx::LockedDirectory> own) : State(own->path()) {
         own_directory = std::move(own);
     }
@@ -36,14 +36,14 @@ struct Host::State {
     SharedRecord<state::Adapters> adapters;
 };
 
-// The record of an interface, or an invalid argument.
+// The record of an interface; throws std::invalid_argument when there is none.
 [[nodiscard]] state::Interface& interface_record(
     state::Network& network, std::string_view interface_name);
 
-// Have the driver of an interface answer as nic tells.
+// Set the answers of an interface's driver to those of nic.
 void write_nic(state::Network& network, state::Interface& record, const Nic& nic);
 
-// Copy a text into a field of a record; one that does not fit is an invalid argument.
+// Copy a text into a field of a record; throws std::invalid_argument when it does not fit.
 void copy_field(char* field, std::size_t size, std::string_view text, const char* what);
 
 template <std::size_t kSize>

@@ -69,7 +69,7 @@ std::string mac_text(const std::uint8_t (&mac)[6]) {
     return text;
 }
 
-// A locally administered address, the same for a name every time.
+// A locally administered address, always the same for a name.
 std::string made_up_mac(const std::string& name) {
     std::uint32_t hash = 2166136261;
     for (const char letter : name) {

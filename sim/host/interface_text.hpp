@@ -1,4 +1,4 @@
-// The texts in which interfaces, their MACs and their addresses are given.
+// Reads the texts that describe interfaces, their MACs and their addresses.
 #pragma once
 
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-// Network interfaces: the record that their drivers answer from, and their directories.
+// Network interfaces: the records with their drivers' answers, and their directories.
 #include <net/if.h>
 
 #include <algorithm>

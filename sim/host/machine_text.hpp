@@ -1,4 +1,4 @@
-// The texts in which virtual machines are given, and the host's hypervisor at the start.
+// Reads the texts that describe virtual machines; also the initial state of the host's hypervisor.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
-// Virtual machines: their definitions in the node of the host's hypervisor, and those that run.
+// Virtual machines: their definitions in the node of the host's hypervisor, and the running
+// machines.
 #include <kxsim/machine.hpp>
 
 #include <algorithm>
@@ -51,7 +52,7 @@ std::string made_up_uuid(const std::string& name) {
         for (const char c : name) {
             half = (half ^ static_cast<unsigned char>(c)) * 0x100000001B3;
         }
-        half = (half ^ half >> 32) * 0xD6E8FEB86659FD93;  // short names differ everywhere
+        half = (half ^ half >> 32) * 0xD6E8FEB86659FD93;  // short names differ in every byte
         half = (half ^ half >> 32) * 0xD6E8FEB86659FD93;
         half ^= half >> 32;
     }
@@ -116,7 +117,7 @@ std::string devices_of(const VirtualMachine& machine) {
     return devices;
 }
 
-// in_node: as the node holds it, else as a machine runs with it.
+// in_node: in the form of the node, otherwise in the form of a running machine.
 std::string description_of(const VirtualMachine& machine, bool in_node) {
     return std::string("<domain type='test'") + (in_node ? state::kTestNamespace : "") +
            ">\n  <name>" + escaped(machine.name) + "</name>\n  <uuid>" + machine.uuid +

@@ -10,7 +10,7 @@
 namespace kxsim {
 namespace {
 
-// Numbers of a width and byte order, one behind the other.
+// Consecutive numbers of a width and byte order.
 class Writer {
 public:
     Writer(bool big_endian, bool wide) : big_endian_(big_endian), wide_(wide) {}
@@ -53,7 +53,7 @@ std::string modinfo_strings(const Module& module) {
     return strings;
 }
 
-// Some machine of that class and byte order.
+// Any machine type of that class and byte order.
 std::uint16_t machine(bool wide, bool big_endian) {
     if (big_endian) {
         return wide ? EM_PPC64 : EM_PPC;
@@ -135,7 +135,7 @@ std::string module_object(const Module& module) {
     return writer.out();
 }
 
-// Blocks that are stored as they are: no compressor is needed to make what a reader must undo.
+// Stored blocks: they need no compressor, and a reader still has to unpack them.
 std::string gzip(const std::string& bytes) {
     constexpr std::size_t kLongestBlock = 0xFFFF;
     Writer writer(false, true);

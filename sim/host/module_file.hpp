@@ -1,4 +1,4 @@
-// Kernel module files as small as they can be: an ELF object with a .modinfo section.
+// Minimal kernel module files: an ELF object with a .modinfo section.
 #pragma once
 
 #include <kxsim/host.hpp>
@@ -7,10 +7,10 @@
 
 namespace kxsim {
 
-// The object's bytes, in the class and byte order that the module asks for.
+// The object's bytes, in the class and byte order of the module.
 [[nodiscard]] std::string module_object(const Module& module);
 
-// A gzip file that holds some bytes.
+// A gzip file of these bytes.
 [[nodiscard]] std::string gzip(const std::string& bytes);
 
 }  // namespace kxsim

@@ -1,4 +1,4 @@
-// What the drivers of a host's interfaces answer.
+// The answers of the drivers of a host's interfaces.
 #include <kxsim/nic.hpp>
 
 #include <cstring>
@@ -29,7 +29,7 @@ state::Counter make_counter(const NicCounter& counter) {
     return record;
 }
 
-// A place in the pool: the one that the interface has when it is large enough, else a new one.
+// A place in the pool: that of the interface when it is large enough, otherwise a new one.
 std::uint32_t take_counters(
     state::Network& network, const state::CounterRange& range, std::size_t count) {
     if (count <= range.count) {

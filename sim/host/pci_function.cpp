@@ -10,7 +10,8 @@ namespace {
 
 constexpr char kDevices[] = "/sys/bus/pci/devices/";
 
-// Capabilities behind the header, linked in this order, the one for vital product data last.
+// The capabilities after the header, linked in this order; the one for vital product data is the
+// last.
 constexpr unsigned kPowerManagement = 0x40;
 constexpr unsigned kMessageInterrupts = 0x50;
 

@@ -9,20 +9,20 @@
 
 namespace kxsim {
 
-// Where the capability for vital product data lies in configuration space.
+// The offset of the capability for vital product data in configuration space.
 inline constexpr unsigned kVpdCapability = 0xD0;
 
-// Where a function sits.
+// The location of a function.
 struct Location {
     unsigned domain = 0;
     unsigned bus = 0;
     unsigned device = 0;
     unsigned function = 0;
 
-    // "03:00.4" or "0001:03:00.4"; anything else is an invalid argument.
+    // "03:00.4" or "0001:03:00.4"; throws std::invalid_argument for any other text.
     [[nodiscard]] static Location parse(const std::string& text);
 
-    // "0000:03:00.4", by which the kernel knows it.
+    // "0000:03:00.4", the kernel's name for it.
     [[nodiscard]] std::string full() const;
     [[nodiscard]] std::string directory() const;
 };

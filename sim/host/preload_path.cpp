@@ -12,7 +12,7 @@ PreloadPath::PreloadPath(const std::filesystem::path& library) : text_(library) 
         return;
     }
     link_directory_ = make_scratch();
-    if (!is_one_word(link_directory_->path())) {  // TMPDIR is no better
+    if (!is_one_word(link_directory_->path())) {  // TMPDIR is not better
         link_directory_ = make_scratch("/tmp");
     }
     const std::filesystem::path link = link_directory_->path() / library.filename();

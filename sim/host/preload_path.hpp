@@ -1,4 +1,4 @@
-// The path by which the loader puts libkxsim.so into programs.
+// The path of libkxsim.so for the dynamic loader.
 #pragma once
 
 #include <filesystem>
@@ -9,9 +9,9 @@
 
 namespace kxsim {
 
-// The loader takes blanks and colons in LD_PRELOAD for ends of words, and a "$" for a name to
-// replace. A library with one of them in its path is reached by a link in a private directory,
-// which lives as long as this.
+// The loader treats blanks and colons in LD_PRELOAD as separators, and replaces names that begin
+// with "$". A library with one of these characters in its path gets a link in a private directory,
+// which exists as long as this object.
 class PreloadPath {
 public:
     explicit PreloadPath(const std::filesystem::path& library);

@@ -16,7 +16,7 @@ constexpr std::size_t kProductSize = 16;
 struct Keyword {
     std::string_view name;
     std::size_t size;
-    std::string ProductData::*text;  // null: nothing that software asks for
+    std::string ProductData::*text;  // null: software does not request it
 };
 
 // The keywords of each chip's read-only and read-write part, in their order.
@@ -99,7 +99,7 @@ const Layout& layout_of(std::string_view chip) {
 constexpr std::size_t kHeader = 3;  // of a tag, and of a keyword
 constexpr std::size_t kReadOnlyPart = kHeader + kProductSize;
 
-// Every keyword of the read-only part becomes one that nobody knows; values and lengths stay.
+// Makes every keyword of the read-only part unknown; values and lengths do not change.
 void make_unknown(std::string& image, std::span<const Keyword> keywords) {
     std::size_t place = kReadOnlyPart + kHeader;
     for (const Keyword& keyword : keywords) {
@@ -149,7 +149,7 @@ std::pair<std::uint32_t, std::string> product_data_image(
         sum += static_cast<unsigned char>(each);
     }
     const std::size_t checksum = image.size();
-    image += static_cast<char>(-sum & 0xFF);  // all bytes through here sum up to 0
+    image += static_cast<char>(-sum & 0xFF);  // the sum of all bytes up to this one is 0
     image += std::string(layout.reserved, '\0');
     image += kReadWriteTag + sized(3 + 4) + "RW" + '\x04' + std::string(4, '\0') + kEndTag;
     for (const Damage each : damage) {

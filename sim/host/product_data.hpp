@@ -1,4 +1,4 @@
-// Vital product data as an adapter's maker writes it into the serial EEPROM.
+// Vital product data as the adapter's maker writes them into the serial EEPROM.
 #pragma once
 
 #include <kxsim/hardware.hpp>
@@ -11,8 +11,8 @@
 
 namespace kxsim {
 
-// The EEPROM address at which a chip's data lie, and the bytes, damaged. A text that does not fit
-// its keyword is an invalid argument.
+// The EEPROM address of a chip's data, and the damaged bytes. Throws std::invalid_argument when a
+// text does not fit its keyword.
 [[nodiscard]] std::pair<std::uint32_t, std::string> product_data_image(
     std::string_view chip, const ProductData& data, std::span<const Damage> damage = {});
 

@@ -1,10 +1,10 @@
-// The builder's own calls are made on the real machine: neither redirected, counted nor made to
-// fail, whatever host is attached.
+// The calls of the builder reach the real machine, whatever host is attached: they are not
+// redirected, not counted, and do not fail by rules.
 #pragma once
 
 #include <kxsim/preload.h>
 
-// Programs that only build hosts do not link the library that puts hosts under processes.
+// Programs that only build hosts are not linked with libkxsim.so.
 #pragma weak kxsim_attach
 #pragma weak kxsim_detach
 #pragma weak kxsim_pause

@@ -1,4 +1,4 @@
-// Directories that go away with what uses them.
+// Temporary directories, removed with the object that uses them.
 #pragma once
 
 #include <memory>

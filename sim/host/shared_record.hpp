@@ -1,4 +1,4 @@
-// A plain record in a file that all processes of a session map.
+// A plain record in a file that all processes of a session have mapped.
 #pragma once
 
 #include <fcntl.h>
@@ -12,7 +12,7 @@
 
 namespace kxsim {
 
-// Makes the file, zeroed and sparse, when it is not there.
+// Creates the file, zeroed and sparse, when it is missing.
 template <class Record>
 class SharedRecord {
 public:

@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// libpci puts each device that it reads in front of its list.
+// libpci inserts each device that it reads at the front of its list.
 constexpr std::string_view kNewestFirst = "/sys/bus/pci/devices";
 
 // A simulated path without its leading slash, to be put below the session's directory.
@@ -57,7 +57,7 @@ void write_whole(const fs::path& path, std::string_view content) {
     }
 }
 
-// Links are followed as if the tree were the whole file system, so that none leads out of it.
+// Links are followed as if the tree were the whole file system, so that no link leads out of it.
 fs::path Tree::place(std::string_view path, LastLink last) const {
     const fs::path top = root_ / (state::kTreeDirectory + 1);
     const fs::path given = relative(path);
@@ -134,7 +134,7 @@ void Tree::make_directories(const fs::path& path) {
     note_entry(path);
 }
 
-// Make room for a new entry: the directories above it, and no entry of that name.
+// Prepare a new entry: create the directories above it, and remove an entry with that name.
 void Tree::prepare(const fs::path& path) {
     make_directories(path.parent_path());
     if (fs::is_symlink(fs::symlink_status(path))) {

@@ -39,7 +39,7 @@ private:
     std::filesystem::path root_;
 };
 
-// What a call of the operating system refused, as an exception.
+// The exception for a failed system call.
 [[noreturn]] void fail_with_errno(const std::string& what);
 
 // Read and replace real files.

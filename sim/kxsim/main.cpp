@@ -34,7 +34,7 @@ bool holds_session(const std::string& directory) {
     return fs::exists(directory + kxsim::state::kSessionFile);
 }
 
-// A kept host goes on where it was left, so that settings stick from one run to the next.
+// A kept host continues with its last state, so that settings stay from one run to the next.
 std::unique_ptr<kxsim::Host> make_host(const RunOptions& options) {
     const bool go_on = !options.keep.empty() && holds_session(options.keep);
     if (go_on && !options.scenario.empty()) {
@@ -58,7 +58,7 @@ int run(const RunOptions& options) {
         return kxsim::run_on_host(host->root(), options.command);
     } catch (const std::exception&) {
         if (const int code = kxsim::code_of_stop(); code != 0) {
-            return code;  // what was under way failed because of the signal
+            return code;  // the failure was caused by the signal
         }
         throw;
     }

@@ -55,7 +55,7 @@ bool read_at(std::ifstream& file, std::uint64_t offset, Record& record) {
                                  .read(reinterpret_cast<char*>(&record), sizeof record));
 }
 
-// The dynamic loader that a program names; empty when it names none, as a static one.
+// The dynamic loader of a program; empty for a statically linked program.
 std::string loader_of(std::ifstream& file, const ElfHeader& header) {
     for (unsigned k = 0; k < header.e_phnum; ++k) {
         ProgramHeader part{};
@@ -111,8 +111,7 @@ std::string interpreter_of(std::ifstream& file) {
     return begin == line.npos ? "" : line.substr(begin, line.find_first_of(" \t", begin) - begin);
 }
 
-// Capabilities of a file make the loader leave LD_PRELOAD out; set-user-id bits have no effect
-// here.
+// For a file with capabilities the loader ignores LD_PRELOAD; set-user-id bits have no effect here.
 bool gains_capabilities(const fs::path& path) {
     return ::geteuid() != 0 && ::getxattr(path.c_str(), "security.capability", nullptr, 0) > 0;
 }

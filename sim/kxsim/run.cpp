@@ -22,9 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kLibrary[] = "libkxsim.so";
-constexpr int kSignalled = 128;  // as a shell has it: and the signal
+constexpr int kSignalled = 128;  // as in a shell: 128 plus the signal
 
-// Beside the program in a build tree, in the library directory where it is installed.
+// Next to the program in a build tree, in the library directory of an installation.
 fs::path preload_library() {
     const fs::path beside = fs::read_symlink("/proc/self/exe").parent_path();
     for (const fs::path& place :
@@ -45,20 +45,20 @@ void add_to_environment(const char* name, const std::string& value, char separat
     ::setenv(name, whole.c_str(), 1);
 }
 
-// A program that was built with AddressSanitizer insists on its runtime coming first; behind this
-// library it works as well.
+// A program that was built with AddressSanitizer requires its runtime to be loaded first; after
+// this library it works as well.
 void allow_sanitized_programs() {
     add_to_environment("ASAN_OPTIONS", "verify_asan_link_order=0", ':', false);
 }
 
-// What a terminal or a service manager sends to stop the run.
+// The signals with which a terminal or a service manager stops the run.
 constexpr int kStopSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
 
 volatile std::sig_atomic_t running_child = 0;
 volatile std::sig_atomic_t stop_signal = 0;
 
-// While the command runs, it decides what a signal means, and its end is what the caller waits for.
-// (A terminal sends its signals to the command too.)
+// While the command runs, it handles the signals, and the caller waits for its end. (A terminal
+// sends its signals to the command too.)
 void on_stop_signal(int signal) {
     if (running_child == 0) {
         stop_signal = signal;
@@ -67,7 +67,7 @@ void on_stop_signal(int signal) {
     }
 }
 
-// What a signal meant before catch_stop_signals.
+// The previous handler of a signal.
 void leave_stop_signals() {
     for (const int signal : kStopSignals) {
         struct sigaction action {};
@@ -88,7 +88,7 @@ int wait_for(pid_t child) {
     return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// No stop signal strikes between fork and the moment in which its handler knows the child.
+// No stop signal arrives between fork and the moment when the handler knows the child.
 class SignalsHeld {
 public:
     SignalsHeld() {
@@ -119,7 +119,7 @@ void catch_stop_signals() {
             continue;  // and so it is for the command
         }
         struct sigaction action {};
-        action.sa_handler = on_stop_signal;  // without SA_RESTART: a call that waits is given up
+        action.sa_handler = on_stop_signal;  // without SA_RESTART: a waiting call ends
         ::sigaction(signal, &action, nullptr);
     }
 }

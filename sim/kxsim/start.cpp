@@ -13,7 +13,7 @@
 namespace kxsim {
 namespace {
 
-// As a shell has them.
+// The exit codes of a shell.
 constexpr int kCannotBeRun = 126;
 constexpr int kNotFound = 127;
 

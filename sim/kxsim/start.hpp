@@ -1,5 +1,4 @@
-// The step between kxsim and the command that it runs: a process that has libkxsim.so in it, or
-// ends.
+// The step between kxsim and the command: a process that has loaded libkxsim.so, or ends.
 #pragma once
 
 #include <string>

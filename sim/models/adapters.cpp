@@ -16,7 +16,7 @@ std::span<state::Adapter> adapters(const process::Host& host) {
     return {host.adapters->adapters, host.adapters->count};
 }
 
-// What a file lacks of its size was never written and is erased.
+// Bytes past the end of the file were never written and are erased.
 void extend(int file, void* content, off_t from, std::size_t size) {
     if (from < static_cast<off_t>(size) &&
         process::next<"ftruncate", decltype(::ftruncate)>()(file, static_cast<off_t>(size)) == 0) {

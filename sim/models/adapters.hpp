@@ -1,5 +1,5 @@
-// The adapters of the host, as the two ways into one reach them: by an address of its register
-// window, and by its location on the PCI bus.
+// The adapters of the host, found by an address of the register window or by the location on the
+// PCI bus.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ namespace kxsim::models {
 [[nodiscard]] state::Adapter* adapter_at(const process::Host& host, std::uint64_t address);
 [[nodiscard]] state::Adapter* adapter_named(const process::Host& host, std::string_view location);
 
-// What its flash and its EEPROM hold; empty when the session's file cannot be mapped. Mapped once
-// in each process.
+// The content of its flash and its EEPROM; empty when the session's file cannot be mapped. Mapped
+// once in each process.
 [[nodiscard]] std::span<std::uint8_t> flash_of(process::Host& host, const state::Adapter& adapter);
 [[nodiscard]] std::span<std::uint8_t> eeprom_of(process::Host& host, const state::Adapter& adapter);
 

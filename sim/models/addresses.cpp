@@ -17,7 +17,7 @@ using state::Address;
 using state::Interface;
 using state::Network;
 
-// An entry with all that its pointers point to.
+// An entry with everything that its pointers point to.
 struct Entry {
     ifaddrs head;
     char name[state::kNameSize];
@@ -55,7 +55,7 @@ sockaddr_in6 ipv6_address(const in6_addr& address, std::uint32_t scope) {
     return text;
 }
 
-// The first bits of a mask set.
+// A mask whose first bits are set.
 template <class Mask>
 Mask mask_of(unsigned prefix) {
     Mask mask{};
@@ -84,7 +84,7 @@ void fill_link(Entry& entry, const Interface& interface) {
     entry.head.ifa_addr = reinterpret_cast<sockaddr*>(&entry.address);
 }
 
-// What to do for each entry of the list, in its order: the address is null for a link.
+// Called for each entry of the list, in order; the address is null for a link.
 template <class Visit>
 void for_each_entry(const Network& network, Visit visit) {
     const auto for_each_interface = [&](auto each) {
@@ -108,7 +108,7 @@ void for_each_entry(const Network& network, Visit visit) {
 }
 
 Entry* allocate(std::size_t count) {
-    const process::Pause pause;  // not an allocation of the caller's
+    const process::Pause pause;  // does not count as an allocation of the caller
     return static_cast<Entry*>(std::calloc(count, sizeof(Entry)));
 }
 

@@ -1,4 +1,4 @@
-// The list of addresses as getifaddrs hands it out.
+// The list of addresses that getifaddrs returns.
 #pragma once
 
 #include <ifaddrs.h>

@@ -1,6 +1,6 @@
 // Trigger: reads and writes of /sys/bus/pci/devices/LOCATION/config of an adapter, which is how
 // libpci reaches configuration space. Effect: see models/config_space.cpp; the file in the tree
-// holds the header and the capabilities. The configuration space of other functions is a plain
+// contains the header and the capabilities. The configuration space of other functions is a plain
 // file.
 #include <unistd.h>
 
@@ -32,8 +32,8 @@ ssize_t write_real(const FileAccess& access, const void* data, std::size_t size)
 
 constexpr std::size_t kVpdCapabilitySize = 8;
 
-// The file keeps what is written, all but the VPD capability: its header is read only, and its
-// registers live in the model. False, with errno set, when the file refuses.
+// The file keeps all written bytes except those of the VPD capability: its header is read-only, and
+// its registers are in the model. False, with errno set, when the file refuses.
 bool keep(
     const FileAccess& access, std::size_t start, std::span<const std::uint8_t> bytes,
     std::size_t capability) {

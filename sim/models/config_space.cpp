@@ -1,8 +1,8 @@
 // Trigger: reads and writes of an adapter's configuration space. Effect: a write to the VPD
-// capability's address register asks for a dword of the EEPROM; the answer lies in the data
-// register once the flag bit has turned over, which takes as many reads of it as the scenario says.
-// The flag written as 0 asks for a read, as 1 for a write. What can be made to fail: requests that
-// are never answered, a data register that keeps nothing (see state::VpdCapability).
+// capability's address register requests a dword of the EEPROM; the data register has the answer
+// after the flag bit has changed, which takes the number of reads that the scenario sets. A flag of
+// 0 requests a read, 1 a write. What can be made to fail: requests that are never answered, a data
+// register that keeps nothing (see state::VpdCapability).
 #include "models/config_space.hpp"
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 namespace kxsim::models {
 namespace {
 
-// Within the VPD capability: the address register, and the data register behind it.
+// Within the VPD capability: the address register, and the data register after it.
 constexpr std::size_t kAddress = 2;
 constexpr std::size_t kFlag = 3;
 constexpr std::size_t kData = 4;

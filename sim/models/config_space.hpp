@@ -1,4 +1,4 @@
-// An adapter's PCI configuration space, with the VPD capability and the EEPROM behind it.
+// An adapter's PCI configuration space, with the VPD capability, which leads to the EEPROM.
 #pragma once
 
 #include <cstddef>
@@ -11,12 +11,13 @@ namespace kxsim::models {
 
 struct ConfigSpace {
     state::AdapterHardware& hardware;
-    std::span<const std::uint8_t> bytes;  // all but the VPD capability's registers; read only
+    std::span<const std::uint8_t>
+        bytes;  // everything except the VPD capability's registers; read-only
     std::span<std::uint8_t> eeprom;
 };
 
-// Read or write bytes from an offset on, as a process does. Returns how many there are: fewer than
-// asked for at the end. Of what is written only the VPD capability's registers take notice.
+// Read or write bytes from an offset, as a process does. Returns their number, which is smaller
+// than requested at the end. A write changes only the VPD capability's registers.
 std::size_t read_config(const ConfigSpace& space, std::size_t offset, std::span<std::uint8_t> out);
 std::size_t write_config(
     const ConfigSpace& space, std::size_t offset, std::span<const std::uint8_t> in);

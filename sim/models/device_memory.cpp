@@ -1,8 +1,8 @@
 // Trigger: a mapping of /dev/mem, and the library's register accesses in it. Effect: the mapping is
-// a page of nothing, kept for the process's life; accesses at its addresses reach the adapter whose
-// window covers the physical address, and no adapter anywhere else (all ones). A second mapping of
-// the same range is the first one. What can be made to fail: the open and the mapping, by fault
-// rules; the registers, see models/register_window.cpp.
+// an empty page, which exists until the process ends. Accesses at its addresses reach the adapter
+// whose window covers the physical address; outside all windows they read all ones. A second
+// mapping of the same range returns the first one. What can be made to fail: the open and the
+// mapping, by fault rules; the registers, see models/register_window.cpp.
 #include "models/device_memory.hpp"
 
 #include <sys/mman.h>

@@ -1,4 +1,4 @@
-// Physical addresses as /dev/mem maps them: where an adapter's registers lie.
+// Physical addresses of adapters' registers, as /dev/mem maps them.
 #pragma once
 
 #include <sys/types.h>
@@ -14,11 +14,11 @@ namespace kxsim::models {
 
 [[nodiscard]] bool is_device_memory(std::string_view path);
 
-// As mmap of /dev/mem at an offset: the start of pages that stand for those physical addresses.
+// Like mmap of /dev/mem at an offset: the start of pages that represent those physical addresses.
 void* map_device_memory(std::size_t size, int protection, off_t offset);
 
-// One 32-bit access at an address of this process that lies in such pages; nothing and false for
-// any other address.
+// One 32-bit access at an address of this process in such pages; nothing or false for any other
+// address.
 [[nodiscard]] std::optional<std::uint32_t> load_device_memory(
     process::Host& host, std::uint64_t address);
 [[nodiscard]] bool store_device_memory(

@@ -1,9 +1,9 @@
-// Trigger: a SIOCETHTOOL request. Effect: a getting command copies the answer out of the
-// interface's record, a setting command puts it there, for every process of the session. Counters
-// grow by their steps after each reading while there is a link. What can be made to fail: each
-// command of each interface, by a refusal; the numbers of counters that the driver gives.
+// Trigger: a SIOCETHTOOL request. Effect: a reading command copies the answer from the interface's
+// record, a setting command stores it there, for every process of the session. Counters grow by
+// their steps after each reading while there is a link. What can be made to fail: each command of
+// each interface, by a refusal; the numbers of counters that the driver reports.
 //
-// One more command is one more row of kCommands.
+// To add a command, add a row to kCommands.
 #include "models/ethtool.hpp"
 
 #include <linux/ethtool.h>
@@ -40,7 +40,7 @@ struct Request {
         std::memcpy(data, &record, sizeof record);
     }
 
-    // Behind the head of a record whose length the caller chose.
+    // The data after the head of a record whose length the caller chose.
     [[nodiscard]] char* behind(std::size_t head) const { return static_cast<char*>(data) + head; }
 
     [[nodiscard]] Counter* counters() const { return network.counters + interface.counters.first; }
@@ -74,7 +74,7 @@ int get_link(const Request& request) {
     return 0;
 }
 
-// Settings that are records of their own: read and written whole.
+// Settings that are separate records: read and written as a whole.
 template <auto Setting>
 int get(const Request& request) {
     request.answer(request.interface.nic.*Setting);
@@ -107,7 +107,7 @@ int set_switch(const Request& request) {
     return 0;
 }
 
-// What a port supports, and what its transceiver is, nobody sets.
+// Nobody can set the supported modes and the transceiver of a port.
 int set_link_settings(const Request& request) {
     auto wanted = request.asked<ethtool_cmd>();
     ethtool_cmd& link = request.interface.nic.link_settings;

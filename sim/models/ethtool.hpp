@@ -1,4 +1,4 @@
-// The Ethernet tool commands as a driver carries them out.
+// The ethtool commands of a driver.
 #pragma once
 
 #include <cstdint>

@@ -1,9 +1,9 @@
-// Trigger: loads and stores of the two registers. Effect: a store to the operation register moves
-// 1 to 4 bytes between the data register and the flash, least significant byte first; the register
-// reads busy for a while, and only then the data register holds what was read. Stores while busy
-// are lost. On Q4 and Q5 a store of 0 ends the command and gives the lock back; on Q3 it is a
-// transfer like any other, one byte read. What can be made to fail: a transfer that never ends, and
-// the power (see state::FlashFaults).
+// Trigger: loads and stores of the two registers. Effect: a store to the operation register moves 1
+// to 4 bytes between the data register and the flash, least significant byte first; the register is
+// busy for a while, and then the data register contains the bytes that were read. Stores while it
+// is busy are lost. On Q4 and Q5 a store of 0 ends the command and releases the lock; on Q3 it is
+// an ordinary transfer that reads one byte. What can be made to fail: a transfer that never ends,
+// and the power (see state::FlashFaults).
 #include "models/flash_controller.hpp"
 
 namespace kxsim::models {
@@ -15,7 +15,7 @@ constexpr std::uint32_t kContinue = 1U << 3;
 constexpr std::uint32_t kLock = 1U << 4;
 constexpr std::uint32_t kBusy = 1U << 31;
 
-constexpr std::uint8_t kIdle = 0x00;  // what goes out while bytes are read
+constexpr std::uint8_t kIdle = 0x00;  // the byte that is sent while bytes are read
 
 }  // namespace
 

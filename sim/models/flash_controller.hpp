@@ -1,4 +1,5 @@
-// The serial-flash controller of an adapter: a data and an operation register in front of the chip.
+// The serial-flash controller of an adapter: a data and an operation register, connected to the
+// chip.
 #pragma once
 
 #include <cstdint>

@@ -14,7 +14,7 @@ using process::LibvirtDomain;
 using process::LibvirtText;
 using process::TextBuffer;
 
-// This process's driver, and the state of the host's files that it shows.
+// This process's driver, and the state of the host's files that it represents.
 struct Driver {
     virConnectPtr connection;
     std::uint32_t changes;
@@ -50,7 +50,7 @@ virDomainPtr define(virConnectPtr connection, const char* description) {
     return libvirt<"virDomainDefineXML", decltype(::virDomainDefineXML)>()(connection, description);
 }
 
-// The driver counts ids from 1. Those that the host's machines had before are used up.
+// The driver counts ids from 1. The ids before those of the host's machines are skipped.
 bool start_with_id(virDomainPtr domain, int id) {
     const auto create = libvirt<"virDomainCreate", decltype(::virDomainCreate)>();
     const auto destroy = libvirt<"virDomainDestroy", decltype(::virDomainDestroy)>();
@@ -71,7 +71,7 @@ struct ActiveMachine {
     char uuid[VIR_UUID_STRING_BUFLEN];
 };
 
-// Start a machine with the description that it runs with; its definition stays as the node has it.
+// Start a machine with its current description; its definition in the node does not change.
 bool start(const process::Host& host, virConnectPtr connection, const ActiveMachine& machine) {
     process::PathText path;
     live_path(machine.uuid, path);
@@ -95,7 +95,7 @@ bool start(const process::Host& host, virConnectPtr connection, const ActiveMach
     return libvirt<"virDomainUndefine", decltype(::virDomainUndefine)>()(domain.get()) == 0;
 }
 
-// Have the driver go on counting behind an id that a machine had and has no more.
+// Make the driver continue with the number after an id that is no longer in use.
 bool use_up_ids(virConnectPtr connection, int last) {
     const LibvirtDomain domain(define(
         connection,
@@ -125,7 +125,7 @@ bool start_all(const process::Host& host, virConnectPtr connection) {
     return machine.id >= last || use_up_ids(connection, last);
 }
 
-// A driver that shows the host's machines, or null.
+// A driver with the host's machines, or null.
 virConnectPtr open_driver(const process::Host& host) {
     TextBuffer uri;
     node_uri(host, uri);
@@ -146,7 +146,7 @@ bool is_current(const process::Host& host) {
     return uri.view() == LibvirtText(uri_of(driver.connection)).c_str();
 }
 
-// The files are the caller's alone.
+// The caller has exclusive access to the files.
 bool make_current(const process::Host& host) {
     if (is_current(host)) {
         return true;
@@ -159,7 +159,7 @@ bool make_current(const process::Host& host) {
     return true;
 }
 
-// A definition as the node holds it: shut off.
+// A definition in the form of the node: shut off.
 void append_definition(TextBuffer& node, std::string_view text) {
     const std::size_t start_tag = text.find('>');
     const std::size_t end_tag = text.rfind("</domain>");

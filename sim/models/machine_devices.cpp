@@ -11,7 +11,7 @@ using process::LibvirtText;
 using process::part_of;
 using process::TextBuffer;
 
-// The value of an attribute of the first element of a name; empty when there is none.
+// The value of an attribute of the first element with a name; empty when there is none.
 std::string_view attribute(std::string_view text, std::string_view element, std::string_view name) {
     std::size_t start = text.find(element);
     while (start != text.npos && (start == 0 || text[start - 1] != '<')) {
@@ -36,9 +36,9 @@ unsigned address_number(std::string_view device, std::string_view name) {
     return static_cast<unsigned>(std::strtoul(digits.c_str(), nullptr, 16));
 }
 
-// What tells one device of a machine from the others, as libvirt writes it into descriptions.
+// The text that identifies one device of a machine in libvirt's descriptions.
 struct Mark {
-    std::string_view element;  // empty for a kind that is not known here
+    std::string_view element;  // empty for an unknown kind
     char text[96];
 };
 
@@ -63,7 +63,7 @@ bool is_active(virDomainPtr domain) {
     return libvirt<"virDomainIsActive", decltype(::virDomainIsActive)>()(domain) == 1;
 }
 
-// Whether a running machine has a device of that mark.
+// Whether a running machine has the device with that text.
 bool is_held(const MachineVisit& visit, const Mark& mark) {
     virDomainPtr* domains = nullptr;
     const int count = libvirt<"virConnectListAllDomains", decltype(::virConnectListAllDomains)>()(
@@ -96,7 +96,7 @@ bool has_bridge(const process::Host& host, std::string_view device) {
     return !bridge.empty() && bridge.find('/') == bridge.npos && is_on_host(host, path.view());
 }
 
-// Why a device cannot be given to a machine; null when it can.
+// Why a device cannot be attached to a machine; null when it can.
 const char* refusal(const MachineVisit& visit, std::string_view device, const Mark& mark) {
     if (mark.element.empty()) {
         return "libkxsim: machines are given host devices and interfaces only\n";
@@ -113,7 +113,7 @@ const char* refusal(const MachineVisit& visit, std::string_view device, const Ma
     return is_held(visit, mark) ? "libkxsim: a machine holds this PCI function\n" : nullptr;
 }
 
-// A description with a device more, or with the device of that mark less. False when it has none.
+// Add a device to a description, or remove the device with that text. False when there is none.
 bool add(std::string_view description, std::string_view device, TextBuffer& edited) {
     const std::size_t end = description.rfind("</devices>");
     if (end == description.npos) {
@@ -139,7 +139,7 @@ bool cut(std::string_view description, const Mark& mark, TextBuffer& edited) {
     return edited.complete();
 }
 
-// Which of a machine's descriptions the flags mean.
+// The descriptions of a machine that the flags select.
 struct Wanted {
     Wanted(virDomainPtr domain, unsigned flags)
         : live((flags & VIR_DOMAIN_AFFECT_LIVE) != 0),
@@ -153,8 +153,8 @@ struct Wanted {
     bool config;
 };
 
-// Edit the descriptions that are wanted: the definition first, because a change of the live one
-// opens the machines anew.
+// Edit the selected descriptions: the definition first, because a change of the live description
+// opens the machines again.
 template <class Edit>
 int edit_machine(MachineVisit& visit, unsigned flags, const Edit& edit) {
     virDomainPtr domain = visit.domain();

@@ -1,14 +1,13 @@
-// Devices of virtual machines, edited into and out of their descriptions. A machine gets a PCI
-// function that the host has and no running machine holds, and an interface on a bridge that the
-// host has.
+// Attaches and detaches devices of virtual machines by editing their descriptions. A PCI function
+// must be on the host and must not be attached to a running machine; a bridge must be on the host.
 #pragma once
 
 #include "models/hypervisor.hpp"
 
 namespace kxsim::models {
 
-// As libvirt's functions of these names, with their flags and results. A refusal is told on
-// standard error.
+// Like libvirt's functions with these names, with their flags and results. The reason of a refusal
+// is printed on standard error.
 [[nodiscard]] int attach_device(MachineVisit& visit, const char* device, unsigned flags);
 [[nodiscard]] int detach_device(MachineVisit& visit, const char* device, unsigned flags);
 

@@ -10,7 +10,7 @@
 
 namespace kxsim::models {
 
-// Keeps other processes off the files while it lives.
+// Keeps other processes from using the files while it exists.
 class MachineLock {
 public:
     explicit MachineLock(const process::Host& host);
@@ -25,13 +25,13 @@ private:
 // Whether the host has a file or directory.
 [[nodiscard]] bool is_on_host(const process::Host& host, std::string_view path);
 
-// Each is false when the file cannot be read or written in whole.
+// Each is false when the whole file cannot be read or written.
 [[nodiscard]] bool read_host_file(
     const process::Host& host, std::string_view path, process::TextBuffer& content);
 [[nodiscard]] bool write_host_file(
     const process::Host& host, std::string_view path, std::string_view content);
 
-// The path of the description that a machine runs with.
+// The path of a running machine's current description.
 void live_path(std::string_view uuid, process::PathText& path);
 
 // The URI under which libvirt's test driver reads the host's node.

@@ -1,8 +1,8 @@
-// Files that do not just hold bytes: reading or writing them reaches a model.
+// Files with a model: reading or writing them calls the model.
 //
 // A model is one row of the table in modelled_file.cpp. It sees every read and write on a
-// descriptor that is open on its files, in any process of the session and however the descriptor
-// got there.
+// descriptor that is open on its files, in any process of the session whatever way the descriptor
+// was obtained.
 #pragma once
 
 #include <sys/types.h>
@@ -20,17 +20,17 @@ struct FileAccess {
     process::Host& host;
     int descriptor;
     std::string_view path;        // on the simulated host
-    std::optional<off_t> offset;  // of pread and pwrite; nothing: where the descriptor stands
+    std::optional<off_t> offset;  // of pread and pwrite; nothing: the descriptor's position
 };
 
-// Where an access takes place: its own offset, else where the descriptor stands; negative when it
-// cannot tell.
+// The position of an access: its own offset, otherwise the descriptor's position; negative when it
+// is unknown.
 [[nodiscard]] off_t place_of(const FileAccess& access);
 
-// What a descriptor does after reading or writing so many bytes where it stands.
+// Moves a descriptor's position after reading or writing this many bytes there.
 void advance(const FileAccess& access, std::size_t size);
 
-// Results as of read and write, with errno set. A null function leaves the call to the file in the
+// Results as of read and write, with errno set. For a null function the call uses the file in the
 // tree.
 struct ModelledFile {
     bool (*is_one)(std::string_view path);
@@ -55,8 +55,8 @@ ssize_t write_vpd_file(const FileAccess& access, const void* data, std::size_t s
 ssize_t read_config_file(const FileAccess& access, void* buffer, std::size_t size);
 ssize_t write_config_file(const FileAccess& access, const void* data, std::size_t size);
 
-// The kernel's control files: what is written replaces what is there, wherever the writer stands in
-// the file, and reads back as a line.
+// The kernel's control files: a write replaces the whole content, whatever its position, and the
+// content reads back as a line.
 [[nodiscard]] bool is_control_file(std::string_view path);
 ssize_t write_control_file(const FileAccess& access, const void* data, std::size_t size);
 

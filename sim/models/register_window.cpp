@@ -1,6 +1,6 @@
-// Trigger: the library's register accesses inside a mapped window. Effect: those that are the flash
-// controller's reach it; all are counted. What can be made to fail: the power, by a fault of the
-// flash controller; it stays away until restore_power.
+// Trigger: the library's register accesses inside a mapped window. Effect: accesses to the flash
+// controller's registers reach the controller; all accesses are counted. What can be made to fail:
+// the power, by a fault of the flash controller; it stays off until restore_power.
 #include "models/register_window.hpp"
 
 #include "models/flash_controller.hpp"

@@ -1,4 +1,4 @@
-// An adapter's registers, as loads and stores in its first memory BAR reach them.
+// An adapter's registers: loads and stores in its first memory BAR.
 #pragma once
 
 #include <cstdint>
@@ -9,15 +9,16 @@
 namespace kxsim::models {
 
 // One 32-bit access at a byte offset from the BAR. flash: the content of the adapter's flash.
-// Registers that nothing models read 0 and lose what is written; without power all read all ones.
+// Registers without a model read as 0 and lose what is written; without power all registers read as
+// all ones.
 [[nodiscard]] std::uint32_t load_register(
     state::AdapterHardware& hardware, std::span<std::uint8_t> flash, std::uint32_t offset);
 void store_register(
     state::AdapterHardware& hardware, std::span<std::uint8_t> flash, std::uint32_t offset,
     std::uint32_t value);
 
-// The power comes back: the chip and its controller are idle, content and faults are as they were,
-// but for a power cut, which has happened.
+// Restore the power: the chip and its controller are idle; content and faults do not change, except
+// that the power cut is over.
 void restore_power(state::AdapterHardware& hardware);
 
 }  // namespace kxsim::models

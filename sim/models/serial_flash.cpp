@@ -1,9 +1,9 @@
-// Trigger: the transfers of the flash controller. Effect: the chip's content changes as a real
-// one's does: nothing is written without the latch of a write enable just before; a page program
-// clears bits and wraps around within its page of 256 bytes; an erase sets a whole sector to 0xFF;
-// while either is under way everything but a status read is ignored. A write is whole or not at
-// all: the power goes between transfers. What can be made to fail: an endless write, a wrong bit
-// in a page program (see state::FlashFaults).
+// Trigger: the transfers of the flash controller. Effect: the content changes as in a real chip. A
+// write needs a write enable directly before it; a page program clears bits and wraps around within
+// its page of 256 bytes; an erase sets a whole sector to 0xFF; while either is in progress,
+// everything except a status read is ignored. A write is complete or does not happen, because the
+// power fails only between transfers. What can be made to fail: an endless write, a wrong bit in a
+// page program (see state::FlashFaults).
 #include "models/serial_flash.hpp"
 
 #include <cstring>
@@ -24,7 +24,7 @@ enum FlashCommand : std::uint8_t {
 constexpr std::uint8_t kWriteInProgress = 0x01;
 constexpr std::uint8_t kWriteEnabled = 0x02;
 constexpr std::uint8_t kErasedFlash = 0xFF;
-constexpr std::uint8_t kFloating = 0xFF;  // what the data line reads when nothing drives it
+constexpr std::uint8_t kFloating = 0xFF;  // the value of the data line when nothing drives it
 
 constexpr std::uint32_t kHeader = 4;                // command and address
 constexpr std::uint32_t kReadHeader = kHeader + 1;  // and a dummy byte
@@ -94,14 +94,14 @@ std::uint8_t SerialFlash::next_byte() {
     return content_.empty() ? kErasedFlash : content_[wrapped(latches_.address++)];
 }
 
-// A division takes longer than all the rest of a transfer, and hardly any address needs it.
+// A division takes longer than the rest of a transfer, and few addresses need it.
 std::size_t SerialFlash::wrapped(std::size_t address) const {
     return address < content_.size() ? address : address % content_.size();
 }
 
 void SerialFlash::take_page_byte(std::uint8_t in) {
     latches_.page[latches_.address % state::kFlashPage] = in;
-    // The last bytes of a page come before its first ones: the address stays in its page.
+    // After the last byte of a page comes its first one: the address stays in its page.
     latches_.address = (latches_.address & ~(state::kFlashPage - 1)) |
                        ((latches_.address + 1) & (state::kFlashPage - 1));
 }

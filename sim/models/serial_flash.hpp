@@ -1,4 +1,4 @@
-// The SPI flash chip of an adapter, byte by byte as its controller exchanges them.
+// The SPI flash chip of an adapter, which exchanges single bytes with its controller.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ public:
         state::SerialFlash& chip, const state::FlashFaults& faults, std::span<std::uint8_t> content)
         : chip_(chip), latches_(chip.latches), faults_(faults), content_(content) {}
 
-    // One byte each way. The first one after deselect() is the command.
+    // One byte in each direction. The first byte after deselect() is the command.
     std::uint8_t exchange(std::uint8_t in);
 
     // The end of a command: write enable, page program and sector erase take effect here.
@@ -39,8 +39,7 @@ private:
     std::span<std::uint8_t> content_;
 };
 
-// A chip of a manufacturer and capacity code, erased sectors as large as its kind has them.
-// Sectors are 64 KiB, but 256 KiB in chips of code 24.
+// A chip with a manufacturer and a capacity code. Sectors have 64 KiB, or 256 KiB for code 24.
 void fit_flash(
     state::SerialFlash& chip, std::uint8_t manufacturer, std::uint8_t type,
     std::uint8_t capacity_code);

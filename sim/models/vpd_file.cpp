@@ -1,7 +1,7 @@
-// Trigger: reads and writes of /sys/bus/pci/devices/LOCATION/vpd of an adapter. Effect: those of
-// its EEPROM, from where the chip's vital product data begin: whoever decodes them (lspci, say)
-// expects their first tag at the start of the file. Can be made to fail: an EEPROM that never
-// answers.
+// Trigger: reads and writes of /sys/bus/pci/devices/LOCATION/vpd of an adapter. Effect: reads and
+// writes of its EEPROM, from the start of the chip's vital product data: programs that decode them,
+// such as lspci, expect the first tag at the start of the file. Can be made to fail: an EEPROM that
+// never answers.
 #include <algorithm>
 #include <cerrno>
 #include <optional>
@@ -16,8 +16,8 @@ namespace {
 constexpr std::size_t kQ3Start = 0xC00;
 constexpr std::size_t kQ4Start = 0x400;
 
-// The bytes that an access reaches, at most so many; nothing, with errno set, when the kernel would
-// refuse it.
+// The bytes that an access reaches, at most this many; nothing, with errno set, when the kernel
+// would refuse it.
 std::optional<std::span<std::uint8_t>> reached(const FileAccess& access, std::size_t size) {
     state::Adapter* const adapter = adapter_named(access.host, pci_location_of(access.path));
     const off_t place = place_of(access);

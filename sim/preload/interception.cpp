@@ -35,7 +35,7 @@ void copy_object(char (&field)[state::kObjectSize], const char* object) {
 LoggedCall* count(Session& session, Call call, const char* object, std::uint32_t command) {
     session.counts[static_cast<std::size_t>(call)].fetch_add(1, std::memory_order_relaxed);
     if (state::is_allocation(call)) {
-        return nullptr;  // they would crowd out everything else
+        return nullptr;  // they would fill the log
     }
     const std::uint32_t place = session.logged.fetch_add(1, std::memory_order_relaxed);
     if (place >= state::kMostLogged) {
@@ -75,7 +75,7 @@ bool concerns_this_process(const Session& session, const FaultRule& rule) {
                      rule.program, program_invocation_short_name, sizeof rule.program - 1) == 0;
 }
 
-// The kernel's own files answer whole.
+// Files of the kernel are always read and written completely.
 bool concerns_object(const FaultRule& rule, const char* object) {
     return same_object(rule.object, object) && (rule.error != 0 || !is_kernel_path(object));
 }
@@ -92,7 +92,8 @@ bool matches(
            concerns_object(rule, object) && same_origin(rule, caller);
 }
 
-// Every matching rule counts the call; the first whose turn it is decides. Null: the call goes on.
+// Every matching rule counts the call; the first rule that applies decides. Null: the call
+// continues.
 const FaultRule* due_rule(
     Session& session, Call call, const char* object, std::uint32_t command, const void* caller) {
     const FaultRule* decides = nullptr;
@@ -122,7 +123,7 @@ bool any_rule(const Session& session, Call call) {
 
 int error_of(const FaultRule* rule) { return rule == nullptr ? 0 : rule->error; }
 
-// The host's answer to the call that this thread made last is noted in its log entry.
+// Stores the host's answer to this thread's last call in its log entry.
 thread_local LoggedCall* last_logged __attribute__((tls_model("initial-exec"))) = nullptr;
 
 const FaultRule* intercept_on(

@@ -1,4 +1,4 @@
-// Interception of calls: every wrapper counts and logs its call here, and asks whether it fails.
+// Interception of calls: every wrapper counts and logs its call here, and learns whether it fails.
 #pragma once
 
 #include <cerrno>
@@ -18,17 +18,17 @@ using namespace process;  // NOLINT: the wrappers work on nothing else
 // the path or the interface that the call is about, command the request of an ioctl.
 [[nodiscard]] int intercept(state::Call call, const char* object = "", std::uint32_t command = 0);
 
-// As intercept, for calls on a descriptor; the path it is open on is found when something asks.
+// Like intercept, for calls on a descriptor; its path is looked up only when it is needed.
 [[nodiscard]] int intercept_descriptor(state::Call call, int descriptor);
 
-// As intercept_descriptor, for a read or write. Cuts `size` to the bytes that a rule lets move; a
-// write that fails may leave some, any other failed call none.
+// Like intercept_descriptor, for a read or write. Cuts `size` to the bytes that a rule allows; a
+// write that fails may write some bytes, any other failed call none.
 [[nodiscard]] int intercept_transfer(state::Call call, int descriptor, std::size_t& size);
 
-// Note what the interface request carries that was counted last.
+// Record the values of the interface request that was counted last.
 void note_request(const state::Request& request, const void* record);
 
-// Note that the call that was counted last was refused by the host rather than by a rule.
+// Record that the host, not a rule, refused the call that was counted last.
 void note_refusal(int error);
 
 // The result of a call that failed: -1 or null, with errno set.

@@ -20,7 +20,7 @@ namespace {
 
 using state::Call;
 
-// A listing is one block of pages: this head, its entries, and the order in which to give them.
+// A listing is one block of pages: this head, its entries, and their order.
 struct Listing {
     Listing* next;
     DIR* directory;
@@ -124,8 +124,8 @@ public:
 private:
     static constexpr off64_t kUnplaced = 0;
 
-    // Until the end the order stays by name, which is how entries are found; an entry's place is
-    // kept in its offset, where readers expect it anyway.
+    // Until the end the entries are sorted by name for the lookup; the position of an entry is
+    // stored in its offset, where readers expect it.
     void give_place(std::uint32_t entry) {
         if (listing_.entries[entry].d_off == kUnplaced) {
             listing_.entries[entry].d_off = ++placed_;
@@ -140,7 +140,7 @@ private:
     off64_t placed_ = 0;
 };
 
-// The names that the builder gave a directory, one a line.
+// The order of a directory that the builder set: one name in each line.
 class OrderFile {
 public:
     explicit OrderFile(const Host& host, const PathText& directory) {
@@ -201,7 +201,7 @@ void put_in_order(const Host& host, const PathText& path, Listing& listing) {
     }
 }
 
-// The next entry of a directory that this file is in charge of.
+// The next entry of a directory whose order this file determines.
 bool next_listed(DIR* directory, dirent64*& entry) {
     const ListingsLock lock;
     Listing* const listing = find(directory);
@@ -237,7 +237,7 @@ bool move_to(DIR* directory, long position) {
     return true;
 }
 
-// readdir and readdir64 give the same record on 64-bit machines.
+// readdir and readdir64 return the same record on 64-bit machines.
 static_assert(sizeof(dirent) == sizeof(dirent64) && sizeof(off_t) == sizeof(off64_t));
 
 template <FunctionName kName, class Function>

@@ -1,12 +1,12 @@
-// Directories of the simulated host list their entries in the order in which the builder made them.
+// Lists the entries of the simulated host's directories in the order of their creation.
 #pragma once
 
 #include <dirent.h>
 
 namespace kxsim::preload {
 
-// Take charge of the order of a directory that was just opened, when it is one of the host's.
-// Returns its argument.
+// Determine the order of a directory that was just opened, when it belongs to the host. Returns its
+// argument.
 DIR* listed(DIR* directory);
 
 }  // namespace kxsim::preload

@@ -17,7 +17,7 @@ struct Kind {
     Intent intent = Intent::kUse;
 };
 
-// The errno with which a call on a path does not get as far as the C library, or 0.
+// The errno with which a call on a path fails before it reaches the C library, or 0.
 [[nodiscard]] inline int stopped(Kind kind, const Target& target) {
     if (const int error = intercept(kind.call, target.name()); error != 0) {
         return error;

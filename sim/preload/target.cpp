@@ -22,7 +22,7 @@ bool exists(const char* path) {
     return look_at(path, status);
 }
 
-// The path that the kernel knows a descriptor by.
+// The kernel's path of a descriptor.
 std::string_view descriptor_path(int descriptor, char (&buffer)[PATH_MAX]) {
     char link[32];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
@@ -75,7 +75,7 @@ Target::Target(int directory, const char* path, Intent intent)
     if (simulated_) {
         target_ = in_tree_.c_str();
     } else if (from_tree) {
-        target_ = name_;  // the tree's neighbours are not the real directory's
+        target_ = name_;  // the tree has other entries than the real directory
     }
 }
 
@@ -96,7 +96,7 @@ void Target::decide(const Host& host, Intent intent) {
     if (look_at(in_tree_.c_str(), status)) {
         simulated_ = !S_ISDIR(status.st_mode) || !exists(name_);
     } else if (makes(intent) && absolute_.parent() != "/") {
-        // What is made beside simulated files must not land in the real directory of that name.
+        // A file that is created next to simulated files must not be created in the real directory.
         PathText parent;
         parent.append(in_tree_.parent());
         simulated_ = exists(parent.c_str()) && !exists(name_);

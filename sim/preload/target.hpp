@@ -1,4 +1,4 @@
-// Where a path leads on the simulated host: into its tree, or to the real machine.
+// Resolves a path on the simulated host: into its tree, or to the real machine.
 #pragma once
 
 #include "preload/interception.hpp"
@@ -8,26 +8,27 @@
 namespace kxsim::preload {
 
 enum class Intent {
-    kUse,     // what is there, behind links
-    kLink,    // what is there, be it a link
-    kCreate,  // may make what is not there, behind links
-    kChange,  // removes, renames, makes, be it a link: what the kernel's file systems refuse
+    kUse,     // an existing file; links are followed
+    kLink,    // an existing file or link; links are not followed
+    kCreate,  // may create a missing file; links are followed
+    kChange,  // removes, renames or creates a file or link: the kernel's file systems refuse it
 };
 
 class Target {
 public:
-    // directory as in openat; a path that is null or empty leads where it led.
+    // directory as in openat; a null or empty path is not changed.
     Target(int directory, const char* path, Intent intent);
 
-    // What to hand to the C library in the path's place.
+    // The path to pass to the C library.
     [[nodiscard]] const char* path() const { return target_; }
 
-    // The path on the simulated host, for rules and records; as given when there is no host.
+    // The path on the simulated host, for rules and records; the given path when there is no host.
     [[nodiscard]] const char* name() const { return name_; }
 
     [[nodiscard]] bool simulated() const { return simulated_; }
 
-    // The errno with which the host's permissions refuse this intent or these flags of an open.
+    // The errno with which the host's permissions refuse this kind of access, or these flags of an
+    // open.
     [[nodiscard]] int refusal() const;
     [[nodiscard]] int refusal(int open_flags) const;
 
@@ -40,15 +41,15 @@ private:
     const char* name_;
     Intent intent_;
     bool simulated_ = false;
-    int link_error_ = 0;  // why the links on the path lead nowhere
+    int link_error_ = 0;  // the errno of following the links on the path
     PathText absolute_;
     PathText in_tree_;
 };
 
-// Turn a path in the tree into what it is on the simulated host, in place.
+// Turn a path in the tree into the path on the simulated host, in place.
 void strip_tree(char* path);
 
-// The simulated path that a descriptor is open on; false when it is none of the host's.
+// The path of a descriptor on the simulated host; false when the file does not belong to the host.
 [[nodiscard]] bool simulated_path(const Host& host, int descriptor, PathText& path);
 
 }  // namespace kxsim::preload

@@ -16,7 +16,7 @@ using process::PathText;
 
 constexpr int kMostLinks = 40;  // the kernel's limit
 
-// The part of a path that is still to be walked.
+// The part of a path that is not processed yet.
 class Rest {
 public:
     explicit Rest(std::string_view path) : length_(path.size()), too_long_(length_ > sizeof text_) {
@@ -27,7 +27,7 @@ public:
     [[nodiscard]] bool too_long() const { return too_long_; }
     [[nodiscard]] std::string_view left() const { return {text_ + at_, length_ - at_}; }
 
-    // Take the next name off; empty at the end.
+    // Remove and return the next name; empty at the end.
     [[nodiscard]] std::string_view next_name() {
         skip_slashes();
         const std::size_t begin = at_;
@@ -39,7 +39,7 @@ public:
         return name;
     }
 
-    // What a link says comes before what is left.
+    // Insert the target of a link before the rest.
     void put_in_front(std::string_view link) {
         const std::size_t left_length = length_ - at_;
         if (link.size() + 1 + left_length > sizeof text_) {
@@ -66,7 +66,7 @@ private:
     char text_[PATH_MAX];
 };
 
-// The text of a link in the tree; 0 for what is no link, negative for what is not there.
+// The text of a link in the tree; 0 when it is not a link, negative when it is missing.
 ssize_t read_link(const Host& host, const PathText& path, char (&text)[PATH_MAX]) {
     PathText in_tree;
     in_tree.append({host.tree, host.tree_length});
@@ -98,7 +98,7 @@ int follow_links(const Host& host, std::string_view path, LastLink last, PathTex
         char link[PATH_MAX];
         const ssize_t length = read_link(host, resolved, link);
         if (length < 0) {
-            resolved.walk(rest.left());  // nothing is below what is not there
+            resolved.walk(rest.left());  // there is nothing below a missing directory
             break;
         }
         if (length == 0) {

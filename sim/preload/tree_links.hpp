@@ -14,8 +14,8 @@ enum class LastLink {
 };
 
 // Follow the links on a path of the simulated host as if its tree were the whole file system: "/"
-// at the beginning of a link is the tree, and ".." does not lead out of it. resolved: the path on
-// the host that this leads to. Returns 0, ELOOP, or ENAMETOOLONG.
+// at the beginning of a link is the tree, and ".." does not lead out of it. resolved: the resulting
+// path on the host. Returns 0, ELOOP, or ENAMETOOLONG.
 [[nodiscard]] int follow_links(
     const process::Host& host, std::string_view path, LastLink last, process::PathText& resolved);
 

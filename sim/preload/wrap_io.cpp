@@ -1,4 +1,4 @@
-// Calls on what is already open: descriptors, streams, mappings.
+// Calls on open objects: descriptors, streams, mappings.
 #include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/mman.h>
@@ -30,8 +30,8 @@ auto on_descriptor(Call call, int descriptor, Rest... rest) {
     return next<kName, Function>()(descriptor, rest...);
 }
 
-// Reads and writes reach the model of a file that has one; transfer is its function for this
-// direction, go the C library's, with the bytes that may move.
+// Reads and writes of a file with a model call the model; transfer is its function for this
+// direction, go that of the C library, with the allowed number of bytes.
 template <class Bytes, class Transfer, class Go>
 ssize_t transfer_bytes(
     Call call, int descriptor, Bytes* bytes, std::size_t size, std::optional<off_t> offset,
@@ -84,7 +84,7 @@ ssize_t write_bytes_at(int descriptor, const void* data, size_t size, off_t offs
         });
 }
 
-// Offsets are 64 bits wide in either spelling.
+// Offsets have 64 bits in both variants.
 static_assert(sizeof(off_t) == sizeof(off64_t));
 
 }  // namespace
@@ -146,7 +146,7 @@ int ftruncate64(int descriptor, off64_t length) noexcept {
 
 void* mmap(
     void* place, size_t size, int protection, int flags, int descriptor, off_t offset) noexcept {
-    if (descriptor >= 0) {  // anonymous memory is nothing of a host's
+    if (descriptor >= 0) {  // anonymous memory does not belong to a host
         if (const int error = intercept_descriptor(Call::kMmap, descriptor); error != 0) {
             errno = error;
             return MAP_FAILED;
@@ -165,7 +165,7 @@ void* mmap64(
     return mmap(place, size, protection, flags, descriptor, offset);
 }
 
-// A stream whose last bytes did not reach the disk: they are lost, and the caller is told.
+// The last bytes of a stream did not reach the disk: they are lost, and the caller gets an error.
 int fflush(FILE* stream) {
     if (stream != nullptr) {
         if (const int error = intercept_descriptor(Call::kFflush, ::fileno(stream)); error != 0) {

@@ -1,5 +1,5 @@
 // libvirt's functions for machines, on the hypervisor of the simulated host. Connections and
-// domains that are none of the host's are used as they are.
+// domains that do not belong to the host are used unchanged.
 #include <type_traits>
 
 #include "models/hypervisor.hpp"
@@ -15,7 +15,7 @@ using kxsim::models::MachineVisit;
 using kxsim::state::Call;
 using Purpose = MachineVisit::Purpose;
 
-// The errno with which a fault rule has a function fail, or 0.
+// The errno with which a fault rule makes a function fail, or 0.
 int stopped(const char* function) { return intercept(Call::kLibvirt, function); }
 
 virConnectPtr handle_of(const MachineVisit& visit, virConnectPtr) { return visit.connection(); }
@@ -52,7 +52,7 @@ auto changes(Handle* handle, Rest... rest) {
     return on_machines<kName, Function>(Purpose::kChange, handle, rest...);
 }
 
-// What needs no look at the machines: libvirt's own answer.
+// Functions that need no machines: libvirt answers itself.
 template <FunctionName kName, class Function, class Handle, class... Rest>
 auto tells(Handle* handle, Rest... rest) {
     using Result = std::invoke_result_t<Function*, Handle*, Rest...>;
@@ -75,7 +75,7 @@ virConnectPtr opens(const char* name, Rest... rest) {
 
 using DeviceModel = int (*)(MachineVisit& visit, const char* device, unsigned flags);
 
-// pass_on: the call itself, for a domain that is none of the host's.
+// pass_on: the original call, for a domain that does not belong to the host.
 template <class PassOn>
 int edits(
     const char* function, DeviceModel model, virDomainPtr domain, const char* device,
@@ -107,7 +107,7 @@ int virConnectClose(virConnectPtr c) {
                              : libvirt<"virConnectClose", decltype(::virConnectClose)>()(c);
 }
 
-// What there is.
+// Functions that list machines.
 
 int virConnectNumOfDomains(virConnectPtr c) {
     return asks<"virConnectNumOfDomains", decltype(::virConnectNumOfDomains)>(c);
@@ -151,7 +151,7 @@ int virDomainIsActive(virDomainPtr d) {
     return asks<"virDomainIsActive", decltype(::virDomainIsActive)>(d);
 }
 
-// What changes it.
+// Functions that change machines.
 
 virDomainPtr virDomainDefineXML(virConnectPtr c, const char* description) {
     return changes<"virDomainDefineXML", decltype(::virDomainDefineXML)>(c, description);
@@ -197,7 +197,7 @@ int virDomainResume(virDomainPtr d) {
     return changes<"virDomainResume", decltype(::virDomainResume)>(d);
 }
 
-// What a handle tells of itself.
+// Functions that read a handle.
 
 const char* virDomainGetName(virDomainPtr d) {
     return tells<"virDomainGetName", decltype(::virDomainGetName)>(d);
@@ -212,7 +212,7 @@ char* virConnectGetURI(virConnectPtr c) {
     return tells<"virConnectGetURI", decltype(::virConnectGetURI)>(c);
 }
 
-// Devices; the calls without flags mean the machine as it runs.
+// Devices; calls without flags apply to the running machine.
 
 int virDomainAttachDevice(virDomainPtr d, const char* device) {
     return edits(

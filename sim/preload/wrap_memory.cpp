@@ -1,7 +1,7 @@
 // Allocation, so that it can be made to fail while a test's window is open.
 //
-// Looking the real functions up may itself allocate; those few bytes come from a buffer here and
-// are never given back.
+// Looking up the real functions may itself allocate; those few bytes come from a buffer here and
+// are never freed.
 #include <kxsim/preload.h>
 
 #include <cstddef>
@@ -39,7 +39,7 @@ bool is_early(const void* block) {
     return address >= start && address < start + sizeof early_bytes;
 }
 
-// The real function, or null while it is being looked up.
+// The real function, or null during its lookup.
 template <FunctionName kName, class Function>
 Function* real() {
     if (looking_up) {
@@ -103,7 +103,7 @@ void free(void* block) noexcept {
     if (block == nullptr || is_early(block)) {
         return;
     }
-    // Null while it is looked up: what the lookup itself lets go of stays where it is.
+    // Null during the lookup: memory that the lookup itself frees is kept.
     if (const auto function = real<"free", decltype(::free)>(); function != nullptr) {
         function(block);
     }

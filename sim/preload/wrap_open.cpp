@@ -58,7 +58,7 @@ int open_path_at(int directory, const char* path, int flags, mode_t mode) {
     return opened(next<kName, Function>()(directory, target.path(), flags, mode));
 }
 
-// The flags that a stream's mode stands for.
+// The flags of a stream's mode.
 int stream_flags(const char* mode) {
     bool update = false;
     for (const char* letter = mode; *letter != '\0' && *letter != ','; ++letter) {
@@ -92,7 +92,7 @@ FILE* open_stream(const char* path, const char* mode) {
     return opened_stream(next<kName, Function>()(target.path(), mode));
 }
 
-// A stream that cannot be opened again is closed all the same.
+// A stream that cannot be opened again is closed anyway.
 template <FunctionName kName, class Function>
 FILE* reopen_stream(const char* path, const char* mode, FILE* stream) {
     const int flags = stream_flags(mode);
@@ -104,7 +104,7 @@ FILE* reopen_stream(const char* path, const char* mode, FILE* stream) {
     return opened_stream(next<kName, Function>()(target.path(), mode, stream));
 }
 
-// Patterns are matched by the C library, which can be told how to look at directories.
+// The C library matches patterns; it can use our functions to read directories.
 template <FunctionName kName, class Function, class Entry, class Found, class Read, class Look>
 int glob_on_host(
     const char* pattern, int flags, int (*on_error)(const char*, int), Found* found, Read read,
@@ -120,7 +120,7 @@ int glob_on_host(
     return next<kName, Function>()(pattern, flags | GLOB_ALTDIRFUNC, on_error, found);
 }
 
-// The mode argument is there only when the flags make a file.
+// The mode argument exists only when the flags create a file.
 mode_t mode_argument(int flags, va_list arguments) {
     return creates(flags) ? va_arg(arguments, mode_t) : 0;
 }
@@ -160,7 +160,7 @@ int openat64(int directory, const char* path, int flags, ...) {
     return open_path_at<"openat64", decltype(::openat64)>(directory, path, flags, mode);
 }
 
-// What open becomes in a program that was built with checks and gives no mode.
+// The form of open in a program that was built with checks, without a mode.
 int __open_2(const char* path, int flags) {
     return open_path<"open", decltype(::open)>(path, flags, 0);
 }
@@ -206,7 +206,7 @@ DIR* fdopendir(int descriptor) {
     return listed(next<"fdopendir", decltype(::fdopendir)>()(descriptor));
 }
 
-// Sorts by its own comparison, so the order that the host gives does not show.
+// Sorts by its own comparison, so the order of the host has no effect.
 int scandir(
     const char* path, dirent*** list, int (*select)(const dirent*),
     int (*compare)(const dirent**, const dirent**)) {

@@ -1,4 +1,4 @@
-// Calls on a path that neither open it nor list it, in all their spellings.
+// Calls on a path that neither open nor list it, in all variants.
 #include <fcntl.h>
 #include <kxsim/preload.h>
 #include <sys/stat.h>
@@ -38,7 +38,7 @@ constexpr Kind kTruncate{Call::kTruncate};
 constexpr Kind kUtime{Call::kUtime};
 constexpr Kind kXattr{Call::kXattr};
 
-// The kind of a call whose flags may say that it is about a link itself.
+// The kind of a call whose flags may select a link itself.
 Kind with_flags(Kind kind, int flags) {
     return (flags & AT_SYMLINK_NOFOLLOW) != 0 ? Kind{kind.call, Intent::kLink} : kind;
 }
@@ -61,7 +61,7 @@ int on_two_paths(
     return go(from.path(), to.path());
 }
 
-// A path that the C library made out of the tree's names, told in the host's.
+// Turns a path that the C library made from names of the tree into a path of the host.
 char* told(char* path) {
     kxsim::preload::strip_tree(path);
     return path;
@@ -112,8 +112,8 @@ int statx(int directory, const char* path, int flags, unsigned mask, struct stat
         with_flags(kStat, flags), directory, path, flags, mask, out);
 }
 
-// What programs built against an older C library call. The version only chose a layout that this
-// architecture never changed.
+// The functions that programs for an older C library call. The version only selects a layout, which
+// never changed on this architecture.
 int __xstat(int, const char* path, struct stat* status) noexcept { return stat(path, status); }
 int __xstat64(int, const char* path, struct stat64* status) noexcept {
     return stat64(path, status);
@@ -188,7 +188,7 @@ int linkat(
             return next<"linkat", decltype(::linkat)>()(from_directory, a, to_directory, b, flags);
         });
 }
-// The text of a link is no path that is followed here; only its place is redirected.
+// The text of a link is not a path to follow here; only the path of the link is redirected.
 int symlink(const char* text, const char* path) noexcept {
     const Target place(AT_FDCWD, path, Intent::kChange);
     const int error = stopped(kSymlink, place);

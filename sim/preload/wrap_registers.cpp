@@ -1,5 +1,5 @@
-// The library's own register accesses: exported by it for this purpose. An address outside of the
-// simulated windows is the process's own memory and is accessed as the library would.
+// The library's register accesses, which it exports for this purpose. An address outside the
+// simulated windows is memory of the process and is accessed as the library would do it.
 #include <cstdint>
 
 #include "models/device_memory.hpp"

@@ -20,7 +20,7 @@ namespace {
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 using kxsim::state::Call;
 
-// What the request carries is noted before a driver changes it. Returns an errno, or 0.
+// The values of the request are recorded before a driver changes them. Returns an errno, or 0.
 int answer_interface(Host& on, int descriptor, unsigned long request, ifreq& asked) {
     char name[IFNAMSIZ + 1] = "";
     std::memcpy(name, asked.ifr_name, IFNAMSIZ);
@@ -44,8 +44,8 @@ int answer_interface(Host& on, int descriptor, unsigned long request, ifreq& ask
     return error;
 }
 
-// Tools that would rather speak netlink to the real kernel's drivers fall back to requests that
-// are answered here.
+// Tools that prefer netlink, which would reach the real kernel, fall back to requests that are
+// answered here.
 bool speaks_to_real_drivers(int domain, int protocol) {
     return domain == AF_NETLINK && protocol == NETLINK_GENERIC;
 }

@@ -1,4 +1,4 @@
-// The adapters' delays cost no time here: they are added up instead.
+// The adapters' delays take no time here; they are only added up.
 #include <unistd.h>
 
 #include "preload/interception.hpp"

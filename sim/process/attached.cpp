@@ -108,8 +108,8 @@ int map_host(const char* root) {
     return error;
 }
 
-// A session that is named but cannot be mapped must not leave the process on the real machine,
-// whose adapters it would change.
+// When a session is named but cannot be mapped, the process must not continue on the real machine,
+// because it would change the real adapters.
 void find_host() {
     const KeepErrno keep;
     if (environ == nullptr) {

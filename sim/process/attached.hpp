@@ -1,5 +1,5 @@
-// The simulated host under this process: found through the environment at the first wrapped call,
-// or attached by the process itself.
+// The simulated host of this process: found through the environment at the first wrapped call, or
+// attached by the process itself.
 #pragma once
 
 #include <sys/types.h>
@@ -14,7 +14,7 @@
 
 namespace kxsim::process {
 
-// A file of the session that is mapped when it is first asked for.
+// A file of the session, mapped at its first use.
 struct Mapping {
     void* address;
     std::size_t size;
@@ -23,7 +23,7 @@ struct Mapping {
 struct Host {
     char tree[PATH_MAX];  // directory of the simulated files, without a slash at its end
     std::size_t tree_length;
-    std::size_t root_length;  // of its beginning that is the session's directory
+    std::size_t root_length;  // length of the session's directory at its beginning
     dev_t device;             // the file system that holds the tree
     state::Session* session;
     state::Network* network;
@@ -35,7 +35,7 @@ struct Host {
 // The host that this thread is on; null on the real machine and while paused.
 [[nodiscard]] Host* host();
 
-// While one lives, this thread is on the real machine.
+// While such an object exists, this thread is on the real machine.
 class Pause {
 public:
     Pause() { ++depth_; }
@@ -48,11 +48,11 @@ public:
     static bool active() { return depth_ > 0; }
 
 private:
-    // Access to it must not allocate: allocation itself is wrapped.
+    // Access to it must not allocate, because allocation is wrapped too.
     static inline thread_local int depth_ __attribute__((tls_model("initial-exec"))) = 0;
 };
 
-// What a wrapper does on the way must not show in errno.
+// Steps inside a wrapper must not change errno.
 class KeepErrno {
 public:
     KeepErrno() : reason_(errno) {}

@@ -1,4 +1,4 @@
-// The mark of the names that libkxsim.so offers; all else in it is hidden.
+// The attribute of the names that libkxsim.so exports; all other names are hidden.
 #pragma once
 
 #define KXSIM_EXPORT __attribute__((visibility("default")))

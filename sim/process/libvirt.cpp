@@ -8,7 +8,7 @@ namespace kxsim::process {
 void* find_in_libvirt(const char* name) {
     void* function = dlsym(RTLD_NEXT, name);
     if (function == nullptr) {
-        // An agent that loads the library by itself has libvirt in a scope of its own.
+        // When an agent loads the library with dlopen, libvirt is in a separate scope.
         if (void* const library = dlopen("libvirt.so.0", RTLD_LAZY | RTLD_NOLOAD)) {
             function = dlsym(library, name);
         }

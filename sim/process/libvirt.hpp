@@ -11,8 +11,8 @@ namespace kxsim::process {
 // Ends the process when there is none; only users of libvirt come here.
 [[nodiscard]] void* find_in_libvirt(const char* name);
 
-// libvirt<"virDomainCreate", decltype(::virDomainCreate)>() is what virDomainCreate would be
-// without this library.
+// libvirt<"virDomainCreate", decltype(::virDomainCreate)>() is virDomainCreate without this
+// library.
 template <FunctionName kName, class Function>
 [[nodiscard]] Function* libvirt() {
     static constinit std::atomic<void*> found = nullptr;
@@ -24,7 +24,7 @@ template <FunctionName kName, class Function>
     return reinterpret_cast<Function*>(function);
 }
 
-// Free what libvirt allocated: by the process's own allocator, which may be a sanitizer's.
+// Free memory that libvirt allocated, with the process's allocator, which may be a sanitizer's.
 void free_of_process(void* block);
 
 // A text that libvirt allocated.

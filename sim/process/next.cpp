@@ -10,7 +10,7 @@
 namespace kxsim::process {
 
 void complain(const char* text) {
-    // Not by write, which is a wrapper here.
+    // Does not use write, which is a wrapper here.
     syscall(SYS_write, STDERR_FILENO, text, std::strlen(text));
 }
 

@@ -1,5 +1,5 @@
-// The functions that the wrappers stand in front of: the next definition of each name in the
-// process, looked up when it is first needed.
+// The functions that the wrappers replace: the next definition of each name in the process, looked
+// up at the first use.
 #pragma once
 
 #include <atomic>
@@ -7,10 +7,10 @@
 
 namespace kxsim::process {
 
-// Ends the process when there is none: a wrapper without its function has no answer to give.
+// Ends the process when there is none, because a wrapper cannot work without its function.
 [[nodiscard]] void* find_next(const char* name);
 
-// A line for standard error, when the process is about to end.
+// Prints a line on standard error before the process ends.
 void complain(const char* text);
 
 // A function's name as a template argument.
@@ -24,8 +24,8 @@ struct FunctionName {
     char text[kSize];
 };
 
-// next<"open", decltype(::open)>() is what open would be without this library. Safe before
-// constructors ran: it needs no initialisation and takes no lock.
+// next<"open", decltype(::open)>() is open without this library. Safe before constructors run: it
+// needs no initialisation and takes no lock.
 template <FunctionName kName, class Function>
 [[nodiscard]] Function* next() {
     static constinit std::atomic<void*> found = nullptr;

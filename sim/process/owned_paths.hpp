@@ -1,5 +1,5 @@
-// What belongs to the simulated host alone. A path in or below these that the host does not hold is
-// missing, whatever the real machine has there.
+// The paths that belong to the simulated host alone. A file in or below them that the host does not
+// have is missing, whatever the real machine has.
 #pragma once
 
 #include <string_view>
@@ -28,7 +28,7 @@ inline constexpr std::string_view kOwnedPaths[] = {
     "/usr/share/misc/pci.ids.gz",
 };
 
-// Whether a path is that directory or file or lies below it.
+// Whether a path is that directory or file, or is below it.
 constexpr bool is_in(std::string_view path, std::string_view directory) {
     return path.starts_with(directory) &&
            (path.size() == directory.size() || path[directory.size()] == '/');
@@ -43,8 +43,8 @@ constexpr bool is_owned(std::string_view path) {
     return false;
 }
 
-// The kernel's file systems: nothing is made or removed there, and a file that lacks a permission
-// lacks it for root too.
+// The kernel's file systems: nothing is created or removed there, and permissions apply to root
+// too.
 constexpr bool is_kernel_path(std::string_view path) {
     return is_in(path, "/proc") || is_in(path, "/sys");
 }

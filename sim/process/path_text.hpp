@@ -21,7 +21,7 @@ public:
         too_long_ = false;
     }
 
-    // The bytes as they are.
+    // The unchanged bytes.
     void append(std::string_view bytes) {
         if (length_ + bytes.size() >= sizeof text_) {
             too_long_ = true;
@@ -32,7 +32,7 @@ public:
         text_[length_] = '\0';
     }
 
-    // Walk from here along a path; "/" itself is held as an empty text until it is finished.
+    // Continue along a path; "/" itself is an empty text until the path is finished.
     void walk(std::string_view path) {
         while (!path.empty()) {
             std::size_t length = 0;

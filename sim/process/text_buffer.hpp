@@ -1,4 +1,4 @@
-// Texts of any length, for models that handle whole files and descriptions.
+// Texts of any length, for models of whole files and descriptions.
 #pragma once
 
 #include <cstdlib>
@@ -17,7 +17,7 @@ namespace kxsim::process {
     return {text.data() + start, end - start};
 }
 
-// A text that grows. When memory runs out it stays as it is and says so.
+// A growing text. When memory runs out, it does not change and reports this.
 class TextBuffer {
 public:
     TextBuffer() = default;
@@ -35,7 +35,7 @@ public:
         return *this;
     }
 
-    // Whether all that was appended is there.
+    // Whether everything that was appended is in the text.
     [[nodiscard]] bool complete() const { return complete_; }
     [[nodiscard]] std::string_view view() const { return {text_, length_}; }
     [[nodiscard]] const char* c_str() const { return text_ == nullptr ? "" : text_; }

@@ -1,4 +1,4 @@
-// Files of the simulated host as its models write them.
+// Writes files of the simulated host, for its models.
 #pragma once
 
 #include <string_view>
@@ -7,7 +7,7 @@
 
 namespace kxsim::process {
 
-// Replace the content of a simulated file that is there; false when it is not.
+// Replace the content of an existing simulated file; false when it does not exist.
 bool replace_content(const Host& host, std::string_view path, std::string_view content);
 
 }  // namespace kxsim::process

@@ -11,7 +11,7 @@ namespace {
 constexpr unsigned kMost8 = 0xFF;
 constexpr unsigned kMostAddress = std::numeric_limits<std::uint32_t>::max();
 
-// Files are named from where the scenario lies.
+// Paths of files are relative to the scenario's directory.
 void read_file_name(TableReader& table, std::string& file) {
     std::string name;
     table.text("file", name, [&](const std::string& given) {

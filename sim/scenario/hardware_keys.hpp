@@ -1,4 +1,4 @@
-// The keys of an adapter's [flash] and [eeprom] tables: what is inside it.
+// The keys of an adapter's [flash] and [eeprom] tables.
 #pragma once
 
 #include <kxsim/host.hpp>
@@ -7,7 +7,7 @@
 
 namespace kxsim {
 
-// With the flash come the faults of its controller.
+// The table of the flash includes the faults of its controller.
 void read_flash(TableReader& table, Adapter& adapter);
 void read_eeprom(TableReader& table, Eeprom& eeprom);
 

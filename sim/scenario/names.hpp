@@ -1,4 +1,4 @@
-// Numbers that scenarios give by their names in the C library's and the kernel's headers.
+// Numbers that scenarios write as names of the C library's and the kernel's headers.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Numbers are as in <linux/ethtool.h>: masks as its bits, sizes in descriptors, times in
-// microseconds. Rings stand in the order receive, receive mini, receive jumbo, transmit.
+// microseconds. The order of rings is receive, receive mini, receive jumbo, transmit.
 #include "scenario/nic_keys.hpp"
 
 #include <array>
@@ -70,7 +70,7 @@ void read_pause(TableReader& table, ethtool_pauseparam& pause) {
     read_switch(table, "tx_pause", pause.tx_pause);
 }
 
-// Four sizes, in the order in which rings stand everywhere.
+// Four sizes, in the usual order of rings.
 void read_ring_sizes(
     TableReader& table, std::string_view key, const std::array<std::uint32_t*, 4>& sizes) {
     table.allow(key);

@@ -1,4 +1,4 @@
-// The keys of an interface's [nic] table: what its driver answers.
+// The keys of an interface's [nic] table: the answers of its driver.
 #pragma once
 
 #include <kxsim/nic.hpp>

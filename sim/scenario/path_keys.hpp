@@ -1,5 +1,5 @@
-// Checks of what scenarios name files by: nothing that a scenario says leads out of the simulated
-// host, or out of the directory that the scenario lies in.
+// Checks of the paths in scenarios: no path leads out of the simulated host, or out of the
+// scenario's directory.
 #pragma once
 
 #include <string>
@@ -18,8 +18,8 @@ void check_relative_path(std::string_view key, const std::string& path);
 // The name of one file: no "/", not "." or "..". May be empty.
 void check_file_name(std::string_view key, const std::string& name);
 
-// The real file that a scenario names: it lies in the scenario's directory or below it, and is a
-// regular file or missing. Returns where it lies.
+// The real file that a scenario names: it is in the scenario's directory or below it, and is a
+// regular file or missing. Returns its path.
 [[nodiscard]] std::string file_beside(const std::string& scenario, const std::string& name);
 
 }  // namespace kxsim

@@ -1,4 +1,4 @@
-// From a scenario's tables to the builder's calls. Each table of a scenario is one function here,
+// Turns the tables of a scenario into calls of the builder. Each table is one function here, and
 // each key one line of it.
 #include <kxsim/scenario.hpp>
 

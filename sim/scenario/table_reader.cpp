@@ -9,7 +9,7 @@
 namespace kxsim {
 namespace {
 
-// What a value looks like in a message.
+// The text of a value in a message.
 std::string shown(const toml::node& node) {
     std::ostringstream out;
     if (node.is_table()) {

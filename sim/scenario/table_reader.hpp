@@ -1,5 +1,5 @@
-// Reading one table of a scenario: every key is asked for once, and what is left over at the end is
-// a mistake of the scenario's author.
+// Reads one table of a scenario: the code reads every known key once, and any key that remains is a
+// mistake in the scenario.
 #pragma once
 
 #include <toml++/toml.h>
@@ -20,14 +20,14 @@ namespace kxsim {
 
 class TableReader {
 public:
-    // what: how messages call the table, such as "[[adapter]]".
+    // what: the name of the table in messages, such as "[[adapter]]".
     TableReader(const std::string& file, const toml::table& table, std::string what)
         : file_(file), table_(table), what_(std::move(what)) {}
 
-    // What throws std::invalid_argument becomes a mistake at the value's place.
+    // A std::invalid_argument becomes a mistake at the position of the value.
     using Check = std::function<void(const std::string&)>;
 
-    // Each takes the value of a key, if it is there.
+    // Each stores the value of a key, if the key exists.
     TableReader& text(std::string_view key, std::string& value, const Check& check = {});
     TableReader& texts(
         std::string_view key, std::vector<std::string>& values, const Check& check = {});
@@ -43,7 +43,7 @@ public:
     // The table that is a key's value.
     TableReader& table(std::string_view key, const std::function<void(TableReader& table)>& body);
 
-    // Complain unless the key is there.
+    // Report a mistake when the key is missing.
     TableReader& required(std::string_view key);
 
     // A key that is read after the table was built.
@@ -52,10 +52,11 @@ public:
     // The tables of an array of tables, in their order.
     void tables(std::string_view key, const std::function<void(TableReader& table)>& each);
 
-    // Complain about keys that nobody asked for.
+    // Report the keys that were not read.
     void finish() const;
 
-    // Run what builds from this table; a builder's complaint becomes one at this table's place.
+    // Run the code that builds from this table; an exception of the builder becomes a mistake at
+    // the position of this table.
     void build(const std::function<void()>& body) const;
 
     // The scenario's file, as messages name it.

@@ -1,5 +1,5 @@
-// The inside of a simulated adapter, as all processes of a session share it: a plain record in a
-// mapped file. What the flash and the EEPROM hold are files beside it.
+// The hardware state of a simulated adapter, which all processes of a session share: a plain record
+// in a mapped file. The content of the flash and the EEPROM is in separate files.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,15 @@ enum class Family : std::uint8_t { kQ3, kQ4 };  // Q5 adapters are kQ4 here: the
 
 inline constexpr std::uint32_t kFlashPage = 256;
 
-// What a chip forgets without power.
+// The state that a chip loses without power.
 struct FlashLatches {
     std::uint8_t write_enabled;
-    std::uint8_t endless;  // the write under way never ends
+    std::uint8_t endless;  // the current write never ends
     std::uint8_t command;  // since it was selected
     std::uint8_t reserved;
     std::uint32_t received;  // bytes since it was selected
     std::uint32_t address;
-    std::uint32_t busy_polls;       // status reads until the write under way ends
+    std::uint32_t busy_polls;       // status reads until the current write ends
     std::uint8_t page[kFlashPage];  // the page program's bytes, 0xFF where there was none
 };
 
@@ -29,7 +29,7 @@ struct SerialFlash {
     std::uint8_t capacity_code;
     std::uint8_t reserved;
     std::uint32_t sector_size;
-    std::uint32_t program_polls;  // status reads that find a page program still under way
+    std::uint32_t program_polls;  // status reads that still find a page program in progress
     std::uint32_t erase_polls;    // and a sector erase
     std::uint32_t programs;       // page programs and sector erases that were carried out
     std::uint32_t erases;
@@ -41,35 +41,36 @@ struct ControllerLatches {
     std::uint32_t operation;
     std::uint32_t result;     // becomes the data when the transfer ends
     std::uint32_t busy_left;  // reads until then
-    std::uint8_t stuck;       // the transfer under way never ends
+    std::uint8_t stuck;       // the current transfer never ends
     std::uint8_t selected;    // the flash is kept selected
     std::uint8_t locked;      // reserved for this host
     std::uint8_t reserved;
 };
 
 struct FlashController {
-    std::uint32_t busy_polls;  // reads of the operation register that find a transfer under way
-    std::uint32_t transfers;   // that were started
+    std::uint32_t
+        busy_polls;  // reads of the operation register that still find a transfer in progress
+    std::uint32_t transfers;  // that were started
     ControllerLatches latches;
 };
 
-// What goes wrong, each at one position counted from 1; 0 for never.
+// Faults, each at one position, counted from 1; 0: never.
 struct FlashFaults {
     std::uint32_t stuck_busy_at;     // transfer that never ends
     std::uint32_t endless_write_at;  // page program or sector erase that never ends
     std::uint32_t flipped_bit_at;    // page program whose first byte takes a wrong bit
-    std::uint32_t power_cut_at;      // transfer that finds the power gone
+    std::uint32_t power_cut_at;      // transfer at which the power fails
 };
 
-// The VPD capability in configuration space, and what its registers hold.
+// The VPD capability in configuration space, and the values of its registers.
 struct VpdCapability {
     std::uint32_t offset;  // 0: the adapter has none
-    std::uint32_t polls;   // reads of the flag that find the EEPROM still busy
+    std::uint32_t polls;   // reads of the flag that still find the EEPROM busy
     std::uint32_t polls_left;
     std::uint32_t data;
     std::uint16_t address;      // with the flag in its top bit
     std::uint8_t silent;        // no request is ever answered
-    std::uint8_t loses_writes;  // the data register does not keep what is written
+    std::uint8_t loses_writes;  // the data register loses what is written
     std::uint8_t under_way;     // a request has not been answered yet
     std::uint8_t reserved[3];
 };

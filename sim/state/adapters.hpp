@@ -1,4 +1,4 @@
-// The adapters of a session: where each stands, and its inside.
+// The adapters of a session: the location and the hardware state of each.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ inline constexpr char kEepromFile[] = "/state/eeprom-";
 
 struct Adapter {
     char location[kLocationSize];
-    std::uint64_t window;  // where its first memory BAR lies
+    std::uint64_t window;  // the address of its first memory BAR
     std::uint64_t window_size;
     std::uint32_t flash_size;  // of the files
     std::uint32_t eeprom_size;

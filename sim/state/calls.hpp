@@ -7,7 +7,7 @@
 
 namespace kxsim::state {
 
-// Each stands for all spellings of a call: kOpen for open, open64, openat, creat and so on.
+// Each includes all variants of a call: kOpen includes open, open64, openat, creat and so on.
 enum class Call : std::uint16_t {
     kAccess,
     kCalloc,
@@ -91,8 +91,8 @@ constexpr bool is_file_call(Call call) {
 // The name of all of these together.
 inline constexpr std::string_view kFileCallsName = "file";
 
-// Memory is what everything uses: these fail only while a window is open, or in a program that a
-// rule names.
+// All code uses memory, so these fail only while a window is open, or in a program that a rule
+// names.
 constexpr bool is_allocation(Call call) {
     return call == Call::kMalloc || call == Call::kCalloc || call == Call::kRealloc;
 }

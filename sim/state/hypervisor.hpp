@@ -1,4 +1,4 @@
-// Where a simulated host keeps its virtual machines, on the host's own paths.
+// The files of a simulated host's virtual machines, as paths of the host.
 #pragma once
 
 namespace kxsim::state {
@@ -8,8 +8,8 @@ inline constexpr char kMachineDirectory[] = "/var/lib/libvirt/kxsim";
 // The persistent definitions, all of them shut off: a node of libvirt's test driver.
 inline constexpr char kNodeFile[] = "/var/lib/libvirt/kxsim/node.xml";
 
-// The machines that run, one line each in the order of their ids: "ID STATE UUID" with libvirt's
-// number of the state. The description that each runs with stands beside it, in UUID.xml.
+// The running machines, one line for each in the order of their ids: "ID STATE UUID" with libvirt's
+// number of the state. The current description of each is in UUID.xml in the same directory.
 inline constexpr char kActiveFile[] = "/var/lib/libvirt/kxsim/active";
 
 inline constexpr char kNodeStart[] = "<node>\n";

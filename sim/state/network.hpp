@@ -1,7 +1,7 @@
-// The simulated host's network interfaces, as all processes of a session share them.
+// The simulated host's network interfaces, which all processes of a session share.
 //
-// A plain record in a mapped file: the builder writes it, the models read and change it from
-// whichever process made the request, so a setting that one command made is there for the next.
+// A plain record in a mapped file. The builder writes it, and the models read and change it in
+// every process, so that the next command sees a setting of the previous one.
 #pragma once
 
 #include <linux/ethtool.h>
@@ -41,7 +41,8 @@ struct Counter {
     std::uint64_t step;
 };
 
-// The counters of one interface, and the numbers that its driver gives of them: -1 for the truth.
+// The counters of one interface, and the numbers of counters that its driver reports: -1 for the
+// correct number.
 struct CounterRange {
     std::uint32_t first;
     std::uint32_t count;
@@ -69,7 +70,7 @@ struct Interface {
 };
 
 struct Network {
-    std::uint32_t count;  // slots used; a removed interface leaves an empty name behind
+    std::uint32_t count;  // slots in use; the slot of a removed interface has an empty name
     char names[kMostInterfaces][kNameSize];
     Interface interfaces[kMostInterfaces];
     std::uint32_t counters_used;

@@ -1,4 +1,4 @@
-// The requests that drivers of network interfaces answer: their names, and what a request carries.
+// The requests that drivers of network interfaces answer: their names and their values.
 #pragma once
 
 #include <linux/ethtool.h>

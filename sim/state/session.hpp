@@ -1,5 +1,5 @@
-// What the processes of one session share beside files and interfaces: fault rules, counters, the
-// log of an open window, and the time that nobody slept.
+// The data that all processes of a session share, apart from files and interfaces: fault rules,
+// counters, the log of an open window, and the requested time of sleeps.
 #pragma once
 
 #include <atomic>
@@ -30,7 +30,7 @@ struct FaultRule {
     Call call;
     std::uint16_t reserved;
     std::uint32_t nth;      // of the calls that match, counted from 1
-    std::uint32_t times;    // how many fail from there on; 0 for all
+    std::uint32_t times;    // how many calls fail from the first one; 0 for all
     std::int32_t error;     // errno; 0 when it is cut short
     std::uint32_t most;     // bytes that a read or write is cut to, or that a failed write leaves
     std::uint32_t command;  // of an ioctl; 0 for any

@@ -1,5 +1,5 @@
-// What is inside a simulated adapter: its serial flash and its serial EEPROM, what they hold, how
-// they misbehave, and how often software touched them.
+// The hardware of a simulated adapter: its serial flash and its serial EEPROM, their content, their
+// faults, and counters of accesses.
 #pragma once
 
 #include <cstddef>
@@ -12,26 +12,28 @@
 
 namespace kxsim {
 
-// Bytes by the address at which they begin; all else is erased (0xFF).
+// Bytes by their start address; all other bytes are erased (0xFF).
 using Content = std::vector<std::pair<std::uint32_t, std::string>>;
 
 // The serial flash and its controller.
 struct Flash {
     unsigned manufacturer = 0x20;
     unsigned type = 0x20;
-    std::optional<unsigned> capacity_code = {};  // size is 1 << code; nothing: the chip's own kind
-    unsigned busy_polls = 1;     // reads of the controller that find a transfer under way
-    unsigned program_polls = 1;  // reads of the flash's status that find a page program under way
-    unsigned erase_polls = 2;    // and a sector erase
+    std::optional<unsigned> capacity_code =
+        {};                   // size is 1 << code; nothing: the default of the chip
+    unsigned busy_polls = 1;  // reads of the controller that still find a transfer in progress
+    unsigned program_polls =
+        1;  // reads of the flash's status that still find a page program in progress
+    unsigned erase_polls = 2;  // and a sector erase
     Content content = {};
 
-    // A file that holds the flash's bytes and keeps what software writes. One that is not empty is
-    // taken as it is; a new one gets the content above. Empty: a file of the session.
+    // A file that contains the flash's bytes and keeps what software writes. A file that is not
+    // empty is used unchanged; a new file gets the content above. Empty: a file of the session.
     std::string file = {};
 };
 
-// Vital product data as the maker writes it: texts are padded with spaces, the rest of the data has
-// every keyword that the chip's layout knows.
+// Vital product data as the maker writes them: texts are padded with spaces; the rest of the data
+// has every keyword of the chip's layout.
 struct ProductData {
     std::string product = {};      // up to 16 characters
     std::string part_number = {};  // "PN", 16
@@ -41,13 +43,13 @@ struct ProductData {
     std::string v5 = {};           // 8 (Q3: "V7", 2)
 };
 
-// What became of vital product data since the maker wrote them.
+// Damage to vital product data.
 enum class Damage : std::uint8_t {
     kErased,    // all bytes are 0xFF
-    kNoEndTag,  // erased bytes follow where the end tag was
-    kLengths,   // the read-only part and its first keyword claim to be longer than all data
-    kKeywords,  // the read-only part has keywords that nobody knows
-    kChecksum,  // the checksum does not fit
+    kNoEndTag,  // the end tag is erased
+    kLengths,   // the lengths of the read-only part and of its first keyword exceed the data
+    kKeywords,  // the read-only part has unknown keywords
+    kChecksum,  // the checksum is wrong
 };
 
 // The serial EEPROM and the capability through which it is read.
@@ -57,17 +59,18 @@ struct Eeprom {
     Content content = {};                          // over it
     std::string file = {};                         // as that of the flash
     bool capability = true;                        // the adapter has one for vital product data
-    unsigned polls = 1;         // reads of its flag that find a request under way
+    unsigned polls = 1;         // reads of its flag that still find a request in progress
     bool silent = false;        // requests are never answered
-    bool loses_writes = false;  // the data register does not keep what is written
+    bool loses_writes = false;  // the data register loses what is written
 };
 
-// What goes wrong in an adapter, each at one position, counted from when it is set; 0 for never.
+// Faults of an adapter, each at one position; positions count from the moment when the faults are
+// set; 0: never.
 struct HardwareFaults {
     unsigned stuck_busy_at = 0;     // transfer of the controller that never ends
     unsigned endless_write_at = 0;  // page program or sector erase that never ends
     unsigned flipped_bit_at = 0;    // page program that writes a wrong bit
-    unsigned power_cut_at = 0;      // transfer that finds the power gone
+    unsigned power_cut_at = 0;      // transfer at which the power fails
 };
 
 struct HardwareCounts {
@@ -86,7 +89,7 @@ namespace state {
 struct Adapter;
 }
 
-// The inside of one adapter of a host. Everything takes effect at once, in all processes.
+// The hardware of one adapter of a host. Every change takes effect at once, in all processes.
 class Hardware {
 public:
     [[nodiscard]] std::string flash(std::size_t address, std::size_t size) const;
@@ -95,18 +98,18 @@ public:
     [[nodiscard]] std::string eeprom(std::size_t address, std::size_t size) const;
     void write_eeprom(std::size_t address, std::string_view bytes);
 
-    // What the flash answers to an identification; its content stays.
+    // The answer of the flash to an identification; its content does not change.
     void identify_as(unsigned manufacturer, unsigned type, unsigned capacity_code);
 
-    // Set all faults anew and count their positions from here.
+    // Replace all faults, and count their positions from now.
     void faults(const HardwareFaults& faults);
     [[nodiscard]] bool powered() const;
-    void restore_power();  // what the flash and its controller were doing is forgotten
+    void restore_power();  // the state of the flash and its controller is reset
 
     [[nodiscard]] HardwareCounts counts() const;
 
     [[nodiscard]] bool locked() const;    // the controller is reserved for this host
-    [[nodiscard]] bool selected() const;  // a flash command has not been ended
+    [[nodiscard]] bool selected() const;  // a flash command is not complete
 
 private:
     friend class Host;

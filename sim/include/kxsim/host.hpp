@@ -1,4 +1,4 @@
-// A simulated host, built by a test or a program and put under a process.
+// A simulated host, built by a test or a program and attached to a process.
 //
 //     kxsim::Host host;
 //     host.module({.name = "zfab4", .version = "3.19.0.1", .loaded = true});
@@ -8,14 +8,16 @@
 //     const auto attached = host.attach();
 //     ... GetCardInfo(...) ...
 //
-// A fresh host has the directories that every Linux machine has and nothing in them: no adapter, no
-// interface, no loaded module. Everything may be added, changed and removed at any time, attached
-// or not; processes see it at once. What a builder call cannot do (a bad address, a name taken) it
-// throws as std::invalid_argument; what the machine refuses (a full disk) as std::system_error.
+// A new host has the directories of every Linux machine, without content: no adapter, no interface,
+// no loaded module. Everything may be added, changed and removed at any time, attached or not;
+// processes see it at once. A builder call throws std::invalid_argument for a wrong argument (a bad
+// address, a name in use), and std::system_error when the real machine refuses a call (a full
+// disk).
 //
-// The files of a host are the paths of a small table that belong to it alone (its adapters,
-// modules, interfaces and configuration: what it does not have is missing there, whatever the real
-// machine has) and every other file that was given to it. All else is the real machine's.
+// The files of a host are every file that was given to it, and the paths of a small table that
+// belong to the host alone (its adapters, modules, interfaces and configuration): below these paths
+// a file that the host does not have is missing, whatever the real machine has. All other files are
+// those of the real machine.
 #pragma once
 
 #include <sys/types.h>
@@ -37,10 +39,10 @@
 
 namespace kxsim {
 
-// A network interface: one of an adapter's ports, or of anything else.
+// A network interface: a port of an adapter, or any other interface.
 struct Interface {
-    std::string name;                    // up to 15 characters
-    std::string mac = {};                // six colon-separated pairs; made from the name when empty
+    std::string name;      // up to 15 characters
+    std::string mac = {};  // six colon-separated pairs; derived from the name when empty
     std::vector<std::string> ipv4 = {};  // "192.0.2.1/24"; without "/" the entry has no netmask
     std::vector<std::string> ipv6 = {};  // "2001:db8::1/64"
     unsigned mtu = 1500;
@@ -65,13 +67,12 @@ struct PciDevice {
     unsigned irq = 0;
     std::uint64_t bar0 = 0;  // base address of the register window; 0 for none
     std::uint64_t bar0_size = 0x80000;
-    std::string driver = {};          // bound to it; empty for none
+    std::string driver = {};          // the driver that is bound to it; empty for none
     bool vital_product_data = false;  // has the capability for them, at 0xD0
     std::size_t config_size = 256;    // of its configuration space: 64, 256 or 4096 bytes
 };
 
-// An adapter: the function that its maker's tools manage, with its siblings, its virtual functions
-// and its ports.
+// An adapter: the managed function, its sibling functions, its virtual functions and its ports.
 struct Adapter {
     std::string chip;                     // "Q3", "Q4" or "Q5"
     std::string location;                 // of the managed function: 0 for Q3, 4 for the others
@@ -80,7 +81,7 @@ struct Adapter {
     unsigned virtual_functions = 0;       // on the same bus from slot 1 on, eight to a slot
     std::vector<Interface> ports = {};
     unsigned irq = 11;
-    std::uint64_t bar0 = 0;   // 0: a place of its own below 4 GiB
+    std::uint64_t bar0 = 0;   // 0: an unused address below 4 GiB
     std::string driver = {};  // empty: the chip's Ethernet driver, zfab3 or zfab4
     Flash flash = {};
     Eeprom eeprom = {};
@@ -111,13 +112,14 @@ struct ToeDevice {
     bool of_zfab3 = false;                               // listed in /proc/net/zfab3/devices too
 };
 
-// "The nth call of a kind fails." Calls are counted from when the rule is made, in all processes.
+// "The nth call of a kind fails." Calls are counted from the creation of the rule, in all
+// processes.
 struct Fault {
     std::string call;           // "open", "ioctl", "getifaddrs", ...: a name of call_names(), or
                                 // "file": any that opens a file, moves its bytes, flushes or
                                 // changes it
     unsigned nth = 1;           // the first call that fails
-    unsigned times = 1;         // how many fail from there on; 0 for all
+    unsigned times = 1;         // how many calls fail from the first one; 0 for all
     int error;                  // errno; 0 with `most` alone
     std::string object = {};    // the path, interface or function of libvirt concerned, "*" at its
                                 // end for any rest
@@ -129,8 +131,8 @@ struct Fault {
     std::string program = {};   // the name of the program that calls, up to 15 characters
 };
 
-// The power goes at the nth call on a file: it and all that follow fail, and a write stops midway.
-// What was never flushed stands in the files until Host::lose_unflushed.
+// The power fails at the nth call on a file: this call and all later ones fail, and a write stops
+// midway. Data that were never flushed stay in the files until Host::lose_unflushed.
 [[nodiscard]] inline Fault power_cut(unsigned nth) {
     return {.call = "file", .nth = nth, .times = 0, .error = EIO, .most = 7};
 }
@@ -143,19 +145,19 @@ struct Fault {
 // One call that was made while a window was open.
 struct LoggedCall {
     std::string call;
-    std::string object;     // path or interface name; empty when it is about neither
+    std::string object;     // path or interface name; empty when the call has neither
     std::uint32_t command;  // of an ioctl; flags of an open
-    int error;              // with which the simulated host refused it; 0 when it went on
+    int error;  // the errno with which the simulated host refused it; 0 when it was not refused
     friend bool operator==(const LoggedCall&, const LoggedCall&) = default;
 };
 
-// What a window saw of the process that opened it.
+// The calls that a window recorded for the process that opened it.
 class Calls {
 public:
-    // How often a kind of call was made, in all spellings together.
+    // The number of calls of a kind, in all variants together.
     [[nodiscard]] std::uint64_t operator[](std::string_view call) const;
 
-    // How often a kind of call was made on that path or interface.
+    // The number of calls of a kind on that path or interface.
     [[nodiscard]] std::uint64_t on(std::string_view call, std::string_view object) const;
 
     // The names of the calls of a kind in their order; of "file" as faults know it, of all of
@@ -164,10 +166,10 @@ public:
 
     // The requests to drivers of interfaces in their order, each with its interface and the values
     // that it carries: "GCOALESCE eth2", "SPAUSEPARAM eth2 autoneg 1 rx 0 tx 1", "SIOCSIFMTU eth2
-    // 9000". Names of Ethernet tool commands stand without "ETHTOOL_".
+    // 9000". Names of ethtool commands are given without "ETHTOOL_".
     [[nodiscard]] const std::vector<std::string>& requests() const { return requests_; }
 
-    // Every call in its order but for allocations. A window keeps the first 65536.
+    // Every call in order, except allocations. A window keeps the first 65536.
     [[nodiscard]] const std::vector<LoggedCall>& log() const { return log_; }
 
 private:
@@ -179,11 +181,11 @@ private:
 
 class Host;
 
-// A rule in force; it stays when this handle goes.
+// An active rule; it stays active when this handle is destroyed.
 class FaultRule {
 public:
-    [[nodiscard]] unsigned seen() const;       // calls that it was about
-    [[nodiscard]] unsigned fired() const;      // calls that it made fail or cut short
+    [[nodiscard]] unsigned seen() const;       // calls that matched
+    [[nodiscard]] unsigned fired() const;      // calls that failed or were cut short
     [[nodiscard]] std::string struck() const;  // the object of the last of them
     void remove();
 
@@ -194,7 +196,7 @@ private:
     std::size_t place_;
 };
 
-// While it lives, this process and the children it starts are on the host.
+// While this object exists, this process and its children are on the host.
 class Attached {
 public:
     Attached(Attached&& other) noexcept;
@@ -212,8 +214,8 @@ private:
 
 class Host {
 public:
-    // In a new directory below TMPDIR that goes away with the host, or in one that is given and
-    // stays. A directory that holds a session is taken over as it is.
+    // In a new directory below TMPDIR that is removed with the host, or in a given directory that
+    // stays. A session in the given directory is continued.
     Host();
     explicit Host(const std::filesystem::path& directory);
     ~Host();
@@ -225,7 +227,7 @@ public:
     void adapter(const Adapter& adapter);
     void pci_device(const PciDevice& device);
 
-    // The inside of the adapter whose managed function stands at a location.
+    // The hardware of the adapter whose managed function is at a location.
     [[nodiscard]] Hardware hardware(const std::string& location);
 
     void interface(const Interface& interface);
@@ -240,23 +242,24 @@ public:
 
     // --- Files, by their paths on the host ---
 
-    // Make or replace a file, with the directories above it. Content may be any bytes. A file that
-    // nobody may read or write (mode 0000) can be looked at but not opened, even by root.
+    // Create or replace a file, and the directories above it. The content may be any bytes. Even
+    // root can examine but not open a file with mode 0000.
     void file(std::string_view path, std::string_view content, mode_t mode = 0644);
     void append(std::string_view path, std::string_view content);
     void directory(std::string_view path);
     void link(std::string_view path, std::string_view target);
-    void remove(std::string_view path);  // with all that is below it
+    void remove(std::string_view path);  // with everything below it
     [[nodiscard]] bool exists(std::string_view path) const;
     [[nodiscard]] std::string read(std::string_view path) const;
     [[nodiscard]] mode_t mode(std::string_view path) const;  // permission bits
 
-    // Entries are listed in the order in which they were made; give another. Entries that are not
-    // named follow by name. (The devices of the PCI bus are listed newest first: libpci puts each
-    // that it reads in front of its list, whose order so is the order of making.)
+    // Set the order in which the entries of a directory are listed; by default it is the order of
+    // their creation. Entries that are not named follow by name. (The list of PCI devices begins
+    // with the newest: libpci inserts each device that it reads at the front of its own list, so
+    // its list has the order of creation.)
     void order(std::string_view directory, const std::vector<std::string>& names);
 
-    // Let directory entries be of unknown type, as on some file systems.
+    // Report an unknown type for directory entries, as some file systems do.
     void hide_entry_types(bool hide = true);
 
     // --- Faults ---
@@ -264,21 +267,21 @@ public:
     FaultRule fail(const Fault& fault);
     void clear_faults();
 
-    // From here on remember how much of each file of the host is on the disk: what it held when it
-    // was opened, and what was flushed. Up to 1023 files.
+    // From now on record how much of each file of the host is on the disk: its content when it was
+    // opened, and what was flushed. For up to 1023 files.
     void watch_flushes();
 
-    // As after a power cut: the host's files lose what was written since and never flushed.
-    // Changes of directories stay. Nothing is remembered any longer.
+    // Like a power cut: the host's files lose the data that were written since then and never
+    // flushed. Changes of directories stay. Recording ends.
     void lose_unflushed();
 
-    // Have an interface answer a request (an Ethernet tool command, or the number of another
-    // request) with an errno; 0 lets it answer again.
+    // Make an interface refuse a request (an ethtool command, or the number of another request)
+    // with an errno; 0 ends the refusal.
     void refuse(std::string_view interface_name, std::uint32_t command, int error);
 
     // --- Use ---
 
-    // Put this process on the host.
+    // Attach the host to this process.
     [[nodiscard]] Attached attach();
 
     // The calls that body makes in this process. Windows do not nest.
@@ -296,13 +299,13 @@ public:
         return calls();
     }
 
-    // Microseconds that usleep was asked for and did not take.
+    // Microseconds that were requested from usleep, which does not wait.
     [[nodiscard]] std::uint64_t slept_microseconds() const;
 
-    // The MTU that the interface's driver has.
+    // The MTU in the interface's driver.
     [[nodiscard]] unsigned mtu(std::string_view interface_name) const;
 
-    // What the interface's driver answers, as it stands now; and giving it other answers.
+    // The current answers of the interface's driver; and setting other answers.
     [[nodiscard]] Nic nic(std::string_view interface_name) const;
     void nic(std::string_view interface_name, const Nic& nic);
 
@@ -321,8 +324,8 @@ private:
     std::unique_ptr<State> state_;
 };
 
-// Run body once for each position at which a fault can strike: with the first call failing, the
-// second, and so on until a run in which the rule no longer fires. Each run is a window of its own;
+// Run body once for each position at which a fault can occur: the first call fails, then the
+// second, and so on, until the rule no longer matches in a run. Each run is a window of its own;
 // body gets the position. Returns how many positions there were.
 template <class Body>
 unsigned sweep(Host& host, Fault fault, Body&& body) {

@@ -1,6 +1,6 @@
-// What the driver of a simulated network interface answers to the Ethernet tool commands, and what
-// setting commands change. Every answer is the kernel's own record, with the fields and units of
-// <linux/ethtool.h>; the `cmd` fields carry no meaning.
+// The answers of a simulated network interface's driver to ethtool commands; setting commands
+// change them. Every answer is a record of the kernel, with the fields and units of
+// <linux/ethtool.h>; the `cmd` fields have no meaning.
 #pragma once
 
 #include <linux/ethtool.h>
@@ -12,7 +12,7 @@
 
 namespace kxsim {
 
-// A port of an adapter, as its driver sets it up.
+// The defaults of an adapter's port.
 [[nodiscard]] constexpr ethtool_cmd default_link_settings() {
     ethtool_cmd link{};
     link.supported = SUPPORTED_10baseT_Half | SUPPORTED_10baseT_Full | SUPPORTED_100baseT_Half |
@@ -65,7 +65,8 @@ namespace kxsim {
 }
 
 struct NicSettings {
-    std::uint32_t link = 1;  // answered while the interface is up; down it has no link
+    std::uint32_t link =
+        1;  // the link while the interface is up; an interface that is down has no link
     ethtool_cmd link_settings = default_link_settings();
     std::uint32_t message_level = 0x7;
     std::uint32_t rx_checksum = 1;
@@ -77,23 +78,23 @@ struct NicSettings {
     ethtool_coalesce coalescing = default_coalescing();
     ethtool_ringparam rings = default_rings();
     ethtool_pauseparam pause = default_pause();
-    std::uint32_t negotiations = 0;  // how often auto-negotiation was started again
+    std::uint32_t negotiations = 0;  // how often auto-negotiation was restarted
 };
 
 struct NicCounter {
     std::string name;  // up to 32 characters; 32 of them leave no room for a NUL
     std::uint64_t value = 0;
-    std::uint64_t step = 0;  // by which it grows after each reading, while there is a link
+    std::uint64_t step = 0;  // increase after each reading while there is a link
 };
 
-// A few counters that move as those of a port with traffic do.
+// A few counters that grow like those of a port with traffic.
 [[nodiscard]] std::vector<NicCounter> default_counters();
 
 struct Nic : NicSettings {
     std::vector<NicCounter> counters = default_counters();
 
-    // A driver that does not tell the truth about the number of its counters: when it is asked for
-    // driver information, for names, for values. It never writes more than the caller has room for.
+    // A driver that reports wrong numbers of counters: in its driver information, its names and its
+    // values. It never writes more than the caller has room for.
     std::optional<std::uint32_t> announced_counters = {};
     std::optional<std::uint32_t> named_counters = {};
     std::optional<std::uint32_t> valued_counters = {};

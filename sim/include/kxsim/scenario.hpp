@@ -1,4 +1,4 @@
-// Simulated hosts from files: scenarios, as docs/scenario.md describes them.
+// Builds simulated hosts from scenario files, which docs/scenario.md describes.
 #pragma once
 
 #include <filesystem>
@@ -10,16 +10,16 @@
 
 namespace kxsim {
 
-// What is wrong with a scenario, as one line: "FILE:LINE: what was found, what was expected".
+// A mistake in a scenario, as one line: "FILE:LINE: what was found, what was expected".
 class ScenarioError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// Add what a scenario file holds to a host.
+// Add the content of a scenario file to a host.
 void load_scenario(Host& host, const std::filesystem::path& file);
 
-// As load_scenario, for a text; name stands for the file in messages.
+// Like load_scenario, for a text; messages contain name instead of a file.
 void load_scenario_text(Host& host, std::string_view text, const std::string& name);
 
 struct ShippedScenario {
@@ -28,8 +28,8 @@ struct ShippedScenario {
     std::string title;
 };
 
-// The scenarios that came with the program, by name. They are looked for in $KXSIM_SCENARIOS,
-// beside the program and where it installs them.
+// The included scenarios, by name. They are searched in $KXSIM_SCENARIOS, next to the program and
+// in the installation.
 [[nodiscard]] std::vector<ShippedScenario> shipped_scenarios();
 
 // The file of a scenario: a shipped one by its name, any other by its path (which has a "/" or ends
