@@ -103,7 +103,7 @@ int command_line(int count, char** arguments) {
         ->required();
     run_command->positionals_at_end();
     run_command->prefix_command(false);
-    CLI::App* const list_command = app.add_subcommand("list", "List the scenarios that come along");
+    CLI::App* const list_command = app.add_subcommand("list", "List the included scenarios");
     CLI::App* const show_command = app.add_subcommand("show", "Print a scenario");
     show_command->add_option("name", name, "Its name or its file")->required();
     app.footer(

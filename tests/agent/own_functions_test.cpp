@@ -15,7 +15,7 @@
 namespace {
 
 std::vector<std::string> trimmed;           // what the library has had trimmed
-char* (*answer)(char* text) = nullptr;      // what it is told
+char* (*answer)(char* text) = nullptr;      // the text that it gets
 char elsewhere[] = "  an address outside";  // of every line
 
 class OwnTrim : public testing::Test {

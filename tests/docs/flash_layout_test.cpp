@@ -85,7 +85,7 @@ std::vector<Keyword> keywords(std::size_t columns) {
     return all;
 }
 
-// Every byte that the template writes is told by a row, and the row tells it right.
+// Every byte that the template writes has a row, and the row is right.
 template <std::size_t size>
 void check(void (*write_template)(void*), std::size_t columns) {
     constexpr std::size_t kRows = 24;

@@ -49,7 +49,7 @@ awk -F '|' '
 "$compiler" -std=c++20 -fsyntax-only -Wno-invalid-offsetof -I"$source/include" \
     "$directory/records.cpp" || failed=1
 
-# Every structure of the headers has its table, but for what only other headers define.
+# Every structure of the headers has a table, except those that only other headers define.
 while read -r record; do
     if ! grep -qxF "## $record" "$page"; then
         echo "docs/records.md lacks $record"

@@ -54,7 +54,7 @@ bool meets(const EntryPoint& entry, std::size_t failure) {
     return (entry.name.size() + failure) % kMeets == 0;
 }
 
-// Exported names that are no functions.
+// Exported names that are not functions.
 const std::set<std::string> kVariables = {
     "ErrStr",
     "errStr",
@@ -93,7 +93,8 @@ TEST(EveryExportedFunction, HasACaller) {
 }
 
 // What may befall each kind of call that the library or those behind it make. Allocations of libpci
-// are left out: it ends the process when its first one fails, before it can be told not to.
+// are left out: it ends the process when its first one fails, before the library can replace its
+// error function.
 constexpr Failure kFailures[] = {
     {"access", EACCES},
     {"calloc", ENOMEM, "libkxlinhw"},

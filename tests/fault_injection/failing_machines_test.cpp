@@ -52,7 +52,7 @@ constexpr Failure kFailures[] = {
     {"calloc", ENOMEM, "libkxlinhw"},
     {"malloc", ENOMEM, "libkxlinhw"},
     {"malloc", ENOMEM, "libstdc++"},
-    {"malloc", ENOMEM, "libstdc++", 0, 4},  // nor for what would mend it
+    {"malloc", ENOMEM, "libstdc++", 0, 4},  // nor for the repair
 };
 
 // The first call of a kind fails, and ever fewer of the others; all with KX_THOROUGH set
@@ -303,7 +303,7 @@ std::string describe(const Member& member, const Failure& failure, unsigned nth)
 
 constexpr char kOutOfMemory[] = "no memory";
 
-// What a member answers; exceptions are none of its answers, but for that of a short memory.
+// The answer of a member. Exceptions are not answers, except the one for missing memory.
 std::string answer_of(const Member& member, VMUtils& vm) {
     const test::Silence silence;
     try {

@@ -1,5 +1,5 @@
-// Every call that a query makes fails once: the agent's buffer holds whole records of the length
-// that it is told, or it is as it was and the status is one of those in the header.
+// Every call that a query makes fails once: either the agent's buffer has complete records of the
+// returned length, or it is unchanged and the status is one of those in the header.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>

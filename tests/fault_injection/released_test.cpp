@@ -1,5 +1,5 @@
-// Functions called over and over: memory, descriptors and mappings do not grow, but for what stays
-// by contract, which is exactly that.
+// Functions called again and again: memory, descriptors and mappings do not grow, except for what
+// stays by contract, which is exactly that.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 #include <malloc.h>

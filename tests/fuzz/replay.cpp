@@ -1,5 +1,5 @@
-// Runs a fuzz target once on each file of its corpus, for builds without a fuzzer: what was once
-// found stays mended. Ends with 1 when there is nothing to run.
+// Runs a fuzz target once on each file of its corpus, for builds without a fuzzer: earlier findings
+// stay fixed. Ends with 1 when there is nothing to run.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # hardening.sh LEVEL LIBRARY PROGRAM...: what the shipped files say of how they were built.
 #
-# LEVEL: "fortified" when buffers are checked too, which takes an optimised build; "plain" otherwise;
-# "off" when the build was told to leave hardening to others.
+# LEVEL: "fortified" when buffers are checked too, which takes an optimised build; "plain"
+# otherwise; "off" when the project's own hardening is off.
 #
 # libkxsim.so is not among the files: it stands in front of the C library's functions and has to
 # define the very ones that the checked variants would replace.

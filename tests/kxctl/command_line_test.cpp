@@ -187,7 +187,7 @@ TEST_P(CommandLine, AnswersAsItsRowSays) {
 
 INSTANTIATE_TEST_SUITE_P(Rows, CommandLine, testing::ValuesIn(kRows));
 
-// Every wrong line once more, for machines: the same text and exit code as JSON.
+// Every wrong line again with --json: the same text and exit code as JSON.
 class WrongCommandLine : public testing::TestWithParam<Row> {};
 
 TEST_P(WrongCommandLine, IsReportedAsJsonWhenAsked) {

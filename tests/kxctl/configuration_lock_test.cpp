@@ -1,4 +1,4 @@
-// Runs of kxctl at the same time: none loses a line of another, and who waits can be told to stop.
+// Runs of kxctl at the same time: none loses a line of another, and a waiting run can be stopped.
 #include "settings/configuration_lock.hpp"
 
 #include <gmock/gmock.h>

@@ -38,7 +38,7 @@ enum class Trouble : std::uint8_t {
     kFlashLocked,     // or on the flash of the adapter 03:00.4
 };
 
-// Whether a command fails as a whole, or tells what became of each thing that it was to do.
+// Whether a command fails as a whole, or reports a result for each of its tasks.
 enum class Form : std::uint8_t { kFailure, kReport };
 
 struct Row {

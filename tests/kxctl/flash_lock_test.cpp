@@ -1,4 +1,4 @@
-// Two runs of kxctl on the flash of one adapter: the second is told who is at work.
+// Two runs of kxctl on the flash of one adapter: the second one names the first.
 #include "flash/lock.hpp"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// kxctl vm: machines by name, UUID and id, and what becomes of them, as virsh sees it too.
+// kxctl vm: machines by name, UUID and id; their states agree with those that virsh shows.
 #include <gmock/gmock.h>
 
 #include "kxctl/machines_on_host.hpp"

@@ -366,8 +366,8 @@ TEST(Scenarios, OfUnknownNamesAreRefused) {
 
 struct Mistake {
     const char* text;
-    const char* line;     // where it is told
-    const char* message;  // part of what is told
+    const char* line;     // the line in the message
+    const char* message;  // part of the message
 };
 
 const Mistake kMistakes[] = {

@@ -87,7 +87,7 @@ std::string libkxsim() { return file_of(reinterpret_cast<void*>(kxsim_attach)); 
 
 std::string libkxlinhw() { return file_of(reinterpret_cast<void*>(GetCardInfo)); }
 
-// The libraries that a file is linked with, but for the C library itself and the sanitizers.
+// The libraries that a file is linked with, except the C library itself and the sanitizers.
 std::vector<std::string> libraries_of(const std::string& file) {
     std::vector<std::string> libraries;
     const std::string command = "ldd " + file + " | sed -n 's/.*=> \\(\\/[^ ]*\\).*/\\1/p'";
@@ -153,8 +153,8 @@ TEST(WrappedCalls, StandForEveryCallThatTheLibraryMakes) {
     }
 }
 
-// Every function of libvirt that the library calls on machines, but for those that
-// answer from a handle alone.
+// Every function of libvirt that the library calls on machines, except those that answer from a
+// handle alone.
 TEST(WrappedCalls, StandForEveryCallOnMachines) {
     const Names offered = offered_by(libkxsim());
     const Names from_handle = words(

@@ -137,8 +137,8 @@ void expect_link_as_ethtool_prints(const PortInfo& port, const std::string& name
     }
 }
 
-// The request that tells of TCP segmentation is older than some of the features that ethtool sums
-// up as "tcp-segmentation-offload"; these are the ones it tells of.
+// The request for TCP segmentation is older than some of the features that ethtool combines as
+// "tcp-segmentation-offload"; these are the features that it covers.
 std::string tcp_segmentation_text(const Fields& features) {
     for (const char* const key :
          {"tx-tcp-segmentation", "tx-tcp-ecn-segmentation", "tx-tcp-mangleid-segmentation",
@@ -160,7 +160,7 @@ void expect_offloads_as_ethtool_prints(const PortInfo& port, const std::string& 
         std::to_string(port.settings.gso), switch_text(features, "generic-segmentation-offload"));
 }
 
-// What ethtool cannot tell of a driver stays zero in the port.
+// What ethtool cannot read from a driver stays zero in the port.
 void expect_tunables_as_ethtool_prints(const PortInfo& port, const std::string& name) {
     const Fields rings = ethtool("-g", name);
     EXPECT_EQ(+port.ring_maxima.rx, number(rings, "RX").value_or(0));

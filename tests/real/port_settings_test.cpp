@@ -196,7 +196,7 @@ TEST_F(RealPort, AMissingInterfaceIsToldInTheKernelsWords) {
     EXPECT_FALSE(std::filesystem::exists(kConfFile));
 }
 
-// A reboot: the interfaces are made afresh, and the service's command runs.
+// A reboot: the interfaces are created again, and the service's command runs.
 TEST_F(RealPort, SavedSettingsOutliveAReboot) {
     put(port_.settings.mtu, "1234");
     put_switches("0", "1", "1", 0, 1);

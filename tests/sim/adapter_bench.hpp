@@ -108,14 +108,14 @@ public:
         return sectors;
     }
 
-    // The k-th transfer from here on never ends; what was wrong before is mended.
+    // The k-th transfer from now on never ends; earlier faults are removed.
     void stick_at(uint32_t transfer) {
-        mend();
+        repair();
         hardware.faults.stuck_busy_at = transfer;
     }
 
-    // The power is back, and all counts begin anew.
-    void mend() {
+    // The power is back, and all counts begin at 0.
+    void repair() {
         kxsim::models::restore_power(hardware);
         hardware.faults = {};
         hardware.controller.transfers = 0;

@@ -737,7 +737,7 @@ TEST_F(AdapterLists, NextBuildFreesItsOwnListOnly) {
     EXPECT_EQ(list(), 0U);
     EXPECT_EQ(info_list(), 0U);
     AdapterInfoRecord* const info = first_info_;
-    EXPECT_EQ(list(), 0U);  // a leak or a second release would be told by a sanitizer
+    EXPECT_EQ(list(), 0U);  // a sanitizer reports a leak or a second release
     EXPECT_EQ(g_KestrixAdapterInfo, info);
     EXPECT_EQ(info->device_id, 0x31);
 }

@@ -212,7 +212,7 @@ TEST_F(BootConfig, WriteTellsWhatFailed) {
         "q4_flash_erase_sectors failed\n"
         "flash write error sizeof conf data 1664\n");
 
-    adapter.mend();
+    adapter.repair();
     adapter.hardware.faults.endless_write_at = 4;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(

@@ -103,7 +103,7 @@ TEST_F(BootImage, DownloadErasesTheSectorsThatTheImageTakes) {
           {kSector + 1, {0, 1}},
           {28, {0}},
           {3 * kSector, {0, 1, 2}}}) {
-        adapter.mend();
+        adapter.repair();
         EXPECT_EQ(load(make_image(size)), 0);
         EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray(sectors));
     }
@@ -178,7 +178,7 @@ TEST_F(BootImage, DownloadTellsWhichStepFailed) {
                       "boot image download failed, error -11\n");
 
     for (const uint32_t page : {1U, 2U, 3U, 4U}) {
-        adapter.mend();
+        adapter.repair();
         adapter.hardware.faults.flipped_bit_at = page;
         EXPECT_EQ(load(image), KX_FLASH_MISMATCH);
         char address[16];
@@ -212,7 +212,7 @@ TEST_F(BootImage, PowerCutAtAnyTransferLeavesNoSignatureOrAWholeImage) {
     unsigned none = 0;
     unsigned whole_new = 0;
     for (uint32_t cut = 1;; ++cut) {
-        adapter.mend();
+        adapter.repair();
         std::fill(adapter.content.begin(), adapter.content.end(), uint8_t{0xFF});
         adapter.fill(0, old_image);
         adapter.hardware.faults.power_cut_at = cut;

@@ -15,7 +15,7 @@
 namespace {
 
 struct Size {
-    unsigned interfaces;  // that are no ports
+    unsigned interfaces;  // that are not ports
     unsigned ports;       // of the first of two adapters
     unsigned devices;     // PCI functions of other makers
 };

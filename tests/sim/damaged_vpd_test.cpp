@@ -1,5 +1,5 @@
-// Both lists of adapters whose vital product data are damaged: what is there is told, nothing is
-// read past it, and the list goes on.
+// Both lists of adapters whose vital product data are damaged: what is present is reported, nothing
+// is read past it, and the list goes on.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>

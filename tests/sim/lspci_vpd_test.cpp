@@ -1,5 +1,5 @@
-// Vital product data as the real lspci decodes them on the simulated bus, beside what the library
-// tells of the same adapter.
+// Vital product data as the real lspci decodes them on the simulated bus, compared with the
+// library's data about the same adapter.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // An agent with functions of its own under the library's names, on a host: what they are given, and
-// what becomes of what they return or throw.
+// the effect of their results and exceptions.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -211,7 +211,7 @@ TEST(PowerCut, Q3ErasesAreWholeSectorsInTheirOrder) {
     expect_sectors_in_order(all, 3);
 }
 
-// Whatever a cut left behind, the same operation once more puts it right.
+// Repeating the operation repairs every state that a power cut leaves.
 TEST(PowerCut, EveryWriteCanBeRepeated) {
     const Bytes image = boot_image(2 * KX_FLASH_PAGE);
     const Bytes record = counting(1664, 1);
@@ -221,10 +221,10 @@ TEST(PowerCut, EveryWriteCanBeRepeated) {
         for (const auto& operation : std::initializer_list<std::function<int32_t()>>{
                  [&] { return q4_load_boot(0, image.data(), 0, uint32_t(image.size())); },
                  [&] { return write_flash_for_config(0, record.data()); }}) {
-            adapter.mend();
+            adapter.repair();
             adapter.hardware.faults.power_cut_at = cut;
             static_cast<void>(operation());
-            adapter.mend();
+            adapter.repair();
             EXPECT_EQ(operation(), 0) << cut;
         }
         testing::internal::GetCapturedStdout();

@@ -356,7 +356,7 @@ TEST_F(Q3Readers, UseTheWindowThatIsOpen) {
     EXPECT_EQ(calls.on("open", "/dev/mem"), 0U);
 }
 
-// --- Option ROM: what it tells of itself ---
+// --- Identification of the option ROM ---
 
 class Q3OptionRom : public Q3Boot {
 protected:

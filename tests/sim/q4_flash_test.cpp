@@ -26,7 +26,7 @@ constexpr uint32_t kData = bench::kQ4Data;
 constexpr uint32_t kOp = bench::kQ4Operation;
 constexpr uint32_t kBusy = 1U << 31;
 
-// What the flash controller is told to identify the flash: nine accesses with the loads.
+// The accesses that identify the flash: nine, including the loads.
 const std::vector<Store> kIdentify{{kData, 0x9F}, {kOp, 0x09}, {kOp, 0x14}, {kOp, 0}};
 
 std::vector<Store> operator+(std::vector<Store> left, const std::vector<Store>& right) {

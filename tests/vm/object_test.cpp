@@ -16,7 +16,7 @@ using test::printed;
 using testing::ElementsAre;
 using xercesc::XMLString;
 
-// An object whose parser goes with it; the class leaves it to the agent.
+// An object that also frees its parser, which the class leaves to the agent.
 class ObjectWithItsParser {
 public:
     ~ObjectWithItsParser() { delete object_.parser; }

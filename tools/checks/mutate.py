@@ -12,7 +12,7 @@ The test programs are those of build/release, which meet the changed library in 
 own; only the unit tests, which hold the library's objects, are built in the copy.
 
 What was found is appended to build/mutation/results.jsonl, so that a run that was stopped goes on
-where it was. --again runs those that survived once more, after tests were added; --report runs
+where it was. --again runs those that survived again, after tests were added; --report runs
 nothing. Ends with 1 when a mutant survived.
 """
 import argparse
@@ -78,7 +78,7 @@ class Test:
         self.usual = None  # seconds
 
     def holds_objects(self):
-        """The unit tests have no library to replace and must be linked anew."""
+        """The unit tests have no library to replace and must be linked again."""
         return self.name.startswith("unit_")
 
 
@@ -296,7 +296,7 @@ def main():
     parser.add_argument("--count", type=int, default=200, help="mutants that compile (200)")
     parser.add_argument("--seed", type=int, default=1, help="of the choice (1)")
     parser.add_argument("--jobs", type=int, default=1, help="mutants at a time (1)")
-    parser.add_argument("--again", action="store_true", help="first those that survived, once more")
+    parser.add_argument("--again", action="store_true", help="first run those that survived again")
     parser.add_argument("--report", action="store_true", help="print what is known, run nothing")
     parser.add_argument("--launcher", default=shutil.which("ccache") or "",
                         help="in front of the compiler (ccache, where there is one)")

@@ -95,8 +95,8 @@ std::size_t failures_for_each() {
 
 unsigned next_position(unsigned nth) { return nth < kOneByOne ? nth + 1 : nth + nth / 8; }
 
-// Failures that the library keeps to itself, as its header says: the answer then lacks what could
-// not be found out, and the agent cannot tell it from what is not there.
+// Failures that the library does not report, as its header says: the answer then lacks the data
+// that could not be read, and the agent cannot distinguish this from missing objects.
 struct Unseen {
     const char* call;    // "" for any
     const char* object;  // what it begins with
@@ -156,7 +156,8 @@ std::string content_of(const std::filesystem::path& path) {
                                                              : text;
 }
 
-// Whoever only reads does without a lock that it cannot have; its file is no answer.
+// A process that only reads works without a lock that it cannot get; the lock file is not part of
+// the answer.
 bool is_lock(const std::filesystem::path& path) {
     return path.filename().string().starts_with(".kxctl.");
 }
@@ -314,7 +315,7 @@ protected:
         return found != files.end() && found->second == content;
     }
 
-    // Nothing of the old configuration is lost, but for lines that something new stands for.
+    // Nothing of the old configuration is lost, except lines that were replaced.
     bool has_whole_lines(const std::string& path, const std::string& content) const {
         if (!path.starts_with("etc/")) {
             return false;
@@ -362,7 +363,7 @@ TEST_P(FailingCommand, SaysSoOrAnswersTheSame) {
 INSTANTIATE_TEST_SUITE_P(
     Table, FailingCommand, testing::ValuesIn(test::all_commands()), test::name_of_command);
 
-// --- What is told when there is no way to tell it ---
+// --- Reporting when nothing can be printed ---
 
 const Command& command_named(const std::string& name) {
     return *std::ranges::find(kx::ctl::commands(), name, &Command::name);

@@ -18,7 +18,7 @@ namespace kx::ctl {
 // "full" or "half"; empty when the driver does not know it.
 [[nodiscard]] std::string duplex_text(const PortInfo& port);
 
-// What a list of ports tells of each.
+// The fields of a port in a list.
 [[nodiscard]] Json summary_json(const PortInfo& port);
 
 // Everything about one port.

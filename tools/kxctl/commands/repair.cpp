@@ -1,7 +1,7 @@
 // repair: bring back a configuration file whose rewrite was interrupted.
 //
 // A rewrite of FILE writes FILE.tmp, flushes it, renames FILE to FILE.bk and FILE.tmp to FILE, and
-// removes FILE.bk. Where it stopped can be told by the names that are there.
+// removes FILE.bk. The existing names show where it stopped.
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <kxlinhw/settings.h>
