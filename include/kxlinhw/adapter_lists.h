@@ -91,7 +91,7 @@ extern KX_EXPORT AdapterInfoRecord* g_KestrixAdapterInfo;
 /* Scan the bus and build a list of all adapters, in place of the one before.
    *first: the head of the list, which is valid until the next build, its free function or
    cleanup_and_exit. While a list is built *first is its newest record, and stays so when building
-   fails: what was built so far hangs from the global head.
+   fails: the global head points to the part that was built.
    Both return 0; 244 when there is no adapter (the list before stays, *first is not written); 273
    when a record could not be allocated (*first is null); 317 for null.
    Both read each adapter's EEPROM and flash through its register window and close it again. Errors

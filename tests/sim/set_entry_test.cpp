@@ -1,5 +1,5 @@
-// The set entry points: finding the target, the order of the groups, what is written back, what
-// the agent is told.
+// The set entry points: finding the target, the order of the groups, the data written back, the
+// reported failures.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
