@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Static analysis in addition to clang-tidy: cppcheck over the library's sources, shellcheck over
-# all scripts, codespell over all texts, the compiler's own analyser over what it understands. Ends
-# with 1 when one of them reports something.
+# all scripts, codespell over all texts, the compiler's own analyser over what it understands; plain
+# English, the folders' includes, and headers and sources that compile alone. Ends with 1 when one of
+# them reports something.
 # shellcheck disable=SC2317 # functions are called through check()
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -57,6 +58,18 @@ run_shellcheck() {
     shellcheck --external-sources "${scripts[@]}"
 }
 
+# Words and turns that plain English avoids; turns.txt says what to write instead.
+run_turns() {
+    local turn instead found=0
+    while IFS=$'\t' read -r turn instead; do
+        if [[ $turn != '#'* ]] && git grep --untracked -nIPie "$turn" -- ':!tests/fuzz/corpus' ':!tools/checks/turns.txt'; then
+            printf '    instead: %s\n' "$instead"
+            found=1
+        fi
+    done <tools/checks/turns.txt
+    return "$found"
+}
+
 run_codespell() {
     git ls-files --cached --others --exclude-standard \
         '*.md' '*.c' '*.h' '*.cpp' '*.hpp' '*.toml' '*.sh' '*.txt' run | xargs codespell
@@ -66,4 +79,7 @@ check cppcheck run_cppcheck
 check 'gcc -fanalyzer' run_analyser
 check shellcheck run_shellcheck
 check codespell run_codespell
+check 'plain English' run_turns
+check folders tools/checks/folders.py
+check 'compiled alone' tools/checks/alone.py build/release
 exit "$status"
