@@ -82,6 +82,27 @@ TEST_P(Repair, HasNothingToDoForAFileThatWasNeverMade) {
     EXPECT_FALSE(exists(""));
 }
 
+// What an interrupted rewrite leaves is beside the file that a link leads to.
+TEST_P(Repair, FollowsALinkToTheFileThatIsRewritten) {
+    host_.directory("/etc/kestrix-plexo/real");
+    host_.link(path_, "/etc/kestrix-plexo/real/first");
+    host_.link("/etc/kestrix-plexo/real/first", "second");
+    host_.file("/etc/kestrix-plexo/real/second.bk", "old\n");
+    host_.file("/etc/kestrix-plexo/real/second.tmp", "new\n");
+    EXPECT_EQ(repair()["state"], "repaired");
+    EXPECT_EQ(host_.read("/etc/kestrix-plexo/real/second"), "new\n");
+    EXPECT_FALSE(host_.exists("/etc/kestrix-plexo/real/second.bk"));
+    EXPECT_FALSE(host_.exists("/etc/kestrix-plexo/real/second.tmp"));
+    EXPECT_EQ(repair()["state"], "whole");
+}
+
+TEST_P(Repair, SaysThatLinksGoRoundInACircle) {
+    host_.link(path_, path_);
+    const test::Result result = test::run_on(host_, {"repair"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_THAT(result.err, HasSubstr("cannot be looked up: Too many levels of symbolic links"));
+}
+
 TEST_P(Repair, SaysWhyARenamingFailed) {
     put(".bk", "old\n");
     host_.fail({.call = "rename", .times = 0, .error = EROFS, .object = path_ + "*"});

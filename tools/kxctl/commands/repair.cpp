@@ -8,11 +8,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
@@ -105,8 +108,23 @@ std::string leftovers_of(const Names& names) {
     return text.empty() ? "" : text + " left behind; the next rewrite replaces them";
 }
 
+// The library leaves a file that is a symbolic link one: it rewrites the file at the end of the
+// links, which may be absent.
+std::string end_of_links(std::filesystem::path path) {
+    constexpr int kMostLinks = 40;  // as many as the kernel follows
+    std::array<char, PATH_MAX> text;
+    for (int links = 0; links <= kMostLinks; ++links) {
+        const ssize_t length = readlink(path.c_str(), text.data(), text.size());
+        if (length < 0) {
+            return path;
+        }
+        path = path.parent_path() / std::string_view(text.data(), static_cast<size_t>(length));
+    }
+    throw failure_of_file(path.string() + " cannot be looked up", ELOOP);
+}
+
 Finding repair(const std::string& path) {
-    const Names names(path);
+    const Names names(end_of_links(path));
     if (exists(names.file)) {
         return {path, State::kWhole, leftovers_of(names)};
     }
@@ -119,12 +137,12 @@ Finding repair(const std::string& path) {
     // The old text was renamed away, so the new one had been flushed.
     if (exists(names.fresh)) {
         rename_or_fail(names.fresh, names.file);
-        flush_directory_of(path);
+        flush_directory_of(names.file);
         unlink(names.backup.c_str());
         return {path, State::kFinished, "the interrupted rewrite is finished"};
     }
     rename_or_fail(names.backup, names.file);
-    flush_directory_of(path);
+    flush_directory_of(names.file);
     return {path, State::kTakenBack, "the text before the interrupted rewrite is back"};
 }
 

@@ -1,6 +1,6 @@
-// The lock on the configuration files. The library reads them, changes the text in memory and
-// writes them; two agents that did this at once would lose lines. Only one run of kxctl at a time
-// has the lock.
+// The lock on the configuration files for a whole run of kxctl: only one run at a time has it, so
+// that what it reads is still true when it changes settings. The library locks each single change
+// against all agents; kxctl takes its own lock before that one.
 #pragma once
 
 #include <chrono>
