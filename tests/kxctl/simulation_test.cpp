@@ -78,11 +78,13 @@ public:
         return tool.parent_path();
     }
 
-    // PATH has nothing but the basic tools and `front`.
+    // PATH has nothing but the basic tools and `front`. The library stays in the build tree.
     test::Result run(const Words& words, const std::string& front = "/nowhere") const {
         test::Setup setup;
         setup.program = kxctl();
-        setup.environment = {"PATH=" + front + ":/usr/bin:/bin"};
+        setup.environment = {
+            "PATH=" + front + ":/usr/bin:/bin",
+            "LD_LIBRARY_PATH=" + fs::path(KXCTL_PROGRAM).parent_path().string()};
         return test::run(words, setup);
     }
 
