@@ -24,11 +24,11 @@ std::span<const Command> commands() {
 
 std::span<const Argument> global_options() {
     static const std::vector<Argument> table = {
-        {.name = "-j,--json", .help = "Print JSON, and nothing else, on standard output"},
+        {.name = "-j,--json", .help = "Print only JSON on standard output"},
         {.name = "-v,--verbose", .help = "Show the library's own messages on standard error"},
         {
             .name = "--sim",
-            .help = "Run on a simulated host (scenario lab unless named)",
+            .help = "Run on a simulated host (default scenario: lab)",
             .value = "SCENARIO",
             .count = Count::kOptional,
         },
@@ -39,7 +39,7 @@ std::span<const Argument> global_options() {
             .choices = {"auto", "always", "never"},
         },
         {.name = "--version", .help = "Print the version of kxctl"},
-        {.name = "-h,--help", .help = "Print this help, or that of a noun or a command"},
+        {.name = "-h,--help", .help = "Print the help of kxctl, of a noun or of a command"},
     };
     return table;
 }

@@ -15,18 +15,19 @@ const Argument kPort{
 };
 const Argument kWatch{
     .name = "--watch",
-    .help = "Read again after every so many seconds (0.01 to 86400) and show change and rate",
+    .help = "Read again after each interval (0.01 to 86400 seconds), and show change and rate",
     .value = "SECONDS",
 };
 const Argument kCount{
     .name = "--count",
-    .help = "With --watch: end after so many readings",
+    .help = "With --watch: end after this many readings",
     .value = "N",
 };
 constexpr const char* kAboutCounters =
-    "One line a counter, under the name that the driver gives it. With --watch: each counter's "
-    "change since the reading before and its rate a second, on a terminal in one place with a "
-    "graph of the rates; with --json one line of JSON a reading.";
+    "One line for each counter, with the driver's name for it. With --watch: also the change of "
+    "each counter since the previous reading and its rate per second; on a terminal the table is "
+    "updated in place and shows a graph of the rates; with --json each reading is one line of "
+    "JSON.";
 const Argument kChanges{
     .name = "KEY=VALUE",
     .help = "Setting and value; numbers are decimal or 0x hexadecimal",
@@ -44,9 +45,9 @@ std::vector<Command> card_commands() {
             .verb = "list",
             .help = "Show the adapters of this host",
             .about =
-                "One line a card: its PCI bus location, by which every other command names it, "
-                "chip, model, PCI device id, number of ports, firmware, and its offload "
-                "engine (\"yes\", \"no\", or the name of the offload device).",
+                "One line for each card: its PCI bus location (the name of the card in all other "
+                "commands), chip, model, PCI device id, number of ports, firmware, and its "
+                "offload engine (\"yes\", \"no\", or the name of the offload device).",
             .arguments = {},
             .examples = {"kxctl card list", "kxctl card list --json"},
             .run = card::list,
@@ -64,9 +65,9 @@ std::vector<Command> card_commands() {
             .noun = "port",
             .verb = "list",
             .help = "Show the ports of a card",
-            .about = "One line a port: its number within the card, interface, link, speed in Mb/s, "
-                     "duplex, MTU in bytes, MAC and IPv4 address. A value that the driver does not "
-                     "know is shown as \"-\".",
+            .about = "One line for each port: its number within the card, interface, link, speed "
+                     "in Mb/s, duplex, MTU in bytes, MAC and IPv4 address. A value that the "
+                     "driver does not know appears as \"-\".",
             .arguments = {kLocation},
             .examples = {"kxctl port list 03:00.4", "kxctl --sim port list 03:00.4 --json"},
             .run = port::list,
@@ -97,9 +98,10 @@ std::vector<Command> card_commands() {
             .verb = "set",
             .help = "Change settings of a port",
             .about =
-                "Applies the settings and shows each as it was and as it reads back. A setting "
-                "that fails does not stop the others; each failure is told on a line of its own. "
-                "What was applied is saved and applied again by \"kxctl restore\" after a reboot.",
+                "Applies the settings, and shows the old value of each setting and the new value "
+                "as read back. A setting that fails does not stop the others; each failure has "
+                "its own line. Applied settings are saved; \"kxctl restore\" applies them again "
+                "after a reboot.",
             .arguments = with_lock_options({kLocation, kPort, kChanges, kDryRun}),
             .examples =
                 {"kxctl port set 03:00.4 1 mtu=9000 tso=on",
@@ -111,10 +113,10 @@ std::vector<Command> card_commands() {
             .noun = "offload",
             .verb = "show",
             .help = "Show the parameters of a card's offload engine",
-            .about = "One line a parameter, under the name of its control file in "
+            .about = "One line for each parameter, with the name of its control file in "
                      "/proc/sys/toe/toeN_tom; tx_coal is a parameter of the Ethernet driver's "
-                     "module. Parameters without a unit are switches, or counted as the driver "
-                     "does.",
+                     "module. Parameters without a unit are switches, or have a unit of the "
+                     "driver.",
             .arguments = {kLocation},
             .examples = {"kxctl offload show 03:00.4", "kxctl --sim offload show 03:00.4 --json"},
             .run = offload::show,
@@ -123,9 +125,10 @@ std::vector<Command> card_commands() {
             .noun = "offload",
             .verb = "set",
             .help = "Change offload and driver settings of a card",
-            .about = "Applies the settings and shows each as it was and as it reads back. A "
-                     "setting that fails does not stop the others; each failure is told on a line "
-                     "of its own. Settings of the offload engine are saved in /etc/sysctl.conf.",
+            .about = "Applies the settings, and shows the old value of each setting and the new "
+                     "value as read back. A setting that fails does not stop the others; each "
+                     "failure has its own line. Settings of the offload engine are saved in "
+                     "/etc/sysctl.conf.",
             .arguments = with_lock_options({kLocation, kChanges, kDryRun}),
             .examples =
                 {"kxctl offload set 03:00.4 activated=on mss=1460",
@@ -137,8 +140,9 @@ std::vector<Command> card_commands() {
             .noun = "iwarp",
             .verb = "show",
             .help = "Show the parameters of an RDMA driver",
-            .about = "One line a parameter. The driver must be loaded; a parameter whose file is "
-                     "missing reads 0. The library does not read markers_enabled of iw_zfab4.",
+            .about = "One line for each parameter. The driver must be loaded; a parameter whose "
+                     "file is missing has the value 0. The library does not read markers_enabled "
+                     "of iw_zfab4.",
             .arguments = {kModule},
             .examples = {"kxctl iwarp show iw_zfab4", "kxctl --sim iwarp show iw_zfab3 --json"},
             .run = iwarp::show,
@@ -147,9 +151,9 @@ std::vector<Command> card_commands() {
             .noun = "iwarp",
             .verb = "set",
             .help = "Change parameters of an RDMA driver",
-            .about = "Writes the parameters and shows each as it was and as it reads back; a value "
-                     "that the driver did not take is told on a line of its own. Parameters are "
-                     "not saved.",
+            .about = "Writes the parameters, and shows the old value of each and the new value "
+                     "as read back; each value that the driver did not accept has its own line. "
+                     "Parameters are not saved.",
             .arguments = {kModule, kChanges, kDryRun},
             .examples =
                 {"kxctl iwarp set iw_zfab4 peer2peer=1 snd_win=262144",
@@ -160,10 +164,10 @@ std::vector<Command> card_commands() {
         {
             .noun = "module",
             .verb = "list",
-            .help = "Show the driver modules that are installed",
-            .about = "One line a kernel module that belongs to the adapters and has a module file: "
-                     "whether it is loaded (\"?\" when the kernel does not tell), its version and "
-                     "its description. Needs no adapter and no loaded driver.",
+            .help = "Show the installed driver modules",
+            .about = "One line for each kernel module that belongs to the adapters and has a "
+                     "module file: whether it is loaded (\"?\" when that is unknown), its "
+                     "version and its description. Needs no adapter and no loaded driver.",
             .arguments = {},
             .examples = {"kxctl module list", "kxctl --sim=lab module list"},
             .run = module::list,

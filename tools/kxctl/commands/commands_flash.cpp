@@ -9,13 +9,15 @@ const Argument kAdapter{
     .name = "LOCATION",
     .help = "PCI bus location of the adapter, as \"adapter list\" shows it",
 };
-const Argument kYes{.name = "--yes", .help = "Do not ask; needed where there is no terminal"};
+const Argument kYes{.name = "--yes", .help = "Do not ask; required without a terminal"};
 const Argument kBackup{
     .name = "--backup",
-    .help = "Save what is there to this new file first (unless named: location, region and time)",
+    .help =
+        "First save the old content to this new file (default name: location, region and "
+        "time)",
     .value = "FILE",
 };
-const Argument kNoBackup{.name = "--no-backup", .help = "Do not save what is there"};
+const Argument kNoBackup{.name = "--no-backup", .help = "Do not save the old content"};
 const Argument kFlashDryRun{
     .name = "--dry-run",
     .help = "Show the sectors and pages, change nothing",
@@ -28,10 +30,11 @@ std::vector<Command> flash_commands() {
         {
             .noun = "adapter",
             .verb = "list",
-            .help = "Show the adapters with what their EEPROM and flash tell",
-            .about = "One line an adapter: chip, product, serial number, MAC address of its first "
-                     "port, number of ports, version of the boot option ROM. Reads the adapters "
-                     "themselves and so needs no driver; takes about half a second an adapter.",
+            .help = "Show the adapters with data from their EEPROM and flash",
+            .about = "One line for each adapter: chip, product, serial number, MAC address of "
+                     "its first port, number of ports, version of the boot option ROM. Reads the "
+                     "adapters themselves, so it needs no driver; takes about half a second for "
+                     "each adapter.",
             .arguments = {},
             .examples = {"kxctl adapter list", "kxctl --sim adapter list --json"},
             .run = adapter::list,
@@ -40,10 +43,10 @@ std::vector<Command> flash_commands() {
             .noun = "adapter",
             .verb = "show",
             .help = "Show the data sheet of an adapter",
-            .about = "Product, part and serial number, MAC address, ports, the versions V0 and V5 "
-                     "(V7 of a Q3) of its product data, boot option ROM and boot configuration. "
-                     "Fields of the configuration whose meaning is the option ROM's own bear their "
-                     "offset.",
+            .about = "Product, part and serial number, MAC address, ports, the versions V0 and "
+                     "V5 (V7 of a Q3) of its product data, boot option ROM and boot "
+                     "configuration. Configuration fields that only the option ROM understands "
+                     "are named by their offset.",
             .arguments = {kAdapter},
             .examples = {"kxctl adapter show 04:00.4", "kxctl --sim adapter show 04:00.4 --json"},
             .run = adapter::show,
@@ -52,9 +55,9 @@ std::vector<Command> flash_commands() {
             .noun = "vpd",
             .verb = "show",
             .help = "Show the vital product data of an adapter",
-            .about = "Every keyword as the EEPROM holds it, with the place of its value; values "
-                     "that are no text in hexadecimal. Exit code 4 when the checksum is bad or the "
-                     "data are damaged; what is wrong is told.",
+            .about = "Every keyword in the EEPROM, with the position of its value; values that "
+                     "are not text are shown in hexadecimal. Exit code 4 when the checksum is "
+                     "wrong or the data are damaged; the output then says what is wrong.",
             .arguments =
                 {kAdapter,
                  {.name = "--raw",
@@ -66,10 +69,10 @@ std::vector<Command> flash_commands() {
         {
             .noun = "flash",
             .verb = "info",
-            .help = "Show the flash of an adapter and what is in it",
-            .about = "Size, manufacturer and sectors as the flash tells them; each region with its "
-                     "address and size, whether it holds a valid boot option ROM or configuration, "
-                     "and the option ROM's version. Changes nothing.",
+            .help = "Show the flash of an adapter and its content",
+            .about = "Size, manufacturer and sectors that the flash reports; each region with "
+                     "its address and size, whether it contains a valid boot option ROM or "
+                     "configuration, and the option ROM's version. Changes nothing.",
             .arguments = {kLocation},
             .examples = {"kxctl flash info 03:00.4", "kxctl --sim flash info 05:00.0 --json"},
             .run = flash::info,
@@ -78,13 +81,13 @@ std::vector<Command> flash_commands() {
             .noun = "flash",
             .verb = "dump",
             .help = "Copy the flash or a region of it to a file",
-            .about = "The bytes as they are in the flash. An existing file is never replaced, and "
-                     "a copy that cannot be completed leaves no file.",
+            .about = "Copies the bytes unchanged. It never replaces an existing file, and leaves "
+                     "no file when the copy is incomplete.",
             .arguments =
                 {kLocation,
                  {.name = "FILE", .help = "New file for the bytes"},
                  {.name = "--region",
-                  .help = "boot, config, firmware or all (all unless named)",
+                  .help = "boot, config, firmware or all (default: all)",
                   .value = "NAME",
                   .choices = {"boot", "config", "firmware", "all"}}},
             .examples =
@@ -96,9 +99,10 @@ std::vector<Command> flash_commands() {
             .noun = "flash",
             .verb = "write-boot",
             .help = "Write a boot option ROM",
-            .about = "Erases the sectors that the image takes, writes it and reads it back. Asks "
-                     "first, and saves all that may change. On Q4 and Q5 the first page goes last: "
-                     "a write that was cut off leaves no valid option ROM, never half of one.",
+            .about = "Erases the sectors for the image, writes the image and reads it back. Asks "
+                     "first, and saves everything that may change. On Q4 and Q5 the first page "
+                     "is written last, so that an interrupted write leaves no valid option ROM "
+                     "instead of a partial one.",
             .arguments =
                 {kLocation,
                  {.name = "FILE", .help = "The image, which begins with 55 aa"},
@@ -115,8 +119,8 @@ std::vector<Command> flash_commands() {
             .noun = "flash",
             .verb = "erase-boot",
             .help = "Erase the boot option ROM",
-            .about = "Erases the region \"boot\" and reads it back. Asks first, and saves all that "
-                     "may change.",
+            .about = "Erases the region \"boot\" and reads it back. Asks first, and saves "
+                     "everything that may change.",
             .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
             .examples =
                 {"kxctl flash erase-boot 03:00.4", "kxctl flash erase-boot 03:00.4 --dry-run"},
@@ -126,9 +130,9 @@ std::vector<Command> flash_commands() {
             .noun = "flash",
             .verb = "config-show",
             .help = "Show the boot configuration of an adapter",
-            .about = "One line a field of the configuration record (Q3: of the settings block). "
-                     "Fields without a known meaning bear their offset; those of ports show a "
-                     "number for each.",
+            .about = "One line for each field of the configuration record (Q3: of the settings "
+                     "block). Fields without a known meaning are named by their offset; fields "
+                     "of ports show a number for each port.",
             .arguments = {kLocation},
             .examples =
                 {"kxctl flash config-show 03:00.4", "kxctl flash config-show 03:00.4 --json"},
@@ -139,13 +143,13 @@ std::vector<Command> flash_commands() {
             .verb = "config-default",
             .help = "Write the default boot configuration",
             .about =
-                "Replaces the configuration record by the default one, which needs an option "
-                "ROM in the flash (Q3: the settings block by an empty one), and reads it back. "
-                "Asks first, and saves all that may change.",
+                "Replaces the configuration record by the default one (Q3: the settings block by "
+                "an empty one), and reads it back. The default record requires an option ROM in "
+                "the flash. Asks first, and saves everything that may change.",
             .arguments =
                 {kLocation,
                  {.name = "--ports",
-                  .help = "Ports of the record, 1 to 4 (those of the product unless given)",
+                  .help = "Ports of the record, 1 to 4 (default: those of the product)",
                   .value = "N",
                   .choices = {"1", "2", "3", "4"}},
                  kYes,
@@ -161,8 +165,8 @@ std::vector<Command> flash_commands() {
             .noun = "flash",
             .verb = "config-erase",
             .help = "Erase the boot configuration",
-            .about = "Erases the region \"config\" and reads it back. Asks first, and saves all "
-                     "that may change.",
+            .about = "Erases the region \"config\" and reads it back. Asks first, and saves "
+                     "everything that may change.",
             .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
             .examples =
                 {"kxctl flash config-erase 03:00.4",
@@ -172,10 +176,10 @@ std::vector<Command> flash_commands() {
         {
             .noun = "flash",
             .verb = "config-write",
-            .help = "Write a boot configuration that was saved",
-            .about = "Writes the record with which the file begins, such as one that config-erase "
-                     "or config-default saved, and reads it back. Asks first, and saves all that "
-                     "may change.",
+            .help = "Write a saved boot configuration",
+            .about = "Writes the record at the beginning of the file, for example from a copy "
+                     "that config-erase or config-default saved, and reads it back. Asks first, "
+                     "and saves everything that may change.",
             .arguments =
                 {kLocation,
                  {.name = "FILE", .help = "The record, with or without the rest of its region"},

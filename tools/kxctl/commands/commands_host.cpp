@@ -13,10 +13,11 @@ std::vector<Command> host_commands() {
             .noun = "metrics",
             .verb = "",
             .help = "Show state and counters for monitoring",
-            .about = "Metrics in the text format of Prometheus: cards, ports with link and speed, "
-                     "their most useful counters, driver modules. A host without cards has them "
-                     "too. With --output the file is replaced as a whole, as the textfile "
-                     "collector of the node exporter needs it, and nothing is printed.",
+            .about = "Metrics in the text format of Prometheus: cards, ports with link and "
+                     "speed, their most useful counters, driver modules. A host without cards "
+                     "has metrics too. With --output the metrics replace the file as a whole, as "
+                     "the textfile collector of the node exporter requires, and nothing is "
+                     "printed.",
             .arguments =
                 {{.name = "--all", .help = "Every counter of the ports and offload engines"},
                  {.name = "--output", .help = "Write to this file instead", .value = "FILE"}},
@@ -29,9 +30,10 @@ std::vector<Command> host_commands() {
             .noun = "report",
             .verb = "",
             .help = "Write a page about the whole host",
-            .about = "One HTML file that needs nothing else and no network: cards with ports, "
+            .about = "One HTML file that needs no other files and no network: cards with ports, "
                      "links, counters, flash and product data, driver modules, virtual machines "
-                     "with their virtual functions. What cannot be read is told in its place.",
+                     "with their virtual functions. Where something cannot be read, the page "
+                     "says why.",
             .arguments =
                 {{.name = "--html", .help = "The file, which is replaced", .value = "FILE"}},
             .examples = {"kxctl report --html host.html", "kxctl --sim report --html lab.html"},
@@ -40,11 +42,11 @@ std::vector<Command> host_commands() {
         {
             .noun = "restore",
             .verb = "",
-            .help = "Apply again the port settings that were saved",
+            .help = "Apply the saved port settings again",
             .about = "Reads " KX_PORT_PARAMETER_FILE
-                     " and tells of each saved setting whether it was applied, skipped because its "
-                     "interface is gone, or refused, and of each damaged line its number. The "
-                     "service kxlinhw-restore runs it at start-up.",
+                     " and reports for each saved setting whether it was applied, skipped "
+                     "because its interface is missing, or refused; and the number of each "
+                     "damaged line. The service kxlinhw-restore runs it at start-up.",
             .arguments = with_lock_options(
                 {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional}}),
             .examples = {"kxctl restore", "kxctl restore --json"},
@@ -53,10 +55,10 @@ std::vector<Command> host_commands() {
         {
             .noun = "repair",
             .verb = "",
-            .help = "Bring back a half-rewritten configuration file",
-            .about = "Looks at " KX_PORT_PARAMETER_FILE " and " KX_SYSCTL_FILE
-                     ". When a power cut came between the two renamings of a rewrite, the file is "
-                     "there under other names only; it gets its own name back. The service "
+            .help = "Restore a half-rewritten configuration file",
+            .about = "Checks " KX_PORT_PARAMETER_FILE " and " KX_SYSCTL_FILE
+                     ". After a power cut between the two renames of a rewrite, the file exists "
+                     "only under other names; this command restores its name. The service "
                      "kxlinhw-repair runs it early at start-up.",
             .arguments = with_lock_options({}),
             .examples = {"kxctl repair", "kxctl repair --json"},
@@ -66,8 +68,8 @@ std::vector<Command> host_commands() {
             .noun = "version",
             .verb = "",
             .help = "Show the versions of kxctl and of the library",
-            .about = "The version of kxctl, name and version of the library that it runs with, and "
-                     "the PCI vendor id by which the library knows its adapters.",
+            .about = "The version of kxctl, the name and version of the library that it uses, "
+                     "and the PCI vendor id of the adapters that the library manages.",
             .arguments = {},
             .examples = {"kxctl version", "kxctl version --json"},
             .run = version::show,

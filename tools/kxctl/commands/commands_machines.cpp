@@ -20,8 +20,8 @@ std::vector<Command> machine_commands() {
             .verb = "list",
             .help = "Show the virtual machines of this host",
             .about =
-                "One line a machine: libvirt's id (of machines that are active), name, run "
-                "state (\"?\" when virsh does not tell) and UUID. The active ones stand first.",
+                "One line for each machine: libvirt's id (of active machines), name, run state "
+                "(\"?\" when virsh does not report it) and UUID. Active machines come first.",
             .arguments = {},
             .examples = {"kxctl vm list", "kxctl --sim vm list --json"},
             .run = vm::list,
@@ -30,7 +30,7 @@ std::vector<Command> machine_commands() {
             .noun = "vm",
             .verb = "start",
             .help = "Start a virtual machine, or resume a paused one",
-            .about = "Shows the machine as it is then.",
+            .about = "Shows the machine afterwards.",
             .arguments = {kMachine},
             .examples = {"kxctl vm start web2", "kxctl --sim vm start web2 --json"},
             .run = vm::start,
@@ -39,7 +39,7 @@ std::vector<Command> machine_commands() {
             .noun = "vm",
             .verb = "suspend",
             .help = "Pause a running virtual machine",
-            .about = "Shows the machine as it is then.",
+            .about = "Shows the machine afterwards.",
             .arguments = {kMachine},
             .examples = {"kxctl vm suspend web1", "kxctl --sim vm suspend 1"},
             .run = vm::suspend,
@@ -47,8 +47,8 @@ std::vector<Command> machine_commands() {
         {
             .noun = "vm",
             .verb = "resume",
-            .help = "Let a paused virtual machine go on",
-            .about = "Shows the machine as it is then.",
+            .help = "Resume a paused virtual machine",
+            .about = "Shows the machine afterwards.",
             .arguments = {kMachine},
             .examples = {"kxctl vm resume batch1", "kxctl --sim vm resume batch1 --json"},
             .run = vm::resume,
@@ -57,7 +57,7 @@ std::vector<Command> machine_commands() {
             .noun = "vm",
             .verb = "reboot",
             .help = "Ask a virtual machine's guest to reboot",
-            .about = "Shows the machine as it is once its guest was asked.",
+            .about = "Shows the machine after its guest was asked.",
             .arguments = {kMachine},
             .examples = {"kxctl vm reboot web1", "kxctl --sim vm reboot web1"},
             .run = vm::reboot,
@@ -66,7 +66,7 @@ std::vector<Command> machine_commands() {
             .noun = "vm",
             .verb = "shutdown",
             .help = "Ask a virtual machine's guest to shut down",
-            .about = "Shows the machine as it is once its guest was asked; a guest takes its time.",
+            .about = "Shows the machine after its guest was asked; the guest may need some time.",
             .arguments = {kMachine},
             .examples = {"kxctl vm shutdown web1", "kxctl --sim vm shutdown web1 --json"},
             .run = vm::shutdown,
@@ -75,10 +75,11 @@ std::vector<Command> machine_commands() {
             .noun = "vf",
             .verb = "list",
             .help = "Show the virtual functions of this host or of a virtual machine",
-            .about = "One line a PCI function, of this host unless a machine is named. The library "
-                     "reads the numbers of lspci as decimal ones: functions of the host whose "
-                     "location has a hexadecimal letter are shown wrong, and functions of a "
-                     "machine are found on buses that read alike.",
+            .about = "One line for each PCI function, of this host or of the named machine. The "
+                     "library reads the numbers of lspci as decimal numbers: functions of the "
+                     "host are shown with a wrong location when it contains a hexadecimal "
+                     "letter, and functions of a machine are also found on buses whose decimal "
+                     "reading is the same.",
             .arguments =
                 {{.name = "VM",
                   .help = "Name, UUID or id of the virtual machine",
@@ -89,9 +90,9 @@ std::vector<Command> machine_commands() {
         {
             .noun = "vf",
             .verb = "attach",
-            .help = "Give a virtual function to a running virtual machine",
-            .about = "The machine has it at once and after every start. Shows the functions that "
-                     "the machine has then.",
+            .help = "Attach a virtual function to a running virtual machine",
+            .about = "The machine has it immediately and after every start. Shows the functions "
+                     "of the machine afterwards.",
             .arguments = {kMachine, kFunction},
             .examples =
                 {"kxctl vf attach web1 04:01.4", "kxctl --sim vf attach web1 0000:04:01.4 --json"},
@@ -100,7 +101,7 @@ std::vector<Command> machine_commands() {
         {
             .noun = "vf",
             .verb = "detach",
-            .help = "Take a virtual function out of a virtual machine's definition",
+            .help = "Remove a virtual function from a virtual machine's definition",
             .about = "A running machine keeps it until its next start.",
             .arguments = {kMachine, kFunction},
             .examples =
@@ -111,8 +112,8 @@ std::vector<Command> machine_commands() {
             .noun = "bridge",
             .verb = "list",
             .help = "Show the network interfaces of a running virtual machine",
-            .about = "One line an interface: the host's end of it, its type, the bridge that it is "
-                     "on, the model that the guest sees and the MAC address.",
+            .about = "One line for each interface: its name on the host, its type, its bridge, "
+                     "the model that the guest sees and the MAC address.",
             .arguments = {kMachine},
             .examples = {"kxctl bridge list web1", "kxctl --sim bridge list web1 --json"},
             .run = bridge::list,
@@ -120,9 +121,9 @@ std::vector<Command> machine_commands() {
         {
             .noun = "bridge",
             .verb = "attach",
-            .help = "Give a running virtual machine an interface on a bridge",
-            .about = "The machine has it until it stops. Shows the interfaces that the machine "
-                     "has then.",
+            .help = "Attach an interface on a bridge to a running virtual machine",
+            .about = "The machine has it until it stops. Shows the interfaces of the machine "
+                     "afterwards.",
             .arguments = {kMachine, {.name = "BRIDGE", .help = "Bridge of this host"}},
             .examples = {"kxctl bridge attach web1 br0", "kxctl --sim bridge attach web1 br0"},
             .run = bridge::attach,
@@ -130,13 +131,13 @@ std::vector<Command> machine_commands() {
         {
             .noun = "bridge",
             .verb = "detach",
-            .help = "Take an interface out of a virtual machine's definition",
-            .about = "The machine must run, and keeps the interface until its next start. What it "
-                     "runs with becomes its definition, but for that interface.",
+            .help = "Remove an interface from a virtual machine's definition",
+            .about = "The machine must run, and keeps the interface until its next start. Its "
+                     "current devices become its definition, without that interface.",
             .arguments =
                 {kMachine,
                  {.name = "TARGET",
-                  .help = "The host's end of the interface, as \"bridge list\" shows it"}},
+                  .help = "Name of the interface on the host, as \"bridge list\" shows it"}},
             .examples =
                 {"kxctl bridge detach web1 testnet0", "kxctl --sim bridge detach web1 testnet0"},
             .run = bridge::detach,

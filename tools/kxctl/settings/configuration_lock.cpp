@@ -47,11 +47,13 @@ void wait_for_lock(int file, Patience patience) {
 
 const Argument kNoWait{
     .name = "--no-wait",
-    .help = "Fail (exit code 5) rather than wait for another kxctl",
+    .help = "Do not wait for another kxctl; fail (exit code 5)",
 };
 const Argument kWaitLimit{
     .name = "--wait",
-    .help = "Wait so many seconds (0.01 to 86400) for another kxctl, then fail (exit code 5)",
+    .help =
+        "Wait up to this many seconds (0.01 to 86400) for another kxctl, then fail (exit "
+        "code 5)",
     .value = "SECONDS",
 };
 
