@@ -1,4 +1,5 @@
-// An agent with functions of its own under the library's names: the library calls the agent's.
+// An agent that defines functions with the library's names: the library calls the agent's
+// functions.
 #include <gtest/gtest.h>
 #include <kxlinhw/settings.h>
 
@@ -14,7 +15,7 @@
 
 namespace {
 
-std::vector<std::string> trimmed;           // what the library has had trimmed
+std::vector<std::string> trimmed;           // the texts that the library passed to trim
 char* (*answer)(char* text) = nullptr;      // the text that it gets
 char elsewhere[] = "  an address outside";  // of every line
 

@@ -1,4 +1,4 @@
-// An agent with services of its own: the library uses them instead of its stand-ins.
+// An agent with its own services: the library uses them instead of its defaults.
 #include <gtest/gtest.h>
 #include <kxlinhw/host.h>
 #include <kxlinhw/kxlinhw.h>
@@ -19,7 +19,7 @@ struct Calls {
     std::optional<int32_t> told_offset;  // of the output's end, right or wrong
 } calls;
 
-// As agents write it: grow while the output does not fit.
+// As agents do it: enlarge the buffer while the output does not fit.
 void write_output(const std::string& text) {
     while (g_MXdataBufferSize - g_MXdataBufferOffset < static_cast<int>(text.size())) {
         ASSERT_EQ(ReallocMXbuffer(), 0U);

@@ -1,4 +1,4 @@
-// An agent without services of its own: the library's stand-ins do the work.
+// An agent without its own services: the library uses its defaults.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/host.h>
@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A directory at the head of PATH that holds a "zfabtool" of the test's making.
+// A directory at the start of PATH with a "zfabtool" that the test wrote.
 class ToolDirectory {
 public:
     explicit ToolDirectory(const std::string& script) {
@@ -103,7 +103,7 @@ TEST(ToolStandIn, ReportsTheToolsFailure) {
     ReleaseMXBuffer();
 }
 
-// The process may open no file, pipe or socket.
+// The process cannot open a file, pipe or socket.
 class NoDescriptors {
 public:
     NoDescriptors() {
@@ -119,7 +119,7 @@ private:
     rlimit before_{};
 };
 
-// An agent whose children leave no status behind.
+// An agent whose children leave no exit status.
 class IgnoredChildren {
 public:
     IgnoredChildren() : before_(std::signal(SIGCHLD, SIG_IGN)) {}
@@ -131,7 +131,7 @@ private:
     void (*before_)(int);
 };
 
-// An agent with a timer, whose signal interrupts what the process waits for.
+// An agent with a timer whose signal interrupts waiting calls.
 class Timer {
 public:
     Timer() {
@@ -237,7 +237,7 @@ TEST(CommandStandIn, LeavesNoChildBehind) {
     EXPECT_EQ(errno, ECHILD);
 }
 
-// In a process of its own, which has closed some of the standard descriptors.
+// In a child process that has closed some of the standard descriptors.
 TEST(CommandStandIn, WorksWithoutStandardDescriptors) {
     for (unsigned closed = 0; closed < 8; ++closed) {
         const pid_t child = fork();
@@ -260,7 +260,8 @@ TEST(CommandStandIn, WorksWithoutStandardDescriptors) {
     }
 }
 
-// Those of this process that a program it starts finds open. A command always has the first three.
+// The descriptors of this process that are open in a program that it starts. A command always has
+// the first three.
 long inheritable_descriptors() {
     long count = 0;
     for (int number = 0; number < 1024; ++number) {
@@ -277,7 +278,7 @@ TEST(CommandStandIn, HandsOnNoDescriptorOfItsOwn) {
     EXPECT_EQ(std::stol(output), inheritable_descriptors() + 1) << "and the directory";
 }
 
-// A locale of this machine's tools that puts a comma where the C locale has a dot.
+// A locale of this machine that uses a comma as the decimal separator.
 class GermanLocale {
 public:
     GermanLocale() {

@@ -1,5 +1,5 @@
-// What the library opens is not left to the programs that its process starts: every descriptor has
-// close-on-exec from its first moment on. Every entry point is called on the lab host.
+// Programs that the process starts do not inherit descriptors of the library: every descriptor has
+// close-on-exec from the moment when it is opened. Every entry point is called on the lab host.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-std::set<std::string> calls;        // of the library, that opened something
+std::set<std::string> calls;        // functions of the library that opened something
 std::set<std::string> inheritable;  // what it opened without close-on-exec
 
 // Other libraries that this process uses open files of their own.
@@ -43,7 +43,7 @@ Function* next_function(const char* name) {
 
 }  // namespace
 
-// In front of the simulated host's.
+// Replaces the function of the simulated host.
 #define KX_IN_FRONT extern "C" __attribute__((visibility("default"), noinline))
 
 KX_IN_FRONT int open(const char* path, int flags, ...) {

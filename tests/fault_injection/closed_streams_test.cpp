@@ -1,6 +1,6 @@
-// Every function in a process that keeps some of its standard streams closed: no file, socket,
-// directory or device that the library or libpci opens takes their place, where the next message
-// would be written into it.
+// Every function, in a process with closed standard streams: no file, socket, directory or device
+// that the library or libpci opens gets their descriptors, because the next message would be
+// written into it.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ Function* next_of(const char* name) {
 
 }  // namespace
 
-// The calls that use a descriptor, whoever makes them; they go on to the simulated host.
+// All calls that use a descriptor; they are passed on to the simulated host.
 extern "C" {
 
 KX_EXPORT ssize_t read(int descriptor, void* buffer, size_t size) {

@@ -74,7 +74,7 @@ private:
     bool open_;
 };
 
-// Memory that calls write to, big enough for any of them.
+// Memory that calls write to, large enough for all of them.
 template <class T>
 T* scratch() {
     alignas(std::max_align_t) static std::array<char, 65536> bytes;

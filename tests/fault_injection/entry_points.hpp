@@ -9,8 +9,9 @@
 
 namespace test {
 
-// Under a sanitizer every call takes several times as long: a sample has to do. The sanitizer then
-// tells what leaks; how much is allocated cannot be asked of an allocator that keeps what is freed.
+// With a sanitizer every call takes several times as long, so a sample is tested. The sanitizer
+// reports leaks itself; its allocator keeps freed memory, so the amount of allocated memory is not
+// known.
 #if defined(__SANITIZE_ADDRESS__)
 inline constexpr bool kSanitized = true;
 #else
@@ -19,9 +20,9 @@ inline constexpr bool kSanitized = false;
 
 struct EntryPoint {
     std::string_view name;
-    // Calls it, and releases all that it hands out.
+    // Calls it, and releases everything that it returns.
     void (*call)();
-    // What no caller can release, as the header says; empty when there is nothing.
+    // What no caller can release, according to the header; empty when there is nothing.
     std::string_view stays = {};
 };
 
@@ -33,7 +34,7 @@ class Lab {
 public:
     Lab();
 
-    // Make good what a failing call left: fill the table of adapters again.
+    // Restore the state after a failed call: fill the table of adapters again.
     static void prepare();
 
     kxsim::Host& host() { return host_; }
@@ -43,7 +44,8 @@ private:
     kxsim::Attached attached_;
 };
 
-// Standard output and standard error go nowhere while it lives: the functions print by contract.
+// While this object exists, standard output and standard error are dropped: the functions print by
+// contract.
 class Silence {
 public:
     Silence();
@@ -56,7 +58,7 @@ private:
     int error_;
 };
 
-// What this process has open and mapped.
+// The open descriptors and mappings of this process.
 struct Held {
     std::size_t descriptors;
     std::size_t mappings;  // of files of the host

@@ -1,5 +1,5 @@
-// Every call that an exported function makes fails once: nothing crashes, hangs, throws, or stays
-// open.
+// Every call that an exported function makes fails once: no crash, hang or exception, and nothing
+// stays open.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 #include <unistd.h>
@@ -92,9 +92,9 @@ TEST(EveryExportedFunction, HasACaller) {
     EXPECT_EQ(functions, called.size()) << "callers of functions that are not exported";
 }
 
-// What may befall each kind of call that the library or those behind it make. Allocations of libpci
-// are left out: it ends the process when its first one fails, before the library can replace its
-// error function.
+// The failures of each kind of call that the library or the libraries below it make. Allocations of
+// libpci are left out: it ends the process when its first one fails, before the library can replace
+// its error function.
 constexpr Failure kFailures[] = {
     {"access", EACCES},
     {"calloc", ENOMEM, "libkxlinhw"},
@@ -144,7 +144,7 @@ protected:
     void SetUp() override { alarm(kPatience); }
     void TearDown() override { alarm(0); }
 
-    // Run the call with one failure; false when the failure found no call to strike.
+    // Run the call with one failure; false when no call matched the failure.
     bool run(const Failure& failure, unsigned nth) {
         alarm(kPatience);
         test::Lab::prepare();
@@ -210,7 +210,7 @@ TEST_P(EntryPointTest, BearsTheFailureOfEachOfItsCalls) {
 
 class OneByteAtATime : public testing::Test {
 protected:
-    // What a call leaves in a file, with its reads and writes whole or cut short.
+    // The content of a file after a call, with complete or shortened reads and writes.
     std::string left_in(const char* path, void (*call)(), bool cut_short) {
         test::Lab lab;
         lab.host().file(path, kText);

@@ -26,7 +26,7 @@
 #include "fault_injection/failure.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
-// The class leaves handles and texts of libvirt allocated; other tests tell them from leaks.
+// The class leaves handles and texts of libvirt allocated; other tests distinguish them from leaks.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "detect_leaks=0";
 }
@@ -55,8 +55,8 @@ constexpr Failure kFailures[] = {
     {"malloc", ENOMEM, "libstdc++", 0, 4},  // nor for the repair
 };
 
-// The first call of a kind fails, and ever fewer of the others; all with KX_THOROUGH set
-// (tests/fault_injection/faults.sh). Under a sanitizer the first one has to do.
+// The first call of a kind fails, and later calls at growing distances; all calls with KX_THOROUGH
+// set (tests/fault_injection/faults.sh). With a sanitizer only the first one fails.
 constexpr unsigned kNever = 0xFFFFFFFF;
 unsigned next_position(unsigned nth) {
     static const bool all = std::getenv("KX_THOROUGH") != nullptr;
@@ -122,7 +122,7 @@ constexpr _VF kTaken{0, 4, 1, 0};
 struct Member {
     const char* name;
     std::string (*call)(VMUtils& vm);
-    std::set<std::string> failures;  // what it may answer when a call of its own failed
+    std::set<std::string> failures;  // its possible answers when one of its calls failed
 };
 
 const std::set<std::string> kOne = {"1"};
@@ -133,7 +133,7 @@ const Member kMembers[] = {
     {"getDomainPtr",
      [](VMUtils& vm) { return std::string(find(vm, kOn) == nullptr ? "none" : "found"); },
      {"none"}},
-    // A machine that could not be looked at keeps what is known of it.
+    // A machine that could not be read keeps the known fields.
     {"listVMs",
      [](VMUtils& vm) {
          _KVMInfo* records = nullptr;
@@ -267,7 +267,7 @@ constexpr char kDescription[] =
     "<domain><devices><hostdev mode='subsystem' type='pci'><source>"
     "<address domain='0' bus='4' slot='1' function='0'/></source></hostdev></devices></domain>\n";
 
-// A host with three machines in a working directory of its own.
+// A host with three machines, in a separate working directory.
 class MachineHost {
 public:
     MachineHost() : attached_(host.attach()) {
@@ -340,7 +340,7 @@ protected:
         return *vm;
     }
 
-    // Run the member with one failure; false when the failure found no call to strike.
+    // Run the member with one failure; false when no call matched the failure.
     bool run(const Failure& failure, unsigned nth) {
         alarm(kPatience);
         MachineHost fresh;
@@ -365,7 +365,7 @@ protected:
         EXPECT_THAT(allowed, testing::Contains(answer)) << what;
     }
 
-    // Xerces keeps a file open when it gets no memory just after it opened it.
+    // Xerces keeps a file open when memory runs out directly after opening it.
     static std::size_t stays_open(const Failure& failure) { return is_allocation(failure) ? 1 : 0; }
 
     std::string undisturbed_;

@@ -64,7 +64,7 @@ constexpr Failure kFailures[] = {
     {"stat", EACCES},
 };
 
-// One by one at first, then ever fewer; each kind once under a sanitizer.
+// First one by one, then at growing distances; with a sanitizer each kind once.
 constexpr unsigned kOneByOne = 20;
 unsigned next_position(unsigned nth) {
     return test::kSanitized ? UINT32_MAX : nth < kOneByOne ? nth + 1 : nth + nth / 4;
@@ -72,7 +72,7 @@ unsigned next_position(unsigned nth) {
 
 class FailingQuery : public testing::TestWithParam<Query> {
 protected:
-    // Ask with one failure; false when the failure found no call to strike.
+    // Call the query with one failure; false when no call matched the failure.
     bool ask(const Failure& failure, unsigned nth) {
         test::Lab::prepare();
         kxsim::FaultRule rule = lab_.host().fail(test::fault_of(failure, nth));

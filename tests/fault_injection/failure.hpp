@@ -1,4 +1,4 @@
-// What may befall a call that the library, or what stands behind it, makes.
+// A failure of a call that the library, or a library below it, makes.
 #pragma once
 
 #include <cstring>
@@ -15,7 +15,7 @@ struct Failure {
     unsigned times = 1;     // it and those that follow; 0: all
 };
 
-// It strikes the nth call of its kind; of a program, when one is named.
+// It affects the nth call of its kind; only calls of a program, when one is named.
 inline kxsim::Fault fault_of(const Failure& failure, unsigned nth, const char* program = "") {
     return {
         .call = failure.call,

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Let the calls of every exported function, of every member of the class and of every command of
-# kxctl fail, one by one near the start and ever fewer after; call each function many times. Print
-# how many failures and calls there were; end with 1 when a test failed. Needs a release build with
-# tests.
+# Make the calls of every exported function, of every member of the class and of every command of
+# kxctl fail: the first calls one by one, later ones at growing distances. Call each function many
+# times. Print how many failures and calls there were; end with 1 when a test failed. Needs a
+# release build with tests.
 #
 #     tests/fault_injection/faults.sh [COUNT]    COUNT: failures for each command of kxctl (40)
 set -euo pipefail

@@ -1,4 +1,4 @@
-// A flash that answers differently each time it is asked what it is.
+// A flash that answers every identification differently.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 
@@ -11,7 +11,7 @@ int32_t sector_count;
 
 }  // namespace
 
-// The library calls its exported functions by their names: these stand in front of its own.
+// The library calls its exported functions by their names, so these replace its own.
 extern "C" int32_t get_flash_params(uint8_t) { return flash_size; }
 extern "C" int32_t get_flash_params_sf_nsec(uint8_t) { return sector_count; }
 

@@ -1,4 +1,4 @@
-// Ten thousand damaged module files: none ends the process, each is a module all the same.
+// Ten thousand damaged module files: none ends the process, and each still counts as a module.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 #include <sys/utsname.h>

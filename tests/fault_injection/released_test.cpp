@@ -48,7 +48,7 @@ std::size_t allocated_bytes() {
     return info.uordblks + info.hblkhd;
 }
 
-// Calls until they are many or patience ends; how many there were.
+// Calls the function many times or until the time is over; returns the number of calls.
 int call_often(void (*call)(), std::chrono::milliseconds patience) {
     const auto end = Clock::now() + patience;
     int calls = 0;
@@ -105,7 +105,7 @@ TEST_P(ReleasedTest, NothingGrows) {
         SUCCEED() << "measured by WhatStaysByContract";
         return;
     }
-    grown(entry, {});  // what is made once stays, as it should
+    grown(entry, {});  // memory that is allocated once stays by design
     Growth growth = grown(entry, patience());
     for (int again = 0; again < 2 && growth.bytes >= growth.leaking(); ++again) {
         growth = grown(
@@ -169,7 +169,7 @@ TEST(WhatStaysByContract, FindingAnAddressKeepsItsInventoryAndNothingElse) {
 
 // --- The register window ---
 
-// The library unmaps at address 0, where nothing is: agents keep the window they have seen.
+// The library unmaps address 0, where nothing is mapped, so agents keep the window.
 TEST(WhatStaysByContract, EachConnectionKeepsItsMappingAndNothingElse) {
     test::Lab lab;
     const test::Silence silence;

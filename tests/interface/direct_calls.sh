@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # direct_calls.sh LIBRARY EXPORTS COMPILER: the library reaches its exported functions only through
-# the linker's table, so that an agent can put its own function in front of each of them. Compilers
-# and linkers that bind them directly (or call a copy of one) are found in the disassembly.
+# the linker's table, so that an agent can replace each of them. Compilers and linkers that bind
+# them directly (or call a copy of one) are found in the disassembly.
 set -euo pipefail
 library=$1 exports=$2 compiler=$3
 command -v objdump >/dev/null || { echo 'Skipped: objdump (binutils) is not installed.'; exit 77; }

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# hardening.sh LEVEL LIBRARY PROGRAM...: what the shipped files say of how they were built.
+# hardening.sh LEVEL LIBRARY PROGRAM...: checks how the shipped files were built.
 #
 # LEVEL: "fortified" when buffers are checked too, which takes an optimised build; "plain"
 # otherwise; "off" when the project's own hardening is off.
 #
-# libkxsim.so is not among the files: it stands in front of the C library's functions and has to
-# define the very ones that the checked variants would replace.
-# shellcheck disable=SC2317  # functions are called by name
+# libkxsim.so is not among the files: it replaces functions of the C library, and must define
+# exactly those that the checked variants would replace.
+# shellcheck disable=SC2317 # functions are called by name
 set -euo pipefail
 level=$1 library=$2
 shift
@@ -56,8 +56,8 @@ for program in "${files[@]:1}"; do
         in_output '\(FLAGS_1\).*\bPIE\b' readelf -dW "$program"
 done
 
-# Hardening must not bind the library to its own functions: an agent or a simulated host can put its
-# own in front of every exported one.
+# Hardening must not bind the library to its own functions: an agent or a simulated host can replace
+# every exported function.
 expect "$library" "the library is bound to its own symbols" \
     not in_output 'SYMBOLIC' readelf -dW "$library"
 for name in q4_read_reg readl lsmod GetErrStr _ZN8KxLogger13KestrixLogMsg 'BridgeUtils4ctrl'; do

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The services are what systemd takes for well-formed, and stand where they must in the start-up.
+# systemd accepts the services, and their order at start-up is right.
 set -euo pipefail
 units=$1
 kxctl=$2

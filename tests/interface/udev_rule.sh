@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# udev_rule.sh PACKAGING KXSIM: the rule for ports that appear matches what the kernel says of a port,
-# and names a service that can be restarted.
+# udev_rule.sh PACKAGING KXSIM: the rule for ports that appear matches the kernel's description of a
+# port, and names a service that can be restarted.
 set -euo pipefail
 packaging=$1 kxsim=$2
 rule=$(grep -v '^#' "$packaging/udev/70-kxlinhw.rules")
@@ -13,7 +13,7 @@ if [[ $rule != *"ATTRS{vendor}==\"$vendor\""* ]]; then
 fi
 
 service=$(sed -n 's/.*try-restart \([^"]*\)".*/\1/p' <<<"$rule")
-# Restarting where it is in use takes a service that stays active.
+# try-restart needs a service that stays active.
 if ! grep -qx 'RemainAfterExit=yes' "$packaging/systemd/$service"; then
     echo "$service does not stay active"
     failed=1

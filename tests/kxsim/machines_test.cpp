@@ -11,7 +11,7 @@
 #include "support/shell.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
-// The class leaves handles and texts of libvirt allocated; other tests tell them from leaks.
+// The class leaves handles and texts of libvirt allocated; other tests distinguish them from leaks.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "detect_leaks=0";
 }

@@ -1,5 +1,5 @@
-// Port parameters and counters of real interfaces, beside what ethtool prints of them: veth and tap
-// devices in a network namespace of the test's own, and this machine's PCI network adapter.
+// Port parameters and counters of real interfaces, compared with the output of ethtool: veth and
+// tap devices in a separate network namespace, and this machine's PCI network adapter.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/port.h>
@@ -25,7 +25,7 @@
 
 namespace {
 
-// What the library asks of the kernel; the two wrappers below note it.
+// The requests of the library to the kernel, which the two wrappers below record.
 struct KernelCalls {
     int sockets = 0;
     std::vector<uint32_t> commands;  // of the Ethernet tool
@@ -64,8 +64,8 @@ std::string trimmed(const std::string& text) {
                : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// What a form of ethtool prints as "key: value". A key that comes twice (maxima, then current
-// sizes) gets a "2" behind it the second time.
+// The output of an ethtool command as "key: value". The second occurrence of a key (maxima, then
+// current sizes) gets a "2" after its name.
 Fields ethtool(const std::string& form, const std::string& interface_name) {
     Fields fields;
     const std::string command = "ethtool " + form + " " + interface_name + " 2>/dev/null";

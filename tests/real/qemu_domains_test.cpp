@@ -1,4 +1,4 @@
-// The library on a private libvirtd with guests under software emulation, beside virsh.
+// The library on a private libvirtd with emulated guests, compared with virsh.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/vmutils.h>
@@ -15,7 +15,7 @@
 #include "real/private_libvirtd.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
-// The class leaves handles and texts of libvirt allocated; other tests tell them from leaks.
+// The class leaves handles and texts of libvirt allocated; other tests distinguish them from leaks.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "detect_leaks=0";
 }

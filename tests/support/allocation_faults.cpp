@@ -1,6 +1,6 @@
-// Under a sanitizer its allocator stands in front of libkxsim's wrappers, which so never see an
-// allocation. A program's own definitions stand in front of both: these ask the fault rules, then
-// go on to whatever allocator the process has.
+// With a sanitizer, its allocator replaces libkxsim's wrappers, which then see no allocation.
+// Definitions in the program replace both: these check the fault rules and then call the allocator
+// of the process.
 #include <dlfcn.h>
 #include <kxsim/preload.h>
 
@@ -24,7 +24,7 @@ bool fails(const char* call, const void* caller) {
     return true;
 }
 
-// As the C++ library does: it asks malloc, on behalf of whoever asked it.
+// Like the C++ library: it calls malloc on behalf of its caller.
 void* allocate_object(const char* name, std::size_t size) {
     static const void* const cxx_library = dlsym(RTLD_DEFAULT, "_ZSt15get_new_handlerv");
     if (fails("malloc", cxx_library)) {

@@ -1,4 +1,4 @@
-// What a call does while the agent keeps some of descriptors 0, 1 and 2 closed.
+// Calls a function while some of the descriptors 0, 1 and 2 are closed.
 #pragma once
 
 #include <fcntl.h>
@@ -12,7 +12,7 @@ namespace test {
 
 constexpr int kStreams = 3;
 
-// Each bit a stream that is closed: every combination but none.
+// Each bit is a closed stream; every combination except none.
 constexpr std::array<unsigned, 7> kClosedStreams{1, 2, 3, 4, 5, 6, 7};
 
 inline bool stream_open(int number) { return fcntl(number, F_GETFD) != -1; }
@@ -25,8 +25,8 @@ inline std::string streams_text(unsigned closed) {
     return text;
 }
 
-// Run the body in a process of its own with these streams closed. Gives what it answers, and tells
-// of every stream that the body left open.
+// Run the body in a child process with these streams closed. Returns its answer, and reports every
+// stream that the body left open.
 template <class Body>
 std::string without_streams(unsigned closed, Body body) {
     int ends[2];

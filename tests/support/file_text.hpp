@@ -1,4 +1,4 @@
-// What a file holds.
+// The content of a file.
 #pragma once
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// What calls print.
+// Capturing the output of calls.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 namespace test {
 
-// What a call prints on standard output.
+// The output of a call on standard output.
 template <class Call>
 std::string printed(const Call& call) {
     testing::internal::CaptureStdout();

@@ -1,4 +1,4 @@
-// One interface of a simulated host, for the tests of what is set on it.
+// One interface of a simulated host, for tests of its settings.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace test {
 
 constexpr char kConfFile[] = "/etc/kestrix-plexo/kxportparams.conf";
 
-// A text that may fill its field without a NUL; the bytes behind it become zero.
+// A text that may fill its field without a NUL; the bytes after it become zero.
 template <std::size_t N>
 void put(char (&field)[N], std::string_view text) {
     std::memset(field, 0, N);

@@ -1,5 +1,5 @@
-// A network and an /etc of the test's own, so that real interfaces and files can be changed. The
-// machine's are not touched.
+// A private network namespace and a private /etc, so that tests can change real interfaces and
+// files. Those of the machine do not change.
 #pragma once
 
 #include <sched.h>
@@ -15,7 +15,8 @@
 
 namespace test {
 
-// Put this process and its children there. Why that is impossible, or an empty text.
+// Move this process and its children there. Returns the reason why that is impossible, or an empty
+// text.
 inline std::string enter_private_network() {
     if (geteuid() != 0) {
         return "only root can make a network of its own";

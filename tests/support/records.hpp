@@ -1,4 +1,4 @@
-// Query answers as records: what an agent makes of the flat buffers.
+// Query answers as records, which an agent makes from the flat buffers.
 #pragma once
 
 #include <kxlinhw/kxlinhw.h>
@@ -19,7 +19,7 @@ struct Answer {
     std::vector<Record> records;  // without their next pointers
 };
 
-// Call a query with a buffer of `room` bytes that a wrong length would show itself in.
+// Call a query with a buffer of `room` bytes, filled so that a wrong length is visible.
 template <class Record>
 Answer<Record> ask(
     std::size_t copy_size, const std::function<uint32_t(void*, uint32_t*)>& query,

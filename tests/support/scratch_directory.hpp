@@ -1,4 +1,4 @@
-// A directory of a test's own, and working in it.
+// A temporary directory of a test, and working in it.
 #pragma once
 
 #include <cerrno>
@@ -10,7 +10,7 @@
 
 namespace test {
 
-// Below TMPDIR; it goes away with all that is in it.
+// Below TMPDIR; removed with its content.
 class ScratchDirectory {
 public:
     ScratchDirectory() {
@@ -39,7 +39,7 @@ private:
     std::filesystem::path path_;
 };
 
-// The process works in a directory while this lives.
+// While this object exists, a directory is the working directory of the process.
 class WorkingDirectory {
 public:
     explicit WorkingDirectory(const std::filesystem::path& path) {

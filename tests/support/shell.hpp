@@ -1,4 +1,4 @@
-// Running the tools that tests trust as oracles.
+// Running the tools whose output tests compare with.
 #pragma once
 
 #include <array>

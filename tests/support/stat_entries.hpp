@@ -1,4 +1,4 @@
-// Chains of counters in tests: making, looking at, freeing.
+// Chains of counters in tests: creating, reading, freeing.
 #pragma once
 
 #include <kxlinhw/records.h>
@@ -40,7 +40,7 @@ inline void free_entries(StatEntry* first) {
     }
 }
 
-// Free a chain and empty its slot, which may stand at any address.
+// Free a chain and empty its slot, which may be at any address.
 inline void drop_entries(KxStatEntryPtr* slot) {
     free_entries(*slot);
     *slot = nullptr;

@@ -1,4 +1,4 @@
-// Addresses of an interface of a host whose list of addresses is the test's.
+// Addresses of an interface; the test provides the host's list of addresses.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <ifaddrs.h>

@@ -1,4 +1,4 @@
-// What one call reads of the host is read once; what a later call reads is read again.
+// One call reads host data once; a later call reads them again.
 #include "support/call_snapshot.hpp"
 
 #include <gtest/gtest.h>

@@ -216,7 +216,8 @@ TEST_F(ConfigFile, OwnerIsKept) {
     }
 }
 
-// Whatever the umask, others must not be able to change what is applied at start-up.
+// Whatever the umask, other users must not be able to change the settings that are applied at
+// start-up.
 TEST_F(ConfigFile, ANewFileIsNeverWiderThan0644) {
     const mode_t umask_before = umask(0);
     for (const mode_t mask : {0U, 022U, 077U, 02U}) {
@@ -526,7 +527,7 @@ protected:
         return rule.fired() > 0;
     }
 
-    // The power goes at the nth call on a file, and comes back afterwards.
+    // The power fails at the nth call on a file, and is restored afterwards.
     template <class Work>
     bool is_cut(unsigned nth, const Work& work) {
         host_.watch_flushes();

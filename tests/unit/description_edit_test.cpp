@@ -95,7 +95,8 @@ TEST(DescriptionEdit, TakesTimeInProportionToTheLength) {
         return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     };
     seconds_for(1000);
-    // Ten times the length would take a hundred times as long if each step began at the start.
+    // With ten times the length, the search would take a hundred times as long if each step began
+    // at the start.
     EXPECT_LT(seconds_for(100000), 40 * seconds_for(10000) + 0.2);
 }
 

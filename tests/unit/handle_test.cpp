@@ -1,4 +1,4 @@
-// Owners of what the C library hands out.
+// Owners of resources of the C library.
 #include "support/handle.hpp"
 
 #include <fcntl.h>

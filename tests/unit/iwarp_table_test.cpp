@@ -1,4 +1,4 @@
-// The table of iWARP parameters as a table: against the masks and orders that agents know.
+// The table of iWARP parameters, checked against the masks and orders that agents rely on.
 #include <gtest/gtest.h>
 
 #include <bit>

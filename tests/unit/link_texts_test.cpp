@@ -1,4 +1,5 @@
-// The texts of link settings: every row of every table, and what none of a table's bits gives.
+// The texts of link settings: every row of every table, and the result when no bit of a table is
+// set.
 #include "inventory/link_texts.hpp"
 
 #include <gtest/gtest.h>

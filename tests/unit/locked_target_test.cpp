@@ -1,5 +1,5 @@
-// The lock of a configuration file's directory, and how long another agent is waited for. Time is
-// the test's: a pause moves it on and takes none.
+// The lock of a configuration file's directory, and how long another agent is waited for. The test
+// controls the time: a pause advances it and takes no real time.
 #include "settings/locked_target.hpp"
 
 #include <dlfcn.h>
@@ -84,7 +84,7 @@ protected:
     }
     ~LockedTargetTest() override { test_clock = {}; }
 
-    // The lock as another agent has it.
+    // The lock, held by another agent.
     [[nodiscard]] kx::Descriptor held(const fs::path& directory) const {
         kx::Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);

@@ -1,5 +1,5 @@
-// The reader of module files against files that do not hold together. Images stand in heap blocks
-// of their exact size, so that a sanitizer sees the first byte read beyond them.
+// The reader of module files with inconsistent files. Images are in heap blocks of their exact
+// size, so that a sanitizer detects the first byte read beyond them.
 #include "settings/module_file.hpp"
 
 #include <gmock/gmock.h>
@@ -21,7 +21,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::string_literals;
 
-// Where the header fields stand in each class.
+// The offsets of the header fields in each class.
 struct Class {
     std::size_t address_width;
     std::size_t table_offset;

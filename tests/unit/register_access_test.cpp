@@ -1,4 +1,4 @@
-// Registers are read and written as memory, a word at a time; a host may lend the window.
+// Registers are read and written as memory, one word at a time; a host may provide the window.
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>
 
@@ -24,7 +24,7 @@ TEST(Register, IsWrittenAtItsAddressAndNowhereElse) {
     }
 }
 
-// Memory of the test, as a host lends its own, in the place of an adapter's registers.
+// Memory of the test in place of an adapter's registers, as a host may provide it.
 class LentWindow : public testing::Test {
 protected:
     LentWindow() {

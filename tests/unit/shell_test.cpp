@@ -1,4 +1,4 @@
-// Words of shell commands, with the shell itself as the judge of what they mean.
+// Words of shell commands; the shell itself decides what they mean.
 #include <gtest/gtest.h>
 
 #include <cstdio>

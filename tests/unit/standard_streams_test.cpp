@@ -1,4 +1,4 @@
-// Descriptors 0, 1 and 2 stay the standard streams', closed or not.
+// Descriptors 0, 1 and 2 stay reserved for the standard streams, closed or not.
 #include "support/standard_streams.hpp"
 
 #include <dirent.h>
@@ -76,7 +76,7 @@ TEST(StandardStreams, FailedCallsStayFailed) {
     EXPECT_EQ(kx::open_directory("/nowhere"), nullptr);
 }
 
-// No descriptor above 2 can be had.
+// No descriptor above 2 is available.
 void use_up_descriptors() {
     const rlimit none{3, 3};
     setrlimit(RLIMIT_NOFILE, &none);

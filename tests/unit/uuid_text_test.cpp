@@ -1,4 +1,4 @@
-// UUID texts as bytes, with the text's memory ending exactly behind its NUL.
+// UUID texts as bytes; the memory of the text ends directly after its NUL.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -28,7 +28,8 @@ TEST(UuidText, IsReadTwoDigitsAByte) {
 TEST(UuidText, OfEveryLengthIsReadInsideItsBounds) {
     const std::string whole(40, 'a');
     for (std::size_t length = 0; length <= whole.size(); ++length) {
-        // Byte i is asked for while character i stands, and found while character 2*i stands.
+        // Byte i is requested as long as character i exists, and found as long as character 2*i
+        // exists.
         std::string expected;
         for (std::size_t i = 0; i < 16; ++i) {
             const bool pair = 2 * i + 1 < length;

@@ -87,7 +87,7 @@ struct Range {
     std::uintptr_t end = 0;
 };
 
-// Where the library's code stands.
+// The address range of the library's code.
 Range library_code() {
     Range range{reinterpret_cast<std::uintptr_t>(dlsym(RTLD_DEFAULT, "GetLibVersion")), 0};
     dl_iterate_phdr(

@@ -196,7 +196,7 @@ protected:
         EXPECT_EQ(count_, 1);
         return list_[0];
     }
-    // All bytes behind the type's place, NUL written as a dot.
+    // All bytes after the type, with NUL written as a dot.
     static std::string bytes_of(const _interfaceInfo& info) {
         std::string bytes(reinterpret_cast<const char*>(&info) + 6, sizeof(_interfaceInfo) - 6);
         std::replace(bytes.begin(), bytes.end(), '\0', '.');

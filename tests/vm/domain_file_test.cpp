@@ -1,5 +1,5 @@
 // domain.xml in the working directory: a file that cannot be written gives no document, and never
-// the description that an earlier listing left there.
+// the description of an earlier listing.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -100,12 +100,12 @@ TEST_F(DomainState, NamesStandBareInCommandsUnlessTheShellWouldActOnThem) {
     EXPECT_EQ(command_for(""), "/usr/bin/virsh domstate ''");
 }
 
-// virsh takes a word for an id first, then for a UUID, and only then for a name.
+// virsh first reads a word as an id, then as a UUID, and only then as a name.
 class AmbiguousName : public test::VmTest {
 protected:
     static constexpr char kUuidText[] = "90919293-9495-9697-9899-9a9b9c9d9e9f";
 
-    // The word by which virsh was to know a domain of this name.
+    // The word that virsh got for a domain with this name.
     static std::string word_for(const std::string& name) {
         FakeDomain domain{.name = name, .uuid = numbered_uuid(1)};
         host().journal.clear();
@@ -271,7 +271,7 @@ protected:
         text_ = test::digits(domain_.uuid);
     }
 
-    // Domain in a state; the journal afterwards is what followed the state's query.
+    // A domain in a state; afterwards the journal contains the calls after the query of the state.
     int apply(const char* state, int operation, const char* time = "10") {
         host().run = [=](const std::string& command) {
             return Ran{0, command.find(" domstate ") != command.npos ? state : "done"};

@@ -1,4 +1,4 @@
-// The agent's services, written down in the journal.
+// The agent's services, which write to the journal.
 #include <kxlinhw/host.h>
 
 #include <csignal>

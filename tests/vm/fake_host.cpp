@@ -142,7 +142,7 @@ std::string in_fresh_process(const std::function<void()>& body, bool leave_unflu
 
 }  // namespace test
 
-// In front of the library's own, to which it leads while connections are not refused.
+// Replaces the library's function, and calls it while connections are not refused.
 virConnectPtr VMUtils::getConnection() {
     test::FakeHost& host = test::host();
     ++host.connection_calls;

@@ -1,6 +1,6 @@
-// The world that the virtual-machine tests put around the library: a hypervisor with domains in it,
-// an agent's command runner and logger, and a journal in which all of them write what the library
-// does, in order.
+// The environment of the library in the tests of virtual machines: a hypervisor with domains, an
+// agent's command runner and logger, and a journal to which all of them write the library's calls,
+// in order.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -42,8 +42,8 @@ struct FakeHost {
     std::vector<std::string> journal;
 
     std::deque<FakeDomain> domains;  // handles are the addresses of these
-    // What a libvirt function returns instead of its own answer. Functions that give a pointer give
-    // null, whatever the number.
+    // The result of a libvirt function instead of its own answer. Functions with a pointer result
+    // return null, whatever the number.
     std::map<std::string, int> results;
     std::vector<std::string> defined;   // descriptions given to virDomainDefineXML
     std::vector<std::string> attached;  // descriptions given to virDomainAttachDevice
@@ -72,7 +72,7 @@ struct FakeHost {
     [[nodiscard]] int texts_released() const;
 };
 
-// The one host, remade for each test.
+// The only host, created again for each test.
 FakeHost& host();
 
 virDomainPtr handle(FakeDomain& domain);
@@ -81,14 +81,14 @@ virDomainPtr handle(FakeDomain& domain);
 std::string digits(const Uuid& uuid);
 Uuid numbered_uuid(int k);
 
-// A directory of its own as the working directory, and the host as new. The library's connection
-// is open; opening it is not in the journal.
+// A separate working directory, and a new host. The library's connection is open; opening it is not
+// in the journal.
 class VmTest : public testing::Test {
 protected:
     VmTest();
     ~VmTest() override;
 
-    // One object for the program: the class leaves its parser behind.
+    // One object for the program, because the class never frees its parser.
     static VMUtils& vm();
 
     // The content of domain.xml; "(none)" without one.

@@ -1,4 +1,4 @@
-// The libvirt calls of the library, answered from the host's domains and written down.
+// The library's calls of libvirt, answered from the host's domains and written to the journal.
 #include <libvirt/libvirt.h>
 #include <libvirt/virterror.h>
 

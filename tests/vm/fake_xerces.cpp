@@ -1,5 +1,5 @@
-// Two calls of Xerces that seldom fail, so that they can be made to, and the calls that make and
-// release texts, so that they can be counted.
+// Two calls of Xerces that rarely fail, so that tests can make them fail, and the calls that create
+// and release texts, so that tests can count them.
 #include <dlfcn.h>
 
 #include <string>

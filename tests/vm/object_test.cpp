@@ -1,4 +1,4 @@
-// The object itself: its members, how it comes and goes.
+// The object itself: its members, construction and destruction.
 #include <cstddef>
 #include <cstring>
 #include <new>
@@ -52,7 +52,7 @@ TEST_F(Object, HoldsEightNamesAndAParserInTheirOrder) {
     EXPECT_NE(object->parser, nullptr);
 }
 
-// Its names are its own: a copy would release them a second time.
+// It owns its names: a copy would release them a second time.
 TEST_F(Object, IsNotCopied) {
     EXPECT_FALSE(std::is_copy_constructible_v<VMUtils>);
     EXPECT_FALSE(std::is_copy_assignable_v<VMUtils>);

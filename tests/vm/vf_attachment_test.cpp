@@ -1,4 +1,4 @@
-// Giving virtual functions to domains and taking them away.
+// Attaching virtual functions to domains and detaching them.
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -197,7 +197,7 @@ TEST_F(AttachVF, WithoutMemoryForTheTextIsRefusedByLibvirt) {
     EXPECT_THAT(host().logged(), ElementsAre("AttachVFToVM: Attachind device to VM failed"));
 }
 
-// What libvirt writes of a domain with two VFs.
+// libvirt's description of a domain with two VFs.
 const std::string kHead =
     "<domain type='kvm' id='4'>\n  <name>one</name>\n  <devices>\n    <emulator>q</emulator>\n    ";
 const std::string kFirst =

@@ -83,9 +83,9 @@ constexpr Failure kFailures[] = {
     {"realloc", ENOMEM, "libc.so"},
 };
 
-// A command meets some of its failures, others than the command before; as many as KX_THOROUGH says
-// (tests/fault_injection/faults.sh). All are those of the first calls of a kind, one by one, and
-// ever fewer of the others.
+// Each command meets some failures, other ones than the previous command; their number is
+// KX_THOROUGH (tests/fault_injection/faults.sh). The list of all failures contains those of the
+// first calls of a kind, one by one, and later ones at growing distances.
 constexpr unsigned kOneByOne = 30;
 
 std::size_t failures_for_each() {
@@ -131,7 +131,7 @@ bool is_unseen(const Failure& failure, const std::string& object) {
     });
 }
 
-// The words of a command's first example; what asks for consent gets it.
+// The words of a command's first example, with --yes for commands that ask.
 std::vector<std::string> invocation_of(const Command& command) {
     std::vector<std::string> words = test::words_of(command.examples[0]);
     words.erase(words.begin());
@@ -148,7 +148,7 @@ std::vector<std::string> invocation_of(const Command& command) {
 
 using Files = std::map<std::string, std::string>;  // content by path
 
-// A report tells the time; that it is whole shows at its end.
+// A report contains the time; its end shows that it is complete.
 std::string content_of(const std::filesystem::path& path) {
     const std::string text = test::file_text(path);
     constexpr std::size_t kEnd = 9;
@@ -180,7 +180,7 @@ std::set<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-// One command line on a lab host of its own.
+// One command line on a new lab host.
 class Lab {
 public:
     explicit Lab(const Command& command) : words_(invocation_of(command)) {
@@ -191,12 +191,12 @@ public:
         test::Setup setup;
         setup.environment = {"KXSIM_ROOT=" + host.root(), "LD_PRELOAD=" KXSIM_LIBRARY};
         test::Result result = test::run(words_, setup);
-        // virsh gives new interfaces addresses by chance.
+        // virsh gives new interfaces random addresses.
         result.out = std::regex_replace(result.out, std::regex("52:54:00(:..){3}"), "52:54:00:*");
         return result;
     }
 
-    // The host's configuration and what the command wrote beside itself.
+    // The host's configuration and the files that the command wrote.
     [[nodiscard]] Files files() const {
         Files files;
         add_files(host.root() + "/tree", "etc", files);
@@ -291,8 +291,8 @@ protected:
         }
     }
 
-    // Done as it should be, the files are as they should become. Otherwise each is as it was or as
-    // it should become; of a configuration, each line is whole.
+    // After success, the files have their new content. After a failure, each file has its old or
+    // its new content; each line of a configuration file is complete.
     void judge(const Files& files, bool done) const {
         if (done) {
             EXPECT_THAT(changed(files, after_), testing::IsEmpty());
