@@ -1,4 +1,4 @@
-// The adapters that the last scan of the PCI bus found, each under its index.
+// The adapters of the last scan of the PCI bus, by their index.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 
@@ -18,7 +18,7 @@ extern "C" {
 namespace kx::adapter {
 namespace {
 
-constexpr uint16_t kQ3Ids = 1000;  // Q3 ids lie between 0 and this
+constexpr uint16_t kQ3Ids = 1000;  // Q3 ids are between 0 and this
 constexpr uint16_t kVirtualFunctionBit = 0x0800;
 constexpr uint16_t kUnmanagedId = 0xA007;
 constexpr uint8_t kQ3Function = 0;
@@ -40,7 +40,7 @@ bool is_managed(const pci_dev& device) {
 
 bool is_virtual(const pci_dev& device) { return !is_q3(device.device_id) && device.dev != 0; }
 
-// Begin a scan afresh. The first device, or null after telling that there is none.
+// Begin a new scan. Returns the first device; or null, after printing that there is none.
 pci_dev* rescan() {
     release_bus();
     pci_access_p = open_pci_bus();
@@ -51,7 +51,7 @@ pci_dev* rescan() {
     return first;
 }
 
-// Walks the devices of the maker, each with its ids read.
+// Walks the devices of the maker; the ids of each are read.
 class MakersDevices {
 public:
     explicit MakersDevices(pci_dev* first) : next_(first) {}
@@ -72,8 +72,8 @@ private:
     pci_dev* next_;
 };
 
-// The records of the virtual-function scan. They are counted from the adapters of the scan before,
-// and agents skip that many; the records before the count are never written.
+// The records of the virtual-function scan. Their numbers begin with the count of adapters of the
+// previous scan; agents skip that many records, which are never written.
 class VirtualFunctions {
 public:
     explicit VirtualFunctions(uint8_t count) : count_(count) {}
@@ -86,7 +86,7 @@ public:
         if (grown == nullptr) {
             return false;
         }
-        static_cast<void>(records_.release());  // realloc has taken the old block
+        static_cast<void>(records_.release());  // realloc has freed the old block
         records_.reset(static_cast<uint8_t*>(grown));
         uint8_t* const record = records_.get() + std::size_t{count_} * KX_VF_RECORD_SIZE;
         record[0] = device.bus;
@@ -147,7 +147,7 @@ uint8_t scan_vfhbas(uint32_t* count, uint8_t** records) {
     }
     kx::adapter::VirtualFunctions functions(g_adapter_count);
     g_adapter_count = 0;
-    g_KestrixAdapters = nullptr;  // not freed: the agent may still walk the lists it was given
+    g_KestrixAdapters = nullptr;  // not freed: the agent may still use the lists
     g_KestrixAdapterInfo = nullptr;
     pci_dev* const first = kx::adapter::rescan();
     if (first == nullptr) {

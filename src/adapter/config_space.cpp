@@ -1,5 +1,5 @@
-// PCI configuration space of an adapter: dwords, capabilities, and the VPD capability behind which
-// the serial EEPROM lies.
+// PCI configuration space of an adapter: dwords, capabilities, and the VPD capability, which leads
+// to the serial EEPROM.
 #include <kxlinhw/adapter.h>
 
 #include <cstdio>
@@ -12,22 +12,22 @@ namespace {
 
 constexpr uint32_t kCapabilityPointer = 0x34;
 constexpr uint32_t kCapabilityOffsets = 0xFC;  // the low two bits of an offset are reserved
-constexpr int kMostCapabilities = 48;          // as many as fit behind the header
+constexpr int kMostCapabilities = 48;          // the most that fit after the header
 
 constexpr uint32_t kVpdAddresses = 0x1FFC;
 constexpr uint32_t kVpdDone = 1U << 31;     // set by the adapter once the data register is valid
-constexpr uint32_t kNoAnswer = 0xFFFFFFFF;  // as from an empty slot
+constexpr uint32_t kNoAnswer = 0xFFFFFFFF;  // as for an empty slot
 constexpr uint32_t kVpdProbe = 0x00800000;
 
-// Does the address register say that this request was done?
+// Does the address register report that this request is complete?
 bool answers(uint32_t dword, uint32_t request) {
     return ((dword ^ (request | kVpdDone)) & (kVpdAddresses << 16 | kVpdDone)) == 0;
 }
 
-// Whether the dword written last got to its adapter.
+// Whether the last written dword reached its adapter.
 bool write_arrived = false;
 
-// An absent adapter leaves the dword at what it held.
+// When the adapter is missing, the dword does not change.
 uint32_t config_dword(uint8_t adapter, uint32_t offset, uint32_t absent) {
     uint32_t dword = absent;
     pci_config_read(adapter, offset, &dword);
@@ -74,14 +74,15 @@ uint32_t find_pci_capability(uint8_t adapter, uint8_t id) {
 
 void vpd_read_dword(uint8_t adapter, uint32_t cap, uint32_t address, uint32_t* out) {
     if (cap == 0) {
-        return;  // without the capability nothing would ever answer
+        return;  // without the capability there is never an answer
     }
     const kx::StandardStreamGuard streams;  // one, however long the adapter takes
     const uint32_t request = (address & kVpdAddresses) << 16;
     write_arrived = true;
     pci_config_write(adapter, cap, request);
     uint32_t answer = config_dword(adapter, cap, kVpdDone);
-    if (!write_arrived && !answers(answer, request)) {  // never made: there is nothing to wait for
+    if (!write_arrived &&
+        !answers(answer, request)) {  // the request was never made, so there is nothing to wait for
         if (out != nullptr) {
             *out = kNoAnswer;
         }

@@ -1,5 +1,5 @@
-// The version of the default configuration file that the Ethernet driver's package installs. Its
-// "version = " line carries the PCI device id that the configuration was made for.
+// The version of the default configuration file, which the package of the Ethernet driver installs.
+// Its line "version = " contains the PCI device id that the configuration is for.
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>
 #include <strings.h>
@@ -22,7 +22,7 @@ struct VersionOfId {
     int32_t version;
 };
 
-// In the order of the search: 0x0300 comes behind 0x0500.
+// In the order of the search: 0x0300 comes after 0x0500.
 constexpr VersionOfId kVersions[] = {
     {KESTRIX_PCI_VENDOR_ID, 0},
     {0x0100, 0},
@@ -35,7 +35,7 @@ constexpr VersionOfId kVersions[] = {
 
 using Line = std::array<char, 256>;
 
-// The last line read: the first with the mark, or the file's last one.
+// The last line read: the first line with the mark, or the last line of the file.
 Line read_version_line(std::FILE* file) {
     Line line{};
     while (std::fgets(line.data(), line.size(), file) != nullptr &&

@@ -1,4 +1,4 @@
-// The serial EEPROM of an adapter as an image: its parts in use, each dword at its own address.
+// The serial EEPROM of an adapter as an image: the parts in use, with each dword at its address.
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/vpd.h>

@@ -1,4 +1,4 @@
-// Stand-in for the agent's runner of shell commands.
+// The default runner of shell commands, for agents without their own.
 //
 // A first shell runs the command in a second one and writes its exit status into a pipe. The status
 // that waitpid gives is lost to agents that ignore SIGCHLD or wait for any child.

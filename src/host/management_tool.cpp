@@ -1,5 +1,5 @@
-// Stand-in for the agent's wrapper of the maker's command-line tool: runs "zfabtool" from PATH
-// without a shell and collects its standard output in the management buffer.
+// The default wrapper of the maker's command-line tool: runs "zfabtool" from PATH without a shell
+// and collects its standard output in the management buffer.
 #include <kxlinhw/host.h>
 #include <kxlinhw/query.h>
 #include <sys/wait.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t kArgumentWidth = 64;  // texts stand in fields of the agent's argument block
+constexpr std::size_t kArgumentWidth = 64;  // the texts are fields of the agent's argument block
 
 std::vector<std::string> texts_of(int count, char** arguments) {
     std::vector<std::string> texts;
@@ -64,7 +64,8 @@ extern "C" __attribute__((weak)) int mx_cmd_wraper(int count, char** arguments) 
         const bool started = child.start(plan, texts_of(count, arguments));
         pipe.write = kx::Descriptor();
         complete = started && collect(pipe.read);
-    }  // a tool that still writes after a failed collection meets a closed pipe, not a deadlock
+    }  // after a failed collection a tool that still writes gets a closed pipe instead of a
+       // deadlock
     const auto status = child.wait();
     const bool ended_well = status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
     return complete && ended_well ? 0 : -1;

@@ -28,7 +28,7 @@ constexpr std::size_t kLongestMtu = 19;
 
 using AddressList = kx::Handle<ifaddrs, &freeifaddrs>;
 
-// The texts of the last address of each family; of IPv6 the last that fits its field.
+// The texts of the last address of each family; for IPv6 the last address that fits its field.
 struct Addresses {
     std::string ipv4;
     std::string netmask;
@@ -48,7 +48,7 @@ std::string ipv4_text(const sockaddr& address) {
     return inet_ntop(AF_INET, &bytes, text, sizeof text) == nullptr ? "" : text;
 }
 
-// Nothing when the text does not fit the field of a port: cut, it would often be the address of
+// Nothing when the text does not fit the field of a port: a cut text would often be the address of
 // another host.
 std::optional<std::string> ipv6_text(const sockaddr& address) {
     char text[sizeof PortInfo::ipv6_address];
@@ -57,7 +57,7 @@ std::optional<std::string> ipv6_text(const sockaddr& address) {
     return fits ? std::optional<std::string>(text) : std::nullopt;
 }
 
-// The addresses of all interfaces, by name: looking one up costs the same however many there are.
+// The addresses of all interfaces, by name. The cost of a lookup does not depend on their number.
 class AddressTable {
 public:
     AddressTable() {
@@ -108,7 +108,7 @@ kx::Snapshot<AddressTable> address_table;
 
 void copy_addresses(const AddressTable& table, const char* interface_name, PortInfo& port) {
     if (table.empty()) {
-        return;  // without any entry nothing is copied over what the port holds
+        return;  // without an entry, the fields of the port do not change
     }
     const Addresses addresses = table.find(interface_name);
     kx::copy_text(port.ipv4_address, addresses.ipv4);
@@ -116,7 +116,8 @@ void copy_addresses(const AddressTable& table, const char* interface_name, PortI
     kx::copy_text(port.ipv6_address, addresses.ipv6);
 }
 
-// Copy the first line of a file of the interface into a field; a missing or empty file leaves it.
+// Copy the first line of a file of the interface into a field. When the file is missing or empty,
+// the field does not change.
 template <std::size_t N>
 void copy_first_line(
     const char* interface_name, const char* file, std::size_t longest, char (&field)[N]) {

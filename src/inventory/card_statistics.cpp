@@ -18,18 +18,18 @@ constexpr char kQ3Directory[] = "/proc/net/zfab3/";
 constexpr char kQ4Directory[] = "/proc/driver/zfab4/";
 
 constexpr std::size_t kLongestCounterLine = 119;
-constexpr int kLastLine = 25;  // lines of either file that are looked at
+constexpr int kLastLine = 25;  // lines of either file that are read
 constexpr int kQ3LinesOfGroup1 = 13;
 constexpr int kQ4Headings = 1;
 
 constexpr uint32_t kQ4Failure = 0xFFFFFFFF;
 
-// The lines of a counter file that count, or nothing when it cannot be opened.
+// The counter lines of a file, or nothing when the file cannot be opened.
 std::optional<std::string> read_counter_file(const std::string& path) {
     return kx::read_file(path.c_str(), kLastLine * kLongestCounterLine);
 }
 
-// "Name: value". What does not parse leaves the entry's name cut or empty, or its value 0.
+// "Name: value". Any other line leaves the entry's name cut or empty, or its value 0.
 void parse_counter(const std::string& line, StatEntry& entry) {
     char name[kLongestCounterLine + 1] = "";
     static_assert(kLongestCounterLine == 119, "the width of the name in the format");
@@ -39,7 +39,8 @@ void parse_counter(const std::string& line, StatEntry& entry) {
     entry.value = value;
 }
 
-// Write the lines behind `headings` into the chain; store gets each entry with its line's number.
+// Write the lines after `headings` into the chain; store gets each entry and the number of its
+// line.
 template <class Store>
 bool write_counters(
     const std::string& content, int headings, kx::inventory::StatChain& chain, Store store) {

@@ -1,4 +1,4 @@
-// From the host's network interfaces to the ports of the cards.
+// Makes the ports of the cards from the host's network interfaces.
 #include <kxlinhw/status.h>
 #include <linux/ethtool.h>
 
@@ -23,19 +23,20 @@ constexpr uint8_t kUnnumbered = 255;      // an interface that is not named "eth
 constexpr std::size_t kDomainPrefix = 5;  // "0000:" before the bus in a driver's bus text
 constexpr std::size_t kLocationWidth = sizeof(CardInfo::pci_bus_location);
 
-// VLANs and bonds report the bus of the adapter below them; "." and ".." go with them.
+// VLANs and bonds report the bus of the adapter below them, so they are skipped, like "." and "..".
 bool is_stacked(std::string_view name) {
     return name.find('.') != name.npos || name.find("vlan") != name.npos ||
            name.find("bond") != name.npos;
 }
 
-// Ports of one card in ascending order of their number, which is the order in which agents count
-// them. A port goes behind the head when their numbers are equal, otherwise before its equals.
+// The ports of one card are in ascending order of their number; agents count them in this order. A
+// port with the number of the head is placed after the head; otherwise a port is placed before
+// ports with the same number.
 class PortChain {
 public:
     explicit PortChain(CardInfo& card) : card_(card) {}
 
-    // The card keeps the firmware text of the port attached last.
+    // The card keeps the firmware text of the port that was attached last.
     void attach(Block<PortInfo> port, const char (&firmware)[ETHTOOL_FWVERS_LEN]) {
         static_assert(sizeof card_.firmware == sizeof firmware);
         std::memcpy(card_.firmware, firmware, sizeof firmware);
@@ -56,7 +57,7 @@ public:
     }
 
 private:
-    // The port behind which a port of that number goes; null when it becomes the head.
+    // The port after which a port with that number is inserted; null when it becomes the head.
     PortInfo* place(uint8_t number) const {
         if (card_.ports == nullptr || number < card_.ports->instance) {
             return nullptr;
@@ -75,7 +76,7 @@ private:
     std::array<PortInfo*, 256> last_{};  // the last port of each number
 };
 
-// Cards by their location; of several with one location the first counts.
+// Cards by their location; when several cards have one location, the first one counts.
 class CardIndex {
 public:
     explicit CardIndex(const CardList& list) {

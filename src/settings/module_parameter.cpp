@@ -1,5 +1,5 @@
-// Module parameters: written through a shell command, read from their files; the one parameter of
-// the Ethernet driver that the agent sees.
+// Module parameters: written by a shell command, read from their files. Also the only parameter of
+// the Ethernet driver that agents see.
 #include "settings/module_parameter.hpp"
 
 #include <kxlinhw/host.h>
@@ -29,7 +29,7 @@ std::string parameter_file(const char* module, const char* parameter) {
     return std::string(kModules) + module + kModuleParameters + parameter;
 }
 
-// The C library's reason is taken before printing and logging can change it.
+// The C library's reason is stored before printing and logging can change it.
 void report_missing_file(const char* path) {
     const int reason = errno;
     std::puts("Error: File not found");
@@ -46,7 +46,7 @@ void write_module_parameter(const char* module, const char* parameter, int value
     const std::string command = "echo " + std::to_string(value) + " > " + file;
     static_cast<void>(executeCommand(command.c_str()));
 } catch (const std::bad_alloc&) {
-    // goes unnoticed like any refusal
+    // not noticed, like every refusal
 }
 
 uint32_t read_module_parameter(const char* module, const char* parameter) try {
@@ -102,7 +102,7 @@ int read_from_file(const char* path, uint32_t* value) {
     if (path == nullptr || value == nullptr) {
         return -1;
     }
-    *value = 0;  // stands when the file holds no number
+    *value = 0;  // stays when the file contains no number
     const kx::File file = kx::open_file(path, "re");
     if (!file) {
         report_missing_file(path);

@@ -37,7 +37,7 @@ std::optional<std::string_view> module_of_file(std::string_view file) {
     return std::nullopt;
 }
 
-// Links to directories are not entered.
+// Links to directories are not followed.
 bool is_directory(const dirent& entry, const std::string& path) {
     if (entry.d_type != DT_UNKNOWN) {
         return entry.d_type == DT_DIR;
@@ -46,15 +46,15 @@ bool is_directory(const dirent& entry, const std::string& path) {
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// One walk of a tree for several modules, known by their bits.
+// One walk of a tree for several modules; each module has a bit.
 class Walk {
 public:
     Walk(std::string root, std::span<const std::string_view> names, std::span<MappedFile> files)
         : path_(std::move(root)), names_(names), files_(files) {}
 
     // Depth first, in the order of the directory's entries. For each module a match ends the search
-    // of its directory whether or not it can be mapped; one that cannot lets the parent go on.
-    // Gives the modules whose files are mapped now.
+    // of its directory, whether or not the file can be mapped; when it cannot be mapped, the search
+    // of the parent continues. Returns the modules whose files are mapped now.
     uint32_t search(uint32_t wanted) {
         const Directory directory = open_directory(path_.c_str());
         uint32_t found = 0;
@@ -112,7 +112,7 @@ private:
     std::span<MappedFile> files_;
 };
 
-// Look for the wanted modules in the part of the running kernel's tree that modfound tells.
+// Look for the wanted modules in the part of the running kernel's tree that modfound selects.
 void search_tree(
     std::span<const std::string_view> names, std::span<MappedFile> files, uint32_t wanted) {
     utsname kernel{};
@@ -148,8 +148,8 @@ ModuleAnnouncement::ModuleAnnouncement(std::span<const std::string_view> names)
 
 ModuleAnnouncement::~ModuleAnnouncement() { current_ = nullptr; }
 
-// What the search of the tree that modfound tells gives for a name; for the others that wait, too,
-// when it is the first.
+// The file of a name in the part of the tree that modfound selects. The first search also finds the
+// files of the other announced names.
 MappedFile ModuleAnnouncement::take(std::size_t index) {
     bool& walked = walked_[modfound == 1 ? 1 : 0];
     if (!files_[index] && !walked) {
@@ -166,7 +166,7 @@ MappedFile ModuleAnnouncement::take(std::size_t index) {
     return std::move(files_[index]);
 }
 
-// A name that cannot be opened as a path for another reason than that it is missing is not
+// When a name cannot be opened as a path for another reason than a missing file, it is not
 // searched.
 MappedFile locate_module(const char* module) {
     if (MappedFile file(module); file || errno != ENOENT) {

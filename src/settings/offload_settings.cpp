@@ -24,13 +24,14 @@ namespace {
 
 constexpr char kNicOnly[] = "Set TOE Parameter(s) failed: Operation not supported: NIC-Only device";
 
-char card_name[32];  // in messages; agents that call setTOEParam rely on the last card's name
+char card_name[32];  // used in messages; agents that call setTOEParam rely on the name of the last
+                     // card
 
 bool is_nic_only(const CardInfo& card) {
     return field_text(card.offload_device).starts_with("nic");
 }
 
-// setTOEParam takes its name as agents pass it and does not change it.
+// The type of the name is fixed by the interface; setTOEParam does not change the text.
 uint32_t set_parameter(
     const inventory::OffloadParameter& row, int device_index, const CardParams& params) {
     return setTOEParam(
@@ -38,11 +39,11 @@ uint32_t set_parameter(
         row.max);
 }
 
-// Write a value as text. The status of that.
+// Write a value as text; returns the status.
 uint32_t write_control_file(const char* path, int64_t value) {
     const int opened = open(path, O_RDWR | O_CLOEXEC);
     const Descriptor file(opened);
-    // 0 counts as a failure too: it is the agent's standard input, closed or not.
+    // Descriptor 0 counts as a failure too: it belongs to the agent's standard input.
     if (opened == 0 || !file) {
         return KX_RESOURCE_UNAVAILABLE;
     }
@@ -54,7 +55,7 @@ uint32_t write_control_file(const char* path, int64_t value) {
     return KX_SUCCESS;
 }
 
-// The index of the offload device behind a port; nothing for a port that is not listed.
+// The index of the offload device that serves a port; nothing for a port that is not listed.
 std::optional<int> find_device(const PortInfo* port) {
     int index = 0;
     const bool found =
@@ -92,9 +93,9 @@ std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
         if (card.params.activated == 1) {
             bring_device_up(port);
         }
-        device = find_device(port);  // it may appear only once the device is up
+        device = find_device(port);  // it may appear only after the device is up
     }
-    if (!device) {  // every index that could be taken instead is another card's
+    if (!device) {  // any other index belongs to another card
         return refuse_without_device();
     }
     uint32_t status = KX_SUCCESS;
@@ -126,7 +127,7 @@ uint32_t setTOEParam(char* name, int deviceIndex, int64_t value, int64_t min, in
             GetErrStr(static_cast<int32_t>(status))));
         return KX_SET_FAILED;
     }
-    static_cast<void>(saveSysctlParam(path.c_str(), value));  // applied all the same
+    static_cast<void>(saveSysctlParam(path.c_str(), value));  // applied in any case
     return KX_SUCCESS;
 } catch (const std::bad_alloc&) {
     return KX_SET_FAILED;

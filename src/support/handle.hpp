@@ -1,5 +1,5 @@
-// Owners for what the C library and its neighbours hand out: one template over (type, free
-// function), an alias for each resource, and the two that are no pointers (descriptor, mapping).
+// Owners of resources of C libraries: one template over a type and its free function, an alias for
+// each resource, and classes for the two resources that are not pointers (descriptor, mapping).
 #pragma once
 
 #include <dirent.h>
@@ -36,7 +36,7 @@ using File = Handle<std::FILE, &std::fclose>;
 using Pipe = Handle<std::FILE, &pclose>;
 using Directory = Handle<DIR, &closedir>;
 
-// A block of the C allocator; what leaves the library to be freed by the agent is released from it.
+// A block of the C allocator. A block that the agent will free is released from its owner.
 template <class T>
 using Block = std::unique_ptr<T, FreeMemory>;
 

@@ -14,13 +14,15 @@ extern "C" {
 namespace kx {
 namespace {
 
-// libpci's error callback must not return, so it jumps back to the call that entered libpci. Only
-// libpci's C frames lie between, and the entering functions hold nothing that needs destruction.
+// libpci's error callback must not return, so it jumps back to the call that entered libpci. Only C
+// frames of libpci are in between, and the functions that enter libpci have no objects that need
+// destruction.
 std::jmp_buf* entered_at = nullptr;
 
 __attribute__((noreturn)) void leave_libpci(char*, ...) {
     if (entered_at == nullptr) {
-        std::abort();  // an agent that calls libpci itself gets what libpci does: the end
+        std::abort();  // when an agent calls libpci itself, an error ends the process, as libpci
+                       // does by default
     }
     std::longjmp(*entered_at, 1);
 }
@@ -72,10 +74,10 @@ void close_on_exec(const pci_access* access) {
     }
 }
 
-// libpci takes offsets as signed numbers and does not look for negative ones.
+// libpci uses signed offsets and does not check for negative ones.
 bool in_config_space(uint32_t offset) { return offset < kConfigSpaceSize; }
 
-// What a failed scan found so far is no bus to rely on.
+// An incomplete scan is not reliable, so its devices are dropped.
 void drop_devices(pci_access* access) {
     while (access->devices != nullptr) {
         pci_dev* const device = access->devices;
@@ -113,7 +115,8 @@ void free_pci_bus(pci_access* access) {
 
 pci_dev* PciBus::first() const { return access_ == nullptr ? nullptr : access_->devices; }
 
-// Half an identity would be another device's: without a device id, an adapter would be a Q3.
+// With only a vendor id the device would be taken for another one: an adapter without a device id
+// would be a Q3.
 void fill_pci_device(pci_dev* device, int fields) {
     const bool filled = inside_libpci_opening([device, fields] { pci_fill_info(device, fields); });
     if (!filled && (fields & PCI_FILL_IDENT) != 0) {

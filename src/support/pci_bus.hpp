@@ -1,5 +1,5 @@
-// A scan of the PCI bus through libpci. libpci's own way out of an error is to end the process;
-// here an error makes the bus look empty, and a device that fails look absent.
+// A scan of the PCI bus through libpci. On an error, libpci ends the process by default. Here the
+// bus is empty after an error, and a device that fails is absent.
 #pragma once
 
 #include <cstdint>
@@ -12,12 +12,12 @@ struct pci_dev;
 
 namespace kx {
 
-// Allocate a libpci handle and scan the bus with it. Null when libpci gives no handle; a handle
+// Allocate a libpci handle and scan the bus with it. Null when libpci returns no handle; a handle
 // without devices when the bus cannot be read. Free it with free_pci_bus.
 [[nodiscard]] pci_access* open_pci_bus();
 void free_pci_bus(pci_access* access);
 
-// Owns one scan; devices live as long as it does.
+// Owns one scan; its devices are valid as long as it exists.
 class PciBus {
 public:
     PciBus() : access_(open_pci_bus()) {}
@@ -34,15 +34,15 @@ private:
 };
 
 // Have libpci read the fields of a device (PCI_FILL_... bits) that its scan leaves out. A device
-// whose ids cannot be read gets those of no maker.
+// whose ids cannot be read gets ids that no maker has.
 void fill_pci_device(pci_dev* device, int fields);
 
-// One dword of a device's configuration space. What libpci refuses or cannot do reads all ones, as
-// from an empty slot, and writes nothing, which is false.
+// One dword of a device's configuration space. When libpci refuses or fails, a read returns all
+// ones, as for an empty slot, and a write returns false.
 [[nodiscard]] uint32_t read_pci_config(pci_dev* device, uint32_t offset);
 bool write_pci_config(pci_dev* device, uint32_t offset, uint32_t value);
 
-// "%02x:%02x.%x" of bus, device and function: the key by which agents name a card.
+// "%02x:%02x.%x" of bus, device and function: agents name a card by this key.
 [[nodiscard]] std::string pci_bus_location(const pci_dev& device);
 
 }  // namespace kx

@@ -17,7 +17,7 @@ namespace kx::vm {
 
 namespace {
 
-constexpr XMLSize_t kEntityLimit = 100;  // libvirt writes none but the predefined ones
+constexpr XMLSize_t kEntityLimit = 100;  // libvirt uses only the predefined entities
 
 xercesc::SecurityManager& entity_limit() {
     static xercesc::SecurityManager limit;
@@ -65,8 +65,8 @@ xercesc::XercesDOMParser* new_parser() {
         nullptr, xercesc::XMLPlatformUtils::fgMemoryManager, nullptr);
 }
 
-// A parser that ran out of memory counts itself as busy for good; the next call makes another,
-// because there may be no memory for that now either.
+// A parser that ran out of memory stays busy forever. The next call creates a new parser, because
+// there may be no memory for it now.
 xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path) try {
     if (parser == nullptr) {
         parser = new_parser();

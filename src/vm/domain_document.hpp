@@ -1,4 +1,4 @@
-// A domain's description as a document: written to a file, read back by the DOM parser.
+// A domain's description as a document: it is written to a file, and the DOM parser reads the file.
 #pragma once
 
 #include <kxlinhw/vmutils.h>
@@ -9,7 +9,7 @@
 
 namespace kx::vm {
 
-// The line in front of every description that leaves the library.
+// The line before every description that the library passes on.
 inline constexpr std::string_view kDeclaration =
     "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\"?>\n";
 
@@ -21,23 +21,23 @@ inline constexpr char kDomainFile[] = "domain.xml";
 // written, and no link is followed to it.
 [[nodiscard]] bool write_domain_file(const char* description);
 
-// Parse a file. Null when it cannot be read; of a malformed one, what stands before the mistake.
-// The parser owns the document until its next use; when memory runs out, which is Xerces'
-// exception, it goes, and the next call makes another. Descriptions are foreign texts: neither
-// other files nor servers are read for them, and entities cannot swell without limit.
+// Parse a file. Null when it cannot be read; for a malformed file, the part before the mistake. The
+// parser owns the document until its next use. When memory runs out (Xerces throws an exception),
+// the parser is dropped and the next call creates a new one. Descriptions are untrusted: the parser
+// reads no other files or servers, and limits the size of entities.
 [[nodiscard]] xercesc::DOMDocument* parse(xercesc::XercesDOMParser*& parser, const char* path);
 
 // A parser of the process's memory manager. Nobody deletes it.
 [[nodiscard]] xercesc::XercesDOMParser* new_parser();
 
-// Item k of a list when it is an element, else null.
+// Item k of a list when it is an element, otherwise null.
 [[nodiscard]] xercesc::DOMElement* element_at(const xercesc::DOMNodeList& list, XMLSize_t k);
 
-// The first element of a name below another one, in the order of the document, or null.
+// The first element with a name below another one, in the order of the document, or null.
 [[nodiscard]] xercesc::DOMElement* first_below(const xercesc::DOMElement& root, const XMLCh* name);
 
-// Print what Xerces says of a file that it could not parse. Beside its own exceptions it lets those
-// of the DOM through: for a document type whose name is no name, say.
+// Print the message of Xerces for a file that it could not parse. Xerces throws its own exceptions,
+// and sometimes those of the DOM, for example for a document type with an invalid name.
 void print_parse_error(const XMLCh* message);
 
 }  // namespace kx::vm

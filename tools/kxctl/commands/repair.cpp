@@ -1,4 +1,4 @@
-// repair: bring back a configuration file whose rewrite was interrupted.
+// repair: restore a configuration file whose rewrite was interrupted.
 //
 // A rewrite of FILE writes FILE.tmp, flushes it, renames FILE to FILE.bk and FILE.tmp to FILE, and
 // removes FILE.bk. The existing names show where it stopped.
@@ -45,7 +45,7 @@ Failure failure_of_file(const std::string& what, int reason) {
     return {ExitCode::kFailed, fmt::format("{}: {}", what, std::strerror(reason))};
 }
 
-// A name that cannot be looked up may be there: what follows would be a guess.
+// A name that cannot be looked up may exist, so any further step would be a guess.
 bool exists(const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0) {
@@ -65,7 +65,7 @@ void rename_or_fail(const std::string& from, const std::string& to) {
     }
 }
 
-// The names are safe only with their directory.
+// The names are safe only after the directory has been flushed.
 void flush_directory_of(const std::string& path) {
     const std::string directory = std::filesystem::path(path).parent_path();
     const Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -97,7 +97,7 @@ const char* name_of(State state) {
     return "unclear";
 }
 
-// What is left beside a file that is there was not yet, or is no longer, needed.
+// When the file exists, the other files are not yet or no longer needed.
 std::string leftovers_of(const Names& names) {
     std::string text;
     for (const std::string& name : {names.fresh, names.backup}) {
@@ -149,7 +149,7 @@ Finding repair(const std::string& path) {
 }  // namespace
 
 ExitCode run(const Arguments& arguments, Output& output) {
-    // Between its two renamings a rewrite that goes on looks as one that was cut off.
+    // Between its two renames, a running rewrite looks like an interrupted one.
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
     Json files = Json::array();
     Table table({{"FILE"}, {"STATE"}, {"REMARK"}});

@@ -1,5 +1,5 @@
-// What the library asks of its agent: a logger, a runner of shell commands, and a runner of the
-// maker's command-line tool. These definitions take the place of the library's own stand-ins.
+// The services that the library expects from its agent: a logger, a runner of shell commands, and a
+// runner of the maker's command-line tool. These definitions replace the library's defaults.
 #include <fcntl.h>
 #include <kxlinhw/host.h>
 #include <kxlinhw/query.h>
@@ -61,7 +61,7 @@ const char* name_of(LogType type) {
     return "error";
 }
 
-// The exit status of a child as a shell would tell it.
+// The exit status of a child, as a shell reports it.
 int exit_status(int wait_status) {
     return WIFSIGNALED(wait_status) ? 128 + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
@@ -97,7 +97,7 @@ pid_t start(std::vector<std::string>& words, const Descriptor& out) {
     return reason == 0 ? child : kNotRun;
 }
 
-// Append what a program prints to the library's management buffer, which grows as needed.
+// Append the output of a program to the library's management buffer, which grows as needed.
 bool fill_management_buffer(const Descriptor& in) {
     while (g_MXdataBuffer != nullptr) {
         if (g_MXdataBufferOffset >= g_MXdataBufferSize && ReallocMXbuffer() != 0) {
@@ -176,7 +176,7 @@ int mx_cmd_wraper(int count, char** arguments) {
     }
     out.reset();
     const bool complete = fill_management_buffer(in);
-    in.reset();  // a tool that still writes meets a closed pipe
+    in.reset();  // a tool that still writes gets a closed pipe
     const int status = wait_for(child);
     return complete ? status : kNotRun;
 }
