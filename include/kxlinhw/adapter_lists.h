@@ -1,7 +1,7 @@
-/* The lists of adapters with what their flash and EEPROM hold.
+/* The lists of adapters with the content of their flash and EEPROM.
 
-   The library owns both lists. Records are byte-packed and little-endian; their offsets and sizes
-   are a contract with the agent. Texts that fill their field carry no NUL. */
+   The library owns both lists. Records are packed (no padding) and little-endian; agents rely on
+   their offsets and sizes. A text that fills its field has no NUL. */
 #ifndef KXLINHW_ADAPTER_LISTS_H
 #define KXLINHW_ADAPTER_LISTS_H
 
@@ -37,10 +37,10 @@ typedef struct AdapterRecord {
     char serial_number[16]; /* Q3; may fill its field */
     uint8_t factory_mac[6]; /* Q3 and Q4 */
     uint8_t port_count;
-    uint8_t q3_settings[KX_Q3_SETTINGS_SIZE]; /* zero unless it bears its signature */
+    uint8_t q3_settings[KX_Q3_SETTINGS_SIZE]; /* zero unless the block has its signature */
     uint8_t q3_option_rom[KX_Q3_OPTION_ROM_SIZE];
     uint8_t q3_vpd[KX_Q3_VPD_SIZE];
-    uint8_t q4_vpd[KX_Q4_VPD_SIZE]; /* Q5: name, serial number, MAC and "V5" only, no tags */
+    uint8_t q4_vpd[KX_Q4_VPD_SIZE]; /* Q5: only name, serial number, MAC and "V5", no tags */
     uint8_t serial_configuration[KX_SERIAL_CONFIG_SIZE]; /* Q3 and Q4 */
     uint8_t reserved5802[32];                            /* zero */
     uint8_t chip_class;                                  /* KxChipClass */
@@ -81,55 +81,55 @@ typedef struct AdapterInfoRecord {
 
 #pragma pack(pop)
 
-/* Beside the KxStatus codes; neither has a text. */
+/* Statuses in addition to KxStatus; neither has a text. */
 enum KxListStatus { KX_NO_ADAPTERS = 244, KX_LIST_NO_MEMORY = 273 };
 
 /* The heads of the two lists; null when there is none. Freeing a list does not clear its head. */
 extern KX_EXPORT AdapterRecord* g_KestrixAdapters;
 extern KX_EXPORT AdapterInfoRecord* g_KestrixAdapterInfo;
 
-/* Scan the bus and build a list of all adapters, in place of the one before.
+/* Scan the bus and build a list of all adapters, which replaces the previous list.
    *first: the head of the list, which is valid until the next build, its free function or
-   cleanup_and_exit. While a list is built *first is its newest record, and stays so when building
-   fails: the global head points to the part that was built.
-   Both return 0; 244 when there is no adapter (the list before stays, *first is not written); 273
-   when a record could not be allocated (*first is null); 317 for null.
-   Both read each adapter's EEPROM and flash through its register window and close it again. Errors
-   there leave the fields concerned zero.
+   cleanup_and_exit. While a list is built, *first is its newest record; when building fails, *first
+   does not change, and the global head points to the part that was built.
+   Both return 0; 244 when there is no adapter (the previous list stays, *first is not written); 273
+   when there was no memory for a record (*first is null); 317 for null.
+   Both read each adapter's EEPROM and flash through its register window and close it again. After
+   an error there, the affected fields are zero.
 
-   get_adapter_list also returns the status of connect_to_hba or connect_to_hba_Q4 when one fails,
-   which ends it. Prints "get_adapter_list:: Entered function...", "get_adapter_list: Exit
-   function...", "WARNING: vpdcheck  failed for Q4 card" for a Q4 or Q5 adapter without VPD, and the
-   bytes of a Q4's product name and MAC address.
+   get_adapter_list ends when connect_to_hba or connect_to_hba_Q4 fails, and returns its status.
+   Prints "get_adapter_list:: Entered function...", "get_adapter_list: Exit function...", "WARNING:
+   vpdcheck failed for Q4 card" for a Q4 or Q5 adapter without VPD, and the bytes of a Q4's product
+   name and MAC address.
 
-   get_adapterinfo_list goes on with the next adapter instead, and returns the status of the last
-   adapter that has VPD. Prints "get_adapterinfo_list: Enter function..." and
-   "get_adapterinfo_list: Exit function...". */
+   get_adapterinfo_list continues with the next adapter instead, and returns the status of the last
+   adapter with VPD. Prints "get_adapterinfo_list: Enter function..." and "get_adapterinfo_list:
+   Exit function...". */
 KX_EXPORT uint32_t get_adapter_list(AdapterRecord** first);
 KX_EXPORT uint32_t get_adapterinfo_list(AdapterInfoRecord** first);
 
-/* Free a list from its first record on, or the end of a list from any record on; the records in
-   front of it stay in the library's list. Null is accepted. Return 0. */
+/* Free a list from its first record, or the end of a list from any record; the records before it
+   stay in the library's list. Null is accepted. Return 0. */
 KX_EXPORT uint32_t adapter_list_free(AdapterRecord* first);
 KX_EXPORT uint32_t adapterinfo_list_free(AdapterInfoRecord* first);
 
 /* Fill a zeroed record of get_adapterinfo_list from VPD and flash of an adapter of the generation
-   that the name tells; cap is the offset of its VPD capability. Return 0, or the status of the
-   connect when the window cannot be opened (what VPD tells is filled then). -22 for null. */
+   in the function's name; cap is the offset of its VPD capability. Return 0, or the status of the
+   connect when the window cannot be opened (the fields from VPD are filled then). -22 for null. */
 KX_EXPORT int32_t q4_get_adapterinfo(uint8_t adapter, uint32_t cap, AdapterInfoRecord* record);
 KX_EXPORT int32_t q5_get_adapterinfo(uint8_t adapter, uint32_t cap, AdapterInfoRecord* record);
 KX_EXPORT int32_t q3_get_adapterinfo(uint8_t adapter, uint32_t cap, AdapterInfoRecord* record);
 
 /* The number of ports of a product, by the first 4 characters of its device id as "%x" prints it,
-   the id's third digit (0x0F00) cleared; 0 for an unknown one. */
+   the id's third digit (0x0F00) cleared; 0 for an unknown product. */
 KX_EXPORT uint8_t getPortsQ4(const char* device_id);
 
 /* The MAC address of the first port of the card at a PCI bus location ("%02x:%02x.%x").
    mac: 32 bytes. Returns 1; 0 when there is no such card or port, and then mac is not written.
-   Prints the cards and ports that it looks at. The inventory that it builds is not freed. */
+   Prints the cards and ports that it checks. The inventory that it builds is not freed. */
 KX_EXPORT int32_t findMac(const char* location, char* mac);
 
-/* Close the register window, give the bus scan back, free both lists. Returns code. */
+/* Close the register window, free the bus scan and both lists. Returns code. */
 KX_EXPORT int32_t cleanup_and_exit(int32_t code);
 
 KX_END_DECLS
