@@ -2,14 +2,16 @@
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>
+#include <kxlinhw/status.h>
 #include <kxlinhw/vpd.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdio>
 
-#include "adapter/list_steps.hpp"
+#include "adapter/adapter_reading.hpp"
 #include "adapter/product_name.hpp"
+#include "adapter/record_list.hpp"
 #include "adapter/vpd_template.hpp"
 
 namespace kx::adapter {

@@ -11,13 +11,12 @@
 #include <cstring>
 #include <optional>
 
+#include "adapter/flash_layout.hpp"
 #include "adapter/q4_flash.hpp"
 
 namespace kx::adapter {
 namespace {
 
-constexpr uint32_t kConfigStart = 0x70000;
-constexpr uint32_t kConfigRegion = 0x10000;
 constexpr uint32_t kConfigSize = sizeof(Q4BootConfig);
 constexpr uint32_t kConfigWords = KX_BOOT_CONFIG_BUFFER / sizeof(uint32_t);
 constexpr uint32_t kMostWords = 256;  // of one read

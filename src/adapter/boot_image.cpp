@@ -9,19 +9,16 @@
 #include <cstring>
 #include <span>
 
+#include "adapter/flash_layout.hpp"
 #include "adapter/q4_flash.hpp"
 
 namespace kx::adapter {
 namespace {
 
-constexpr uint32_t kRomStart = 0;
-constexpr uint32_t kRomRegion = 0x60000;
-constexpr uint32_t kLastBootSector = 8;  // the firmware's first sectors follow
 constexpr int kDumpBytes = 53760;
 constexpr int kWordsInLine = 8;
 
 constexpr std::size_t kVersionOffset = 16;
-constexpr uint8_t kRomSignature[] = {0x55, 0xAA};
 constexpr uint8_t kErasedByte = 0xFF;
 
 constexpr uint32_t kBootVersion = 0x00060002;
@@ -81,7 +78,7 @@ bool right_size(uint64_t start, uint32_t size) {
         std::puts("boot image too small/large");
         return false;
     }
-    if ((start + size) >> 16 > kLastBootSector) {
+    if ((start + size) >> kSectorShift > kLastBootSector) {
         std::puts("boot image encroaching on firmware region");
         return false;
     }
@@ -112,8 +109,7 @@ int32_t Is_Valid_q4oprom_Present(uint8_t adapter) {
     if (kx::adapter::read_rom_head(adapter, head) != 0) {
         return kx::adapter::report_read_error();
     }
-    const auto& signature = kx::adapter::kRomSignature;
-    if (std::memcmp(head.data(), signature, sizeof signature) != 0) {
+    if (!kx::adapter::has_rom_mark(std::as_bytes(std::span(head)))) {
         std::puts("No Valid OPROM presented");
         return KX_FLASH_INVALID;
     }

@@ -7,21 +7,13 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <span>
 
+#include "adapter/flash_layout.hpp"
 #include "adapter/register_window.hpp"
 
 namespace kx::adapter {
 namespace {
-
-constexpr uint32_t kBootRomStart = 0;
-constexpr int kLastRomSector = 2;
-constexpr uint32_t kSettingsStart = 0x30000;
-constexpr int kSettingsSector = 3;
-
-constexpr char kSettingsMark[] = "CIB";
-constexpr uint8_t kRomHeadMark[] = {0x55, 0xAA};
 
 int32_t write_pages(uint8_t adapter, uint32_t start, std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
@@ -38,7 +30,7 @@ int32_t write_pages(uint8_t adapter, uint32_t start, std::span<const uint8_t> by
 }
 
 void put_right(Q3Settings& settings) {
-    std::memcpy(settings.signature, kSettingsMark, sizeof settings.signature);
+    kQ3SettingsMark.copy(settings.signature, sizeof settings.signature);
     settings.byte4 = settings.byte4 == 0 ? uint8_t{1} : settings.byte4;
     settings.length = KX_Q3_SETTINGS_SIZE;
 }
@@ -52,7 +44,7 @@ bool is_boot_image_size(uint32_t size) {
 }
 
 bool is_boot_image(std::span<const uint8_t> image) {
-    if (std::memcmp(image.data(), kRomHeadMark, sizeof kRomHeadMark) != 0) {
+    if (!has_rom_mark(std::as_bytes(image))) {
         std::fputs("ERROR: Boot image missing signature, probably corrupted!\n", stderr);
         return false;
     }
@@ -60,9 +52,9 @@ bool is_boot_image(std::span<const uint8_t> image) {
 }
 
 int32_t write_boot_image(uint8_t adapter, std::span<const uint8_t> image) {
-    const auto last_sector = static_cast<int>((image.size() - 1) >> 16);
+    const auto last_sector = static_cast<int>((image.size() - 1) >> kSectorShift);
     const int32_t status = q3_flash_erase_sectors(adapter, 0, last_sector);
-    return status == 0 ? write_pages(adapter, kBootRomStart, image) : status;
+    return status == 0 ? write_pages(adapter, kRomStart, image) : status;
 }
 
 }  // namespace
@@ -75,7 +67,7 @@ int32_t erase_hba_settings(uint8_t adapter) {
         return status;
     }
     return q3_flash_erase_sectors(
-        adapter, kx::adapter::kSettingsSector, kx::adapter::kSettingsSector);
+        adapter, kx::adapter::kQ3SettingsSector, kx::adapter::kQ3SettingsSector);
 }
 
 int32_t save_hba_settings(uint8_t adapter, void* block) {
@@ -90,7 +82,7 @@ int32_t save_hba_settings(uint8_t adapter, void* block) {
         return status;
     }
     const int32_t status = kx::adapter::write_pages(
-        adapter, kx::adapter::kSettingsStart,
+        adapter, kx::adapter::kQ3SettingsStart,
         {static_cast<const uint8_t*>(block), sizeof(Q3Settings)});
     if (status != 0) {
         std::fprintf(stderr, "ERROR: Saving settings failed, error %d\n", status);
@@ -103,7 +95,7 @@ int32_t erase_option_rom(uint8_t adapter) {
     if (const int32_t status = kx::adapter::ensure_q3_window(adapter); status != 0) {
         return status;
     }
-    const int32_t status = q3_flash_erase_sectors(adapter, 0, kx::adapter::kLastRomSector);
+    const int32_t status = q3_flash_erase_sectors(adapter, 0, kx::adapter::kQ3LastRomSector);
     std::puts(status == 0 ? "done." : "failed!");
     disconnect_from_hba(adapter);
     return status;

@@ -5,14 +5,14 @@
 
 #include <cstdio>
 
+#include "adapter/flash_layout.hpp"
 #include "adapter/serial_flash.hpp"
 
 namespace kx::adapter {
 namespace {
 
 struct Q3Flash {
-    static constexpr uint32_t kData = 0x6D8;
-    static constexpr uint32_t kOperation = 0x6DC;
+    static constexpr FlashRegisters kRegisters = kQ3Registers;
     static constexpr Budget kTransfer{5, 10};
     static constexpr Budget kErase{5, 500};
     static constexpr Budget kProgram{5, 1};

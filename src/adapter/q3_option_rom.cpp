@@ -8,18 +8,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string_view>
 
+#include "adapter/flash_layout.hpp"
 #include "adapter/register_window.hpp"
+#include "support/byte_reader.hpp"
 
 namespace kx::adapter {
 namespace {
 
-constexpr uint32_t kSettingsAddress = 0x30000;
 constexpr uint32_t kHeadWords = 128;
 constexpr std::size_t kHeadSize = kHeadWords * sizeof(uint32_t);
 
-constexpr std::string_view kRomMark = "\x55\xAA";
 constexpr std::string_view kDmMark = "$DM$";
 constexpr std::string_view kPxeMark = "PXE-2.0";
 constexpr std::string_view kBiosMark = "BIOS";
@@ -28,11 +29,18 @@ constexpr std::string_view kBiosMark = "BIOS";
 constexpr std::size_t kVersionText = 8;
 constexpr std::size_t kVersionTextBehindBios = 14;
 
-// The first bytes of the option ROM, followed by enough zeros for every function that reads on.
+// The first bytes of the option ROM.
 struct Q3RomHead {
-    alignas(uint32_t) std::array<char, kHeadSize + KX_Q3_OPTION_ROM_SIZE + 1> bytes{};
+    std::array<uint32_t, kHeadWords> words;
 
-    [[nodiscard]] std::string_view text() const { return {bytes.data(), kHeadSize}; }
+    [[nodiscard]] std::span<const std::byte> bytes() const {
+        return std::as_bytes(std::span(words));
+    }
+
+    // Where a mark begins, or npos.
+    [[nodiscard]] std::size_t find(std::string_view mark) const {
+        return ByteReader(bytes()).text_up_to(kHeadSize).find(mark);
+    }
 };
 
 // Opens the window when needed.
@@ -40,13 +48,12 @@ int32_t read_head(uint8_t adapter, Q3RomHead& head) {
     if (const int32_t status = ensure_q3_window(adapter); status != 0) {
         return status;
     }
-    const int32_t status =
-        q3_read_flash(adapter, 0, kHeadWords, reinterpret_cast<uint32_t*>(head.bytes.data()));
+    const int32_t status = q3_read_flash(adapter, kRomStart, kHeadWords, head.words.data());
     if (status != 0) {
         std::fputs("ERROR: Could not read data at start of Option ROM!\n", stderr);
         return status;
     }
-    if (!head.text().starts_with(kRomMark)) {
+    if (!has_rom_mark(head.bytes())) {
         std::fputs("ERROR: Could not find valid Option ROM!\n", stderr);
         return KX_FLASH_INVALID;
     }
@@ -70,26 +77,28 @@ VersionTokens split_version(char* text) {
     return tokens;
 }
 
-// A pointer to the version text, or null.
-char* find_version_text(Q3RomHead& head) {
-    const std::size_t mark = head.text().find(kPxeMark);
-    if (mark == std::string_view::npos) {
-        return nullptr;
+// The version text with a NUL; empty when there is none.
+using VersionText = std::array<char, kHeadSize + 1>;
+
+VersionText find_version_text(const Q3RomHead& head) {
+    VersionText text{};
+    const std::size_t mark = head.find(kPxeMark);
+    if (mark != std::string_view::npos) {
+        ByteReader rom(head.bytes());
+        const bool bios = rom.at(mark + kVersionText).text_up_to(kBiosMark.size()) == kBiosMark;
+        const std::size_t place = mark + (bios ? kVersionTextBehindBios : kVersionText);
+        rom.at(place).text_up_to(kHeadSize).copy(text.data(), kHeadSize);
     }
-    const bool bios = std::string_view(head.bytes.data(), head.bytes.size())
-                          .substr(mark + kVersionText)
-                          .starts_with(kBiosMark);
-    const std::size_t place = mark + (bios ? kVersionTextBehindBios : kVersionText);
-    return place < kHeadSize ? head.bytes.data() + place : nullptr;
+    return text;
 }
 
 unsigned number(const char* token) {
     return static_cast<unsigned>(std::strtol(token, nullptr, 10));
 }
 
-int32_t read_pxe_version(Q3RomHead& head, Q3OptionRomVersion& version) {
-    char* const text = find_version_text(head);
-    const VersionTokens tokens = text == nullptr ? VersionTokens{} : split_version(text);
+int32_t read_pxe_version(const Q3RomHead& head, Q3OptionRomVersion& version) {
+    VersionText text = find_version_text(head);
+    const VersionTokens tokens = split_version(text.data());
     if (tokens.build == nullptr) {
         return KX_FLASH_INVALID;
     }
@@ -112,7 +121,7 @@ int32_t q3_read_settings(uint8_t adapter, void* out) {
         return status;
     }
     const int32_t status =
-        q3_read_flash(adapter, kx::adapter::kSettingsAddress, kWords, static_cast<uint32_t*>(out));
+        q3_read_flash(adapter, kx::adapter::kQ3SettingsStart, kWords, static_cast<uint32_t*>(out));
     if (status != 0) {
         std::fputs("ERROR: Could not read settings data!\n", stderr);
         return KX_FLASH_INVALID;
@@ -129,11 +138,14 @@ int32_t q3_get_dm_signature(uint8_t adapter, void* out) {
     if (const int32_t status = kx::adapter::read_head(adapter, head); status != 0) {
         return status;
     }
-    const std::size_t mark = head.text().find(kx::adapter::kDmMark);
+    const std::size_t mark = head.find(kx::adapter::kDmMark);
     if (mark == std::string_view::npos) {
         return KX_FLASH_INVALID;
     }
-    std::memcpy(out, head.bytes.data() + mark, KX_Q3_OPTION_ROM_SIZE);
+    kx::ByteReader(head.bytes())
+        .at(mark)
+        .text_up_to(KX_Q3_OPTION_ROM_SIZE)
+        .copy(static_cast<char*>(out), KX_Q3_OPTION_ROM_SIZE);
     return 0;
 }
 

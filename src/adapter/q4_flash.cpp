@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdio>
 
+#include "adapter/flash_layout.hpp"
 #include "adapter/q4_flash.hpp"
 #include "adapter/serial_flash.hpp"
 
@@ -13,8 +14,7 @@ namespace kx::adapter {
 namespace {
 
 struct Q4Flash {
-    static constexpr uint32_t kData = 0x193F8;
-    static constexpr uint32_t kOperation = 0x193FC;
+    static constexpr FlashRegisters kRegisters = kQ4Registers;
     static constexpr Budget kTransfer{10, 5};
     static constexpr Budget kErase{14, 500};
     static constexpr Budget kProgram{8, 1};
@@ -57,7 +57,7 @@ struct Q4Flash {
 
 using Page = std::array<uint32_t, KX_FLASH_PAGE / sizeof(uint32_t)>;
 
-void release(uint8_t adapter) { q4_write_reg(adapter, Q4Flash::kOperation, 0); }
+void release(uint8_t adapter) { q4_write_reg(adapter, kQ4Registers.operation, 0); }
 
 // When a step of a program command fails: print its message and release the controller.
 int32_t abandon(uint8_t adapter, int32_t status, const char* message) {
@@ -141,7 +141,7 @@ int32_t measure_flash(uint8_t adapter, int32_t& sector_size) {
 }
 
 int32_t erase_range(uint8_t adapter, uint32_t start, uint32_t size, int32_t sector_size) {
-    const int first = static_cast<int>(start >> 16);
+    const int first = static_cast<int>(start >> kSectorShift);
     const int count = static_cast<int>(sectors_for(size, sector_size));
     return q4_flash_erase_sectors(adapter, first, first + count - 1);
 }

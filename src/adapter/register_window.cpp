@@ -16,6 +16,7 @@ extern "C" {
 }
 
 #include "adapter/bus_table.hpp"
+#include "adapter/flash_layout.hpp"
 #include "support/standard_streams.hpp"
 
 namespace kx::adapter {
@@ -28,8 +29,8 @@ struct Placement {
     uint32_t page_size;
 };
 
-constexpr Placement kQ3Placement{0x6DC, 0x1000};
-constexpr Placement kQ4Placement{0x193FC, 0x20000};
+constexpr Placement kQ3Placement{kQ3Registers.operation, 0x1000};
+constexpr Placement kQ4Placement{kQ4Registers.operation, 0x20000};
 constexpr uint32_t kTopPage = 0xFFFFF000;
 
 constexpr uint32_t round_down(uint32_t value, uint32_t page_size) {

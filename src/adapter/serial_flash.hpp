@@ -81,9 +81,9 @@ int32_t run_transfer(uint8_t adapter, uint32_t byte_count, int cont, int lock, u
     const uint32_t operation = direction | (byte_count - 1) << kOperationCountShift |
                                (cont != 0 ? kOperationContinue : 0) |
                                (lock != 0 ? kOperationLock : 0);
-    Family::write_register(adapter, Family::kOperation, operation);
+    Family::write_register(adapter, Family::kRegisters.operation, operation);
     return Family::wait_done(
-        adapter, Family::kOperation, kOperationBusy, 0, Family::kTransfer.attempts,
+        adapter, Family::kRegisters.operation, kOperationBusy, 0, Family::kTransfer.attempts,
         Family::kTransfer.delay);
 }
 
@@ -92,7 +92,7 @@ int32_t check_ready(uint8_t adapter, uint32_t byte_count) {
     if (byte_count == 0 || byte_count > sizeof(uint32_t)) {
         return Family::wrong_count(byte_count);
     }
-    if ((Family::read_register(adapter, Family::kOperation) & kOperationBusy) != 0) {
+    if ((Family::read_register(adapter, Family::kRegisters.operation) & kOperationBusy) != 0) {
         return Family::busy();
     }
     return 0;
@@ -103,7 +103,7 @@ int32_t write_transfer(uint8_t adapter, uint32_t byte_count, int cont, int lock,
     if (const int32_t status = check_ready<Family>(adapter, byte_count); status != 0) {
         return status;
     }
-    Family::write_register(adapter, Family::kData, value);
+    Family::write_register(adapter, Family::kRegisters.data, value);
     const int32_t status = run_transfer<Family>(adapter, byte_count, cont, lock, kOperationWrite);
     return status == 0 ? 0 : Family::write_failed(status);
 }
@@ -120,7 +120,7 @@ int32_t read_transfer(uint8_t adapter, uint32_t byte_count, int cont, int lock, 
         status != 0) {
         return Family::read_failed(status);
     }
-    const uint32_t data = Family::read_register(adapter, Family::kData);
+    const uint32_t data = Family::read_register(adapter, Family::kRegisters.data);
     std::memcpy(value, &data, sizeof data);
     return 0;
 }

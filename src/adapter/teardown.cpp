@@ -3,7 +3,7 @@
 #include <kxlinhw/adapter_lists.h>
 
 #include "adapter/bus_table.hpp"
-#include "adapter/list_steps.hpp"
+#include "adapter/record_list.hpp"
 #include "adapter/register_window.hpp"
 
 extern "C" int32_t cleanup_and_exit(int32_t code) {

@@ -9,6 +9,7 @@
 #include <span>
 #include <string_view>
 
+#include "support/byte_reader.hpp"
 #include "support/text.hpp"
 
 namespace kx::adapter {
@@ -31,16 +32,6 @@ constexpr KnownKeyword kKnownKeywords[] = {
     {"PN", KX_VPD_PART}, {"SN", KX_VPD_SERIAL}, {"NA", KX_VPD_MAC},
     {"V0", KX_VPD_V0},   {"V5", KX_VPD_V5},
 };
-
-// A length of two bytes, the low one first.
-int length_at(std::span<const uint8_t> vpd, std::size_t offset) {
-    return offset + 1 < vpd.size() ? vpd[offset] | vpd[offset + 1] << 8 : 0;
-}
-
-std::string_view text_at(std::span<const uint8_t> vpd, std::size_t offset, std::size_t length) {
-    const auto rest = vpd.subspan(std::min(offset, vpd.size()));
-    return {reinterpret_cast<const char*>(rest.data()), std::min(length, rest.size())};
-}
 
 class Entries {
 public:
@@ -104,15 +95,15 @@ void parse_vpd(const void* vpd, void* entries, uint32_t* count) {
     }
     const std::span<const uint8_t> bytes(static_cast<const uint8_t*>(vpd), KX_VPD_READ_SIZE);
     Entries found(entries);
+    kx::ByteReader reader(bytes);
     const std::size_t product_length = bytes[1];
-    found.add(KX_VPD_PRODUCT, text_at(bytes, kHeader, product_length));
+    found.add(KX_VPD_PRODUCT, reader.at(kHeader).text_up_to(product_length));
     const std::size_t start = kHeader + product_length + kHeader;
-    const std::size_t end =
-        std::min(end_of_part(start, length_at(bytes, start - 2)), bytes.size() - kHeader + 1);
-    for (std::size_t place = start; place < end;) {
-        const std::size_t length = bytes[place + 2];
-        add_keyword(found, text_at(bytes, place, 2), text_at(bytes, place + kHeader, length));
-        place += kHeader + length;
+    const auto length = static_cast<int>(reader.at(start - 2).number(2));
+    const std::size_t end = std::min(end_of_part(start, length), bytes.size() - kHeader + 1);
+    for (std::size_t place = start; place < end; place = reader.place()) {
+        const std::string_view name = reader.at(place).text_up_to(2);
+        add_keyword(found, name, reader.text_up_to(reader.number(1)));
     }
     *count = found.count();
 }

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <numeric>
 
+#include "support/byte_reader.hpp"
+
 namespace kx::adapter {
 namespace {
 
@@ -78,11 +80,6 @@ void write_checksum(const VpdTemplate& layout, uint8_t* vpd) {
     vpd[layout.checksum] = static_cast<uint8_t>(~sum & 0xFF);
 }
 
-std::string_view cut(std::span<const uint8_t> vpd, std::size_t start, std::size_t length) {
-    const auto rest = vpd.subspan(std::min(start, vpd.size()));
-    return {reinterpret_cast<const char*>(rest.data()), std::min(length, rest.size())};
-}
-
 }  // namespace
 
 constexpr VpdTemplate kQ4VpdTemplate{kQ4Headers, 333, {{334, 79}, {511, 173}}, 684};
@@ -94,17 +91,19 @@ static_assert(kQ3VpdTemplate.end + 1 == KX_Q3_VPD_SIZE, "the end tag is the last
 std::string_view vpd_value(
     const VpdTemplate& layout, std::span<const uint8_t> vpd, std::string_view keyword) {
     for (const VpdHeader& header : layout.headers) {
-        if (header.is(keyword) && header.value() <= vpd.size()) {
-            return cut(vpd, header.value(), vpd[header.value() - 1]);
+        if (header.is(keyword)) {
+            ByteReader reader(vpd);
+            const uint64_t length = reader.at(header.value() - 1).number(1);
+            return reader.text_up_to(length);
         }
     }
     return {};
 }
 
 std::string_view vpd_identifier(std::span<const uint8_t> vpd) {
-    constexpr std::size_t kValue = 3;
-    return vpd.size() < kValue ? std::string_view()
-                               : cut(vpd, kValue, std::size_t{vpd[1]} | std::size_t{vpd[2]} << 8);
+    ByteReader reader(vpd);
+    const uint64_t length = reader.at(1).number(2);
+    return reader.text_up_to(length);
 }
 
 }  // namespace kx::adapter

@@ -9,7 +9,7 @@
 
 #include "inventory/inventory_steps.hpp"
 #include "support/call_snapshot.hpp"
-#include "support/handle.hpp"
+#include "support/chain.hpp"
 
 namespace {
 
@@ -41,28 +41,14 @@ uint32_t build(CardList*& list, uint32_t mask) try {
     return KX_NO_MEMORY;
 }
 
-// Free a chain. free_parts frees what a record points to, directly before the record itself.
-template <class Record, class FreeParts>
-void free_chain(Record* first, FreeParts free_parts) {
-    while (first != nullptr) {
-        const kx::Block<Record> record(first);
-        first = record->next;
-        free_parts(*record);
-    }
-}
-
-void free_stats(StatEntry* first) {
-    free_chain(first, [](const StatEntry&) {});
-}
-
 void free_ports(PortInfo* first) {
-    free_chain(first, [](const PortInfo& port) { free_stats(port.stats); });
+    kx::free_chain(first, [](const PortInfo& port) { kx::free_chain(port.stats); });
 }
 
 void free_cards(CardInfo* first) {
-    free_chain(first, [](const CardInfo& card) {
+    kx::free_chain(first, [](const CardInfo& card) {
         free_ports(card.ports);
-        free_stats(card.stats);
+        kx::free_chain(card.stats);
     });
 }
 

@@ -9,6 +9,7 @@
 
 #include "settings/module_search.hpp"
 #include "support/call_snapshot.hpp"
+#include "support/chain.hpp"
 #include "support/handle.hpp"
 #include "support/text.hpp"
 
@@ -17,31 +18,23 @@ namespace {
 struct KnownDriver {
     const char* module;
     uint32_t (*is_loaded)();
-    uint32_t required;  // when set, a module without a file fails the whole inventory
 };
 
-constexpr KnownDriver kKnownDriverTable[] = {
-    {"zfab3", isZfab3Loaded, 0},
-    {"zfab4", isZfab4Loaded, 0},
-    {"zfab3m", isZfab3Loaded, 0},  // the management variant of zfab3 uses the same check
-    {"toecore", isTOELoaded, 0},
-    {"q3_tom", isq3TOELoaded, 0},
-    {"q4_tom", isq4TOELoaded, 0},
-    {"bonding", isBondingLoaded, 0},
-    {"kxiscsi_base", isIscsiLoaded, 0},
-    {"kxiscsi_q4", isIscsiQ4Loaded, 0},
-    {"kxiscsi_q3", isIscsiQ3Loaded, 0},
-    {"iw_zfab3", isOffedLoaded, 0},
-    {"iw_zfab4", isq4OffedLoaded, 0},
-    {"kxstor", isFCOELoaded, 0},
-    {nullptr, nullptr, 0},
+constexpr KnownDriver kKnownDrivers[] = {
+    {"zfab3", isZfab3Loaded},        {"zfab4", isZfab4Loaded},
+    {"zfab3m", isZfab3Loaded},  // the management variant of zfab3 uses the same check
+    {"toecore", isTOELoaded},        {"q3_tom", isq3TOELoaded},
+    {"q4_tom", isq4TOELoaded},       {"bonding", isBondingLoaded},
+    {"kxiscsi_base", isIscsiLoaded}, {"kxiscsi_q4", isIscsiQ4Loaded},
+    {"kxiscsi_q3", isIscsiQ3Loaded}, {"iw_zfab3", isOffedLoaded},
+    {"iw_zfab4", isq4OffedLoaded},   {"kxstor", isFCOELoaded},
 };
 
 // The names that getModinfo will be called with.
 constexpr auto kKnownModules = [] {
-    std::array<std::string_view, std::size(kKnownDriverTable) - 1> names;
+    std::array<std::string_view, std::size(kKnownDrivers)> names;
     std::transform(
-        std::begin(kKnownDriverTable), std::end(kKnownDriverTable) - 1, names.begin(),
+        std::begin(kKnownDrivers), std::end(kKnownDrivers), names.begin(),
         [](const KnownDriver& driver) { return driver.module; });
     return names;
 }();
@@ -51,7 +44,7 @@ static_assert(kKnownModules.size() <= kx::settings::ModuleAnnouncement::kMost);
 // NUL.
 using InfoText = std::array<char, 256>;
 
-DriverEntry* make_entry(
+kx::Block<DriverEntry> make_entry(
     const KnownDriver& driver, const InfoText& version, const InfoText& description) {
     kx::Block<DriverEntry> entry = kx::allocate_record<DriverEntry>();
     if (entry) {
@@ -61,11 +54,11 @@ DriverEntry* make_entry(
         kx::copy_text(entry->description, description.data());
         entry->loaded = static_cast<uint8_t>(driver.is_loaded());
     }
-    return entry.release();
+    return entry;
 }
 
 // The row's entry, or null when the module has no file or memory runs out.
-DriverEntry* inspect(const KnownDriver& driver) {
+kx::Block<DriverEntry> inspect(const KnownDriver& driver) {
     InfoText version{};
     InfoText description{};
     char name[32];
@@ -90,31 +83,14 @@ uint32_t getDriverInfo(KxDriverEntryPtr* slot) {
         freelist(*slot);
         *slot = nullptr;
     }
-    DriverEntry* last = nullptr;
-    for (const KnownDriver* driver = kKnownDriverTable; driver->module != nullptr; ++driver) {
-        DriverEntry* const entry = inspect(*driver);
-        if (entry == nullptr) {
-            if (driver->required != 0) {
-                *slot = nullptr;
-                return KX_DRIVER_NOT_LOADED;
-            }
-            continue;
-        }
-        if (last == nullptr) {
-            *slot = entry;
-        } else {
-            last->next = entry;
-        }
-        last = entry;
+    kx::Chain<DriverEntry> entries;
+    for (const KnownDriver& driver : kKnownDrivers) {
+        entries.append(inspect(driver));
     }
-    return last == nullptr ? KX_DRIVER_NOT_LOADED : KX_SUCCESS;
+    *slot = entries.release();
+    return *slot == nullptr ? KX_DRIVER_NOT_LOADED : KX_SUCCESS;
 }
 
-void freelist(DriverEntry* first) {
-    while (first != nullptr) {
-        const kx::Block<DriverEntry> entry(first);
-        first = entry->next;
-    }
-}
+void freelist(DriverEntry* first) { kx::free_chain(first); }
 
 }  // extern "C"

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 extern "C" {
 #include <pci/pci.h>
@@ -14,34 +15,14 @@ extern "C" {
 #include <kxlinhw/status.h>
 
 #include "inventory/inventory_steps.hpp"
+#include "support/chain.hpp"
 #include "support/handle.hpp"
 #include "support/pci_bus.hpp"
+#include "support/products.hpp"
 #include "support/text.hpp"
 
 namespace kx::inventory {
 namespace {
-
-struct DeviceModel {
-    uint32_t device_id;
-    const char* text;
-};
-
-constexpr DeviceModel kDeviceModelTable[] = {
-    {0x20, "Kestrix Q302-SR dual-port 10GbE offload adapter"},
-    {0x21, "Kestrix Q302-LR dual-port 10GbE long-reach offload adapter"},
-    {0x24, "Kestrix Q304-T quad-port 1GbE offload adapter"},
-    {0x22, "Kestrix Q301-SR single-port 10GbE offload adapter"},
-    {0x26, "Kestrix Q301-CX single-port 10GbE CX4 offload adapter"},
-    {0x25, "Kestrix Q302-CX dual-port 10GbE CX4 offload adapter"},
-    {0x23, "Kestrix Q302-N dual-port 10GbE network adapter"},
-    {0x30, "Kestrix Q310-CR single-port 10GbE SFP+ offload adapter"},
-    {0x31, "Kestrix Q320-CR dual-port 10GbE SFP+ offload adapter"},
-    {0x32, "Kestrix Q310-BT single-port 10GBASE-T offload adapter"},
-    {0x33, "Kestrix Q310-SO single-port 10GbE low-profile adapter"},
-    {0x36, "Kestrix Q320-BC dual-port 10GbE blade mezzanine adapter"},
-    {0x37, "Kestrix Q320-CX dual-port 10GbE CX4 blade adapter"},
-    {0, nullptr},
-};
 
 constexpr uint16_t kVirtualFunctionBit = 0x800;
 constexpr uint8_t kManagedFunction = 4;  // of a Q4 or Q5 adapter; its siblings serve storage
@@ -63,8 +44,7 @@ Kind classify(const pci_dev& device) {
     if (device.device_id != 0 && digit != '4' && digit != '5') {
         return Kind::kPhysical;
     }
-    if ((device.device_id & kVirtualFunctionBit) != 0 || device.device_id == 0xA007 ||
-        device.device_id == 0xB007) {
+    if ((device.device_id & kVirtualFunctionBit) != 0) {
         return Kind::kVirtual;
     }
     return device.func == kManagedFunction ? Kind::kPhysical : Kind::kOther;
@@ -93,12 +73,9 @@ void write_chip_type(CardInfo& card, const char* text) {
         std::strlen(text) + 1);
 }
 
-const char* model_text(uint16_t device_id) {
-    const DeviceModel* row = kDeviceModelTable;
-    while (row->device_id != 0 && row->device_id != device_id) {
-        ++row;
-    }
-    return row->device_id == 0 ? "" : row->text;
+std::string_view model_text(uint16_t device_id) {
+    const Product* const product = find_product(device_id);
+    return product == nullptr ? std::string_view() : product->long_name;
 }
 
 Block<CardInfo> make_card(const pci_dev& device) {
@@ -133,42 +110,6 @@ Block<CardInfo> make_virtual_card(pci_dev& device) {
     return card;
 }
 
-// A chain of cards and its tail; the destructor frees the cards that are still in it.
-class CardChain {
-public:
-    CardChain() = default;
-    ~CardChain() { clear(); }
-    CardChain(const CardChain&) = delete;
-    CardChain& operator=(const CardChain&) = delete;
-
-    void append(Block<CardInfo> card) {
-        CardInfo* const added = card.release();
-        if (last_ == nullptr) {
-            first_ = added;
-        } else {
-            last_->next = added;
-        }
-        last_ = added;
-    }
-
-    void clear() {
-        while (first_ != nullptr) {
-            const Block<CardInfo> card(first_);
-            first_ = card->next;
-        }
-        last_ = nullptr;
-    }
-
-    [[nodiscard]] CardInfo* release() {
-        last_ = nullptr;
-        return std::exchange(first_, nullptr);
-    }
-
-private:
-    CardInfo* first_ = nullptr;
-    CardInfo* last_ = nullptr;
-};
-
 // Consecutive functions of one device count once.
 class LastDevice {
 public:
@@ -187,8 +128,8 @@ private:
 
 uint32_t scan_cards(CardList& list) {
     const PciBus bus;
-    CardChain physical;
-    CardChain pending;
+    Chain<CardInfo> physical;
+    Chain<CardInfo> pending;
     LastDevice last;
     uint8_t count = 0;
     for (pci_dev* device = bus.first(); device != nullptr; device = device->next) {

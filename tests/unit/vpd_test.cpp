@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "adapter/list_steps.hpp"
+#include "adapter/adapter_reading.hpp"
 #include "adapter/product_name.hpp"
 #include "adapter/vpd_template.hpp"
 

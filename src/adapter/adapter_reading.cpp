@@ -1,4 +1,4 @@
-#include "adapter/list_steps.hpp"
+#include "adapter/adapter_reading.hpp"
 
 #include <kxlinhw/flash.h>
 #include <kxlinhw/flash_images.h>
@@ -7,14 +7,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
+
+#include "adapter/flash_layout.hpp"
 
 namespace kx::adapter {
 namespace {
 
 constexpr uint32_t kQ3HeadWords = 7;
-constexpr uint16_t kRomSignatureHalfword = 0xAA55;
-constexpr char kSavedSettingsMark[4] = {'C', 'I', 'B', '\0'};
 
 uint8_t digit(char character) {
     if (character >= '0' && character <= '9') {
@@ -35,13 +36,12 @@ bool holds_q3_option_rom(uint8_t adapter) {
         std::fputs("ERROR: Could not read data at start of Option ROM!\n", stderr);
         return false;
     }
-    return (head[0] & 0xFFFF) == kRomSignatureHalfword;
+    return has_rom_mark(std::as_bytes(std::span(head)));
 }
 
 void read_q3_settings(uint8_t adapter, std::span<uint8_t, KX_Q3_SETTINGS_SIZE> settings) {
     const int32_t status = q3_read_settings(adapter, settings.data());
-    if (status != 0 ||
-        std::memcmp(settings.data(), kSavedSettingsMark, sizeof kSavedSettingsMark) != 0) {
+    if (status != 0 || ByteReader(settings).text_up_to(kQ3SettingsMark.size()) != kQ3SettingsMark) {
         std::fill(settings.begin(), settings.end(), uint8_t{0});
     }
 }
