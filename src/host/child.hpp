@@ -1,4 +1,4 @@
-// Child processes of the stand-ins and the pipes from them.
+// Child processes of the default services, and the pipes from them.
 #pragma once
 
 #include <spawn.h>
@@ -12,7 +12,7 @@
 
 namespace kx::host {
 
-// Both ends are close-on-exec. One is empty when there are no more descriptors.
+// Both ends are close-on-exec. Without free descriptors an end is empty.
 struct PipeEnds {
     Descriptor read;
     Descriptor write;
@@ -22,8 +22,8 @@ struct PipeEnds {
 
 [[nodiscard]] PipeEnds open_pipe();
 
-// What a child finds changed: its descriptors, and SIGCHLD as by default, without which a shell
-// cannot wait.
+// The changes for a child: its descriptors, and the default action of SIGCHLD, which a shell needs
+// to wait.
 class SpawnPlan {
 public:
     SpawnPlan();
@@ -35,7 +35,7 @@ public:
     // Descriptors that this process has closed and the child needs.
     void open_null_device(int number);
 
-    // Start a program of PATH with these words. Its process id, or -1.
+    // Start a program from PATH with these words. Returns its process id, or -1.
     [[nodiscard]] pid_t start(std::vector<std::string>& words) const;
 
 private:
@@ -43,7 +43,7 @@ private:
     posix_spawnattr_t attributes_;
 };
 
-// Waits for its child when it goes.
+// The destructor waits for the child.
 class Child {
 public:
     Child() = default;
@@ -55,8 +55,8 @@ public:
         pid_ = plan.start(words);
         return pid_ != -1;
     }
-    // How it ended, as waitpid gives it. Nothing when it was not started, or when its status went
-    // elsewhere: an agent that ignores SIGCHLD or waits for any child has it.
+    // How it ended, as waitpid reports it. Nothing when it was not started, or when its status is
+    // lost because the agent ignores SIGCHLD or waits for any child.
     std::optional<int> wait();
 
 private:

@@ -1,7 +1,7 @@
 // The default runner of shell commands, for agents without their own.
 //
-// A first shell runs the command in a second one and writes its exit status into a pipe. The status
-// that waitpid gives is lost to agents that ignore SIGCHLD or wait for any child.
+// A first shell runs the command in a second one and writes its exit status into a pipe. Agents
+// that ignore SIGCHLD or wait for any child lose the status of waitpid.
 #include <kxlinhw/host.h>
 #include <unistd.h>
 
@@ -20,7 +20,7 @@ using kx::Descriptor;
 
 constexpr int kNotRun = -1;
 
-// The library looks for English words in what commands print.
+// The library searches the output of commands for English words.
 constexpr int kStatusNumber = 9;  // the last that every shell can name
 constexpr char kFirstShell[] = R"(LC_ALL=C /bin/sh -c "$1" 9>&-; echo $? >&9)";
 
@@ -68,7 +68,7 @@ __attribute__((weak)) BridgeUtils* BridgeUtils::ctrl = nullptr;
 // Agents define this function with the command by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 __attribute__((weak)) int BridgeUtils::getOutput(std::string command, std::string& output) {
-    kx::host::Child child;  // outlives the pipes: one that still writes meets closed ones
+    kx::host::Child child;  // outlives the pipes: a child that still writes gets a closed pipe
     kx::host::PipeEnds out = kx::host::open_pipe();
     kx::host::PipeEnds status = kx::host::open_pipe();
     if (!out || !status || !start(child, command, out.write, status.write)) {

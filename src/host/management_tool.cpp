@@ -29,7 +29,7 @@ std::vector<std::string> texts_of(int count, char** arguments) {
 
 bool make_room() { return g_MXdataBufferOffset < g_MXdataBufferSize || ReallocMXbuffer() == 0; }
 
-// Read everything the tool prints into the management buffer.
+// Read the whole output of the tool into the management buffer.
 bool collect(const kx::Descriptor& in) {
     while (g_MXdataBuffer != nullptr && make_room()) {
         const auto room = static_cast<std::size_t>(g_MXdataBufferSize - g_MXdataBufferOffset);

@@ -5,7 +5,8 @@
 namespace kx {
 namespace {
 
-// The same open file under a descriptor above the standard streams; reopen makes an object of it.
+// Moves an open file to a descriptor above the standard streams; reopen makes an object from the
+// descriptor.
 template <class Object, class Reopen>
 Object above_streams(Object object, int descriptor, Reopen reopen) {
     if (descriptor >= kStandardStreams) {
@@ -34,7 +35,9 @@ Directory open_directory(const char* path) {
     return directory ? above_streams(
                            std::move(directory), dirfd(directory.get()),
                            [](int descriptor) {
-                               lseek(descriptor, 0, SEEK_SET);  // it may have been read ahead
+                               lseek(
+                                   descriptor, 0,
+                                   SEEK_SET);  // data may already have been read into the buffer
                                return fdopendir(descriptor);
                            })
                      : nullptr;

@@ -46,8 +46,9 @@ template <class T>
     return Block<T>(static_cast<T*>(std::calloc(1, sizeof(T))));
 }
 
-// A descriptor that was just opened. It is never one of the standard streams: such a number is
-// exchanged for one above them. Closing keeps errno: callers report why the call before it failed.
+// A descriptor that was just opened. It is never one of the standard streams: such a descriptor is
+// replaced by one above them. Closing does not change errno, because callers report why the
+// previous call failed.
 class Descriptor {
 public:
     Descriptor() = default;
@@ -68,7 +69,7 @@ public:
     [[nodiscard]] int get() const { return number_; }
     explicit operator bool() const { return number_ >= 0; }
 
-    // Give it to another owner.
+    // Release it to another owner.
     [[nodiscard]] int release() { return std::exchange(number_, -1); }
 
 private:

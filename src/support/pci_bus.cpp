@@ -61,7 +61,7 @@ struct OpenConfigSpace {
     friend bool operator==(const OpenConfigSpace&, const OpenConfigSpace&) = default;
 };
 
-OpenConfigSpace closed_on_exec;  // the last one that was told to close on exec
+OpenConfigSpace closed_on_exec;  // the last descriptor that was set to close on exec
 
 void close_on_exec(const pci_access* access) {
     if (access == nullptr) {

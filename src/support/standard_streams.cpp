@@ -18,13 +18,13 @@ namespace {
 struct Guarded {
     std::mutex mutex;
     int guards = 0;
-    std::array<bool, kStandardStreams> by_us{};  // where /dev/null was put
-    bool complete = false;                       // no stream's number is free
+    std::array<bool, kStandardStreams> by_us{};  // where /dev/null was opened
+    bool complete = false;                       // no descriptor of a stream is free
 };
 
 constinit Guarded guarded;
 
-// One system call for all three.
+// One system call checks all three.
 bool streams_are_open() {
     std::array<pollfd, kStandardStreams> streams{{{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}};
     return poll(streams.data(), streams.size(), 0) >= 0 &&
@@ -33,8 +33,8 @@ bool streams_are_open() {
            });
 }
 
-// The lowest free number goes to the file that is opened next: once that is above the streams, none
-// of theirs is free.
+// The next opened file gets the lowest free number: when that is above the streams, none of their
+// numbers is free.
 bool fill_with_null() {
     for (;;) {
         const int number = open("/dev/null", O_RDWR | O_CLOEXEC);
