@@ -22,8 +22,8 @@ extern "C" {
 namespace kx::adapter {
 namespace {
 
-// The page that holds the register which places the window: the flash controller's operation
-// register. All arithmetic is the hardware's, in 32 bits.
+// The page that contains the flash controller's operation register; it determines the address of
+// the window. All arithmetic uses 32 bits, like the hardware.
 struct Placement {
     uint32_t register_offset;
     uint32_t page_size;
@@ -37,8 +37,8 @@ constexpr uint32_t round_down(uint32_t value, uint32_t page_size) {
     return value & ~(page_size - 1);
 }
 
-// The descriptor that the library closed last. memfd keeps its number, but by then the number may
-// belong to the agent.
+// The descriptor that the library closed last. memfd keeps its number, but the number may belong to
+// the agent by then.
 int closed_descriptor = -1;
 
 void close_memory() {
@@ -48,8 +48,8 @@ void close_memory() {
     }
 }
 
-// The window that the library has opened. Hosts may lend memory of their own through mmapd_addr,
-// whose bounds only they know: mmapd_len may still tell the length of a window before.
+// The window that the library has opened. Hosts may set mmapd_addr to their own memory, whose
+// bounds only they know: mmapd_len may still be the length of an earlier window.
 struct OpenWindow {
     uint64_t start = 0;
     uint32_t length = 0;
@@ -104,11 +104,11 @@ int32_t connect(uint8_t adapter, const Placement& placement) {
     return map_window(adapter, start, length);
 }
 
-// A register may stand at any address: the window's start need not be the BAR's.
+// A register may be at any address: the start of the window need not be that of the BAR.
 using Register __attribute__((aligned(1), may_alias)) = volatile uint32_t;
 
-// Does a register lie in the open window? The offset counts from the window's start, as the
-// window begins where an aligned BAR does.
+// Is a register in the open window? The offset counts from the start of the window, which is also
+// the start of an aligned BAR.
 bool window_holds(uint32_t offset) {
     if (mmapd_addr != open_window.start) {
         return mmapd_addr != 0;

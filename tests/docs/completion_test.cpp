@@ -1,5 +1,5 @@
-// The completions in the shells that they are for. What they offer is compared with the command
-// table, and with what the simulated host knows.
+// The completions in their shells. Their words are compared with the command table and with the
+// simulated host.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ using Words = std::vector<std::string>;
 struct Shell {
     const char* name;
     const char* completion;  // below the directory of completions
-    Words flags;             // nothing of the user's own is read
+    Words flags;             // no file of the user is read
 };
 
 std::ostream& operator<<(std::ostream& stream, const Shell& shell) { return stream << shell.name; }
@@ -50,7 +50,8 @@ protected:
         }
     }
 
-    // What the shell offers at the end of each line, with its scratch files in a directory.
+    // The words that the shell offers at the end of each line; its temporary files are in a
+    // directory.
     std::map<std::string, Words> offers(
         const Words& lines, const std::string& scratch = testing::TempDir()) const {
         const Shell& shell = GetParam();

@@ -1,5 +1,5 @@
-// docs/flash-layout.md beside the library: the dump of a default configuration record, and the
-// layout of the product data.
+// Compares docs/flash-layout.md with the library: the dump of a default configuration record, and
+// the layout of the product data.
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash_images.h>

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# docs/records.md holds every record of the public headers, whole: no byte is left out, and every
-# offset and size is what the compiler says.
+# docs/records.md has every record of the public headers, without a gap, and every offset and size
+# agrees with the compiler.
 set -euo pipefail
 compiler=$1
 source=$2
@@ -9,8 +9,8 @@ directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
 failed=0
 
-# Each row becomes an assertion; rows must follow one another without a gap, up to the record's size.
-# Rows with a dot stand within the row before them.
+# Each row becomes an assertion; rows must follow one another without a gap, up to the record's
+# size. Rows with a dot are parts of the row before them.
 awk -F '|' '
     function close_record() {
         if (record != "") {

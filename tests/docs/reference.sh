@@ -20,7 +20,7 @@ if [[ -s $directory/messages ]]; then
     failed=1
 fi
 
-# The names of members whose brief or detailed description holds words.
+# The names of members with a brief or detailed description.
 described=$(sed -E 's/<[^>]*description>/\n&\n/g' "$directory"/xml/*_8h.xml | awk '
     /<memberdef kind="(function|variable)"/ { name = "" }
     name == "" && /<name>/ {

@@ -1,5 +1,5 @@
-// docs/statuses.md beside the headers, the library and kxctl: every status has a row, and its name,
-// number, text and exit code are right.
+// Compares docs/statuses.md with the headers, the library and kxctl: every status has a row, and
+// its name, number, text and exit code are right.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# install.sh BUILD SOURCE LIBDIR HARDENING KIND: installs into an empty prefix, other than the one that
-# the build was configured for, and uses what is there as a stranger would: without the build tree.
-# shellcheck disable=SC2317  # functions are called by name
+# install.sh BUILD SOURCE LIBDIR HARDENING KIND: installs into an empty prefix, other than the one
+# that the build was configured for, and uses the files there without the build tree. shellcheck
+# disable=SC2317 # functions are called by name
 set -euo pipefail
 build=$1 source=$2 libdir=$3 hardening=$4 kind=$5
 if [[ $kind == sanitized ]]; then
@@ -14,7 +14,7 @@ trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 failed=0
 
-# step TEXT COMMAND...: the command succeeds; else its output is shown.
+# step TEXT COMMAND...: the command must succeed; otherwise its output is shown.
 step() {
     local text=$1
     shift
@@ -25,7 +25,7 @@ step() {
     fi
 }
 
-# Nothing of the environment but the compilers.
+# Nothing of the environment except the compilers.
 clean() {
     env -i PATH=/usr/bin:/bin HOME="$work" CC="$CC" CXX="$CXX" "$@"
 }

@@ -3,8 +3,8 @@
 # lintian look at them, installs them into a fresh system, uses them there and removes them without a
 # trace. KXCTL is the build tree's, whose answers are the expected ones.
 #
-# The fresh system needs root, debootstrap, mounts and the package archive of this machine. Where one of
-# them is missing the test says so, and counts as skipped when what went before it was right.
+# The fresh system needs root, debootstrap, mounts and the package archive of this machine. Where
+# one of them is missing the test says so, and counts as skipped when the previous steps succeeded.
 set -euo pipefail
 source=$1 kxctl=$2 built=${3:-}
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -16,7 +16,7 @@ skip() {
 }
 begin() { printf '\n== %s (%d s)\n' "$1" "$SECONDS"; }
 
-# Mounts of a namespace of its own vanish with it, however the test ends.
+# Mounts of a separate namespace disappear with it, however the test ends.
 if [[ $EUID -eq 0 && -z ${KX_OWN_MOUNTS:-} ]] && unshare --mount true 2>/dev/null; then
     KX_OWN_MOUNTS=1 exec unshare --mount --propagation private "$0" "$@"
 fi
@@ -91,7 +91,7 @@ in_root() {
 }
 apt_install() { in_root apt-get install -y -q --no-install-recommends "$@"; }
 
-# Everything but what installing and removing any package leaves: lists, logs and caches.
+# All files, except those that installing and removing any package leaves: lists, logs and caches.
 files() {
     find "$root" -xdev \( -path "$root/var/lib/dpkg" -o -path "$root/var/lib/apt" \
         -o -path "$root/var/log" -o -path "$root/var/cache" -o -path "$root/packages" \

@@ -67,7 +67,8 @@ TEST_F(AdapterCommands, TextsThatFillTheirFieldsAreWhole) {
     for (const char* chip : {"Q3", "Q4", "Q5"}) {
         kxsim::Host host;
         kxsim::Adapter full = adapter(chip, 3);
-        full.device_id = chip == std::string("Q3") ? 0x20 : 0;  // no model: named by its data
+        full.device_id =
+            chip == std::string("Q3") ? 0x20 : 0;  // no model: its name is that in its data
         full.eeprom.product_data->serial = "0123456789abcdef";
         full.eeprom.product_data->v0 = "v0full";
         host.adapter(full);

@@ -45,7 +45,7 @@ constexpr int kKeys = 125;  // each written four times, so that lines are added 
 
 std::string key_of(int process, int k) { return "p" + std::to_string(process * 1000 + k) + "_"; }
 
-// What one process does. The exit code.
+// The work of one process; returns the exit code.
 int save_settings(int process) {
     for (int n = 0; n < kSettings; ++n) {
         const ConfigurationLock lock(Purpose::kWrite, std::nullopt);

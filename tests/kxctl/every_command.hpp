@@ -49,7 +49,7 @@ private:
     std::filesystem::path path_;
 };
 
-// The words of a command's first example; a command that can only plan does so.
+// The words of a command's first example; a command with --dry-run gets that option.
 inline std::vector<std::string> example_of(const kx::ctl::Command& command) {
     std::vector<std::string> words = words_of(command.examples[0]);
     words.erase(words.begin());

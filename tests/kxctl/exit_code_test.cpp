@@ -1,5 +1,5 @@
-// The exit codes that commands end with, beside what they print then: of a plain failure one line
-// on standard error, or with --json one error; of a change that was not taken the settings too.
+// The exit codes of commands, and their output: for a plain failure one line on standard error, or
+// with --json one error; for a refused change also the settings.
 #include "failure/exit_code.hpp"
 
 #include <gmock/gmock.h>
@@ -24,14 +24,14 @@ using testing::Not;
 using testing::StartsWith;
 using JsonText = nlohmann::json;
 
-// What is the matter with the host.
+// The state of the host.
 enum class Trouble : std::uint8_t {
     kNone,
     kEmpty,           // it has no adapter
     kNicOnly,         // drivers without offload
-    kNoProductData,   // no capability to read it through
+    kNoProductData,   // no capability to read it
     kErased,          // product data
-    kNoMemory,        // /dev/mem is kept from everybody
+    kNoMemory,        // nobody may open /dev/mem
     kBusyController,  // the flash's
     kFlippedBit,      // in what is written to the flash
     kLocked,          // another kxctl works on the configuration files
@@ -176,8 +176,8 @@ bool is_of_hardware(Trouble trouble) {
     return trouble == Trouble::kBusyController || trouble == Trouble::kFlippedBit;
 }
 
-// One host a scenario for all rows, because making it takes longer than a run on it; hardware that
-// is broken has one of its own.
+// All rows with one scenario share a host, because creating a host takes longer than a run; broken
+// hardware has separate hosts.
 kxsim::Host& host_of(Trouble trouble) {
     static std::map<std::pair<std::string, bool>, kxsim::Host> hosts;
     const char* const scenario = scenario_of(trouble);
@@ -245,7 +245,7 @@ TEST_P(ExitCodes, ForPeopleComeWithOneLine) {
     }
     EXPECT_EQ(result.out, "");
     std::vector<std::string> lines = lines_of(result.err);
-    if (GetParam().trouble == Trouble::kFlippedBit) {  // what was done before is shown as progress
+    if (GetParam().trouble == Trouble::kFlippedBit) {  // earlier steps are shown as progress
         std::erase_if(lines, [](const std::string& line) { return line.ends_with("%)"); });
     }
     EXPECT_THAT(lines, testing::ElementsAre(StartsWith("kxctl: "))) << result.err;

@@ -1,4 +1,4 @@
-// What a change of a flash touches, worked out without an adapter; progress lines; answers.
+// The sectors and pages of a flash change, computed without an adapter; progress lines; answers.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -99,8 +99,8 @@ TEST(FlashPlan, ErasesOfRegionsWriteNothing) {
     EXPECT_THAT(plan_erase(layout, "config").sectors, ElementsAre(7));
 }
 
-// Commands count in 64 KiB, their number in the flash's own sectors: two commands for the option
-// ROM strike the same sector of 256 KiB.
+// Commands count in 64 KiB, their number in sectors of the flash: two commands for the option ROM
+// erase the same sector of 256 KiB.
 TEST(FlashPlan, LargeSectorsTakeTheirNeighboursWithThem) {
     const FlashLayout layout = q4_flash_layout(16 * kMiB, 64);
     EXPECT_EQ(layout.sector_size(), 0x40000U);

@@ -31,7 +31,7 @@ protected:
     }
     ~FlashTerminal() override { std::filesystem::remove_all(directory_); }
 
-    // With a text typed once another is on the screen.
+    // Types a text when another text is on the screen.
     Session run(
         const std::vector<std::string>& words, const std::string& text,
         const std::string& after = "") {

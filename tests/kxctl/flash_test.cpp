@@ -1,4 +1,4 @@
-// kxctl flash on a simulated host: what it shows, copies, refuses, changes and leaves alone.
+// kxctl flash on a simulated host: what it shows, copies, refuses, changes and does not change.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ constexpr std::size_t kSector = 0x10000;
 constexpr std::size_t kConfig = 0x70000;
 constexpr std::size_t kFirmware = 0x80000;
 
-// An option ROM of a size: its signature, a version, and bytes that tell their place.
+// An option ROM of a size: its signature, a version, and bytes that depend on their address.
 std::string make_image(std::size_t size, unsigned seed = 1) {
     std::string image(size, '\0');
     for (std::size_t i = 0; i < size; ++i) {

@@ -1,5 +1,5 @@
-// What kxctl prints on the scenarios that ship, beside the outputs kept in golden/. After a change
-// that is meant, KXCTL_UPDATE_GOLDEN=1 in front of this program writes them again; read the diff.
+// The output of kxctl on the included scenarios, compared with the files in golden/. After an
+// intended change, KXCTL_UPDATE_GOLDEN=1 in front of this program writes them again; read the diff.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// The services that kxctl supplies, as the library meets them.
+// The services of kxctl, called by the library.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/host.h>
@@ -19,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-// A "zfabtool" of the test's making at the head of PATH.
+// A "zfabtool" of the test at the start of PATH.
 class Tool {
 public:
     explicit Tool(const std::string& script) {

@@ -1,5 +1,5 @@
-// What the library and its children print stays out of kxctl's output. Each test body runs in a
-// child process, because whether messages are shown is decided once.
+// The output of the library and its children does not appear in kxctl's output. Each test body runs
+// in a child process, because whether messages are shown is decided once.
 #include "library/call.hpp"
 
 #include <gtest/gtest.h>
@@ -112,7 +112,7 @@ TEST(LibraryCall, WithoutADescriptorLeftIsAFailureAndNoSilence) {
     GTEST_SKIP() << "the sanitizers need descriptors for themselves";
 #endif
     const Printed printed = printed_by([] {
-        for (const rlim_t limit : {3U, 4U, 5U}) {  // each leaves one step less to fail
+        for (const rlim_t limit : {3U, 4U, 5U}) {  // each time one step less can fail
             const rlimit few{limit, limit + 100};
             setrlimit(RLIMIT_NOFILE, &few);
             try {

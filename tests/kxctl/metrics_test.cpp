@@ -1,4 +1,4 @@
-// kxctl metrics: the text that monitoring reads, and the file that it finds it in.
+// kxctl metrics: the text for monitoring, and the file with it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

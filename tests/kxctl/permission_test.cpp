@@ -1,4 +1,4 @@
-// Refusals of permission, told apart: who asks, what is lacking, what the host forbids everybody.
+// Refusals by permission, by reason: the user, a missing privilege, a restriction of the host.
 #include "failure/permission.hpp"
 
 #include <gmock/gmock.h>
@@ -84,7 +84,7 @@ protected:
         host_.adapter(adapter);
     }
 
-    // All commands that look into an adapter fail alike. The line.
+    // All commands that read an adapter fail with the same line; returns it.
     std::string expect_refused() {
         std::string line;
         for (const std::vector<std::string>& words :

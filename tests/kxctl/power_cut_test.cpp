@@ -1,5 +1,5 @@
-// The power goes while the library rewrites a configuration file: `kxctl repair` finds the old text
-// or the new one, whole, and the file under its own name again.
+// The power fails while the library rewrites a configuration file: after `kxctl repair` the file
+// has its own name and the complete old or new text.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
@@ -15,7 +15,7 @@ using testing::AnyOf;
 
 constexpr unsigned kNever = UINT_MAX;
 
-// A rewrite that the next start finds cut off.
+// A rewrite that was interrupted before the next start.
 struct Rewrite {
     const char* file;
     const char* old_text;
@@ -32,7 +32,7 @@ constexpr Rewrite kRewrites[] = {
 
 class CutRewrite : public testing::TestWithParam<Rewrite> {
 protected:
-    // The calls of a rewrite that is cut off at one of them.
+    // The calls of a rewrite that is interrupted at one of them.
     static std::vector<std::string> cut(kxsim::Host& host, unsigned nth) {
         host.directory("/etc/kestrix-plexo");
         host.file(GetParam().file, GetParam().old_text);

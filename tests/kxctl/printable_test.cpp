@@ -1,4 +1,4 @@
-// Texts made fit for a terminal.
+// Texts made safe for a terminal.
 #include "output/printable.hpp"
 
 #include <gtest/gtest.h>

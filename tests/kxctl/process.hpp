@@ -1,4 +1,5 @@
-// Running a program as a user would: words in; exit code, standard output and error out.
+// Runs a program as a user would: takes words; returns exit code, standard output and standard
+// error.
 #pragma once
 
 #include <fcntl.h>

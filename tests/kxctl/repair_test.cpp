@@ -1,4 +1,4 @@
-// repair: the file is there again under its own name, whatever an interrupted rewrite left.
+// repair: the file has its own name again, whatever an interrupted rewrite left.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

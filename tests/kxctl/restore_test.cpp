@@ -1,4 +1,4 @@
-// restore: what was saved is applied again, on fresh interfaces as after a reboot.
+// restore: saved settings are applied again, on new interfaces as after a reboot.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/ethtool.h>

@@ -1,5 +1,5 @@
-// What kxctl answers with --json, beside the schemas that ship: the kept outputs, and every command
-// on hosts where it works and where it fails. Needs Python 3 with jsonschema.
+// The answers of kxctl with --json, checked against the shipped schemas: the golden outputs, and
+// every command on hosts where it works and where it fails. Needs Python 3 with jsonschema.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -71,7 +71,7 @@ protected:
         return result.exit == 0 ? result.out : result.out + result.err + "(failed)";
     }
 
-    // Run a command line that must answer with one JSON value, and take it down.
+    // Run a command line that must print one JSON value, and record the value.
     Json take(const Definition& definition, std::vector<std::string> words, int expected = -1) {
         std::string title = "kxctl";
         for (const std::string& word : words) {

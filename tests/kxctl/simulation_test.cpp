@@ -1,4 +1,4 @@
-// --sim: what is taken out of the command line, and what is run then.
+// --sim: the words that are removed from the command line, and the program that is run.
 #include "cli/simulation.hpp"
 
 #include <gmock/gmock.h>

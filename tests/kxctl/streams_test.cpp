@@ -1,4 +1,4 @@
-// What kxctl does when its standard streams are full, gone, closed or a terminal.
+// kxctl with standard streams that are full, without a reader, closed or a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// kxctl on a terminal of its own, whose screen a test reads and on which it types.
+// kxctl on a pseudo-terminal; the test reads the screen and types.
 #pragma once
 
 #include <gtest/gtest.h>

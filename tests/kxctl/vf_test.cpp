@@ -53,7 +53,7 @@ TEST_F(Vf, ThatCannotBeGivenIsRefused) {
     refused("web", "04:01.1");      // it has it
     refused("7", "04:01.1");        // another machine has it
     refused("web", "04:1f.7");      // nobody has it
-    refused("off one", "04:01.5");  // only running machines are given devices
+    refused("off one", "04:01.5");  // only running machines can get devices
     EXPECT_EQ(virsh("dumpxml web") + virsh("dumpxml --inactive web"), before);
 }
 

@@ -1,4 +1,4 @@
-// Copies of a flash: on disk and whole, or not there at all.
+// Copies of a flash: complete and on the disk, or missing.
 #include "files/whole_file.hpp"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-// The models of an adapter's inside: flash chip, controller, EEPROM, configuration space, and what
-// of them a process of a session sees.
+// The models of an adapter's hardware: flash chip, controller, EEPROM and configuration space; and
+// the parts of them that processes of a session see.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -223,7 +223,7 @@ TEST(Program, TakesTheRightsFromSetUserIdPrograms) {
 
 // --- Nothing stays behind ---
 
-// A run that is going on: its process, once its command or scenario began to wait.
+// A running kxsim: its process, after its command or scenario began to wait.
 class RunningProgram {
 public:
     RunningProgram(const std::string& arguments, const std::string& temporary) {

@@ -1,5 +1,5 @@
-// A program that makes wrapped calls before any constructor ran, then again from main. It tells
-// what it met: whether the early calls worked, and the first line of the list of loaded modules.
+// A program that makes wrapped calls before any constructor runs, and again from main. It prints
+// whether the early calls worked, and the first line of the list of loaded modules.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

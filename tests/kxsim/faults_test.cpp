@@ -487,7 +487,7 @@ TEST_F(Faults, ASweepMeetsEveryPosition) {
 
 // --- Allocations ---
 
-void* volatile kept_block;  // or the compiler would drop a block that nobody uses
+void* volatile kept_block;  // otherwise the compiler would drop the unused block
 
 bool allocates() {
     kept_block = std::malloc(64);

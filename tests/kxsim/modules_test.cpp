@@ -1,5 +1,4 @@
-// Kernel modules of the simulated host, side by side with the tools that people trust with real
-// ones.
+// Kernel modules of the simulated host, compared with the usual tools for real modules.
 #include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// The simulated drivers themselves: what is set stays set, for every process; counters move;
-// anything can be refused; the ethtool program sees what the builder gave.
+// The simulated drivers: settings stay for every process; counters grow; every request can be
+// refused; the ethtool program sees the values of the builder.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/ethtool.h>

@@ -1,4 +1,4 @@
-// The simulated PCI bus, as the real libpci and the real lspci see it.
+// The simulated PCI bus, read by the real libpci and the real lspci.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>

@@ -1,5 +1,5 @@
 // The list of wrapped calls is complete: every function of the C library that takes a path, and
-// that the library or one of the programs around it calls, stands in libkxsim.so.
+// that the library or one of its programs calls, is defined in libkxsim.so.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,7 +47,7 @@ const Names kOfInterest = words(
     "statfs64 statvfs statvfs64 statx swapon symlink symlinkat system telldir tempnam truncate "
     "truncate64 umount umount2 unlink unlinkat uselib usleep utime utimensat utimes vfork write");
 
-// What is left to the C library, and why that is right.
+// The functions that stay those of the C library, with the reason.
 const Names kLeftAlone = words(
     // Programs and their libraries are the real machine's; children inherit the host.
     "dlopen execl execle execlp execv execve execvp execvpe fork vfork popen posix_spawn "
@@ -57,7 +57,7 @@ const Names kLeftAlone = words(
     // Nothing of these kinds is simulated: pipes and devices, mounts, labels, attributes.
     "chroot fts_open inotify_add_watch lremovexattr lsetxattr mkfifo mknod mknodat mount pathconf "
     "removexattr setxattr umount umount2 "
-    // Of the file system below, which is a real one.
+    // Functions of the underlying file system, which is real.
     "statfs statfs64 statvfs");
 
 Names names_in(const std::string& command) {
@@ -187,17 +187,17 @@ TEST(WrappedCalls, AreBehindTheNameOfEachWrappedCallInThisProcess) {
         const void* const found = dlsym(RTLD_DEFAULT, name.c_str());
         ASSERT_NE(found, nullptr) << name;
         const std::string file = fs::path(file_of(found)).filename();
-        // A sanitizer's own wrappers, and this test's allocator under one, come first and go on
-        // here.
+        // The wrappers of a sanitizer, and this test's allocator with one, are called first and
+        // then call these.
         if (!file.starts_with("libasan") && !file.starts_with("kxsim_wrappers")) {
             EXPECT_EQ(file, "libkxsim.so") << name;
         }
     }
 }
 
-// The models and wrappers reach the C library past themselves. Old spellings may lean on new ones,
+// The models and wrappers call the C library directly. Exceptions: old variants may use new ones,
 // patterns are matched through the wrapped calls, and a list of addresses is memory of the
-// process's own allocator.
+// process's allocator.
 TEST(WrappedCalls, DoNotCallOneAnotherByMistake) {
     const Names allowed = words(
         "calloc closedir fstatat fstatat64 getcwd kxsim_allocation_fails kxsim_detach lstat "

@@ -11,7 +11,7 @@
 #include "support/records.hpp"
 #include "support/shell.hpp"
 
-// Stands in front of the library's own: no machine that runs the tests has the drivers loaded.
+// Replaces the library's function: no machine that runs the tests has the drivers loaded.
 extern "C" uint32_t lsmod(const char*) { return 1; }
 
 namespace {
