@@ -99,13 +99,17 @@ if [[ -e $pages/kxportparams.conf.5 ]]; then
     on_host() { "$build/kxsim" run --keep "$directory/host" -- "$build/kxctl" "$@"; }
     "$build/kxsim" run --scenario lab --keep "$directory/host" -- true
     mkdir -p "$directory/host/tree/etc/kestrix-plexo"
-    all=(mtu=1500 rx_checksum=on tx_checksum=on scatter_gather=on tso=on gso=on ring_rx=64
-        ring_rx_mini=64 ring_rx_jumbo=64 ring_tx=64 message_level=1 pause_autoneg=on tx_pause=on
-        rx_pause=on rx_usecs=5)
-    on_host port set 03:00.4 1 "${all[@]}" autoneg=on advertise=1 >/dev/null || true
+    # Every setting to what it is; one that cannot be read to 1.
+    shown=$(on_host port show 03:00.4 1 --json)
+    all=()
+    for key in $(on_host port set --help --json | sed -nE 's/^ +"key": "(.*)",$/\1/p'); do
+        value=$(sed -nE "s/^ +\"$key\": ([0-9]+),?$/\1/p" <<<"$shown")
+        case $key in autoneg | speed | duplex) ;; *) all+=("$key=${value:-1}") ;; esac
+    done
+    on_host port set 03:00.4 1 "${all[@]}" >/dev/null || true
     on_host port set 03:00.4 1 autoneg=off speed=10000 duplex=full >/dev/null || true
-    diff <(sed -nE '/^# KEYS/,/^# EXAMPLES/s/^(\*.*)$/\1/p' \
-        "$source/docs/man/kxportparams.conf.5.scd" | tr -s '*, ' '\n' | grep . | sort) \
+    diff <(sed -nE '/^# KEYS/,/^# EXAMPLES/s/^\*([^ ]+)\*$/\1/p' \
+        "$pages/kxportparams.conf.5.scd" | tr -d '\\' | sort) \
         <(sed -E 's/^[^.]+\.([^ ]+) = .*/\1/' \
             "$directory/host/tree/etc/kestrix-plexo/kxportparams.conf" | sort -u) ||
         complain "the keys of kxportparams.conf(5) (<) and those that are written (>) differ"

@@ -171,12 +171,12 @@ TEST_F(ThreeAdapters, HaveTheirPortsListedForMachines) {
     const Json& port = reply.at("ports").at(0);
     EXPECT_EQ(port.at("instance"), 1);
     EXPECT_EQ(port.at("interface"), "eth2");
-    EXPECT_EQ(port.at("mtu_bytes"), 9000);
+    EXPECT_EQ(port.at("mtu"), 9000);
     EXPECT_EQ(port.at("mac"), "00:11:22:33:44:55");
     EXPECT_EQ(port.at("ipv4_address"), "192.0.2.1");
     EXPECT_EQ(port.at("ipv4_netmask"), "255.255.255.0");
     EXPECT_EQ(port.at("ipv6_address"), "2001:db8::1");
-    for (const char* key : {"link_detected", "speed_mbps", "duplex", "autoneg"}) {
+    for (const char* key : {"link_detected", "speed", "duplex", "autoneg"}) {
         EXPECT_TRUE(port.at(key).is_number_unsigned()) << key;
     }
     const Json& second = reply.at("ports").at(1);

@@ -118,7 +118,7 @@ TEST_F(NativeAdapter, HasItsPortsAsIpShowsThem) {
             const Json link =
                 Json::parse(test::shell("ip -j addr show " + name + " 2>/dev/null").output).at(0);
             EXPECT_EQ(port.at("mac"), link.at("address"));
-            EXPECT_EQ(port.at("mtu_bytes"), link.at("mtu"));
+            EXPECT_EQ(port.at("mtu"), link.at("mtu"));
             EXPECT_EQ(port.at("instance"), found);
         }
     }

@@ -162,8 +162,8 @@ TEST(ReportPage, HostileTextsStayTexts) {
     Json host = Json::parse(R"({"name": "n", "time": "t", "version": {"kxctl": {"version": "1"}},
         "cards": [{"location": "l", "card": {"chip_type": "c", "model": "m", "firmware": "f"},
           "adapter": {"serial_number": "s", "mac": "m"},
-          "ports": [{"instance": 1, "interface": "i", "link_detected": 0, "speed_mbps": 65535,
-            "duplex": 255, "mtu_bytes": null, "mac": null, "ipv4_address": "a",
+          "ports": [{"instance": 1, "interface": "i", "link_detected": 0, "speed": 65535,
+            "duplex": 255, "mtu": null, "mac": null, "ipv4_address": "a",
             "counters": {"counters": [{"name": "n", "value": 18446744073709551615}]}}],
           "counters": {"failure": "no"},
           "flash": {"flash": {"size_bytes": 1000}, "regions": [

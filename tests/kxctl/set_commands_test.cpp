@@ -215,7 +215,7 @@ TEST_F(SetCommands, IwarpSetRefusesWhatTheModuleLacks) {
 TEST_F(SetCommands, HelpListsTheKeysWithTheirRanges) {
     EXPECT_THAT(
         run({"port", "set", "--help"}).out,
-        HasSubstr("  mtu              largest packet in bytes, 22 to 10222\n"));
+        HasSubstr("  mtu              largest packet, 22 to 10222 bytes\n"));
     EXPECT_THAT(
         run({"offload", "set", "--help"}).out,
         HasSubstr("  failover_alg                   -1 to 3\n"));

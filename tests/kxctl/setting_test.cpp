@@ -146,6 +146,27 @@ std::string refusal(const std::vector<std::string>& words) {
     return "";
 }
 
+TEST(Setting, IsDescribedByItsColumns) {
+    constexpr std::int64_t kSizes[] = {1, 2, 4};
+    const Setting rows[] = {
+        {.key = "", .help = "all", .change_bit = 1},
+        {.key = "", .help = "range", .change_bit = 1, .range = {2, 9}, .unit = "us"},
+        {.key = "", .help = "", .change_bit = 1, .range = {0, 1}},
+        {.key = "", .help = "choices", .change_bit = 1, .choices = kSizes, .condition = "later"},
+        {.key = "", .help = "limit", .change_bit = 1, .unit = "bytes", .limit = 0},
+        {.key = "", .help = "words", .change_bit = 1, .words = kHalfFull},
+    };
+    std::vector<std::string> texts;
+    for (const Setting& row : rows) {
+        texts.push_back(row.description());
+    }
+    EXPECT_THAT(
+        texts, testing::ElementsAre(
+                   "all", "range, 2 to 9 us", "0 or 1", "choices, 1, 2 or 4, later",
+                   "limit, in bytes, up to the driver's limit", "words, full or half"));
+    EXPECT_EQ(rows[5].description_of_numbers(), "words, 0 half, 1 full");
+}
+
 TEST(Changes, AreRefusedWithTheirReason) {
     EXPECT_EQ(refusal({"byte=1", "flag=on"}), "");
     EXPECT_EQ(refusal({"byte"}), "byte is not of the form key=value");
@@ -155,14 +176,14 @@ TEST(Changes, AreRefusedWithTheirReason) {
     EXPECT_EQ(refusal({"byte=1", "byte=1"}), "byte is given twice");
     EXPECT_EQ(refusal({"byte=256"}), "byte cannot be \"256\": ");
     EXPECT_EQ(refusal({"byte=1=2"}), "byte cannot be \"1=2\": ");
-    EXPECT_EQ(refusal({"flag=maybe"}), "flag cannot be \"maybe\": ");
+    EXPECT_EQ(refusal({"flag=maybe"}), "flag cannot be \"maybe\": on or off");
 }
 
 void expect_distinct_keys(std::span<const Setting> settings) {
     std::set<std::string> keys;
     for (const Setting& setting : settings) {
         EXPECT_TRUE(keys.insert(setting.key).second) << setting.key;
-        EXPECT_STRNE(setting.help, "") << setting.key;
+        EXPECT_NE(setting.description(), "") << setting.key;
     }
 }
 
@@ -189,6 +210,11 @@ TEST(OffloadSettingTable, AgreesWithTheLibrarys) {
         EXPECT_EQ(ours.width, theirs.width) << ours.key;
         EXPECT_EQ(ours.change_bit, theirs.change_bit) << ours.key;
         EXPECT_EQ(ours.form, Form::kSigned) << ours.key;
+        if (ours.range.is_limited()) {
+            const std::int64_t most = INT64_MAX >> (64 - 8 * ours.width);  // that the field holds
+            EXPECT_EQ(ours.range.least, std::max(theirs.min, -most - 1)) << ours.key;
+            EXPECT_EQ(ours.range.most, std::min(theirs.max, most)) << ours.key;
+        }
     }
     EXPECT_STREQ(offload::settings().back().key, "tx_coal");
 }

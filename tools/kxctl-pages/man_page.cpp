@@ -1,9 +1,10 @@
-// The parts of kxctl(8), in the markup of scdoc(5).
+// The parts of kxctl(8) and kxportparams.conf(5), in the markup of scdoc(5).
 #include <fmt/core.h>
 
 #include "cli/command.hpp"
 #include "failure/exit_code.hpp"
 #include "parts.hpp"
+#include "settings/port_settings.hpp"
 
 namespace kx::pages {
 namespace {
@@ -135,6 +136,19 @@ std::string man_exit_codes() {
     std::string out;
     for (const ctl::ExitCodeRow& row : ctl::exit_codes()) {
         out += definition(fmt::format("*{}*", static_cast<int>(row.code)), sentence(row.meaning));
+    }
+    return out;
+}
+
+std::string man_saved_settings() {
+    std::string out;
+    for (const ctl::Setting& setting : ctl::port_settings()) {
+        if (*setting.saved_as != '\0') {
+            out += definition(
+                bold(setting.saved_as),
+                fmt::format(
+                    "{}: {}", bold(setting.key), sentence(setting.description_of_numbers())));
+        }
     }
     return out;
 }

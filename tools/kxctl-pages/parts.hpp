@@ -15,6 +15,14 @@ namespace kx::pages {
 [[nodiscard]] std::string man_options();
 [[nodiscard]] std::string man_exit_codes();
 
+// The keys of kxportparams.conf(5), in the same markup.
+[[nodiscard]] std::string man_saved_settings();
+
+// The settings of a port in the JSON Schema of "port show": the keys that are required, and a
+// property for each. Every line ends in a comma.
+[[nodiscard]] std::string port_setting_keys();
+[[nodiscard]] std::string port_setting_schemas();
+
 // The rows of the completions: what may follow the words of each command.
 [[nodiscard]] std::string bash_rows();
 [[nodiscard]] std::string zsh_rows();

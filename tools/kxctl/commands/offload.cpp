@@ -16,42 +16,57 @@
 namespace kx::ctl::offload {
 namespace {
 
-constexpr const char* kOfThirtyTwoBits = "-2147483648 to 2147483647";
-constexpr const char* kOfThirtyOneBits = "0 to 2147483647";
-
-// A row whose field bears its name.
-#define KX_NAMED(field, help, bit) \
-    { #field, help, bit, offsetof(CardParams, field), sizeof(CardParams::field), Form::kSigned }
+// A row whose field bears its name. Without a unit it is a switch, or counted in what only the
+// driver knows.
+#define KX_NAMED(field, bit, least, most, counted_in, meaning)                                    \
+    {                                                                                             \
+        .key = #field, .help = meaning, .change_bit = bit, .offset = offsetof(CardParams, field), \
+        .width = sizeof(CardParams::field), .form = Form::kSigned, .range = {least, most},        \
+        .unit = counted_in                                                                        \
+    }
 
 constexpr Setting kSettings[] = {
-    {"activated", "offload engine, on or off", KX_CARD_ACTIVATED, offsetof(CardParams, activated),
+    {"activated", "offload engine", KX_CARD_ACTIVATED, offsetof(CardParams, activated),
      sizeof(CardParams::activated), Form::kSigned, kOnOff},
-    KX_NAMED(max_host_sndbuf, kOfThirtyOneBits, KX_CARD_MAX_HOST_SNDBUF),
-    KX_NAMED(tx_hold_thres, kOfThirtyOneBits, KX_CARD_TX_HOLD_THRES),
-    KX_NAMED(max_wr, "3 to 32767", KX_CARD_MAX_WR),
-    {"max_wr_credits", "3 to 32767, beside another offload setting; the same value as max_wr",
-     KX_CARD_MAX_WR_CREDITS, offsetof(CardParams, max_wr), sizeof(CardParams::max_wr),
-     Form::kSigned, kNoWords, false},
-    KX_NAMED(rx_credit_thres, "1 to 2147483647", KX_CARD_RX_CREDIT_THRES),
-    KX_NAMED(failover_alg, "-1 to 3", KX_CARD_FAILOVER_ALG),
-    KX_NAMED(mss, "1 to 1048576", KX_CARD_MSS),
-    KX_NAMED(delayed_ack, "0 to 3", KX_CARD_DELAYED_ACK),
-    KX_NAMED(max_conn, "-1 (no limit) to 2147483647", KX_CARD_MAX_CONN),
-    KX_NAMED(soft_backlog_limit, "0 or 1", KX_CARD_SOFT_BACKLOG_LIMIT),
-    KX_NAMED(ddp, "0 or 1", KX_CARD_DDP),
-    KX_NAMED(ddp_thres, kOfThirtyTwoBits, KX_CARD_DDP_THRES),
-    KX_NAMED(recvmsg_spin_us, "-128 to 127", KX_CARD_RECVMSG_SPIN_US),
-    KX_NAMED(ddp_push_wait, kOfThirtyTwoBits, KX_CARD_DDP_PUSH_WAIT),
-    KX_NAMED(ddp_rcvcoalesce, kOfThirtyTwoBits, KX_CARD_DDP_RCVCOALESCE),
-    KX_NAMED(zcopy_sendmsg_partial_thres, kOfThirtyTwoBits, KX_CARD_ZCOPY_SENDMSG_PARTIAL_THRES),
-    KX_NAMED(zcopy_sendmsg_partial_copy, kOfThirtyTwoBits, KX_CARD_ZCOPY_SENDMSG_PARTIAL_COPY),
-    KX_NAMED(zcopy_sendmsg_thres, kOfThirtyTwoBits, KX_CARD_ZCOPY_SENDMSG_THRES),
-    KX_NAMED(zcopy_sendmsg_copy, kOfThirtyTwoBits, KX_CARD_ZCOPY_SENDMSG_COPY),
+    KX_NAMED(max_host_sndbuf, KX_CARD_MAX_HOST_SNDBUF, 0, INT32_MAX, "bytes", ""),
+    KX_NAMED(tx_hold_thres, KX_CARD_TX_HOLD_THRES, 0, INT32_MAX, "bytes", ""),
+    KX_NAMED(max_wr, KX_CARD_MAX_WR, 3, INT16_MAX, "work requests", ""),
+    {.key = "max_wr_credits",
+     .help = "the same value as max_wr",
+     .change_bit = KX_CARD_MAX_WR_CREDITS,
+     .offset = offsetof(CardParams, max_wr),
+     .width = sizeof(CardParams::max_wr),
+     .form = Form::kSigned,
+     .readable = false,
+     .range = {3, INT16_MAX},
+     .unit = "work requests",
+     .condition = "beside another offload setting"},
+    KX_NAMED(rx_credit_thres, KX_CARD_RX_CREDIT_THRES, 1, INT32_MAX, "bytes", ""),
+    KX_NAMED(failover_alg, KX_CARD_FAILOVER_ALG, -1, 3, "", ""),
+    KX_NAMED(mss, KX_CARD_MSS, 1, 1048576, "bytes", ""),
+    KX_NAMED(delayed_ack, KX_CARD_DELAYED_ACK, 0, 3, "", ""),
+    KX_NAMED(max_conn, KX_CARD_MAX_CONN, -1, INT32_MAX, "connections", "-1 for no limit"),
+    KX_NAMED(soft_backlog_limit, KX_CARD_SOFT_BACKLOG_LIMIT, 0, 1, "", ""),
+    KX_NAMED(ddp, KX_CARD_DDP, 0, 1, "", ""),
+    KX_NAMED(ddp_thres, KX_CARD_DDP_THRES, INT32_MIN, INT32_MAX, "bytes", ""),
+    KX_NAMED(recvmsg_spin_us, KX_CARD_RECVMSG_SPIN_US, INT8_MIN, INT8_MAX, "us", ""),
+    KX_NAMED(ddp_push_wait, KX_CARD_DDP_PUSH_WAIT, INT32_MIN, INT32_MAX, "", ""),
+    KX_NAMED(ddp_rcvcoalesce, KX_CARD_DDP_RCVCOALESCE, INT32_MIN, INT32_MAX, "", ""),
     KX_NAMED(
-        zcopy_sendmsg_ret_pending_dma, kOfThirtyTwoBits, KX_CARD_ZCOPY_SENDMSG_RET_PENDING_DMA),
-    KX_NAMED(kseg_ddp, kOfThirtyTwoBits, KX_CARD_KSEG_DDP),
-    KX_NAMED(cop_managed_offloading, "0 or 1", KX_CARD_COP_MANAGED_OFFLOADING),
-    KX_NAMED(tx_coal, "parameter of the Ethernet driver zfab4, -128 to 127", KX_CARD_TX_COAL),
+        zcopy_sendmsg_partial_thres, KX_CARD_ZCOPY_SENDMSG_PARTIAL_THRES, INT32_MIN, INT32_MAX,
+        "bytes", ""),
+    KX_NAMED(
+        zcopy_sendmsg_partial_copy, KX_CARD_ZCOPY_SENDMSG_PARTIAL_COPY, INT32_MIN, INT32_MAX,
+        "bytes", ""),
+    KX_NAMED(zcopy_sendmsg_thres, KX_CARD_ZCOPY_SENDMSG_THRES, INT32_MIN, INT32_MAX, "bytes", ""),
+    KX_NAMED(zcopy_sendmsg_copy, KX_CARD_ZCOPY_SENDMSG_COPY, INT32_MIN, INT32_MAX, "bytes", ""),
+    KX_NAMED(
+        zcopy_sendmsg_ret_pending_dma, KX_CARD_ZCOPY_SENDMSG_RET_PENDING_DMA, INT32_MIN, INT32_MAX,
+        "bytes", ""),
+    KX_NAMED(kseg_ddp, KX_CARD_KSEG_DDP, INT32_MIN, INT32_MAX, "", ""),
+    KX_NAMED(cop_managed_offloading, KX_CARD_COP_MANAGED_OFFLOADING, 0, 1, "", ""),
+    KX_NAMED(
+        tx_coal, KX_CARD_TX_COAL, INT8_MIN, INT8_MAX, "", "parameter of the Ethernet driver zfab4"),
 };
 
 #undef KX_NAMED

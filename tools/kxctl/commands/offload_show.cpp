@@ -3,9 +3,6 @@
 #include <kxlinhw/offload.h>
 #include <kxlinhw/status.h>
 
-#include <algorithm>
-#include <string_view>
-
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
 #include "library/call.hpp"
@@ -19,33 +16,6 @@ namespace kx::ctl::offload {
 namespace {
 
 constexpr std::uint8_t kNoControlFiles = 2;
-
-struct Unit {
-    std::string_view key;
-    const char* unit;
-};
-
-// What is not here is a switch, or counted as only the driver knows.
-constexpr Unit kUnits[] = {
-    {"max_host_sndbuf", "bytes"},
-    {"tx_hold_thres", "bytes"},
-    {"max_wr", "work requests"},
-    {"rx_credit_thres", "bytes"},
-    {"mss", "bytes"},
-    {"max_conn", "connections"},
-    {"ddp_thres", "bytes"},
-    {"recvmsg_spin_us", "us"},
-    {"zcopy_sendmsg_partial_thres", "bytes"},
-    {"zcopy_sendmsg_partial_copy", "bytes"},
-    {"zcopy_sendmsg_thres", "bytes"},
-    {"zcopy_sendmsg_copy", "bytes"},
-    {"zcopy_sendmsg_ret_pending_dma", "bytes"},
-};
-
-std::string unit_of(const Setting& setting) {
-    const auto* const found = std::ranges::find(kUnits, setting.key, &Unit::key);
-    return found == std::end(kUnits) ? "" : found->unit;
-}
 
 // The library leaves the parameters of a card empty when it cannot find the engine's device, so
 // that is asked for here. A card without a port is served by the first device.
@@ -78,10 +48,9 @@ ExitCode show(const Arguments& arguments, Output& output) {
     Table table({{"PARAMETER"}, {"VALUE", Align::kRight}, {"UNIT"}});
     for (const Setting& setting : settings()) {
         if (const auto value = setting.value_in(&card.params)) {
-            const std::string unit = unit_of(setting);
             parameters.push_back(
-                {{"name", setting.key}, {"value", *value}, {"unit", text_or_null(unit)}});
-            table.add_row({setting.key, fmt::format("{}", *value), unit});
+                {{"name", setting.key}, {"value", *value}, {"unit", text_or_null(setting.unit)}});
+            table.add_row({setting.key, fmt::format("{}", *value), setting.unit});
         }
     }
     if (output.wants_json()) {

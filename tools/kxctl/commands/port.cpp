@@ -29,7 +29,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     for (const PortInfo& port : ports) {
         table.add_row(
             {fmt::format("{}", port.instance), field_text(port.interface_name), link_cell(port),
-             speed_text(port), duplex_text(port), field_text(port.settings.mtu),
+             setting_text("speed", port), setting_text("duplex", port), setting_text("mtu", port),
              field_text(port.mac), field_text(port.ipv4_address)});
     }
     output.table(table);

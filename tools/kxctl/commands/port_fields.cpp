@@ -2,39 +2,17 @@
 
 #include <fmt/core.h>
 
-#include <charconv>
-
 #include "library/record_text.hpp"
 
 namespace kx::ctl {
 namespace {
 
-// What drivers report for a link whose speed or duplex they do not know.
-constexpr std::uint16_t kUnknownSpeed = 0xFFFF;
-constexpr std::uint8_t kHalf = 0;
-constexpr std::uint8_t kFull = 1;
+// The settings that a list of ports shows.
+constexpr std::string_view kListed[] = {"speed", "duplex", "autoneg", "mtu"};
 
-// A number that stands in its record as text: null when there is none.
-Json number_or_null(const std::string& text) {
-    int number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && rest == end ? Json(number) : Json();
-}
-
-Json ring_json(std::uint32_t current, std::uint32_t maximum) {
-    return {{"current", current}, {"maximum", maximum}};
-}
-
-Json rings_json(const PortInfo& port) {
-    const RingSizes& current = port.settings.rings;
-    const RingSizes& maximum = port.ring_maxima;
-    return {
-        {"rx", ring_json(current.rx, maximum.rx)},
-        {"rx_mini", ring_json(current.rx_mini, maximum.rx_mini)},
-        {"rx_jumbo", ring_json(current.rx_jumbo, maximum.rx_jumbo)},
-        {"tx", ring_json(current.tx, maximum.tx)},
-    };
+Json value_or_null(const Setting& setting, const PortInfo& port) {
+    const auto value = setting.value_in(&port.settings);
+    return value ? Json(*value) : Json();
 }
 
 }  // namespace
@@ -43,35 +21,35 @@ Cell link_cell(const PortInfo& port) {
     return port.link_detected == 0 ? Cell("down", Style::kBad) : Cell("up", Style::kGood);
 }
 
-std::string speed_text(const PortInfo& port) {
-    const std::uint16_t mbps = port.settings.speed;
-    return mbps == 0 || mbps == kUnknownSpeed ? "" : fmt::format("{}", mbps);
+std::string setting_text(const Setting& setting, const PortInfo& port) {
+    const auto value = setting.value_in(&port.settings);
+    return value && setting.known.contains(*value) ? setting.text_of(*value) : "";
 }
 
-std::string duplex_text(const PortInfo& port) {
-    const std::uint8_t duplex = port.settings.duplex;
-    return duplex == kFull ? "full" : duplex == kHalf ? "half" : "";
+std::string setting_text(std::string_view key, const PortInfo& port) {
+    return setting_text(port_setting(key), port);
 }
 
 Json summary_json(const PortInfo& port) {
-    return {
+    Json all = {
         {"instance", port.instance},
         {"interface", field_text(port.interface_name)},
         {"link_detected", port.link_detected},
-        {"speed_mbps", std::uint16_t{port.settings.speed}},
-        {"duplex", port.settings.duplex},
-        {"autoneg", port.settings.autoneg},
-        {"mtu_bytes", number_or_null(field_text(port.settings.mtu))},
+    };
+    for (const std::string_view key : kListed) {
+        all[std::string(key)] = value_or_null(port_setting(key), port);
+    }
+    all.update(Json{
         {"mac", text_or_null(field_text(port.mac))},
         {"ipv4_address", text_or_null(field_text(port.ipv4_address))},
         {"ipv4_netmask", text_or_null(field_text(port.ipv4_netmask))},
         {"ipv6_address", text_or_null(field_text(port.ipv6_address))},
         {"connector", text_or_null(field_text(port.connector))},
-    };
+    });
+    return all;
 }
 
 Json complete_json(const PortInfo& port) {
-    const PortSettings& settings = port.settings;
     Json all = summary_json(port);
     all.update(Json{
         {"link_detected_again", port.link_detected_again},
@@ -82,20 +60,17 @@ Json complete_json(const PortInfo& port) {
         {"supported_connectors", text_or_null(field_text(port.supported_connectors))},
         {"transceiver", text_or_null(field_text(port.transceiver))},
         {"phy_address", std::uint32_t{port.phy_address}},
-        {"message_level", std::uint32_t{settings.message_level}},
-        {"rx_checksum", number_or_null(field_text(settings.rx_checksum))},
-        {"tx_checksum", number_or_null(field_text(settings.tx_checksum))},
-        {"scatter_gather", number_or_null(field_text(settings.scatter_gather))},
-        {"tso", settings.tso},
-        {"gso", settings.gso},
-        {"rings_descriptors", rings_json(port)},
-        {"pause_autoneg", settings.pause_autoneg},
-        {"rx_pause", number_or_null(field_text(settings.rx_pause))},
-        {"tx_pause", number_or_null(field_text(settings.tx_pause))},
-        {"rx_coalescing_usecs", std::uint32_t{settings.rx_usecs}},
         {"wake_on_lan_supported", text_or_null(field_text(port.wol_supported))},
         {"wake_on_lan_enabled", text_or_null(field_text(port.wol_enabled))},
     });
+    for (const Setting& setting : port_settings()) {
+        if (setting.is_shown()) {
+            all[setting.key] = value_or_null(setting, port);
+        }
+        if (const auto limit = setting.limit_in(port)) {
+            all[std::string(setting.key) + "_maximum"] = *limit;
+        }
+    }
     return all;
 }
 

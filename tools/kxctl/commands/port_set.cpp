@@ -18,12 +18,13 @@
 namespace kx::ctl::port {
 namespace {
 
-// With auto-negotiation on the library ignores speed and duplex without a word.
+// With auto-negotiation on, the library ignores speed and duplex and reports nothing.
 void check_forced_link(std::span<const Change> changes, const PortSettings& settings) {
     for (const Change& change : changes) {
-        const std::string_view key = change.setting->key;
-        if (settings.autoneg != 0 && (key == "speed" || key == "duplex")) {
-            throw Failure(ExitCode::kUsage, fmt::format("{} needs autoneg=off", key));
+        const Setting& setting = *change.setting;
+        if (settings.autoneg != 0 && setting.change_bit == KX_PORT_LINK &&
+            &leader_of(setting) != &setting) {
+            throw Failure(ExitCode::kUsage, fmt::format("{} needs autoneg=off", setting.key));
         }
     }
 }

@@ -1,5 +1,6 @@
 // port show: everything about one port.
 #include <fmt/core.h>
+#include <kxlinhw/settings.h>
 
 #include "cli/numbers.hpp"
 #include "commands/nouns.hpp"
@@ -12,39 +13,49 @@
 namespace kx::ctl::port {
 namespace {
 
-std::string switch_text(bool on) { return on ? "on" : "off"; }
-
-// A switch that stands in its record as "1" or "0"; empty when the driver did not tell.
-template <std::size_t N>
-std::string switch_text(const char (&field)[N]) {
-    const std::string text = field_text(field);
-    return text.empty() ? "" : switch_text(text == "1");
-}
-
-std::string with_unit(const std::string& value, const char* unit) {
-    return value.empty() ? "" : value + " " + unit;
-}
-
-std::string negotiation_text(const PortInfo& port) {
-    return fmt::format(
-        "{} ({}supported, {}advertised)", switch_text(port.settings.autoneg != 0),
-        port.autoneg_supported != 0 ? "" : "not ", port.autoneg_advertised != 0 ? "" : "not ");
-}
-
 std::string address_text(const PortInfo& port) {
     const std::string netmask = field_text(port.ipv4_netmask);
     return field_text(port.ipv4_address) + (netmask.empty() ? "" : " netmask " + netmask);
 }
 
-std::string ring_text(std::uint32_t current, std::uint32_t maximum) {
-    return fmt::format("{} of {} descriptors", current, maximum);
+std::string negotiation_note(const PortInfo& port) {
+    return fmt::format(
+        " ({}supported, {}advertised)", port.autoneg_supported != 0 ? "" : "not ",
+        port.autoneg_advertised != 0 ? "" : "not ");
+}
+
+// "1024 of 16384 descriptors", "0x7", "on"; empty when the driver does not know.
+std::string full_text(const Setting& setting, const PortInfo& port) {
+    std::string text = setting_text(setting, port);
+    if (text.empty()) {
+        return "";
+    }
+    if (setting.is_bit_set) {
+        text = fmt::format("{:#x}", setting.value_in(&port.settings).value_or(0));
+    }
+    if (const auto limit = setting.limit_in(port)) {
+        text += fmt::format(" of {}", *limit);
+    }
+    if (std::string_view(setting.key) == "autoneg") {
+        text += negotiation_note(port);
+    }
+    return *setting.unit == '\0' ? text : fmt::format("{} {}", text, setting.unit);
+}
+
+// The settings of the link itself stand beside its other facts.
+bool is_of_link(const Setting& setting) { return setting.change_bit == KX_PORT_LINK; }
+
+void add_settings(Table& table, const PortInfo& port, bool of_link) {
+    for (const Setting& setting : port_settings()) {
+        if (setting.is_shown() && is_of_link(setting) == of_link) {
+            table.add_row({setting.title, full_text(setting, port)});
+        }
+    }
 }
 
 void add_link(Table& table, const PortInfo& port) {
     table.add_row({"Link", link_cell(port)});
-    table.add_row({"Speed", with_unit(speed_text(port), "Mb/s")});
-    table.add_row({"Duplex", duplex_text(port)});
-    table.add_row({"Auto-negotiation", negotiation_text(port)});
+    add_settings(table, port, true);
     table.add_row({"Supported modes", field_text(port.supported_modes)});
     table.add_row({"Advertised modes", field_text(port.advertised_modes)});
     table.add_row({"Connector", field_text(port.connector)});
@@ -57,27 +68,6 @@ void add_addresses(Table& table, const PortInfo& port) {
     table.add_row({"MAC", field_text(port.mac)});
     table.add_row({"IPv4", address_text(port)});
     table.add_row({"IPv6", field_text(port.ipv6_address)});
-    table.add_row({"MTU", with_unit(field_text(port.settings.mtu), "bytes")});
-}
-
-void add_settings(Table& table, const PortSettings& settings) {
-    table.add_row({"Receive checksum", switch_text(settings.rx_checksum)});
-    table.add_row({"Transmit checksum", switch_text(settings.tx_checksum)});
-    table.add_row({"Scatter-gather", switch_text(settings.scatter_gather)});
-    table.add_row({"TCP segmentation", switch_text(settings.tso != 0)});
-    table.add_row({"Generic segmentation", switch_text(settings.gso != 0)});
-    table.add_row({"Pause auto-negotiation", switch_text(settings.pause_autoneg != 0)});
-    table.add_row({"Receive pause", switch_text(settings.rx_pause)});
-    table.add_row({"Transmit pause", switch_text(settings.tx_pause)});
-    table.add_row({"Receive coalescing", fmt::format("{} us", std::uint32_t{settings.rx_usecs})});
-    table.add_row({"Message level", fmt::format("{:#x}", std::uint32_t{settings.message_level})});
-}
-
-void add_rings(Table& table, const RingSizes& current, const RingSizes& maximum) {
-    table.add_row({"Receive ring", ring_text(current.rx, maximum.rx)});
-    table.add_row({"Receive mini ring", ring_text(current.rx_mini, maximum.rx_mini)});
-    table.add_row({"Receive jumbo ring", ring_text(current.rx_jumbo, maximum.rx_jumbo)});
-    table.add_row({"Transmit ring", ring_text(current.tx, maximum.tx)});
 }
 
 }  // namespace
@@ -95,8 +85,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
     table.add_row({"Interface", field_text(port.interface_name)});
     add_link(table, port);
     add_addresses(table, port);
-    add_settings(table, port.settings);
-    add_rings(table, port.settings.rings, port.ring_maxima);
+    add_settings(table, port, false);
     table.add_row({"Wake-on-LAN", field_text(port.wol_enabled)});
     table.add_row({"Supported wake-on-LAN", field_text(port.wol_supported)});
     output.table(table);

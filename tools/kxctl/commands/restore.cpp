@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
@@ -24,42 +25,6 @@
 
 namespace kx::ctl::restore {
 namespace {
-
-// A saved key and the library's setter that applies it; null for what goes with the row before.
-struct Row {
-    const char* saved_as;
-    const char* setting;  // of the port settings
-    int (*setter)(const char* interface_name, PortSettings* settings, std::uint32_t mask);
-};
-
-// In the order in which the library applies settings.
-constexpr Row kRows[] = {
-    {"mtu", "mtu", setMTU},
-    {"rxchksum", "rx_checksum", setOffloads},
-    {"txchksum", "tx_checksum", setOffloads},
-    {"scattergather", "scatter_gather", setOffloads},
-    {"tcpoffload", "tso", setOffloads},
-    {"gso", "gso", setOffloads},
-    {"ring_tx", "ring_tx", setRingParams},
-    {"ring_rx", "ring_rx", setRingParams},
-    {"ring_rx_mini", "ring_rx_mini", setRingParams},
-    {"ring_rx_jumbo", "ring_rx_jumbo", setRingParams},
-    {"link_autoneg", "autoneg", setLinkSettings},
-    {"speed", "speed", nullptr},
-    {"duplex", "duplex", nullptr},
-    {"advertise", "advertise", setLinkSettings},
-    {"messageLevel", "message_level", setLinkSettings},
-    {"pauseautoneg", "pause_autoneg", setPauseParams},
-    {"txpfsupport", "tx_pause", setPauseParams},
-    {"rxpfsupport", "rx_pause", setPauseParams},
-    {"rxusecs", "rx_usecs", setCoalesce},
-};
-
-constexpr std::string_view kNegotiation = "link_autoneg";
-
-const Setting& setting_of(const Row& row) {
-    return *std::ranges::find(port_settings(), std::string_view(row.setting), &Setting::key);
-}
 
 enum class Result : std::uint8_t { kApplied, kSkipped, kRefused };
 
@@ -125,56 +90,61 @@ public:
 private:
     void restore(const SavedInterface& interface) {
         PortSettings settings{};
-        std::vector<const Row*> rows;
-        for (const auto& [key, saved] : interface.values) {
-            if (take(key, saved, settings)) {
-                rows.push_back(std::ranges::find(kRows, std::string_view(key), &Row::saved_as));
+        std::vector<const Setting*> saved;
+        for (const auto& [key, value] : interface.values) {
+            if (const Setting* const setting = take(key, value, settings)) {
+                saved.push_back(setting);
             }
         }
-        std::ranges::sort(rows);  // from the order of keys to that of the table
+        std::ranges::sort(saved);  // from the order of keys to that of the table
         const bool present = has_interface(interface.name);
-        Outcome link{Result::kSkipped, "saved without link_autoneg"};
-        for (const Row* row : rows) {
-            Outcome outcome{Result::kSkipped, "no such interface"};
-            if (present) {
-                // Speed and duplex were saved with the auto-negotiation that they go with.
-                outcome = row->setter == nullptr ? link : apply(*row, interface.name, settings);
-            }
-            if (row->saved_as == kNegotiation) {
-                link = outcome;
-            }
-            const SavedValue& saved = interface.values.at(row->saved_as);
-            lines.push_back({interface.name, row->saved_as, saved.value, saved.line, outcome});
+        std::map<const Setting*, Outcome> outcomes;
+        for (const Setting* setting : saved) {
+            const Outcome outcome = present ? apply(*setting, interface.name, settings, outcomes)
+                                            : Outcome{Result::kSkipped, "no such interface"};
+            outcomes[setting] = outcome;
+            const SavedValue& value = interface.values.at(setting->saved_as);
+            lines.push_back({interface.name, setting->key, value.value, value.line, outcome});
         }
     }
 
-    // Put a saved value into the settings; one that no setting takes is a damaged line.
-    bool take(const std::string& key, const SavedValue& saved, PortSettings& settings) {
-        const Row* const row = std::ranges::find(kRows, std::string_view(key), &Row::saved_as);
-        if (row == std::end(kRows)) {
+    // Put a saved value into the settings; null for a damaged line, which no setting takes.
+    const Setting* take(const std::string& key, const SavedValue& saved, PortSettings& settings) {
+        const Setting* const setting = saved_port_setting(key);
+        if (setting == nullptr) {
             damaged.push_back({saved.line, fmt::format("unknown setting {}", key)});
-            return false;
+            return nullptr;
         }
-        const Setting& setting = setting_of(*row);
         // Files hold all values as signed numbers of 32 bits.
-        const std::int64_t value = setting.form == Form::kUnsigned && setting.width == 4 &&
+        const std::int64_t value = setting->form == Form::kUnsigned && setting->width == 4 &&
                                            saved.value < 0 && saved.value >= INT32_MIN
                                        ? static_cast<std::uint32_t>(saved.value)
                                        : saved.value;
-        if (!setting.holds(value)) {
+        if (!setting->holds(value)) {
             damaged.push_back({saved.line, fmt::format("{} cannot be {}", key, saved.value)});
-            return false;
+            return nullptr;
         }
-        setting.put_into(&settings, value);
-        return true;
+        setting->put_into(&settings, value);
+        return setting;
     }
 
-    static Outcome apply(const Row& row, const std::string& interface, PortSettings& settings) {
-        const auto bit = static_cast<std::uint32_t>(setting_of(row).change_bit);
+    // Settings with one change bit were saved together, and are applied with the first of them.
+    static Outcome apply(
+        const Setting& setting, const std::string& interface, PortSettings& settings,
+        const std::map<const Setting*, Outcome>& outcomes) {
+        const Setting& leader = leader_of(setting);
+        if (&leader != &setting) {
+            const auto found = outcomes.find(&leader);
+            return found != outcomes.end()
+                       ? found->second
+                       : Outcome{
+                             Result::kSkipped, fmt::format("saved without {}", leader.saved_as)};
+        }
         std::memset(errStr, 0, KX_DETAIL_SIZE);
         const int status = call_library([&] {
             const RecordingPause pause;  // the file holds the setting already
-            return row.setter(interface.c_str(), &settings, bit);
+            return setting.setter(
+                interface.c_str(), &settings, static_cast<std::uint32_t>(setting.change_bit));
         });
         return status == 0 ? Outcome{Result::kApplied, ""}
                            : Outcome{Result::kRefused, reason_of(status)};

@@ -54,9 +54,8 @@ std::string ports_of(const Json& entry) {
         const bool up = number_of(port, "link_detected") != 0;
         table.add_row(
             {text_of(port, "instance"), text_of(port, "interface"),
-             PageCell(up ? "up" : "down", up ? "good" : "bad"),
-             speed_text(text_of(port, "speed_mbps")), duplex_text(number_of(port, "duplex")),
-             text_of(port, "mtu_bytes"), text_of(port, "mac"),
+             PageCell(up ? "up" : "down", up ? "good" : "bad"), speed_text(text_of(port, "speed")),
+             duplex_text(number_of(port, "duplex")), text_of(port, "mtu"), text_of(port, "mac"),
              first_of(text_of(port, "ipv4_address"), text_of(port, "ipv6_address"))});
     }
     return table.empty() ? "" : heading + table.html();

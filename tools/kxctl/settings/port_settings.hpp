@@ -1,7 +1,9 @@
-// The settings of a port.
+// The table of port settings. Everything about a setting stands in its row; commands, help, pages
+// and schemas walk the rows.
 #pragma once
 
 #include <span>
+#include <string_view>
 
 #include "settings/setting.hpp"
 
@@ -9,5 +11,15 @@ namespace kx::ctl {
 
 // In the order in which the library applies them. Fields are those of PortSettings.
 [[nodiscard]] std::span<const Setting> port_settings();
+
+// The setting with a key of the table.
+[[nodiscard]] const Setting& port_setting(std::string_view key);
+
+// The setting that the file of saved settings has under a key, or null.
+[[nodiscard]] const Setting* saved_port_setting(std::string_view saved_as);
+
+// The first setting with the same change bit. It and the others are set and saved together, as
+// speed and duplex are with auto-negotiation.
+[[nodiscard]] const Setting& leader_of(const Setting& setting);
 
 }  // namespace kx::ctl

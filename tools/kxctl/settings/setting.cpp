@@ -1,6 +1,7 @@
 #include "settings/setting.hpp"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <charconv>
@@ -48,7 +49,7 @@ Change parse_change(std::span<const Setting> settings, const std::string& word) 
     if (!value || !setting.holds(*value)) {
         throw Failure(
             ExitCode::kUsage,
-            fmt::format("{} cannot be \"{}\": {}", setting.key, text, setting.help));
+            fmt::format("{} cannot be \"{}\": {}", setting.key, text, setting.description()));
     }
     return {&setting, *value};
 }
@@ -70,7 +71,7 @@ bool Setting::holds(std::int64_t value) const {
 }
 
 std::optional<std::int64_t> Setting::value_in(const void* record) const {
-    if (!readable || form == Form::kAction) {
+    if (!is_shown()) {
         return std::nullopt;
     }
     const char* const field = static_cast<const char*>(record) + offset;
@@ -85,6 +86,15 @@ std::optional<std::int64_t> Setting::value_in(const void* record) const {
                                  : static_cast<std::int64_t>(std::uint64_t(value) >> unused);
 }
 
+std::optional<std::int64_t> Setting::limit_in(const PortInfo& port) const {
+    if (limit == kNoLimit) {
+        return std::nullopt;
+    }
+    std::uint32_t value = 0;
+    std::memcpy(&value, reinterpret_cast<const char*>(&port) + limit, sizeof value);
+    return value;
+}
+
 void Setting::put_into(void* record, std::int64_t value) const {
     char* const field = static_cast<char*>(record) + offset;
     if (form == Form::kText) {
@@ -94,6 +104,35 @@ void Setting::put_into(void* record, std::int64_t value) const {
     } else if (form != Form::kAction) {
         std::memcpy(field, &value, width);
     }
+}
+
+std::string Setting::described(const std::string& values) const {
+    std::string text;
+    for (const std::string& part : {std::string(help), values, std::string(condition)}) {
+        text += (text.empty() || part.empty() ? "" : ", ") + part;
+    }
+    return text;
+}
+
+std::string Setting::words_text() const {
+    return words.zero == nullptr ? range_text() : fmt::format("{} or {}", words.one, words.zero);
+}
+
+std::string Setting::numbers_text() const {
+    return words.zero == nullptr ? range_text() : fmt::format("0 {}, 1 {}", words.zero, words.one);
+}
+
+std::string Setting::range_text() const {
+    const std::string of_unit = *unit == '\0' ? "" : fmt::format(" {}", unit);
+    if (!choices.empty()) {
+        const auto all_but_last = choices.first(choices.size() - 1);
+        return fmt::format("{} or {}{}", fmt::join(all_but_last, ", "), choices.back(), of_unit);
+    }
+    if (range.is_limited()) {
+        const char* const between = range.most == range.least + 1 ? "or" : "to";
+        return fmt::format("{} {} {}{}", range.least, between, range.most, of_unit);
+    }
+    return limit == kNoLimit ? unit : fmt::format("in {}, up to the driver's limit", unit);
 }
 
 std::string Setting::text_of(std::int64_t value) const {
@@ -136,7 +175,7 @@ std::uint64_t apply_changes(std::span<const Change> changes, void* record) {
 std::vector<Term> terms_of(std::span<const Setting> settings) {
     std::vector<Term> terms;
     for (const Setting& setting : settings) {
-        Term term{setting.key, setting.help};
+        Term term{setting.key, setting.description()};
         for (const char* const word : {setting.words.zero, setting.words.one}) {
             if (word != nullptr) {
                 term.values.emplace_back(word);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <kxlinhw/records.h>
+
 #include "cli/command.hpp"
 
 namespace kx::ctl {
@@ -28,26 +30,74 @@ inline constexpr Words kOnOff{"off", "on"};
 inline constexpr Words kHalfFull{"half", "full"};
 inline constexpr Words kDo{nullptr, "on"};
 
+// The values from least to most; all values unless limited.
+struct ValueRange {
+    std::int64_t least = INT64_MIN;
+    std::int64_t most = INT64_MAX;
+
+    [[nodiscard]] bool contains(std::int64_t value) const {
+        return least <= value && value <= most;
+    }
+    [[nodiscard]] bool is_limited() const { return least != INT64_MIN || most != INT64_MAX; }
+};
+
+// One of the library's setters for a port. Returns 0, or why it refused.
+using PortSetter = int(const char* interface_name, PortSettings* settings, std::uint32_t mask);
+
+inline constexpr std::size_t kNoLimit = SIZE_MAX;
+
+// A row of a table: everything that kxctl knows about one setting.
 struct Setting {
-    const char* key;           // on the command line
-    const char* help;          // meaning, unit and range
+    const char* key;           // its one name: on the command line and in JSON
+    const char* help;          // what it means; its values and its unit stand in their own columns
     std::uint64_t change_bit;  // of the record's change mask
-    std::size_t offset;        // of the field in the record
-    std::size_t width;         // of the field in bytes
-    Form form;
+    std::size_t offset = 0;    // of the field in the record
+    std::size_t width = 0;     // of the field in bytes
+    Form form = Form::kUnsigned;
     Words words = kNoWords;
     bool readable = true;  // false when no query of the library reads the value
 
+    ValueRange range = {};                       // what can be set
+    std::span<const std::int64_t> choices = {};  // what can be set, when it is only these
+    const char* unit = "";
+    const char* condition = "";  // when it can be set, such as "with autoneg off"
+
+    // How a table for people shows it.
+    const char* title = "";
+    ValueRange known = {};    // other readings mean that the driver does not know
+    bool is_bit_set = false;  // people read it in hexadecimal
+
+    // Of a port's setting.
+    std::size_t limit = kNoLimit;  // offset of the driver's limit in the PortInfo, 32 bits wide
+    PortSetter* setter = nullptr;  // sets it, and what has the same change bit
+    const char* saved_as = "";     // its key in the file of saved settings; empty when not saved
+
     // Whether the field can hold a value; whether the adapter takes it is for the library to say.
     [[nodiscard]] bool holds(std::int64_t value) const;
+    // Whether a record tells a value.
+    [[nodiscard]] bool is_shown() const { return readable && form != Form::kAction; }
     [[nodiscard]] std::optional<std::int64_t> value_in(const void* record) const;
     // Asks for a value that the field holds.
     void put_into(void* record, std::int64_t value) const;
+
+    // What it means, its values, unit and condition: "largest packet, 22 to 10222 bytes". Where
+    // values stand as numbers: "duplex of the link, 0 half, 1 full, with autoneg off".
+    [[nodiscard]] std::string description() const { return described(words_text()); }
+    [[nodiscard]] std::string description_of_numbers() const { return described(numbers_text()); }
+
+    // The driver's own limit, of a setting that has one. port: of the port's record.
+    [[nodiscard]] std::optional<std::int64_t> limit_in(const PortInfo& port) const;
 
     // A value for people: its word, or the number.
     [[nodiscard]] std::string text_of(std::int64_t value) const;
     // A value as users write it: a word, a decimal or 0x hexadecimal number.
     [[nodiscard]] std::optional<std::int64_t> parse(const std::string& text) const;
+
+private:
+    [[nodiscard]] std::string words_text() const;
+    [[nodiscard]] std::string numbers_text() const;
+    [[nodiscard]] std::string range_text() const;
+    [[nodiscard]] std::string described(const std::string& values) const;
 };
 
 // One "key=value" of the user's.
