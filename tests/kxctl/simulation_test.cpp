@@ -63,12 +63,16 @@ TEST(SimulationWords, RefuseAnEmptyScenario) {
 // A directory with a copy of kxctl and, when asked, a "kxsim" that tells how it was called.
 class Installation {
 public:
-    Installation() { fs::copy_file(KXCTL_PROGRAM, kxctl()); }
+    Installation() {
+        fs::copy_file(KXCTL_PROGRAM, kxctl());
+        fs::create_symlink(built() / "libkxlinhw.so.6", root_ / "libkxlinhw.so.6");
+    }
     ~Installation() { fs::remove_all(root_); }
     Installation(const Installation&) = delete;
     Installation& operator=(const Installation&) = delete;
 
     fs::path kxctl() const { return root_ / "kxctl"; }
+    static fs::path built() { return fs::path(KXCTL_PROGRAM).parent_path(); }
 
     fs::path add_kxsim(const std::string& directory, const std::string& script) const {
         fs::create_directories(root_ / directory);
@@ -156,6 +160,40 @@ TEST(SimulatedRun, WithoutASimulatorSaysSoInJsonToo) {
     const nlohmann::json error = nlohmann::json::parse(result.out).at("error");
     EXPECT_EQ(error.at("code"), 1);
     EXPECT_THAT(error.at("text").get<std::string>(), HasSubstr("no kxsim"));
+}
+
+// Without the library that simulates the host, the commands would work on the real machine.
+TEST(SimulatedRun, IsRefusedByTheSecondKxctlWithoutTheLibrary) {
+    const Installation installation;
+    installation.add_kxsim(".", "shift 4\nexec \"$@\"\n");
+    const test::Result result = installation.run({"card", "list", "--sim"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr("libkxsim.so is not loaded"));
+}
+
+TEST(SimulatedRun, IsRefusedWhenOnlyTheEnvironmentNamesTheHost) {
+    test::Setup setup;
+    setup.environment = {"KXSIM_ROOT=/tmp"};
+    const test::Result result = test::run({"card", "list"}, setup);
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr("libkxsim.so is not loaded"));
+}
+
+TEST(SimulatedRun, WorksFromADirectoryWithABlank) {
+    const Installation installation;
+    const fs::path blank = installation.kxctl().parent_path() / "a b";
+    fs::create_directories(blank / "scenarios");
+    for (const char* file :
+         {"kxctl", "kxsim", "libkxsim.so", "libkxlinhw.so.6", "scenarios/lab.toml"}) {
+        fs::copy_file(Installation::built() / file, blank / file);
+    }
+    test::Setup setup;
+    setup.program = blank / "kxctl";
+    const test::Result result = test::run({"--sim", "lab", "-j", "card", "list"}, setup);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_EQ(nlohmann::json::parse(result.out).at("cards").size(), 3U) << result.out;
 }
 
 TEST(SimulatedRun, NeverStartsForAWrongCommandLine) {

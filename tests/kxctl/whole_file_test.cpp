@@ -3,9 +3,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -51,7 +55,8 @@ TEST_F(WholeFile, IsFlushedWithItsName) {
     const auto attached = host_.attach();
     host_.watch_flushes();
     const kxsim::Calls calls = host_.count([&] { kx::ctl::write_new_file(path_, bytes_); });
-    EXPECT_THAT(calls.names("file"), ElementsAre("open", "write", "fsync", "open", "fsync"));
+    EXPECT_THAT(
+        calls.names("file"), ElementsAre("open", "write", "fsync", "rename", "open", "fsync"));
     host_.lose_unflushed();
     EXPECT_EQ(kx::ctl::read_whole_file(path_, 10000), bytes_);
     struct stat status {};
@@ -61,7 +66,7 @@ TEST_F(WholeFile, IsFlushedWithItsName) {
 
 TEST_F(WholeFile, IsNotThereWhenAnyCallFails) {
     const auto attached = host_.attach();
-    for (unsigned nth = 1; nth <= 5; ++nth) {
+    for (unsigned nth = 1; nth <= 6; ++nth) {
         kxsim::FaultRule rule =
             host_.fail({.call = "file", .nth = nth, .error = ENOSPC, .most = 5000});
         const Failure failure = failure_of([&] { kx::ctl::write_new_file(path_, bytes_); });
@@ -69,8 +74,32 @@ TEST_F(WholeFile, IsNotThereWhenAnyCallFails) {
         EXPECT_EQ(rule.fired(), 1U) << nth;
         EXPECT_EQ(failure.code(), ExitCode::kFailed) << nth;
         EXPECT_EQ(failure.line(), path_ + ": No space left on device") << nth;
-        EXPECT_FALSE(fs::exists(path_)) << nth;
+        EXPECT_TRUE(fs::is_empty(directory_)) << nth;
     }
+}
+
+// The kernel ends a process whose file grows beyond its limit.
+TEST_F(WholeFile, IsNeverThereInPart) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit limit{1000, 1000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        kx::ctl::write_new_file(path_, bytes_);
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) << status;
+    EXPECT_FALSE(fs::exists(path_));
+    kx::ctl::write_new_file(path_, bytes_);
+    EXPECT_EQ(kx::ctl::read_whole_file(path_, 10000), bytes_);
+}
+
+TEST_F(WholeFile, IsMadeWhereAKilledProcessOfTheSameNumberLeftItsOwn) {
+    std::ofstream(directory_ / (".kxctl-" + std::to_string(getpid()))) << "in part";
+    kx::ctl::write_new_file(path_, bytes_);
+    EXPECT_EQ(kx::ctl::read_whole_file(path_, 10000), bytes_);
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), fs::directory_iterator()), 1);
 }
 
 TEST_F(WholeFile, GoesWhereDirectoriesCannotBeFlushed) {

@@ -12,6 +12,7 @@
 #include "cli/help.hpp"
 #include "cli/simulation.hpp"
 #include "failure/failure.hpp"
+#include "files/working_directory.hpp"
 #include "library/call.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
@@ -59,6 +60,8 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
     if (simulation.scenario) {
         run_simulated(*simulation.scenario, simulation.words);
     }
+    require_simulated_host();
+    leave_working_directory();
     output.set_colour(decide_colour(
         colour_wish(invocation.options), isatty(STDOUT_FILENO) == 1, std::getenv("NO_COLOR"),
         std::getenv("TERM")));

@@ -1,5 +1,6 @@
 #include "cli/simulation.hpp"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <spawn.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
@@ -24,6 +26,8 @@ namespace kx::ctl {
 namespace {
 
 constexpr const char* kDefaultScenario = "lab";
+constexpr const char* kSimulatedVariable = "KXCTL_SIMULATED";  // set by a kxctl that had --sim
+constexpr const char* kSessionVariable = "KXSIM_ROOT";         // set by kxsim
 constexpr std::string_view kOption = "--sim";
 constexpr std::string_view kOptionWithValue = "--sim=";
 
@@ -125,6 +129,7 @@ void run_simulated(const std::string& scenario, const std::vector<std::string>& 
     if (asks_for_json(words)) {
         check_scenario(line[0], scenario);
     }
+    setenv(kSimulatedVariable, "1", 1);
     restore_signal_defaults();
     execvp(line[0].c_str(), argument_vector(line).data());
     if (errno == ENOENT) {
@@ -135,6 +140,20 @@ void run_simulated(const std::string& scenario, const std::vector<std::string>& 
     }
     throw Failure(
         ExitCode::kFailed, fmt::format("Cannot run {}: {}", line[0], std::strerror(errno)));
+}
+
+void require_simulated_host() {
+    const bool wanted =
+        std::ranges::any_of(std::array{kSimulatedVariable, kSessionVariable}, [](const char* name) {
+            const char* const value = std::getenv(name);
+            return value != nullptr && *value != '\0';
+        });
+    if (wanted && dlsym(RTLD_DEFAULT, "kxsim_attach") == nullptr) {
+        throw Failure(
+            ExitCode::kFailed,
+            "The simulated host was not started: libkxsim.so is not loaded, and the command would "
+            "work on the real machine");
+    }
 }
 
 }  // namespace kx::ctl

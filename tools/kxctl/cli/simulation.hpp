@@ -22,4 +22,8 @@ struct SimulationWords {
 // to kxctl, or else the one in PATH. Throws Failure when it cannot be started.
 [[noreturn]] void run_simulated(const std::string& scenario, const std::vector<std::string>& words);
 
+// Throws Failure when this process was started for a simulated host (by run_simulated or by kxsim)
+// and the library that simulates it is not in the process: it would work on the real machine.
+void require_simulated_host();
+
 }  // namespace kx::ctl

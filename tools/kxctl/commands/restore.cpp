@@ -14,6 +14,7 @@
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
+#include "files/working_directory.hpp"
 #include "library/call.hpp"
 #include "library/recording.hpp"
 #include "output/output.hpp"
@@ -154,7 +155,7 @@ private:
 // The host's own file is missing where nothing was ever saved; one that the user names must be
 // there.
 std::string read_file(const std::string& path, bool named) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(user_path(path), std::ios::binary);
     if (!file) {
         const int reason = errno;
         if (reason == ENOENT && !named) {

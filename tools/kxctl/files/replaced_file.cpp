@@ -13,6 +13,7 @@
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "files/descriptor.hpp"
+#include "files/working_directory.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -39,13 +40,14 @@ int fill(int file, std::string_view text) {
 }  // namespace
 
 void replace_file(const std::string& path, std::string_view text) {
-    std::string fresh = path + ".XXXXXX";
+    const std::string place = user_path(path);
+    std::string fresh = place + ".XXXXXX";
     const Descriptor file(mkostemp(fresh.data(), O_CLOEXEC));
     if (!file) {
         fail_to_replace(path, errno);
     }
     int reason = fill(file.get(), text);
-    if (reason == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) {
+    if (reason == 0 && std::rename(fresh.c_str(), place.c_str()) != 0) {
         reason = errno;
     }
     if (reason != 0) {

@@ -7,12 +7,14 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
 
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
+#include "files/working_directory.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -38,7 +40,7 @@ ExitCode code_of(int reason) {
 [[noreturn]] void fail(const std::string& path, int reason) { throw file_failure(path, reason); }
 
 std::filesystem::path directory_of(const std::string& path) {
-    const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    const std::filesystem::path parent = std::filesystem::path(user_path(path)).parent_path();
     return parent.empty() ? "." : parent;
 }
 
@@ -54,13 +56,58 @@ int flush_name_of(const std::string& path) {
 }
 
 // Returns 0, or the errno of the failed step.
-int write_and_flush(const std::string& path, int file, std::span<const std::uint8_t> bytes) {
+int write_and_flush(int file, std::span<const std::uint8_t> bytes) {
     const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (const int reason = write_text(file, text); reason != 0) {
         return reason;
     }
-    return fsync(file) != 0 ? errno : flush_name_of(path);
+    return fsync(file) != 0 ? errno : 0;
 }
+
+// A file under a name of this process beside the one that it gets when it is complete.
+class UnfinishedFile {
+public:
+    explicit UnfinishedFile(const std::string& path)
+        : name_(directory_of(path) / fmt::format(".kxctl-{}", getpid())) {
+        file_ = make();
+        if (!file_ && errno == EEXIST) {  // a process of this number was killed
+            unlink(name_.c_str());
+            file_ = make();
+        }
+    }
+    ~UnfinishedFile() {
+        if (file_) {
+            unlink(name_.c_str());
+        }
+    }
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+    explicit operator bool() const { return static_cast<bool>(file_); }
+    [[nodiscard]] int get() const { return file_.get(); }
+
+    // Give it its name unless that is taken. 0, or the errno of what failed.
+    [[nodiscard]] int finish(const std::string& path) {
+        if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+            file_.reset();
+            return 0;
+        }
+        if (errno != EINVAL && errno != ENOSYS) {
+            return errno;
+        }
+        // The file system cannot do both at once. The other name goes away with this object.
+        return link(name_.c_str(), path.c_str()) == 0 ? 0 : errno;
+    }
+
+private:
+    [[nodiscard]] Descriptor make() const {
+        return Descriptor(
+            open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnersFile));
+    }
+
+    std::string name_;
+    Descriptor file_;
+};
 
 }  // namespace
 
@@ -70,7 +117,7 @@ Failure file_failure(const std::string& path, int reason) {
 
 std::vector<std::uint8_t> read_whole_file(const std::string& path, std::size_t most) {
     // Opening a pipe without a writer would wait.
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Descriptor file(open(user_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!file || fstat(file.get(), &status) != 0) {
         fail(path, errno);
@@ -95,7 +142,7 @@ std::vector<std::uint8_t> read_whole_file(const std::string& path, std::size_t m
 
 void must_be_free(const std::string& path) {
     struct stat status {};
-    if (lstat(path.c_str(), &status) == 0) {
+    if (lstat(user_path(path).c_str(), &status) == 0) {
         fail(path, EEXIST);
     }
     if (stat(directory_of(path).c_str(), &status) != 0) {
@@ -104,12 +151,19 @@ void must_be_free(const std::string& path) {
 }
 
 void write_new_file(const std::string& path, std::span<const std::uint8_t> bytes) {
-    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnersFile));
+    const std::string place = user_path(path);
+    UnfinishedFile file(path);
     if (!file) {
         fail(path, errno);
     }
-    if (const int reason = write_and_flush(path, file.get(), bytes); reason != 0) {
-        unlink(path.c_str());
+    if (const int reason = write_and_flush(file.get(), bytes); reason != 0) {
+        fail(path, reason);
+    }
+    if (const int reason = file.finish(place); reason != 0) {
+        fail(path, reason);
+    }
+    if (const int reason = flush_name_of(path); reason != 0) {
+        unlink(place.c_str());
         fail(path, reason);
     }
 }
