@@ -3,11 +3,12 @@
 
 #include "preload/interception.hpp"
 #include "process/attached.hpp"
+#include "process/export.hpp"
 #include "process/next.hpp"
 
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 
-extern "C" __attribute__((visibility("default"))) int usleep(useconds_t microseconds) {
+extern "C" KXSIM_EXPORT int usleep(useconds_t microseconds) {
     Host* const on = host();
     if (on == nullptr) {
         return next<"usleep", decltype(::usleep)>()(microseconds);

@@ -15,13 +15,7 @@ namespace kxsim::process {
 // library.
 template <FunctionName kName, class Function>
 [[nodiscard]] Function* libvirt() {
-    static constinit std::atomic<void*> found = nullptr;
-    void* function = found.load(std::memory_order_relaxed);
-    if (function == nullptr) {
-        function = find_in_libvirt(kName.text);
-        found.store(function, std::memory_order_relaxed);
-    }
-    return reinterpret_cast<Function*>(function);
+    return looked_up<kName, Function, find_in_libvirt>();
 }
 
 // Free memory that libvirt allocated, with the process's allocator, which may be a sanitizer's.

@@ -24,17 +24,23 @@ struct FunctionName {
     char text[kSize];
 };
 
-// next<"open", decltype(::open)>() is open without this library. Safe before constructors run: it
-// needs no initialisation and takes no lock.
-template <FunctionName kName, class Function>
-[[nodiscard]] Function* next() {
+// The function of a name, found when it is first asked for. Safe before constructors run: it needs
+// no initialisation and takes no lock.
+template <FunctionName kName, class Function, void* (*kFind)(const char* name)>
+[[nodiscard]] Function* looked_up() {
     static constinit std::atomic<void*> found = nullptr;
     void* function = found.load(std::memory_order_relaxed);
     if (function == nullptr) {
-        function = find_next(kName.text);
+        function = kFind(kName.text);
         found.store(function, std::memory_order_relaxed);
     }
     return reinterpret_cast<Function*>(function);
+}
+
+// next<"open", decltype(::open)>() is open without this library.
+template <FunctionName kName, class Function>
+[[nodiscard]] Function* next() {
+    return looked_up<kName, Function, find_next>();
 }
 
 }  // namespace kxsim::process

@@ -18,9 +18,9 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 // The inventory of findMac stays by contract.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+extern "C" KX_EXPORT const char* __lsan_default_suppressions();
 const char* __lsan_default_suppressions() { return "leak:findMac\n"; }
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_options();
+extern "C" KX_EXPORT const char* __lsan_default_options();
 const char* __lsan_default_options() { return "print_suppressions=0"; }
 #endif
 

@@ -24,7 +24,7 @@ struct Unmapped {
 }  // namespace
 
 // In front of the C library's.
-extern "C" __attribute__((visibility("default"))) int munmap(void* place, size_t size) noexcept {
+extern "C" KX_EXPORT int munmap(void* place, size_t size) noexcept {
     ++(place == nullptr ? unmapped.at_zero : unmapped.elsewhere);
     return static_cast<int>(syscall(SYS_munmap, place, size));
 }

@@ -12,9 +12,7 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 // The class leaves handles and texts of libvirt allocated; other tests distinguish them from leaks.
-extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
-    return "detect_leaks=0";
-}
+extern "C" KX_EXPORT const char* __asan_default_options() { return "detect_leaks=0"; }
 #endif
 
 namespace {

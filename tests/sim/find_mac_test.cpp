@@ -11,7 +11,7 @@
 
 // The inventory that findMac builds stays in the process by contract; a leak detector need not
 // tell.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions();
+extern "C" KX_EXPORT const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:findMac\n"; }
 
 namespace {

@@ -37,8 +37,7 @@ void KxLogger::KestrixLogMsg(ModName module, LogType type, const char* format, .
 
 ModName KxLogger::MapSVCToModName(int service) { return static_cast<ModName>(service + 1000); }
 
-extern "C" __attribute__((visibility("default"))) FILE* popen(
-    const char* command, const char* mode) {
+extern "C" KX_EXPORT FILE* popen(const char* command, const char* mode) {
     static const auto next =
         reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "popen"));
     commands.emplace_back(command);

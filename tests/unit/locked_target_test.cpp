@@ -43,8 +43,7 @@ timespec timespec_of(nanoseconds time) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) int clock_gettime(
-    clockid_t clock, timespec* now) noexcept {
+extern "C" KX_EXPORT int clock_gettime(clockid_t clock, timespec* now) noexcept {
     using Call = int (*)(clockid_t, timespec*);
     static const auto next = reinterpret_cast<Call>(dlsym(RTLD_NEXT, "clock_gettime"));
     if (!test_clock.on) {
@@ -54,8 +53,7 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(
     return 0;
 }
 
-extern "C" __attribute__((visibility("default"))) int nanosleep(
-    const timespec* wanted, timespec* rest) {
+extern "C" KX_EXPORT int nanosleep(const timespec* wanted, timespec* rest) {
     using Call = int (*)(const timespec*, timespec*);
     static const auto next = reinterpret_cast<Call>(dlsym(RTLD_NEXT, "nanosleep"));
     if (!test_clock.on) {
