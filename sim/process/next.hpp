@@ -24,8 +24,8 @@ struct FunctionName {
     char text[kSize];
 };
 
-// The function of a name, found when it is first asked for. Safe before constructors run: it needs
-// no initialisation and takes no lock.
+// The function with a name, looked up at its first use. Safe before constructors run: it needs no
+// initialisation and takes no lock.
 template <FunctionName kName, class Function, void* (*kFind)(const char* name)>
 [[nodiscard]] Function* looked_up() {
     static constinit std::atomic<void*> found = nullptr;

@@ -1,5 +1,4 @@
-// Where things are in the serial flash, by which marks they are known, and the registers of the
-// controller in front of it.
+// The layout of the serial flash, the marks of its regions, and the registers of its controller.
 #pragma once
 
 #include <cstddef>

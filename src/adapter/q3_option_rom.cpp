@@ -37,7 +37,7 @@ struct Q3RomHead {
         return std::as_bytes(std::span(words));
     }
 
-    // Where a mark begins, or npos.
+    // The position of a mark, or npos.
     [[nodiscard]] std::size_t find(std::string_view mark) const {
         return ByteReader(bytes()).text_up_to(kHeadSize).find(mark);
     }

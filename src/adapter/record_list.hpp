@@ -1,4 +1,4 @@
-// The life of the two lists of adapters, whose heads agents see: built, freed in parts, dropped.
+// Building, freeing and dropping the two lists of adapters, whose heads agents see.
 #pragma once
 
 #include <kxlinhw/adapter_lists.h>
@@ -10,7 +10,7 @@
 namespace kx::adapter {
 
 // A list under construction. The agent's variable always points to the newest record; it is null
-// when there was no memory for it. What was built stays linked to the global head.
+// when there was no memory for it. The part that was built stays linked to the global head.
 template <class Record>
 class GrowingList {
 public:
@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    // End the list in front of a record, if the record is part of it.
+    // End the list before a record, if the record is part of it.
     static void cut_before(const Record* record, Record* head) {
         while (head != nullptr && head->next != record) {
             head = head->next;

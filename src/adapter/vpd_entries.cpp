@@ -15,7 +15,7 @@
 namespace kx::adapter {
 namespace {
 
-constexpr std::size_t kHeader = 3;  // the header the header the header of a tag, and of a keyword
+constexpr std::size_t kHeader = 3;  // of a tag, and of a keyword
 constexpr int kDefaultEnd = 425;
 
 static_assert(sizeof(KxVpdEntry) == 257, "agents walk the entries by their size");

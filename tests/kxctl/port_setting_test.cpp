@@ -16,7 +16,7 @@ constexpr char kPlace[] = "03:00.4";
 
 bool is_saved(const Setting& setting) { return *setting.saved_as != '\0'; }
 
-// A value that can be set and differs from another one.
+// A valid value that differs from another one.
 std::int64_t value_beside(const Setting& setting, std::int64_t other) {
     if (setting.words.zero != nullptr) {
         return 1 - other;
@@ -32,7 +32,7 @@ protected:
         host_.directory("/etc/kestrix-plexo");
     }
 
-    // What "port show" tells of a setting; 0 of one that no query reads.
+    // The value of a setting in "port show"; 0 when no query reads it.
     std::int64_t shown(const Setting& row) {
         return row.is_shown() ? port().at(row.key).get<std::int64_t>() : 0;
     }
@@ -44,7 +44,7 @@ protected:
         return test::run_on(host_, words);
     }
 
-    // "key=value" for a new value, behind that of the setting with which it is set.
+    // "key=value" for a new value, after that of the setting with which it is set.
     std::vector<std::string> change_to(std::int64_t value) {
         std::vector<std::string> changes;
         if (const Setting& leader = leader_of(setting); &leader != &setting) {

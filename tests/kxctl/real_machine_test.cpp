@@ -1,4 +1,4 @@
-// kxctl on this machine: beside the tools that know it, and with the adapters that it lacks.
+// kxctl on this machine: compared with other tools, and for adapters that it does not have.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ bool has_adapter() {
     return !test::shell(line.str()).output.empty();
 }
 
-// A kernel that does not list its modules is taken to have the drivers.
+// For a kernel that does not list its modules, the drivers count as loaded.
 bool may_have_a_driver() {
     std::ifstream modules("/proc/modules");
     std::ostringstream text;

@@ -184,7 +184,7 @@ TEST_F(Report, NeedsAFile) {
 }
 
 // Whether a browser shows a page of the directory on a screen as wide as a phone's: a picture in
-// PAGE.png. Everything that it would do beside that is switched off.
+// PAGE.png. All other functions of the browser are switched off.
 test::Result show_in_browser(const fs::path& directory, const std::string& page, int seconds) {
     const std::string command =
         "cd \"$1\" && timeout -k 5 \"$3\" chromium --headless --no-sandbox --disable-gpu "

@@ -1,4 +1,4 @@
-// Nothing in the working directory changes what kxctl answers.
+// The working directory does not affect the answers of kxctl.
 #include "files/working_directory.hpp"
 
 #include <gmock/gmock.h>
@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The test works in it while it lives.
+// The working directory of the test while the object exists.
 class Directory {
 public:
     Directory() {
@@ -44,7 +44,8 @@ kxsim::Module driver(const std::string& version) {
         .name = "zfab4", .version = version, .description = "driver " + version, .loaded = true};
 }
 
-// The library takes the name of a module for a path first. A module file as the simulated host makes it.
+// The library first reads the name of a module as a path. A module file as the simulated host
+// creates it.
 std::string module_file(const std::string& version) {
     kxsim::Host host;
     host.module(driver(version));

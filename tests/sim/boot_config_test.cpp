@@ -36,7 +36,7 @@ class BootConfig : public test::OutputTest {
 protected:
     BootConfig() { adapter.fill(16, std::array<uint8_t, 4>{1, 2, 3, 4}); }
 
-    // Counts begin anew; nothing is printed on standard error.
+    // Counts begin at 0; nothing is printed on standard error.
     template <class Call>
     auto run(const Call& call) {
         adapter.forget();

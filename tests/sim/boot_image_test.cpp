@@ -39,7 +39,7 @@ std::vector<uint8_t> make_image(std::size_t size, unsigned seed = 1) {
 
 class BootImage : public test::OutputTest {
 protected:
-    // Counts begin anew; nothing is printed on standard error.
+    // Counts begin at 0; nothing is printed on standard error.
     template <class Call>
     auto run(const Call& call) {
         adapter.forget();

@@ -7,7 +7,7 @@
 
 namespace kx::pages {
 
-// The part that a template names by a line "@NAME@". Throws std::runtime_error for an unknown one.
+// The part for a line "@NAME@" of a template. Throws std::runtime_error for an unknown name.
 [[nodiscard]] std::string part(std::string_view name);
 
 // The manual page's, in the markup of scdoc(5).

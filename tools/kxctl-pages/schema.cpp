@@ -1,4 +1,4 @@
-// The settings of a port in the schemas of what kxctl answers.
+// The settings of a port in the schemas of kxctl's answers.
 #include <fmt/core.h>
 
 #include "output/json.hpp"

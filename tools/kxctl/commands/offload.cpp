@@ -16,8 +16,7 @@
 namespace kx::ctl::offload {
 namespace {
 
-// A row whose field bears its name. Without a unit it is a switch, or counted in what only the
-// driver knows.
+// A row whose field has the same name. Without a unit it is a switch, or has a unit of the driver.
 #define KX_NAMED(field, bit, least, most, counted_in, meaning)                                    \
     {                                                                                             \
         .key = #field, .help = meaning, .change_bit = bit, .offset = offsetof(CardParams, field), \

@@ -1,4 +1,4 @@
-// The fields of a port as commands show them.
+// The fields of a port in the output of commands.
 #pragma once
 
 #include <kxlinhw/records.h>
@@ -14,7 +14,7 @@ namespace kx::ctl {
 
 [[nodiscard]] Cell link_cell(const PortInfo& port);
 
-// The value of a setting as people read it; empty when the driver does not know it.
+// The value of a setting as text; empty when the driver does not know it.
 [[nodiscard]] std::string setting_text(const Setting& setting, const PortInfo& port);
 [[nodiscard]] std::string setting_text(std::string_view key, const PortInfo& port);
 

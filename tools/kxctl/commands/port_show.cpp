@@ -42,7 +42,7 @@ std::string full_text(const Setting& setting, const PortInfo& port) {
     return *setting.unit == '\0' ? text : fmt::format("{} {}", text, setting.unit);
 }
 
-// The settings of the link itself stand beside its other facts.
+// The settings of the link are shown next to its other properties.
 bool is_of_link(const Setting& setting) { return setting.change_bit == KX_PORT_LINK; }
 
 void add_settings(Table& table, const PortInfo& port, bool of_link) {

@@ -1,4 +1,4 @@
-// restore: apply again what was saved for the ports of this host, as after a reboot.
+// restore: apply the saved settings of the host's ports again, for example after a reboot.
 #include <fmt/core.h>
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
@@ -66,7 +66,7 @@ bool has_interface(const std::string& name) {
     return std::filesystem::exists("/sys/class/net/" + name, error);
 }
 
-// Why a setter refused, in the library's words. setMTU has none of its own.
+// The library's reason why a setter refused. setMTU gives none.
 std::string reason_of(int status) {
     const std::vector<std::string> messages = split_detail(GetErrStr(KX_SET_FAILED));
     if (!messages.empty()) {
@@ -97,7 +97,7 @@ private:
                 saved.push_back(setting);
             }
         }
-        std::ranges::sort(saved);  // from the order of keys to that of the table
+        std::ranges::sort(saved);  // converts the order of keys into that of the table
         const bool present = has_interface(interface.name);
         std::map<const Setting*, Outcome> outcomes;
         for (const Setting* setting : saved) {
@@ -109,14 +109,14 @@ private:
         }
     }
 
-    // Put a saved value into the settings; null for a damaged line, which no setting takes.
+    // Store a saved value in the settings; null for a damaged line, which no setting accepts.
     const Setting* take(const std::string& key, const SavedValue& saved, PortSettings& settings) {
         const Setting* const setting = saved_port_setting(key);
         if (setting == nullptr) {
             damaged.push_back({saved.line, fmt::format("unknown setting {}", key)});
             return nullptr;
         }
-        // Files hold all values as signed numbers of 32 bits.
+        // Files contain all values as signed 32-bit numbers.
         const std::int64_t value = setting->form == Form::kUnsigned && setting->width == 4 &&
                                            saved.value < 0 && saved.value >= INT32_MIN
                                        ? static_cast<std::uint32_t>(saved.value)
@@ -143,7 +143,7 @@ private:
         }
         std::memset(errStr, 0, KX_DETAIL_SIZE);
         const int status = call_library([&] {
-            const RecordingPause pause;  // the file holds the setting already
+            const RecordingPause pause;  // the file already contains the setting
             return setting.setter(
                 interface.c_str(), &settings, static_cast<std::uint32_t>(setting.change_bit));
         });
@@ -152,8 +152,7 @@ private:
     }
 };
 
-// The host's own file is missing where nothing was ever saved; one that the user names must be
-// there.
+// The default file is missing when nothing was ever saved; a file that the user names must exist.
 std::string read_file(const std::string& path, bool named) {
     std::ifstream file(user_path(path), std::ios::binary);
     if (!file) {
@@ -218,7 +217,7 @@ void tell_people(Output& output, const Restorer& restorer) {
         restorer.damaged.size()));
 }
 
-// Nothing but refusals of a process that lacks the privilege is one refusal.
+// When all settings fail because the process lacks the privilege, it is one failure.
 ExitCode verdict(const Restorer& restorer) {
     const std::size_t refused = count(restorer.lines, Result::kRefused);
     if (restorer.damaged.empty() && refused == 0) {

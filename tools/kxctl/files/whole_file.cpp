@@ -64,13 +64,13 @@ int write_and_flush(int file, std::span<const std::uint8_t> bytes) {
     return fsync(file) != 0 ? errno : 0;
 }
 
-// A file under a name of this process beside the one that it gets when it is complete.
+// A file with a temporary name of this process, next to the name that it gets when it is complete.
 class UnfinishedFile {
 public:
     explicit UnfinishedFile(const std::string& path)
         : name_(directory_of(path) / fmt::format(".kxctl-{}", getpid())) {
         file_ = make();
-        if (!file_ && errno == EEXIST) {  // a process of this number was killed
+        if (!file_ && errno == EEXIST) {  // a process with this number was killed
             unlink(name_.c_str());
             file_ = make();
         }
@@ -86,7 +86,7 @@ public:
     explicit operator bool() const { return static_cast<bool>(file_); }
     [[nodiscard]] int get() const { return file_.get(); }
 
-    // Give it its name unless that is taken. 0, or the errno of what failed.
+    // Give the file its name unless the name exists. Returns 0, or the errno of the failed step.
     [[nodiscard]] int finish(const std::string& path) {
         if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
             file_.reset();
@@ -95,7 +95,7 @@ public:
         if (errno != EINVAL && errno != ENOSYS) {
             return errno;
         }
-        // The file system cannot do both at once. The other name goes away with this object.
+        // The file system cannot do both at once. This object removes the other name.
         return link(name_.c_str(), path.c_str()) == 0 ? 0 : errno;
     }
 

@@ -21,15 +21,14 @@ struct FreeText {
     void operator()(char* text) const { std::free(text); }
 };
 
-// What stands in front of relative paths; empty while the user's directory is the working
-// directory.
+// The prefix of relative paths; empty while the user's directory is the working directory.
 std::string& front_of_paths() {
     static std::string front;
     return front;
 }
 
-// The user's directory by its name; one that has none any more, or whose name nobody may ask for,
-// by a descriptor that stays open.
+// The name of the user's directory; when it no longer has a name, or the name may not be read, a
+// descriptor that stays open.
 std::string name_of_directory() {
     const std::unique_ptr<char, FreeText> name(getcwd(nullptr, 0));
     if (name && name.get()[0] == '/') {

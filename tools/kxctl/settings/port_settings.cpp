@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-// The field of a PortSettings block: its place and its width.
+// The field of a PortSettings block: its offset and its width.
 #define KX_FIELD(field) \
     .offset = offsetof(PortSettings, field), .width = sizeof(PortSettings::field)
 

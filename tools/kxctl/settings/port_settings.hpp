@@ -1,5 +1,5 @@
-// The table of port settings. Everything about a setting stands in its row; commands, help, pages
-// and schemas walk the rows.
+// The table of port settings. The row of a setting contains everything about it; commands, help,
+// pages and schemas use the rows.
 #pragma once
 
 #include <span>
@@ -15,7 +15,7 @@ namespace kx::ctl {
 // The setting with a key of the table.
 [[nodiscard]] const Setting& port_setting(std::string_view key);
 
-// The setting that the file of saved settings has under a key, or null.
+// The setting with a key of the file of saved settings, or null.
 [[nodiscard]] const Setting* saved_port_setting(std::string_view saved_as);
 
 // The first setting with the same change bit. It and the others are set and saved together, as

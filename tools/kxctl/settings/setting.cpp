@@ -14,7 +14,7 @@
 namespace kx::ctl {
 namespace {
 
-// A decimal or 0x hexadecimal number that is the whole text.
+// Reads a decimal or 0x hexadecimal number; it must be the whole text.
 std::optional<std::int64_t> number_of(std::string_view text) {
     const bool negative = text.starts_with('-');
     text.remove_prefix(negative ? 1 : 0);

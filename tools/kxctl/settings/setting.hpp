@@ -1,5 +1,5 @@
 // Settings of the library's records as users name them: "mtu=9000". Each command that sets
-// something has a table of them, from which its help, its parser and its report are made.
+// something has a table of settings, which is used for its help, its parser and its report.
 #pragma once
 
 #include <cstddef>
@@ -15,11 +15,11 @@
 
 namespace kx::ctl {
 
-// How a record holds a value: as decimal text, as an integer, or not at all: an action, for which
-// there is only the bit of the change mask.
+// How a record stores a value: as decimal text, as an integer, or not at all: an action has only
+// the bit of the change mask.
 enum class Form : std::uint8_t { kText, kUnsigned, kSigned, kAction };
 
-// Words that may stand for 0 and 1.
+// Words for 0 and 1.
 struct Words {
     const char* zero;
     const char* one;
@@ -30,7 +30,7 @@ inline constexpr Words kOnOff{"off", "on"};
 inline constexpr Words kHalfFull{"half", "full"};
 inline constexpr Words kDo{nullptr, "on"};
 
-// The values from least to most; all values unless limited.
+// The smallest and the largest value; all values unless limited.
 struct ValueRange {
     std::int64_t least = INT64_MIN;
     std::int64_t most = INT64_MAX;
@@ -48,8 +48,8 @@ inline constexpr std::size_t kNoLimit = SIZE_MAX;
 
 // A row of a table: everything that kxctl knows about one setting.
 struct Setting {
-    const char* key;           // its one name: on the command line and in JSON
-    const char* help;          // what it means; its values and its unit stand in their own columns
+    const char* key;           // its only name, on the command line and in JSON
+    const char* help;          // its meaning; values and unit have their own columns
     std::uint64_t change_bit;  // of the record's change mask
     std::size_t offset = 0;    // of the field in the record
     std::size_t width = 0;     // of the field in bytes
@@ -58,37 +58,37 @@ struct Setting {
     bool readable = true;  // false when no query of the library reads the value
 
     ValueRange range = {};                       // what can be set
-    std::span<const std::int64_t> choices = {};  // what can be set, when it is only these
+    std::span<const std::int64_t> choices = {};  // the only values that can be set
     const char* unit = "";
     const char* condition = "";  // when it can be set, such as "with autoneg off"
 
     // How a table for people shows it.
     const char* title = "";
     ValueRange known = {};    // other readings mean that the driver does not know
-    bool is_bit_set = false;  // people read it in hexadecimal
+    bool is_bit_set = false;  // shown in hexadecimal
 
     // Of a port's setting.
     std::size_t limit = kNoLimit;  // offset of the driver's limit in the PortInfo, 32 bits wide
     PortSetter* setter = nullptr;  // sets it, and what has the same change bit
     const char* saved_as = "";     // its key in the file of saved settings; empty when not saved
 
-    // Whether the field can hold a value; whether the adapter takes it is for the library to say.
+    // Whether a value fits the field; the library decides whether the adapter accepts it.
     [[nodiscard]] bool holds(std::int64_t value) const;
-    // Whether a record tells a value.
+    // Whether a record has a known value.
     [[nodiscard]] bool is_shown() const { return readable && form != Form::kAction; }
     [[nodiscard]] std::optional<std::int64_t> value_in(const void* record) const;
-    // Asks for a value that the field holds.
+    // Requests a value that fits the field.
     void put_into(void* record, std::int64_t value) const;
 
-    // What it means, its values, unit and condition: "largest packet, 22 to 10222 bytes". Where
-    // values stand as numbers: "duplex of the link, 0 half, 1 full, with autoneg off".
+    // Its meaning, values, unit and condition: "largest packet, 22 to 10222 bytes". With values as
+    // numbers: "duplex of the link, 0 half, 1 full, with autoneg off".
     [[nodiscard]] std::string description() const { return described(words_text()); }
     [[nodiscard]] std::string description_of_numbers() const { return described(numbers_text()); }
 
-    // The driver's own limit, of a setting that has one. port: of the port's record.
+    // The driver's limit, for a setting that has one. port: the port's record.
     [[nodiscard]] std::optional<std::int64_t> limit_in(const PortInfo& port) const;
 
-    // A value for people: its word, or the number.
+    // A value as text: its word, or the number.
     [[nodiscard]] std::string text_of(std::int64_t value) const;
     // A value as users write it: a word, a decimal or 0x hexadecimal number.
     [[nodiscard]] std::optional<std::int64_t> parse(const std::string& text) const;
@@ -100,18 +100,18 @@ private:
     [[nodiscard]] std::string described(const std::string& values) const;
 };
 
-// One "key=value" of the user's.
+// One "key=value" of the user.
 struct Change {
     const Setting* setting;
     std::int64_t value;
 };
 
-// The changes that words of the command line ask for. Throws Failure for a word that is no
-// assignment, an unknown key, a key that comes twice, and a value that its field cannot hold.
+// The changes that words of the command line request. Throws Failure for a word that is not an
+// assignment, an unknown key, a repeated key, and a value that does not fit its field.
 [[nodiscard]] std::vector<Change> parse_changes(
     std::span<const Setting> settings, std::span<const std::string> words);
 
-// Put all values into a record. The bits for its change mask.
+// Store all values in a record. Returns the bits for its change mask.
 std::uint64_t apply_changes(std::span<const Change> changes, void* record);
 
 // The table as a list for the command's help.
