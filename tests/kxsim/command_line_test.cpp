@@ -508,7 +508,7 @@ public:
     }
 
 private:
-    const Scratch scratch_;
+    const test::ScratchDirectory scratch_;
 };
 
 std::string link_to(const std::string& target) {
@@ -520,7 +520,7 @@ TEST(Scenarios, WriteNothingThroughLinksThatLeadOutOfTheHost) {
          {"[[link]]\npath = '/etc/kestrix-plexo/way/link'\ntarget = 'x'\n",
           "[[missing]]\npath = '/etc/kestrix-plexo/way/file'\n",
           "[[missing]]\npath = '/etc/kestrix-plexo/way'\n"}) {
-        const Scratch scratch;
+        const test::ScratchDirectory scratch;
         const Precious precious;
         for (const std::string& target :
              {precious.directory(), "../../../../../../../../../../.." + precious.directory()}) {
@@ -532,7 +532,7 @@ TEST(Scenarios, WriteNothingThroughLinksThatLeadOutOfTheHost) {
 }
 
 TEST(Scenarios, HaveNoLinksThroughWhichACommandLeavesTheHost) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const Precious precious;
     for (const std::string& target :
          {precious.file(), "../../../../../../../.." + precious.file()}) {
@@ -549,7 +549,7 @@ TEST(Scenarios, HaveNoLinksThroughWhichACommandLeavesTheHost) {
 }
 
 TEST(Scenarios, HaveLinksWithinTheHost) {
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     const std::string file = scratch.write("links.toml", R"(
 [[file]]
 path = "/etc/kestrix-plexo/real/file"
@@ -579,7 +579,7 @@ target = "circle"
 TEST(Scenarios, KeepTheirFlashBesideThemselves) {
     const char* const adapter = "[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[adapter.flash]\n";
     const Precious precious;
-    const Scratch scratch;
+    const test::ScratchDirectory scratch;
     fs::create_directory_symlink(precious.directory(), scratch / "out");
     fs::create_symlink(precious.file(), scratch / "link");
     fs::create_symlink(precious.directory() + "new", scratch / "dangling");
