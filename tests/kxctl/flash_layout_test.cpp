@@ -110,7 +110,8 @@ TEST(FlashPlan, LargeSectorsTakeTheirNeighboursWithThem) {
     const FlashPlan config = plan_record(layout, 1664);
     EXPECT_THAT(config.sectors, ElementsAre(7));
     EXPECT_EQ(config.erased, (Range{0x40000, 0x80000}));
-    EXPECT_EQ(config.touched(), (Range{0x40000, 0x80000})) << "the copy holds what goes with it";
+    EXPECT_EQ(config.touched(), (Range{0x40000, 0x80000}))
+        << "the copy contains everything that is erased";
     const FlashPlan image = plan_boot_image(layout, 0x50000);
     EXPECT_FALSE(image.erased.holds(image.written()));
 }

@@ -626,7 +626,7 @@ TEST_F(LargeSectors, ConfigurationTakesPartOfTheRomWithItAndTheCopyHoldsIt) {
     EXPECT_EQ(reply.at("erased").at("address"), 0x40000);
     EXPECT_EQ(content("b"), before);
     EXPECT_THAT(
-        run({"config-erase", "07:00.4", "--dry-run"}).out, HasSubstr("With it        boot\n"));
+        run({"config-erase", "07:00.4", "--dry-run"}).out, HasSubstr("Would also erase  boot\n"));
 }
 
 TEST_F(LargeSectors, ImageThatTheEraseDoesNotCoverIsRefused) {

@@ -71,7 +71,7 @@ class HostInventory : public testing::Test {
 protected:
     void SetUp() override {
         if (lspci_devices().empty()) {
-            GTEST_SKIP() << "this machine has no PCI network adapter to take stock of";
+            GTEST_SKIP() << "this machine has no PCI network adapter to list";
         }
     }
 };

@@ -152,7 +152,7 @@ void report(
     table.add_row({"Region", plan.region->name});
     table.add_row({done ? "Erased" : "Would erase", sectors_text(plan)});
     if (const std::vector<std::string> lost = regions_lost(change); !lost.empty()) {
-        table.add_row({done ? "Erased with it" : "With it", Cell(joined(lost), Style::kBad)});
+        table.add_row({done ? "Also erased" : "Would also erase", Cell(joined(lost), Style::kBad)});
     }
     if (!plan.pages.empty()) {
         table.add_row({done ? "Written" : "Would write", pages_text(plan)});
@@ -169,7 +169,7 @@ std::string question(const FlashChange& change, const std::optional<std::string>
     std::string text = fmt::format(
         "Card {}\nregion {}: erase {}", change.card->name(), plan.region->name, sectors_text(plan));
     if (const std::vector<std::string> lost = regions_lost(change); !lost.empty()) {
-        text += fmt::format(" (part of {} goes with it)", joined(lost));
+        text += fmt::format(" (this also erases part of {})", joined(lost));
     }
     if (!plan.pages.empty()) {
         text += fmt::format(", write {}", pages_text(plan));
