@@ -14,8 +14,8 @@ extern "C" {
 
 #include "floor/files.hpp"
 #include "floor/floor.hpp"
-#include "inventory/offload_table.hpp"
 #include "scenario.hpp"
+#include "support/offload_table.hpp"
 
 namespace bench::floor {
 namespace {
@@ -28,11 +28,11 @@ void read_parameters(CardParams& params) {
     read_text("/proc/net/offload/devices", list);
     struct stat status;
     stat("/proc/sys/toe/toe0_tom", &status);
-    for (const auto& row : kx::inventory::kOffloadReadings) {
+    for (const auto& row : kx::kOffloadReadings) {
         char path[64];
         std::snprintf(path, sizeof path, "/proc/sys/toe/toe0_tom/%s", row.name);
         read_text(path, text);
-        kx::inventory::set_offload_value(params, row, std::atoi(text));
+        kx::set_offload_value(params, row, std::atoi(text));
     }
 }
 

@@ -14,7 +14,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "support/call_snapshot.hpp"
+#include "support/cached_reading.hpp"
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
 #include "support/standard_streams.hpp"
@@ -104,7 +104,7 @@ private:
     std::unordered_map<std::string, Addresses> by_name_;
 };
 
-kx::Snapshot<AddressTable> address_table;
+kx::CachedReading<AddressTable> address_table;
 
 void copy_addresses(const AddressTable& table, const char* interface_name, PortInfo& port) {
     if (table.empty()) {

@@ -12,7 +12,8 @@
 #include <string>
 
 #include "inventory/inventory_steps.hpp"
-#include "support/call_snapshot.hpp"
+#include "modules/module_list.hpp"
+#include "support/cached_reading.hpp"
 #include "support/text.hpp"
 
 namespace kx::inventory {
@@ -76,9 +77,6 @@ void fill_port(PortInfo& port, uint32_t mask) {
 }
 
 }  // namespace
-
-bool no_ethernet_driver_loaded() { return isZfab3Loaded() == 0 && isZfab4Loaded() == 0; }
-
 }  // namespace kx::inventory
 
 extern "C" {
@@ -88,14 +86,14 @@ uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) try {
     if (list == nullptr || *list == nullptr) {
         return KX_INVALID_PARAMETER;
     }
-    const kx::SnapshotScope scope;
+    const kx::CachedReadingScope scope;
     if ((mask & KX_FILL_DRIVERS) != 0) {
         const uint32_t status = getDriverInfo(&(*list)->drivers);
         if (status != KX_SUCCESS) {
             return status;
         }
     }
-    if (no_ethernet_driver_loaded()) {
+    if (kx::modules::no_ethernet_driver_loaded()) {
         std::puts("FillInfo_Kxcard: No zfab3 or zfab4 Driver loaded");
         return KX_DRIVER_NOT_LOADED;
     }

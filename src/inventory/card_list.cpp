@@ -8,7 +8,8 @@
 #include <new>
 
 #include "inventory/inventory_steps.hpp"
-#include "support/call_snapshot.hpp"
+#include "modules/module_list.hpp"
+#include "support/cached_reading.hpp"
 #include "support/chain.hpp"
 
 namespace {
@@ -60,8 +61,8 @@ uint32_t InitAndFillInfo_Kxcard(CardList** list, uint32_t mask) {
     if (list == nullptr) {
         return KX_INVALID_PARAMETER;
     }
-    const kx::SnapshotScope scope;
-    if (kx::inventory::no_ethernet_driver_loaded()) {
+    const kx::CachedReadingScope scope;
+    if (kx::modules::no_ethernet_driver_loaded()) {
         std::puts("InitAndFillInfo_Kxcard: No zfab3 or zfab4 Driver loaded");
         return KX_DRIVER_NOT_LOADED;
     }

@@ -44,7 +44,7 @@ void parse_counter(const std::string& line, StatEntry& entry) {
 template <class Store>
 bool write_counters(
     const std::string& content, int headings, kx::inventory::StatChain& chain, Store store) {
-    kx::Pieces lines(content, kLongestCounterLine);
+    kx::LinePieces lines(content, kLongestCounterLine);
     for (int number = 1; number <= kLastLine; ++number) {
         const auto line = lines.next();
         if (!line) {

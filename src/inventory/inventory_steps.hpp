@@ -9,9 +9,6 @@
 
 namespace kx::inventory {
 
-// Is neither Ethernet driver loaded? An unreadable module list counts as loaded.
-[[nodiscard]] bool no_ethernet_driver_loaded();
-
 // Add the maker's functions on the PCI bus to the list, and count the physical functions. Returns 0
 // or 66.
 [[nodiscard]] uint32_t scan_cards(CardList& list);

@@ -45,7 +45,8 @@ void OffloadDevices::decide(CardInfo& card, const char* port_name) const {
     if (exists_ && !content_) {
         return;  // a list that cannot be opened leaves the text empty, which counts as offload
     }
-    Pieces lines(content_ ? std::string_view(*content_) : std::string_view(), kLongestDeviceLine);
+    LinePieces lines(
+        content_ ? std::string_view(*content_) : std::string_view(), kLongestDeviceLine);
     static_cast<void>(lines.next());  // headings
     while (const auto line = lines.next()) {
         const std::string_view text = c_text(*line);

@@ -7,7 +7,7 @@
 #include <new>
 #include <string>
 
-#include "inventory/offload_table.hpp"
+#include "support/offload_table.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
@@ -20,7 +20,7 @@ constexpr uint8_t kNoControlFiles = 2;
 constexpr int kDeviceWithoutPort = 0;
 
 void read_parameters(CardParams& params, int device_index) {
-    using namespace kx::inventory;
+    using namespace kx;
     for (const OffloadParameter& row : kOffloadReadings) {
         const auto text =
             kx::read_value_file(offload_file(device_index, row.name).c_str(), kLongestValue);
@@ -42,7 +42,7 @@ uint32_t getTOEDeviceIndex(const char* interface_name, int* index_out) try {
     if (!list) {
         return KX_UNKNOWN_ERROR;
     }
-    kx::Pieces lines(*list, kLongestParameterLine);
+    kx::LinePieces lines(*list, kLongestParameterLine);
     while (const auto line = lines.next()) {
         const std::string text(kx::c_text(*line));
         if (text.find(interface_name) != text.npos) {
@@ -68,7 +68,7 @@ uint32_t getTOEparams(CardInfo* card) try {
             return status;
         }
     }
-    if (!kx::path_exists(kx::inventory::offload_directory(device_index).c_str())) {
+    if (!kx::path_exists(kx::offload_directory(device_index).c_str())) {
         card->params = CardParams{};
         card->params.state = kNoControlFiles;
         return KX_RESOURCE_UNAVAILABLE;

@@ -65,7 +65,7 @@ std::string_view stripped(std::string_view piece) {
 }
 
 bool has_own_line(std::string_view text, const LineTest& is_own) {
-    Pieces pieces(text, kLongestPiece);
+    LinePieces pieces(text, kLongestPiece);
     while (const auto piece = pieces.next()) {
         if (is_own(c_text(stripped(*piece)))) {
             return true;
@@ -77,7 +77,7 @@ bool has_own_line(std::string_view text, const LineTest& is_own) {
 std::string with_lines_replaced(
     std::string_view text, std::string_view line, const LineTest& is_own) {
     std::string result;
-    Pieces pieces(text, kLongestPiece);
+    LinePieces pieces(text, kLongestPiece);
     while (const auto piece = pieces.next()) {
         const std::string_view kept = stripped(*piece);
         result += is_own(c_text(kept)) ? line : kept;

@@ -13,9 +13,9 @@
 #include <optional>
 #include <string>
 
-#include "inventory/offload_table.hpp"
 #include "settings/detail_text.hpp"
 #include "support/handle.hpp"
+#include "support/offload_table.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
@@ -32,11 +32,9 @@ bool is_nic_only(const CardInfo& card) {
 }
 
 // The type of the name is fixed by the interface; setTOEParam does not change the text.
-uint32_t set_parameter(
-    const inventory::OffloadParameter& row, int device_index, const CardParams& params) {
+uint32_t set_parameter(const OffloadParameter& row, int device_index, const CardParams& params) {
     return setTOEParam(
-        const_cast<char*>(row.name), device_index, inventory::offload_value(params, row), row.min,
-        row.max);
+        const_cast<char*>(row.name), device_index, offload_value(params, row), row.min, row.max);
 }
 
 // Write a value as text; returns the status.
@@ -87,7 +85,7 @@ std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
     }
     const PortInfo* const port = card.ports;
     std::optional<int> device = find_device(port);
-    const inventory::OffloadParameter& activation = inventory::kOffloadActivation;
+    const OffloadParameter& activation = kOffloadActivation;
     const bool activates = (mask & activation.change_bit) != 0;
     if (activates) {
         if (card.params.activated == 1) {
@@ -102,7 +100,7 @@ std::optional<uint32_t> apply_offload_settings(CardInfo& card, uint32_t mask) {
     if (activates) {
         status = set_parameter(activation, *device, card.params);
     }
-    if (!path_exists(inventory::offload_directory(*device).c_str())) {
+    if (!path_exists(offload_directory(*device).c_str())) {
         return refuse_without_device();
     }
     return status | setTOEParams(&card.params, mask, *device);
@@ -117,7 +115,7 @@ uint32_t setTOEParam(char* name, int deviceIndex, int64_t value, int64_t min, in
     if (name == nullptr) {
         return KX_INVALID_PARAMETER;
     }
-    const std::string path = kx::inventory::offload_file(deviceIndex, name);
+    const std::string path = kx::offload_file(deviceIndex, name);
     const bool in_range = value >= min && value <= max;
     const uint32_t status =
         in_range ? write_control_file(path.c_str(), value) : uint32_t{KX_INVALID_SET_VALUE};
@@ -138,7 +136,7 @@ uint32_t setTOEParams(CardParams* block, uint32_t mask, int deviceIndex) {
         return KX_INVALID_PARAMETER;
     }
     uint32_t status = KX_SUCCESS;
-    for (const kx::inventory::OffloadParameter& row : kx::inventory::kOffloadSettings) {
+    for (const kx::OffloadParameter& row : kx::kOffloadSettings) {
         if ((mask & row.change_bit) != 0) {
             status |= kx::settings::set_parameter(row, deviceIndex, *block);
         }

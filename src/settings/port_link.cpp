@@ -1,4 +1,5 @@
-// The link settings of a port: auto-negotiation or a forced speed, advertised modes, message level.
+// The link settings of a port: auto-negotiation or a forced speed, advertised modes, message level;
+// the restart of auto-negotiation.
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
 #include <linux/ethtool.h>
@@ -6,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include "settings/detail_text.hpp"
 #include "settings/port_setter.hpp"
 
 namespace kx::settings {
@@ -143,6 +145,25 @@ int setLinkSettings(const char* interface_name, PortSettings* settings, uint32_t
         link.set_message_level();  // also when the driver returned no link settings
     }
     return link.status();
+}
+
+int resetAutoneg(const char* interface_name, PortSettings*, uint32_t) {
+    using namespace kx::settings;
+    if (interface_name == nullptr) {
+        return KX_INVALID_PARAMETER;
+    }
+    const PortSetter port(interface_name, 0);
+    if (!port) {
+        return kRefused;
+    }
+    ethtool_value restart{};
+    restart.cmd = ETHTOOL_NWAY_RST;
+    const int result = port.request(&restart);
+    if (result != 0) {
+        append_detail(PortMessage(
+            "Reset auto-negotiation failed for %s: %s; ", interface_name, system_reason()));
+    }
+    return result;
 }
 
 }  // extern "C"

@@ -166,6 +166,4 @@ PortInfo* lookupPortInfo(CardList* list, char* cardLocation, uint32_t portNumber
 
 int isBool(int v) { return v == 0 || v == 1 ? 1 : 0; }
 
-char* trim(char* text) { return text == nullptr ? nullptr : text + std::strspn(text, " \t"); }
-
 }  // extern "C"

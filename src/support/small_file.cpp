@@ -44,7 +44,7 @@ std::optional<std::string> read_value_file(const char* path, std::size_t longest
     return std::string(value.data(), got < 0 ? 0 : static_cast<std::size_t>(got));
 }
 
-std::optional<std::string_view> Pieces::next() {
+std::optional<std::string_view> LinePieces::next() {
     if (rest_.empty()) {
         return std::nullopt;
     }

@@ -21,9 +21,9 @@ namespace kx {
 
 // Splits a content into pieces that end after a newline or after `longest` characters, whichever
 // comes first. A longer line gives several pieces.
-class Pieces {
+class LinePieces {
 public:
-    Pieces(std::string_view content, std::size_t longest) : rest_(content), longest_(longest) {}
+    LinePieces(std::string_view content, std::size_t longest) : rest_(content), longest_(longest) {}
 
     // The next piece with its newline, or nothing at the end.
     [[nodiscard]] std::optional<std::string_view> next();

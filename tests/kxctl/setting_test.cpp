@@ -9,8 +9,8 @@
 #include <cstring>
 #include <set>
 
-#include "../../src/inventory/offload_table.hpp"
 #include "../../src/settings/iwarp_table.hpp"
+#include "../../src/support/offload_table.hpp"
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
 #include "settings/port_settings.hpp"
@@ -201,10 +201,10 @@ TEST(PortSettingTable, CoversEveryBitOfTheChangeMask) {
 
 TEST(OffloadSettingTable, AgreesWithTheLibrarys) {
     expect_distinct_keys(offload::settings());
-    ASSERT_EQ(offload::settings().size(), kx::inventory::kOffloadParameters.size() + 1);
-    for (std::size_t k = 0; k < kx::inventory::kOffloadParameters.size(); ++k) {
+    ASSERT_EQ(offload::settings().size(), kx::kOffloadParameters.size() + 1);
+    for (std::size_t k = 0; k < kx::kOffloadParameters.size(); ++k) {
         const Setting& ours = offload::settings()[k];
-        const kx::inventory::OffloadParameter& theirs = kx::inventory::kOffloadParameters[k];
+        const kx::OffloadParameter& theirs = kx::kOffloadParameters[k];
         EXPECT_STREQ(ours.key, theirs.name);
         EXPECT_EQ(ours.offset, theirs.offset) << ours.key;
         EXPECT_EQ(ours.width, theirs.width) << ours.key;

@@ -1,6 +1,6 @@
 // The reader of module files with inconsistent files. Images are in heap blocks of their exact
 // size, so that a sanitizer detects the first byte read beyond them.
-#include "settings/module_file.hpp"
+#include "modules/module_file.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,8 +15,8 @@
 
 namespace {
 
-using kx::settings::modinfo_section;
-using kx::settings::ModinfoStrings;
+using kx::modules::modinfo_section;
+using kx::modules::ModinfoStrings;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::string_literals;

@@ -1,5 +1,5 @@
 // The table of the offload engine's parameters, as a table.
-#include "inventory/offload_table.hpp"
+#include "support/offload_table.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace kx::inventory;
+using namespace kx;
 
 struct ExpectedRow {
     uint32_t change_bit;

@@ -64,14 +64,14 @@ TEST_F(SmallFile, OfOneValueIsReadOnce) {
 
 std::vector<std::string> pieces_of(std::string_view content, std::size_t longest) {
     std::vector<std::string> found;
-    kx::Pieces pieces(content, longest);
+    kx::LinePieces pieces(content, longest);
     while (const auto piece = pieces.next()) {
         found.emplace_back(*piece);
     }
     return found;
 }
 
-TEST(Pieces, AreWhatFgetsWouldGive) {
+TEST(LinePieces, AreWhatFgetsWouldGive) {
     using Texts = std::vector<std::string>;
     EXPECT_EQ(pieces_of("", 4), Texts());
     EXPECT_EQ(pieces_of("a\n\nb", 4), (Texts{"a\n", "\n", "b"}));

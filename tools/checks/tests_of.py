@@ -30,9 +30,12 @@ FOLDERS = {
                      r"fuzz_(proc_modules|counter_files|agent_texts|offload_devices)|"
                      r"sim_(addresses|card_.*|cost|driver_inventory|fill_groups|find_mac|"
                      r"module_list|offload_.*|port_.*|query|set_entry|adapter_list.*)|kxsim_nic_.*",
-    "src/settings": r"unit_(config_file|detail_text|hex_pair|iwarp_table|module_file|"
+    "src/modules": r"unit_module_file|fuzz_(proc_modules|module_file)|agent_.*|"
+                   r"fault_injection_mutated_modules|"
+                   r"sim_(driver_inventory|module_(info|list)|card_.*|cost)",
+    "src/settings": r"unit_(config_file|detail_text|hex_pair|iwarp_table|"
                     r"settings_text|offload_table)|"
-                    r"fuzz_(config_lines|module_file|agent_texts)|sim_(iwarp|cost|module_.*|"
+                    r"fuzz_(config_lines|agent_texts)|sim_(iwarp|cost|module_.*|"
                     r"offload_.*|port_.*|recording|set_entry|driver_inventory|power_cut|card_fill)",
     "src/vm": r"unit_(uuid_text|description_edit|hex_pair|shell)|vm_.*|fuzz_(domain_vfs|"
               r"interface_list|block_cut|command_output|uuid_text)|kxsim_machines|agent_.*",

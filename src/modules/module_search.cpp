@@ -1,4 +1,4 @@
-#include "settings/module_search.hpp"
+#include "modules/module_search.hpp"
 
 #include <dirent.h>
 #include <kxlinhw/modules.h>
@@ -14,7 +14,7 @@
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
 
-namespace kx::settings {
+namespace kx::modules {
 namespace {
 
 constexpr char kModuleTree[] = "/lib/modules";
@@ -187,4 +187,4 @@ MappedFile locate_module(const char* module) {
     return file;
 }
 
-}  // namespace kx::settings
+}  // namespace kx::modules

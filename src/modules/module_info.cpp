@@ -11,8 +11,8 @@
 #include <new>
 #include <string_view>
 
-#include "settings/module_file.hpp"
-#include "settings/module_search.hpp"
+#include "modules/module_file.hpp"
+#include "modules/module_search.hpp"
 #include "support/handle.hpp"
 
 namespace {
@@ -32,7 +32,7 @@ void copy_value(std::string_view text, std::size_t equals, char* out) {
 
 // Later strings replace earlier ones. Only the beginnings of the keys are compared.
 void read_strings(std::string_view section, char* version, char* description) {
-    kx::settings::ModinfoStrings strings(section);
+    kx::modules::ModinfoStrings strings(section);
     while (const auto text = strings.next()) {
         const std::size_t equals = text->find('=');
         if (equals == text->npos) {
@@ -58,15 +58,15 @@ uint32_t getModinfo(char* moduleName, char* versionOut, char* descriptionOut) tr
         return KX_INVALID_PARAMETER;
     }
     modfound = 1;
-    kx::settings::MappedFile file = kx::settings::locate_module(moduleName);
+    kx::modules::MappedFile file = kx::modules::locate_module(moduleName);
     if (!file) {
         modfound = 0;
-        file = kx::settings::locate_module(moduleName);
+        file = kx::modules::locate_module(moduleName);
     }
     if (!file) {
         return KX_DRIVER_NOT_LOADED;
     }
-    if (const auto section = kx::settings::modinfo_section(file.bytes())) {
+    if (const auto section = kx::modules::modinfo_section(file.bytes())) {
         read_strings(*section, versionOut, descriptionOut);
     }
     modfound = 1;

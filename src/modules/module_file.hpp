@@ -9,7 +9,7 @@
 #include <span>
 #include <string_view>
 
-namespace kx::settings {
+namespace kx::modules {
 
 // The ".modinfo" section of a module file, or nothing. Both ELF classes and byte orders.
 [[nodiscard]] std::optional<std::string_view> modinfo_section(std::span<const std::byte> file);
@@ -25,4 +25,4 @@ private:
     std::string_view rest_;
 };
 
-}  // namespace kx::settings
+}  // namespace kx::modules

@@ -1,12 +1,13 @@
-#include "settings/module_file.hpp"
+#include "modules/module_file.hpp"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 
-namespace kx::settings {
+#include "support/byte_reader.hpp"
+
+namespace kx::modules {
 namespace {
 
 constexpr std::string_view kSectionName = ".modinfo";
@@ -27,7 +28,6 @@ constexpr Layout kLayout64{8, 40, 60, 62, 64, 24, 32};
 
 constexpr std::size_t kClassByte = 4;
 constexpr std::size_t kOrderByte = 5;
-constexpr std::byte kHostOrder{std::endian::native == std::endian::little ? 1 : 2};
 
 struct Section {
     uint64_t name;
@@ -38,69 +38,56 @@ struct Section {
 class ElfFile {
 public:
     ElfFile(std::span<const std::byte> bytes, const Layout& layout)
-        : bytes_(bytes),
-          layout_(layout),
-          reversed_(bytes.size() > kOrderByte && bytes[kOrderByte] != kHostOrder) {}
+        : bytes_(bytes), layout_(layout), order_(order_of(bytes)) {}
 
     [[nodiscard]] uint64_t section_count() const {
-        return number(layout_.section_count, 2).value_or(0);
+        return reader().at(layout_.section_count).number(2);
     }
 
     [[nodiscard]] std::optional<Section> name_table() const {
-        const auto index = number(layout_.name_table_index, 2);
-        return index ? section(*index) : std::nullopt;
+        ByteReader header = reader();
+        const uint64_t index = header.at(layout_.name_table_index).number(2);
+        return header.overrun() ? std::nullopt : section(index);
     }
 
     [[nodiscard]] std::optional<Section> section(uint64_t index) const {
-        const auto table = number(layout_.table_offset, layout_.address_width);
-        if (!table || *table > bytes_.size()) {
-            return std::nullopt;
-        }
-        const uint64_t header = *table + index * layout_.header_size;
-        const auto name = number(header, 4);
-        const auto offset = number(header + layout_.data_offset, layout_.address_width);
-        const auto size = number(header + layout_.data_size, layout_.address_width);
-        if (!name || !offset || !size) {
-            return std::nullopt;
-        }
-        return Section{*name, *offset, *size};
+        ByteReader file = reader();
+        const uint64_t table = file.at(layout_.table_offset).number(layout_.address_width);
+        const std::size_t start = file.at(table).place();
+        const uint64_t header = start + index * layout_.header_size;
+        const Section section{
+            file.at(header).number(4),
+            file.at(header + layout_.data_offset).number(layout_.address_width),
+            file.at(header + layout_.data_size).number(layout_.address_width)};
+        return file.overrun() ? std::nullopt : std::optional(section);
     }
 
-    // The bytes at [offset, offset + size), or nothing when they are not all in the file.
-    [[nodiscard]] std::optional<std::string_view> range(uint64_t offset, uint64_t size) const {
-        if (offset > bytes_.size() || size > bytes_.size() - offset) {
-            return std::nullopt;
-        }
-        return std::string_view(reinterpret_cast<const char*>(bytes_.data()) + offset, size);
+    // The bytes of a section, or nothing when they are not all in the file.
+    [[nodiscard]] std::optional<std::string_view> content(const Section& section) const {
+        ByteReader file = reader();
+        const std::string_view bytes = file.at(section.offset).text(section.size);
+        return file.overrun() ? std::nullopt : std::optional(bytes);
     }
 
     // Is the text at this offset of the file the wanted name, with its NUL?
     [[nodiscard]] bool name_at(uint64_t offset, std::string_view wanted) const {
-        const auto name = range(offset, wanted.size() + 1);
-        return name && name->starts_with(wanted) && name->back() == '\0';
+        ByteReader file = reader();
+        return file.at(offset).text(wanted.size()) == wanted && file.text(1) == kNul;
     }
 
 private:
-    [[nodiscard]] std::optional<uint64_t> number(uint64_t offset, std::size_t width) const {
-        const auto field = range(offset, width);
-        if (!field) {
-            return std::nullopt;
-        }
-        std::array<char, 8> bytes{};
-        std::copy(field->begin(), field->end(), bytes.begin());
-        if (reversed_) {
-            std::reverse(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(width));
-        }
-        if constexpr (std::endian::native == std::endian::big) {
-            std::rotate(
-                bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(width), bytes.end());
-        }
-        return std::bit_cast<uint64_t>(bytes);
+    static constexpr std::string_view kNul{"", 1};
+
+    static std::endian order_of(std::span<const std::byte> bytes) {
+        const bool is_little = bytes.size() > kOrderByte && bytes[kOrderByte] == std::byte{1};
+        return is_little ? std::endian::little : std::endian::big;
     }
+
+    [[nodiscard]] ByteReader reader() const { return ByteReader(bytes_, order_); }
 
     std::span<const std::byte> bytes_;
     const Layout& layout_;
-    bool reversed_;
+    std::endian order_;
 };
 
 const Layout* layout_of(std::span<const std::byte> file) {
@@ -138,7 +125,7 @@ std::optional<std::string_view> modinfo_section(std::span<const std::byte> file)
             return std::nullopt;
         }
         if (elf.name_at(names->offset + section->name, kSectionName)) {
-            return elf.range(section->offset, section->size);
+            return elf.content(*section);
         }
     }
     return std::nullopt;
@@ -154,4 +141,4 @@ std::optional<std::string_view> ModinfoStrings::next() {
     return text;
 }
 
-}  // namespace kx::settings
+}  // namespace kx::modules

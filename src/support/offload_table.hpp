@@ -13,7 +13,7 @@
 #include <span>
 #include <string>
 
-namespace kx::inventory {
+namespace kx {
 
 struct OffloadParameter {
     const char* name;           // of the control file
@@ -117,4 +117,4 @@ inline void set_offload_value(CardParams& params, const OffloadParameter& row, i
     return offload_directory(device_index) + "/" + name;
 }
 
-}  // namespace kx::inventory
+}  // namespace kx

@@ -6,7 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "support/call_snapshot.hpp"
+#include "modules/module_list.hpp"
+#include "support/cached_reading.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
@@ -19,13 +20,17 @@ constexpr char kZfab3Directory[] = "/proc/net/zfab3";
 // A line is read in pieces of this many characters, and each piece is compared separately.
 constexpr std::size_t kLongestPiece = 63;
 
-kx::Snapshot<std::optional<std::string>> loaded_modules;
+kx::CachedReading<std::optional<std::string>> loaded_modules;
 
 uint32_t check_directory_or_list(const char* directory, const char* module) {
     return kx::path_exists(directory) ? 1 : lsmod(module);
 }
 
 }  // namespace
+
+bool kx::modules::no_ethernet_driver_loaded() {
+    return isZfab3Loaded() == 0 && isZfab4Loaded() == 0;
+}
 
 extern "C" {
 
@@ -37,7 +42,7 @@ uint32_t lsmod(const char* name) try {
     if (!list) {
         return KX_RESOURCE_UNAVAILABLE;
     }
-    kx::Pieces pieces(*list, kLongestPiece);
+    kx::LinePieces pieces(*list, kLongestPiece);
     while (const auto piece = pieces.next()) {
         if (kx::c_text(*piece).starts_with(name)) {
             return 1;

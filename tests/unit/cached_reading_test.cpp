@@ -1,44 +1,44 @@
 // One call reads host data once; a later call reads them again.
-#include "support/call_snapshot.hpp"
+#include "support/cached_reading.hpp"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using kx::Snapshot;
-using kx::SnapshotScope;
+using kx::CachedReading;
+using kx::CachedReadingScope;
 
-TEST(Snapshot, IsFreshForEachReaderOutsideACall) {
-    Snapshot<int> snapshot;
+TEST(CachedReading, IsFreshForEachReaderOutsideACall) {
+    CachedReading<int> snapshot;
     int reads = 0;
     EXPECT_EQ(snapshot.get([&] { return ++reads; }), 1);
     EXPECT_EQ(snapshot.get([&] { return ++reads; }), 2);
-    EXPECT_FALSE(SnapshotScope::open());
+    EXPECT_FALSE(CachedReadingScope::open());
 }
 
-TEST(Snapshot, IsSharedWithinACallAndTheCallsItMakes) {
-    Snapshot<int> snapshot;
+TEST(CachedReading, IsSharedWithinACallAndTheCallsItMakes) {
+    CachedReading<int> snapshot;
     int reads = 0;
     EXPECT_EQ(snapshot.get([&] { return ++reads; }), 1);
     {
-        const SnapshotScope outer;
+        const CachedReadingScope outer;
         EXPECT_EQ(snapshot.get([&] { return ++reads; }), 2) << "what was read before is stale";
         {
-            const SnapshotScope inner;
+            const CachedReadingScope inner;
             EXPECT_EQ(snapshot.get([&] { return ++reads; }), 2);
         }
-        EXPECT_TRUE(SnapshotScope::open());
+        EXPECT_TRUE(CachedReadingScope::open());
         EXPECT_EQ(snapshot.get([&] { return ++reads; }), 2);
     }
-    EXPECT_FALSE(SnapshotScope::open());
+    EXPECT_FALSE(CachedReadingScope::open());
     EXPECT_EQ(snapshot.get([&] { return ++reads; }), 3);
 }
 
-TEST(Snapshot, OfOneCallIsNotThatOfTheNext) {
-    Snapshot<int> snapshot;
+TEST(CachedReading, OfOneCallIsNotThatOfTheNext) {
+    CachedReading<int> snapshot;
     int reads = 0;
     for (int call = 1; call <= 3; ++call) {
-        const SnapshotScope scope;
+        const CachedReadingScope scope;
         EXPECT_EQ(snapshot.get([&] { return ++reads; }), call);
         EXPECT_EQ(snapshot.get([&] { return ++reads; }), call);
     }

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "settings/module_search.hpp"
-#include "support/call_snapshot.hpp"
+#include "modules/module_search.hpp"
+#include "support/cached_reading.hpp"
 #include "support/chain.hpp"
 #include "support/handle.hpp"
 #include "support/text.hpp"
@@ -38,7 +38,7 @@ constexpr auto kKnownModules = [] {
         [](const KnownDriver& driver) { return driver.module; });
     return names;
 }();
-static_assert(kKnownModules.size() <= kx::settings::ModuleAnnouncement::kMost);
+static_assert(kKnownModules.size() <= kx::modules::ModuleAnnouncement::kMost);
 
 // The size that getModinfo requires, and one byte more: a version that fills its 255 bytes has no
 // NUL.
@@ -77,8 +77,8 @@ uint32_t getDriverInfo(KxDriverEntryPtr* slot) {
     if (slot == nullptr) {
         return KX_INVALID_PARAMETER;
     }
-    const kx::SnapshotScope scope;
-    const kx::settings::ModuleAnnouncement announcement(kKnownModules);
+    const kx::CachedReadingScope scope;
+    const kx::modules::ModuleAnnouncement announcement(kKnownModules);
     if (*slot != nullptr) {
         freelist(*slot);
         *slot = nullptr;

@@ -1,8 +1,8 @@
 // Cached reading of host data within one call of an exported function.
 //
 // During one call, exported functions that read the same data (for example the loaded modules) are
-// called many times. While a SnapshotScope exists they share the first reading. A function that an
-// agent calls alone reads the data itself.
+// called many times. While a CachedReadingScope exists they share the first reading. A function
+// that an agent calls alone reads the data itself.
 #pragma once
 
 #include <optional>
@@ -10,16 +10,16 @@
 
 namespace kx {
 
-class SnapshotScope {
+class CachedReadingScope {
 public:
-    SnapshotScope() {
+    CachedReadingScope() {
         if (depth_++ == 0) {
             ++generation_;
         }
     }
-    ~SnapshotScope() { --depth_; }
-    SnapshotScope(const SnapshotScope&) = delete;
-    SnapshotScope& operator=(const SnapshotScope&) = delete;
+    ~CachedReadingScope() { --depth_; }
+    CachedReadingScope(const CachedReadingScope&) = delete;
+    CachedReadingScope& operator=(const CachedReadingScope&) = delete;
 
     static bool open() { return depth_ > 0; }
     // Incremented when an outermost scope begins; data with an older generation are out of date.
@@ -32,15 +32,16 @@ private:
 
 // One cached reading.
 template <class T>
-class Snapshot {
+class CachedReading {
 public:
     // The shared reading of the open scope, or a new reading without a scope.
     template <class Read>
     const T& get(Read read) {
-        const bool shared = SnapshotScope::open() && generation_ == SnapshotScope::generation();
+        const bool shared =
+            CachedReadingScope::open() && generation_ == CachedReadingScope::generation();
         if (!shared || !value_) {
             value_.emplace(read());
-            generation_ = SnapshotScope::generation();
+            generation_ = CachedReadingScope::generation();
         }
         return *value_;
     }

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-namespace kx::settings {
+namespace kx::modules {
 
 // A file that grab_file mapped; unmapped with the object.
 class MappedFile {
@@ -62,4 +62,4 @@ private:
     static inline ModuleAnnouncement* current_ = nullptr;
 };
 
-}  // namespace kx::settings
+}  // namespace kx::modules
