@@ -57,6 +57,10 @@ done
 "$source/tests/interface/hardening.sh" fortified "$work"/unpacked/usr/lib/*/libkxlinhw.so.6 \
     "$work"/unpacked/usr/bin/kx{ctl,sim}
 "$source/tests/interface/search_paths.sh" "$work/unpacked"
+if [[ ! -d $work/unpacked/etc/kestrix-plexo ]]; then
+    echo "the packages lack the directory in which the library saves settings"
+    exit 1
+fi
 
 # ---- A fresh system ----
 

@@ -26,9 +26,10 @@ expect() {
 }
 
 expect kxlinhw-restore.service Type=oneshot \
-    'After=systemd-udev-settle.service systemd-modules-load.service kxlinhw-repair.service' \
+    'After=systemd-modules-load.service systemd-udev-trigger.service kxlinhw-repair.service' \
+    'Documentation=man:kxctl(8) man:kxportparams.conf(5)' \
     'Before=network-pre.target network-online.target'
-expect kxlinhw-repair.service Type=oneshot \
+expect kxlinhw-repair.service Type=oneshot 'Documentation=man:kxctl(8)' \
     'Before=systemd-sysctl.service sysinit.target shutdown.target'
 
 for unit in kxlinhw-repair.service kxlinhw-restore.service; do
@@ -36,4 +37,17 @@ for unit in kxlinhw-repair.service kxlinhw-restore.service; do
     grep -q "^ExecStart=$kxctl re" "$directory/$unit" || failed=1
 done
 systemd-analyze verify --man=no "$directory"/*.service || failed=1
+
+# systemd-udev-settle.service waits for all hardware of the host; ports that appear late have a udev rule.
+if grep -n 'udev-settle' "$units"/*.service; then
+    failed=1
+fi
+
+# The exposure of a service by systemd's own table: 0 to 100, in tenths of what it prints.
+most_exposure=40
+if ! systemd-analyze security --offline=true --threshold="$most_exposure" \
+    "$directory"/*.service >"$directory/exposure"; then
+    grep 'Overall exposure' "$directory/exposure"
+    failed=1
+fi
 exit $failed
