@@ -1,10 +1,12 @@
-// port show on simulated hosts.
+// port show on simulated hosts, and that no setting of a port is missing from the table.
 #include <gmock/gmock.h>
 #include <linux/ethtool.h>
 
+#include <bit>
 #include <cerrno>
 
 #include "kxctl/on_host.hpp"
+#include "settings/port_settings.hpp"
 
 namespace {
 
@@ -184,6 +186,17 @@ TEST_F(PortShow, TakesNoWordThatIsNoNumberForAPort) {
         EXPECT_THAT(result.err, HasSubstr("is no port number")) << word;
     }
     EXPECT_EQ(run_on(host_, {"port", "show", "03:00.4", "257"}).exit, 3);
+}
+
+TEST(PortSettings, CoversEveryBitOfTheChangeMask) {
+    std::uint64_t bits = 0;
+    for (const kx::ctl::Setting& setting : kx::ctl::port_settings()) {
+        EXPECT_EQ(std::popcount(setting.change_bit), 1) << setting.key;
+        EXPECT_LE(setting.offset + setting.width, sizeof(PortSettings)) << setting.key;
+        bits |= setting.change_bit;
+    }
+    EXPECT_EQ(bits, 0xBFF01C66U);
+    EXPECT_EQ(std::popcount(bits), 18);
 }
 
 }  // namespace
