@@ -9,12 +9,12 @@
 #include <cstring>
 #include <string>
 
+#include "adapter/paths.hpp"
 #include "support/handle.hpp"
 
 namespace kx::adapter {
 namespace {
 
-constexpr char kPath[] = "/lib/firmware/zfab4/q4-config.txt";
 constexpr char kVersionMark[] = "version = ";
 
 struct VersionOfId {
@@ -62,11 +62,12 @@ extern "C" int32_t get_default_config_version(uint8_t chip_class) {
     if (chip_class != KX_CLASS_Q4 && chip_class != KX_CLASS_Q5) {
         return -1;
     }
-    const kx::File file = kx::open_file(kx::adapter::kPath, "re");
+    const kx::File file = kx::open_file(kx::adapter::kDefaultConfig, "re");
     if (!file) {
         return 0;
     }
     const kx::adapter::Line line = kx::adapter::read_version_line(file.get());
-    std::printf("Found the Conf File[%s] Signature: %s\n", kx::adapter::kPath, line.data());
+    std::printf(
+        "Found the Conf File[%s] Signature: %s\n", kx::adapter::kDefaultConfig, line.data());
     return kx::adapter::version_in(line.data());
 }

@@ -1,6 +1,7 @@
 // The register window: one page of an adapter's first memory BAR, mapped through /dev/mem. Only one
 // adapter's window is open at a time.
 #include "adapter/register_window.hpp"
+#include "adapter/paths.hpp"
 
 #include <fcntl.h>
 #include <kxlinhw/adapter.h>
@@ -60,7 +61,7 @@ OpenWindow open_window;
 // Physical memory is never a standard stream, not even between two calls.
 int open_memory() {
     const StandardStreamGuard streams;
-    return streams ? open("/dev/mem", O_RDWR | O_CLOEXEC) : -1;
+    return streams ? open(kMemory, O_RDWR | O_CLOEXEC) : -1;
 }
 
 int32_t map_window(uint8_t adapter, uint32_t start, uint32_t length) {

@@ -1,4 +1,5 @@
 #include "host/child.hpp"
+#include "support/paths.hpp"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -39,7 +40,7 @@ void SpawnPlan::redirect(const Descriptor& from, int to) {
 
 void SpawnPlan::open_null_device(int number) {
     if (fcntl(number, F_GETFD) == -1) {
-        posix_spawn_file_actions_addopen(&actions_, number, "/dev/null", O_RDWR, 0);
+        posix_spawn_file_actions_addopen(&actions_, number, kx::kNullDevice, O_RDWR, 0);
     }
 }
 

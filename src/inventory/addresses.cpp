@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "inventory/paths.hpp"
 #include "support/cached_reading.hpp"
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
@@ -22,7 +23,6 @@
 
 namespace {
 
-constexpr char kInterfaceDirectory[] = "/sys/class/net";
 constexpr std::size_t kLongestMac = 31;  // characters read of the kernel's files
 constexpr std::size_t kLongestMtu = 19;
 
@@ -121,7 +121,8 @@ void copy_addresses(const AddressTable& table, const char* interface_name, PortI
 template <std::size_t N>
 void copy_first_line(
     const char* interface_name, const char* file, std::size_t longest, char (&field)[N]) {
-    const std::string path = std::string(kInterfaceDirectory) + "/" + interface_name + "/" + file;
+    const std::string path =
+        std::string(kx::inventory::kInterfaces) + "/" + interface_name + "/" + file;
     const auto content = kx::read_value_file(path.c_str(), longest);
     if (!content || content->empty()) {
         return;

@@ -7,15 +7,13 @@
 #include <optional>
 #include <string>
 
+#include "inventory/paths.hpp"
 #include "inventory/stat_chain.hpp"
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
 namespace {
-
-constexpr char kQ3Directory[] = "/proc/net/zfab3/";
-constexpr char kQ4Directory[] = "/proc/driver/zfab4/";
 
 constexpr std::size_t kLongestCounterLine = 119;
 constexpr int kLastLine = 25;  // lines of either file that are read
@@ -84,7 +82,8 @@ uint32_t getCardStats(KxStatEntryPtr* slot, const char* device_name) try {
         return KX_INVALID_PARAMETER;
     }
     std::puts("In getCardStats");
-    const auto content = read_counter_file(std::string(kQ3Directory) + device_name + "/snmp");
+    const auto content =
+        read_counter_file(std::string(kx::inventory::kQ3Offload) + device_name + "/snmp");
     if (!content) {
         return KX_UNKNOWN_ERROR;
     }
@@ -103,7 +102,7 @@ uint32_t getQ4CardStats(CardInfo* card) try {
     }
     const std::string location(kx::field_text(card->pci_bus_location));
     std::printf("cardInfo->PCIBusLocation: %s\n", location.c_str());
-    const kx::Directory directory = kx::open_directory(kQ4Directory);
+    const kx::Directory directory = kx::open_directory(kx::inventory::kQ4Driver);
     if (!directory) {
         card->stats = nullptr;
         return kQ4Failure;
@@ -112,7 +111,7 @@ uint32_t getQ4CardStats(CardInfo* card) try {
     if (device.empty()) {
         return KX_SUCCESS;
     }
-    const auto content = read_counter_file(kQ4Directory + device + "/tcp_stats");
+    const auto content = read_counter_file(kx::inventory::kQ4Driver + device + "/tcp_stats");
     if (!content) {
         card->stats = nullptr;
         return kQ4Failure;

@@ -5,13 +5,13 @@
 #include <cstring>
 
 #include "inventory/inventory_steps.hpp"
+#include "inventory/paths.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
 namespace kx::inventory {
 namespace {
 
-constexpr char kOffloadDevices[] = "/proc/net/zfab3/devices";
 constexpr std::size_t kLongestDeviceLine = 1023;
 
 // The text is two bytes longer than its field, so its last bytes are in the PCI class. Agents rely
@@ -30,9 +30,9 @@ std::string_view first_token(std::string_view line) {
 
 }  // namespace
 
-OffloadDevices::OffloadDevices() : exists_(path_exists(kOffloadDevices)) {
+OffloadDevices::OffloadDevices() : exists_(path_exists(kQ3OffloadDevices)) {
     if (exists_) {
-        content_ = read_file(kOffloadDevices);
+        content_ = read_file(kQ3OffloadDevices);
     }
 }
 

@@ -7,13 +7,13 @@
 #include <new>
 #include <string>
 
+#include "inventory/paths.hpp"
 #include "support/offload_table.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
 namespace {
 
-constexpr char kOffloadDevices[] = "/proc/net/offload/devices";
 constexpr std::size_t kLongestParameterLine = 255;
 constexpr std::size_t kLongestValue = 16;  // characters read of a control file
 constexpr uint8_t kNoControlFiles = 2;
@@ -38,7 +38,7 @@ uint32_t getTOEDeviceIndex(const char* interface_name, int* index_out) try {
     if (interface_name == nullptr || index_out == nullptr) {
         return KX_INVALID_PARAMETER;
     }
-    const auto list = kx::read_file(kOffloadDevices);
+    const auto list = kx::read_file(kx::inventory::kOffloadDevices);
     if (!list) {
         return KX_UNKNOWN_ERROR;
     }

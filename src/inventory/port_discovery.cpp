@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "inventory/inventory_steps.hpp"
+#include "inventory/paths.hpp"
 #include "support/handle.hpp"
 #include "support/interface_socket.hpp"
 #include "support/text.hpp"
@@ -17,7 +18,6 @@
 namespace kx::inventory {
 namespace {
 
-constexpr char kInterfaceDirectory[] = "/sys/class/net";
 constexpr uint8_t kPortDiscovered = 2;
 constexpr uint8_t kUnnumbered = 255;      // an interface that is not named "eth" and a number
 constexpr std::size_t kDomainPrefix = 5;  // "0000:" before the bus in a driver's bus text
@@ -113,7 +113,7 @@ Block<PortInfo> make_port(const char* interface_name) {
 }  // namespace
 
 uint32_t discover_ports(CardList& list) {
-    const Directory directory = open_directory(kInterfaceDirectory);
+    const Directory directory = open_directory(kInterfaces);
     if (!directory) {
         return KX_UNKNOWN_ERROR;
     }

@@ -7,15 +7,12 @@
 #include <string>
 
 #include "modules/module_list.hpp"
+#include "modules/paths.hpp"
 #include "support/cached_reading.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"
 
 namespace {
-
-constexpr char kLoadedModules[] = "/proc/modules";
-constexpr char kBondingDirectory[] = "/proc/net/bonding";
-constexpr char kZfab3Directory[] = "/proc/net/zfab3";
 
 // A line is read in pieces of this many characters, and each piece is compared separately.
 constexpr std::size_t kLongestPiece = 63;
@@ -38,7 +35,8 @@ uint32_t lsmod(const char* name) try {
     if (name == nullptr) {
         return KX_INVALID_PARAMETER;
     }
-    const auto& list = loaded_modules.get([] { return kx::read_file(kLoadedModules); });
+    const auto& list =
+        loaded_modules.get([] { return kx::read_file(kx::modules::kLoadedModules); });
     if (!list) {
         return KX_RESOURCE_UNAVAILABLE;
     }
@@ -65,7 +63,7 @@ uint32_t isTOELoaded(void) { return lsmod("toecore"); }
 uint32_t isq4TOELoaded(void) { return lsmod("q4_tom"); }
 uint32_t isq3TOELoaded(void) { return lsmod("q3_tom"); }
 uint32_t isZfab4Loaded(void) { return lsmod("zfab4"); }
-uint32_t isBondingLoaded(void) { return check_directory_or_list(kBondingDirectory, "bonding"); }
-uint32_t isZfab3Loaded(void) { return check_directory_or_list(kZfab3Directory, "zfab3"); }
+uint32_t isBondingLoaded(void) { return check_directory_or_list(kx::modules::kBonding, "bonding"); }
+uint32_t isZfab3Loaded(void) { return check_directory_or_list(kx::modules::kZfab3, "zfab3"); }
 
 }  // extern "C"

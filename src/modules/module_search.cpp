@@ -11,14 +11,12 @@
 #include <optional>
 #include <string>
 
+#include "modules/paths.hpp"
 #include "support/handle.hpp"
 #include "support/small_file.hpp"
 
 namespace kx::modules {
 namespace {
-
-constexpr char kModuleTree[] = "/lib/modules";
-constexpr char kUpdates[] = "updates";
 
 bool same_module_name(std::string_view name, std::string_view module) {
     const auto fold = [](char c) { return c == '-' ? '_' : c; };

@@ -13,6 +13,8 @@
 #include <span>
 #include <string>
 
+#include "support/paths.hpp"
+
 namespace kx {
 
 struct OffloadParameter {
@@ -110,7 +112,7 @@ inline void set_offload_value(CardParams& params, const OffloadParameter& row, i
 // The directory with the control files of the offload device with that index, and the path of one
 // of them.
 [[nodiscard]] inline std::string offload_directory(int device_index) {
-    return "/proc/sys/toe/toe" + std::to_string(device_index) + "_tom";
+    return kOffloadControl + std::to_string(device_index) + kOffloadControlEnd;
 }
 
 [[nodiscard]] inline std::string offload_file(int device_index, const char* name) {

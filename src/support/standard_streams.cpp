@@ -12,6 +12,8 @@
 #include <mutex>
 #include <utility>
 
+#include "support/paths.hpp"
+
 namespace kx {
 namespace {
 
@@ -37,7 +39,7 @@ bool streams_are_open() {
 // numbers is free.
 bool fill_with_null() {
     for (;;) {
-        const int number = open("/dev/null", O_RDWR | O_CLOEXEC);
+        const int number = open(kNullDevice, O_RDWR | O_CLOEXEC);
         if (number < 0) {
             return false;
         }
