@@ -11,7 +11,7 @@
 #include <new>
 #include <string>
 
-#include "inventory/inventory_steps.hpp"
+#include "inventory/offload_check.hpp"
 #include "modules/module_list.hpp"
 #include "support/cached_reading.hpp"
 #include "support/text.hpp"

@@ -7,7 +7,8 @@
 #include <cstdio>
 #include <new>
 
-#include "inventory/inventory_steps.hpp"
+#include "inventory/pci_scan.hpp"
+#include "inventory/port_discovery.hpp"
 #include "modules/module_list.hpp"
 #include "support/cached_reading.hpp"
 #include "support/chain.hpp"

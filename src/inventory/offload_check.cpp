@@ -1,10 +1,11 @@
 // Whether a card can offload, as the text that agents read: Q4 and Q5 cards always can, a Q3 card
 // when its offload driver lists the card's first port.
+#include "inventory/offload_check.hpp"
+
 #include <kxlinhw/records.h>
 
 #include <cstring>
 
-#include "inventory/inventory_steps.hpp"
 #include "inventory/paths.hpp"
 #include "support/small_file.hpp"
 #include "support/text.hpp"

@@ -3,6 +3,8 @@
 // The host of the adapters sees physical functions, a guest only virtual functions. The list
 // contains the physical functions. Virtual functions are kept aside and added only when there is no
 // physical function. The count is 0 then, so the caller knows that there is no card to manage.
+#include "inventory/pci_scan.hpp"
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -14,7 +16,6 @@ extern "C" {
 
 #include <kxlinhw/status.h>
 
-#include "inventory/inventory_steps.hpp"
 #include "support/chain.hpp"
 #include "support/handle.hpp"
 #include "support/pci_bus.hpp"

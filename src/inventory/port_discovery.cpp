@@ -1,4 +1,6 @@
 // Makes the ports of the cards from the host's network interfaces.
+#include "inventory/port_discovery.hpp"
+
 #include <kxlinhw/status.h>
 #include <linux/ethtool.h>
 
@@ -9,7 +11,6 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "inventory/inventory_steps.hpp"
 #include "inventory/paths.hpp"
 #include "support/handle.hpp"
 #include "support/interface_socket.hpp"
