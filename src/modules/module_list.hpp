@@ -1,4 +1,4 @@
-// Questions about loaded modules that are no exported functions.
+// Functions about loaded modules that are not exported.
 #pragma once
 
 namespace kx::modules {

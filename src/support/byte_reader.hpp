@@ -1,5 +1,5 @@
-// Bytes from outside: module files, product data, option ROMs. Every access is checked against
-// their end, so a caller makes any number of them and asks once whether one failed.
+// Reads untrusted bytes: module files, product data, option ROMs. Every access is checked against
+// their end, so a caller can make many accesses and check once whether one failed.
 #pragma once
 
 #include <algorithm>
@@ -18,7 +18,7 @@ public:
         : bytes_(reinterpret_cast<const char*>(bytes.data()), bytes.size()), order_(order) {}
     explicit ByteReader(std::span<const uint8_t> bytes) : ByteReader(std::as_bytes(bytes)) {}
 
-    // Go on at an offset from the first byte.
+    // Continue at an offset from the first byte.
     ByteReader& at(uint64_t offset) {
         overrun_ = overrun_ || offset > bytes_.size();
         place_ = std::min<uint64_t>(offset, bytes_.size());
@@ -51,7 +51,7 @@ public:
 
     [[nodiscard]] std::size_t place() const { return place_; }
 
-    // Did any access so far reach past the end?
+    // Has any access reached past the end?
     [[nodiscard]] bool overrun() const { return overrun_; }
 
 private:

@@ -1,4 +1,4 @@
-// Records of the C allocator, each linked to the next: how lists cross the interface.
+// Chains of records of the C allocator; the interface returns lists in this form.
 #pragma once
 
 #include <utility>
@@ -7,8 +7,8 @@
 
 namespace kx {
 
-// Free a chain from its first record on. free_parts frees what a record points to, directly before
-// the record itself.
+// Free a chain from its first record. free_parts frees what a record points to, directly before the
+// record itself.
 template <class Record, class FreeParts>
 void free_chain(Record* first, FreeParts free_parts) {
     while (first != nullptr) {
@@ -32,7 +32,7 @@ public:
     Chain(const Chain&) = delete;
     Chain& operator=(const Chain&) = delete;
 
-    // Add a record at the end; null adds nothing. Gives the record.
+    // Add a record at the end; null adds nothing. Returns the record.
     Record* append(Block<Record> record) {
         Record* const added = record.release();
         if (added != nullptr) {

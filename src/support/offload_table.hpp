@@ -81,7 +81,7 @@ constexpr std::array<OffloadParameter, kRead> in_reading_order() {
 
 }  // namespace offload_rows
 
-// All rows; the first is "activated", which is set before the others and apart from them.
+// All rows; the first is "activated", which is set separately, before the others.
 inline constexpr std::span<const OffloadParameter> kOffloadParameters{offload_rows::kRows};
 inline constexpr const OffloadParameter& kOffloadActivation = offload_rows::kRows.front();
 
