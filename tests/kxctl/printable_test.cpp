@@ -9,6 +9,7 @@ namespace {
 
 using kx::ctl::display_width;
 using kx::ctl::printable;
+using kx::ctl::printable_json;
 
 TEST(Printable, LeavesValidTextAsItIs) {
     for (const char* text : {"", "plain", "\u00E9", "\u20AC", "\U0001F600", "\U0010FFFF"}) {
@@ -18,10 +19,19 @@ TEST(Printable, LeavesValidTextAsItIs) {
 
 TEST(Printable, ReplacesControlCharacters) {
     for (const char* text :
-         {"\n", "\t", "\r", "\033", "\x7F", "\u0080", "\u009B", "\u2028", "\u202E", "\u2066"}) {
+         {"\n", "\t", "\r", "\033", "\x7F", "\u0080", "\u009B", "\u2028", "\u202A", "\u202E",
+          "\u2066", "\u2069", "\u061C", "\u200E", "\u200F"}) {
         EXPECT_EQ(printable(text), "\uFFFD") << text;
     }
     EXPECT_EQ(printable(std::string(1, '\0')), "\uFFFD");
+}
+
+TEST(PrintableJson, HasEscapesForWhatChangesATerminal) {
+    EXPECT_EQ(
+        printable_json("{\"\u009B\": \"a\u0080\u202Eb\u2066\u2069\u061C\u200E\u200F\x7F\"}\n"),
+        "{\"\\u009b\": \"a\\u0080\\u202eb\\u2066\\u2069\\u061c\\u200e\\u200f\\u007f\"}\n");
+    EXPECT_EQ(
+        printable_json("{\n  \"\u00E9\uFFFD\u8A9E\": 1\n}"), "{\n  \"\u00E9\uFFFD\u8A9E\": 1\n}");
 }
 
 TEST(Printable, ReplacesEachByteThatStartsNoCharacter) {

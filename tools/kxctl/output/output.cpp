@@ -8,6 +8,7 @@
 
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
+#include "output/printable.hpp"
 #include "output/standard_streams.hpp"
 #include "output/table.hpp"
 
@@ -45,12 +46,12 @@ void Output::table(const Table& table) { text_ += table.text(colour_); }
 
 void Output::json(const Json& value) {
     constexpr int kJsonIndent = 2;
-    text_ += value.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace);
+    text_ += printable_json(value.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace));
     text_ += '\n';
 }
 
 void Output::json_line(const Json& value) {
-    text_ += value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    text_ += printable_json(value.dump(-1, ' ', false, Json::error_handler_t::replace));
     text_ += '\n';
 }
 

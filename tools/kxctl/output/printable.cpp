@@ -1,5 +1,7 @@
 #include "output/printable.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
@@ -53,7 +55,8 @@ Character decode(std::string_view text) {
 }
 
 bool is_control(char32_t code) {
-    return code < 0x20 || (code >= 0x7F && code < 0xA0) ||
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x061C || code == 0x200E ||
+           code == 0x200F ||                      // direction marks
            (code >= 0x2028 && code <= 0x202E) ||  // line separators, direction overrides
            (code >= 0x2066 && code <= 0x2069);
 }
@@ -100,6 +103,20 @@ std::string printable(std::string_view text) {
             result += text.substr(0, character.bytes);
         }
         text.remove_prefix(character.bytes);
+    }
+    return result;
+}
+
+std::string printable_json(std::string_view json) {
+    std::string result;
+    while (!json.empty()) {
+        const Character character = decode(json);
+        if (character.code >= 0x7F && is_control(character.code)) {
+            result += fmt::format("\\u{:04x}", static_cast<std::uint32_t>(character.code));
+        } else {
+            result += json.substr(0, character.bytes);
+        }
+        json.remove_prefix(character.bytes);
     }
     return result;
 }
