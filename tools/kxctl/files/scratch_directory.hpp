@@ -1,14 +1,19 @@
 // A working directory for calls that leave a file in the working directory.
 #pragma once
 
-#include <filesystem>
+#include <memory>
 
 #include "files/descriptor.hpp"
 
+namespace kx {
+class LockedDirectory;
+}
+
 namespace kx::ctl {
 
-// While this object exists, the working directory is a new empty directory, which is then removed.
-// Throws Failure when it cannot be created.
+// While this object exists, the working directory is a new empty directory, which is then removed,
+// also when SIGINT, SIGTERM or SIGHUP ends the process. What a killed process left, the next one
+// removes. Throws Failure when it cannot be created.
 class ScratchDirectory {
 public:
     ScratchDirectory();
@@ -17,7 +22,7 @@ public:
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
 private:
-    std::filesystem::path path_;
+    std::unique_ptr<LockedDirectory> directory_;
     Descriptor before_;  // empty when the process may not read its old working directory
 };
 
