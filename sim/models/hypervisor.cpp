@@ -81,7 +81,8 @@ bool start(const process::Host& host, virConnectPtr connection, const ActiveMach
     }
     const LibvirtDomain defined(find(connection, machine.uuid));
     const LibvirtText definition(
-        defined ? description_of(defined.get(), VIR_DOMAIN_XML_INACTIVE) : nullptr);
+        defined ? description_of(defined.get(), VIR_DOMAIN_XML_INACTIVE | VIR_DOMAIN_XML_SECURE)
+                : nullptr);
     const LibvirtDomain domain(define(connection, live.c_str()));
     if (!domain || !start_with_id(domain.get(), machine.id)) {
         return false;

@@ -1,5 +1,9 @@
 // kxctl vf: virtual functions of the host and of machines.
 #include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
 
 #include "kxctl/machines_on_host.hpp"
 
@@ -91,6 +95,46 @@ TEST_F(Vf, ListsLeaveNoFileBehind) {
     json({"vf", "list", "web"});
     json({"bridge", "list", "web"});
     EXPECT_FALSE(std::filesystem::exists(here + "/domain.xml"));
+}
+
+// The library reads definitions without the passwords of consoles.
+class Passwords : public test::MachinesOnHost {
+protected:
+    void SetUp() override {
+        MachinesOnHost::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        std::string definition = virsh("dumpxml --inactive 'off one'");
+        definition.insert(
+            definition.find("</devices>"),
+            "<graphics type='vnc' port='-1' autoport='yes' passwd='first'/>"
+            "<graphics type='spice' autoport='yes' passwd='second'/>"
+            "<interface type='bridge'><source bridge='br0'/><target dev='tap7'/></interface>");
+        char path[] = "/tmp/kxctl-machine-XXXXXX";
+        close(mkstemp(path));
+        std::ofstream(path) << definition;
+        virsh(std::string("define ") + path);
+        unlink(path);
+        virsh("start 'off one'");
+        ASSERT_TRUE(kept()) << definition;
+    }
+
+    bool kept() {
+        const std::string definition = virsh("dumpxml --inactive --security-info 'off one'");
+        return definition.find("passwd='first'") != definition.npos &&
+               definition.find("passwd='second'") != definition.npos;
+    }
+};
+
+TEST_F(Passwords, OfConsolesStayInTheDefinition) {
+    EXPECT_EQ(on({"vf", "detach", "off one", "04:01.0"}).exit, 0);
+    EXPECT_TRUE(kept()) << "vf detach";
+    EXPECT_EQ(on({"vf", "attach", "off one", "04:01.2"}).exit, 0);
+    EXPECT_TRUE(kept()) << "vf attach";
+    EXPECT_EQ(on({"bridge", "detach", "off one", "tap7"}).exit, 0);
+    EXPECT_TRUE(kept()) << "bridge detach";
+    EXPECT_EQ(virsh("dumpxml --inactive 'off one'").find("tap7"), std::string::npos);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands/nouns.hpp"
+#include "library/console_passwords.hpp"
 #include "library/machines.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
@@ -112,8 +113,9 @@ ExitCode detach(const Arguments& arguments, Output& output) {
         throw Failure(
             ExitCode::kNotFound, fmt::format("{} has no interface {}", machine.title(), target));
     }
-    const int result = call_machines(
-        [&](VMUtils& library) { return library.dettachInterfaceFromVM(machine.id, *found); });
+    const int result = call_redefining(machine, [&](VMUtils& library) {
+        return library.dettachInterfaceFromVM(machine.id, *found);
+    });
     if (result != 0) {
         throw machine_failure(
             ExitCode::kFailed, fmt::format("Cannot detach {} from {}", target, machine.title()));

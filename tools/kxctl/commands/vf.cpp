@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "commands/nouns.hpp"
+#include "library/console_passwords.hpp"
 #include "library/machines.hpp"
 #include "output/output.hpp"
 #include "output/printable.hpp"
@@ -122,8 +123,9 @@ ExitCode attach(const Arguments& arguments, Output& output) {
     const _VF vf = parse_location(arguments.get("VF"));
     const Machine machine = find_machine(arguments.get("VM"));
     std::string uuid = machine.uuid;
-    if (call_machines([&](VMUtils& library) { return library.attachVFToVM(uuid.data(), vf); }) !=
-        0) {
+    if (call_redefining(machine, [&](VMUtils& library) {
+            return library.attachVFToVM(uuid.data(), vf);
+        }) != 0) {
         throw machine_failure(
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to {}", location_text(vf), machine.title()));
@@ -136,8 +138,9 @@ ExitCode detach(const Arguments& arguments, Output& output) {
     const _VF vf = parse_location(arguments.get("VF"));
     const Machine machine = find_machine(arguments.get("VM"));
     std::string uuid = machine.uuid;
-    if (call_machines([&](VMUtils& library) { return library.dettachVFFromVM(uuid.data(), vf); }) !=
-        0) {
+    if (call_redefining(machine, [&](VMUtils& library) {
+            return library.dettachVFFromVM(uuid.data(), vf);
+        }) != 0) {
         const bool absent = library_failure().ends_with("VF not attached");
         throw machine_failure(
             absent ? ExitCode::kNotFound : ExitCode::kFailed,
