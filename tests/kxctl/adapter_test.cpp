@@ -185,7 +185,9 @@ TEST_F(AdapterCommands, HostWithoutAdapterHasNone) {
           {"vpd", "show", "04:00.4"}}) {
         const test::Result result = run_on(host_, words);
         EXPECT_EQ(result.exit, 3);
-        EXPECT_EQ(result.err, "kxctl: No adapter found\n");
+        EXPECT_EQ(
+            result.err,
+            "kxctl: No adapter found; \"kxctl card list\" shows the cards that a driver serves\n");
     }
 }
 

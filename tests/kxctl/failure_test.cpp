@@ -56,13 +56,16 @@ TEST(StatusFailure, HasATextForEveryStatus) {
     EXPECT_STREQ(Failure::of_status(0xFFFFFFFF).what(), "The library returned status 4294967295");
 }
 
-TEST(StatusFailure, OfAHostWithoutAdaptersPointsToTheSimulatedOne) {
+TEST(StatusFailure, OfAHostWithoutAdaptersPointsToTheOtherListAndTheSimulatedHost) {
     EXPECT_EQ(
         Failure::of_status(KX_NO_CARDS).line(),
-        "No Kestrix cards (--sim runs the command on a simulated host)");
+        "No Kestrix cards; \"kxctl adapter list\" also shows adapters without a driver (--sim runs "
+        "the command on a simulated host)");
     EXPECT_EQ(
         Failure::of_status(KX_DRIVER_NOT_LOADED).line(),
-        "Kestrix driver not loaded/installed (--sim runs the command on a simulated host)");
+        "Kestrix driver not loaded/installed; \"kxctl adapter list\" also shows adapters without a "
+        "driver (--sim runs the command on a simulated host)");
+    EXPECT_EQ(Failure::of_status(KX_NO_CARDS).what(), std::string("No Kestrix cards")) << "in JSON";
 }
 
 TEST(StatusFailure, OfSettingsCarriesTheLibrarysMessages) {

@@ -42,7 +42,10 @@ TEST(MachineWithoutAdapters, IsToldSoAndPointedToTheSimulatedOne) {
         const test::Result people = test::run(words);
         EXPECT_EQ(people.exit, 3);
         EXPECT_EQ(people.out, "");
-        EXPECT_EQ(people.err, "kxctl: " + text + " (--sim runs the command on a simulated host)\n");
+        EXPECT_EQ(
+            people.err, "kxctl: " + text +
+                            "; \"kxctl adapter list\" also shows adapters without a driver (--sim "
+                            "runs the command on a simulated host)\n");
 
         std::vector<std::string> json_words = words;
         json_words.emplace_back("--json");

@@ -163,7 +163,9 @@ constexpr const char* kManualPage = "\nManual page: kxctl(8)\n";
 
 std::string program_help() {
     return "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n\n"
-           "Inspect and configure Kestrix network adapters and the drivers that run them.\n" +
+           "Inspect and configure Kestrix network adapters and the drivers that run them.\n"
+           "A card is served by a driver; an adapter is found on the PCI bus, with or\n"
+           "without a driver.\n" +
            command_section("") + option_section("Options", global_options()) + exit_code_section() +
            example_section(kProgramExamples) + kManualPage;
 }

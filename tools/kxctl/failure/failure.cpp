@@ -35,6 +35,19 @@ bool should_offer_simulation(std::uint32_t status) {
     return no_adapter && std::getenv("KXSIM_ROOT") == nullptr;
 }
 
+// The list that may show something when another one is empty.
+const char* other_list(std::uint32_t status) {
+    switch (status) {
+        case KX_NO_CARDS:
+        case KX_DRIVER_NOT_LOADED:
+            return "; \"kxctl adapter list\" also shows adapters without a driver";
+        case KX_NO_ADAPTERS:
+            return "; \"kxctl card list\" shows the cards that a driver serves";
+        default:
+            return "";
+    }
+}
+
 }  // namespace
 
 Failure Failure::of_status(std::uint32_t status) {
@@ -51,6 +64,7 @@ std::string Failure::line() const {
     if (!detail_.empty()) {
         line += fmt::format(": {}", fmt::join(detail_, "; "));
     }
+    line += other_list(status_.value_or(KX_SUCCESS));
     if (should_offer_simulation(status_.value_or(KX_SUCCESS))) {
         line += " (--sim runs the command on a simulated host)";
     }
