@@ -80,8 +80,7 @@ fs::path Tree::place(std::string_view path, LastLink last) const {
             continue;
         }
         if (++links > kMostLinks) {
-            errno = ELOOP;
-            fail_with_errno(std::string(path));
+            throw std::invalid_argument("links lead in a circle: " + std::string(path));
         }
         const fs::path target = fs::read_symlink(place / name);
         const fs::path below = target.relative_path();

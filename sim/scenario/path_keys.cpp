@@ -38,7 +38,7 @@ void check_file_name(std::string_view key, const std::string& name) {
     }
 }
 
-std::string file_beside(const std::string& scenario, const std::string& name) {
+std::string file_beside(const std::string& scenario, const std::string& name) try {
     check_relative_path("file", name);
     const fs::path parent = fs::path(scenario).parent_path();
     const fs::path directory = fs::canonical(parent.empty() ? fs::path(".") : parent);
@@ -53,6 +53,8 @@ std::string file_beside(const std::string& scenario, const std::string& name) {
         complain_of("file", name, "a regular file");
     }
     return file;
+} catch (const fs::filesystem_error& error) {
+    complain_of("file", name, "a file that can be looked for: " + error.code().message());
 }
 
 }  // namespace kxsim
