@@ -3,7 +3,10 @@
    domains or detaches them.
 
    An agent does not need the headers of libvirt and Xerces. It may include them before or after
-   this header.
+   this header. libvirt and Xerces are loaded when the first object is made or the first connection
+   is opened. When they, or the private library libkxlinhw-machines.so beside this one, are missing,
+   every member answers as it does without a connection or a document, and the next call tries
+   again. Functions of libvirt that the program itself defines are called instead of libvirt's.
 
    One connection to the hypervisor serves the whole process. It is opened at the first use, for
    libvirt's default URI (LIBVIRT_DEFAULT_URI sets another one) with libvirt's default
@@ -113,7 +116,7 @@ struct _interfaceInfo {
 class KX_EXPORT VMUtils {
 public:
     /* Initialise Xerces and the names that the members need. Never fails: an error of Xerces is
-       printed as "XML toolkit initialization error: TEXT". */
+       printed as "XML toolkit initialization error: TEXT", and without Xerces the data are null. */
     VMUtils();
 
     /* Release the names. The parser, the connection and Xerces itself stay, because other objects

@@ -1,7 +1,6 @@
 // Network interfaces of domains on bridges of the host: given by virsh, listed from the domain's
 // live description, taken away by editing it.
 #include <kxlinhw/hex.h>
-#include <libvirt/libvirt.h>
 
 #include <algorithm>
 #include <csignal>
@@ -14,17 +13,17 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <xercesc/util/XMLException.hpp>
 
+#include "machines/documents.hpp"
 #include "support/handle.hpp"
 #include "support/shell.hpp"
 #include "support/text.hpp"
 #include "vm/agent_memory.hpp"
 #include "vm/description_edit.hpp"
-#include "vm/domain_document.hpp"
+#include "vm/domain_file.hpp"
 #include "vm/libvirt_call.hpp"
+#include "vm/optional_library.hpp"
 #include "vm/vm_steps.hpp"
-#include "vm/xerces_text.hpp"
 
 static_assert(sizeof(_interfaceInfo) == 56, "agents step through the array by this size");
 static_assert(offsetof(_interfaceInfo, type) == 6 && offsetof(_interfaceInfo, bridge) == 16);
@@ -36,7 +35,7 @@ using kx::vm::log_failure;
 
 namespace {
 
-using xercesc::DOMElement;
+using kx::machines::Outcome;
 
 constexpr std::size_t kElementTextSize = 500;
 constexpr std::size_t kPieceSize = 50;  // longer than any element with full fields
@@ -89,85 +88,68 @@ void read_mac(_interfaceInfo& record, const char* text) {
     }
 }
 
-// An attribute of the first element of a name below an interface; the fallback when there is no
-// such element, an empty text when it lacks the attribute.
-class ChildAttribute {
-public:
-    ChildAttribute(
-        const DOMElement& interface, const XMLCh* element, const XMLCh* attribute,
-        const XMLCh* fallback = u"")
-        : text_(value(kx::vm::first_below(interface, element), attribute, fallback)) {}
-
-    [[nodiscard]] const char* c_str() const { return text_.c_str(); }
-
-private:
-    static const XMLCh* value(
-        const DOMElement* child, const XMLCh* attribute, const XMLCh* fallback) {
-        return child == nullptr ? fallback : child->getAttribute(attribute);
-    }
-
-    kx::vm::LocalText text_;
-};
-
 // The fields in their order: a text that runs on is overwritten by the texts behind it.
-void fill_record(const VMUtils& vm, const DOMElement& interface, _interfaceInfo& record) {
-    copy_whole(
-        record, offsetof(_interfaceInfo, type),
-        kx::vm::LocalText(interface.getAttribute(u"type")).c_str());
-    read_mac(record, ChildAttribute(interface, u"mac", u"address").c_str());
-    copy_whole(
-        record, offsetof(_interfaceInfo, bridge),
-        ChildAttribute(interface, vm.sourceTag, u"bridge").c_str());
-    copy_whole(
-        record, offsetof(_interfaceInfo, targetDev),
-        ChildAttribute(interface, u"target", u"dev").c_str());
-    copy_whole(
-        record, offsetof(_interfaceInfo, model),
-        ChildAttribute(interface, u"model", u"type", u"N/A").c_str());
-    copy_whole(
-        record, offsetof(_interfaceInfo, alias),
-        ChildAttribute(interface, u"alias", u"name").c_str());
+void fill_record(_interfaceInfo& record, const kx::machines::InterfaceTexts& texts) {
+    copy_whole(record, offsetof(_interfaceInfo, type), texts.type);
+    read_mac(record, texts.mac);
+    copy_whole(record, offsetof(_interfaceInfo, bridge), texts.bridge);
+    copy_whole(record, offsetof(_interfaceInfo, targetDev), texts.target_device);
+    copy_whole(record, offsetof(_interfaceInfo, model), texts.model);
+    copy_whole(record, offsetof(_interfaceInfo, alias), texts.alias);
 }
 
-// Items that are no elements leave their records zero.
-int list_interfaces(
-    const VMUtils& vm, const xercesc::DOMElement& root, _interfaceInfo** list, int* count) {
-    const xercesc::DOMNodeList& interfaces = *root.getElementsByTagName(u"interface");
-    const XMLSize_t length = interfaces.getLength();
-    auto* const records = kx::vm::allocate_array<_interfaceInfo>(length);
-    if (records == nullptr) {
+// Fills the caller's array. Items that are no elements leave their records zero.
+class RecordTaker : public kx::machines::InterfaceTaker {
+public:
+    RecordTaker(_interfaceInfo** list, int* count) : list_(list), count_(count) {}
+
+    bool begin(std::size_t count) override {
+        records_ = kx::vm::allocate_array<_interfaceInfo>(count);
+        if (records_ == nullptr) {
+            return false;
+        }
+        *list_ = records_;
+        *count_ = static_cast<int>(count);
+        return true;
+    }
+    void take(std::size_t k, const kx::machines::InterfaceTexts& texts) override {
+        fill_record(records_[k], texts);
+    }
+    [[nodiscard]] bool has_records() const { return records_ != nullptr; }
+
+private:
+    _interfaceInfo** list_;
+    int* count_;
+    _interfaceInfo* records_ = nullptr;
+};
+
+Outcome read_interfaces(VMUtils& vm, const char* description, RecordTaker& taker) {
+    const kx::machines::Documents* const documents =
+        kx::vm::write_domain_file(description) ? kx::vm::documents() : nullptr;
+    return documents == nullptr ? Outcome::kNoDocument
+                                : documents->read_interfaces(vm, kx::vm::kDomainFile, taker);
+}
+
+int list_interfaces(VMUtils& vm, const char* description, _interfaceInfo** list, int* count) {
+    RecordTaker taker(list, count);
+    switch (read_interfaces(vm, description, taker)) {
+        case Outcome::kNoDocument:
+            log_failure("ListInterfaces: Error while reading domain configuration");
+            return 1;
+        case Outcome::kNoRoot:
+            log_failure("ListInterfaces: Error while reading domain configuration");
+            throw std::runtime_error("empty XML document");
+        case Outcome::kParserError:
+            log_failure("ListInterfaces: Error while parsing");
+            return 1;
+        case Outcome::kRead:
+            break;
+    }
+    if (!taker.has_records()) {
         log_failure("ListInterfaces: Memory allocation failure");
         return 1;
     }
-    *list = records;
-    *count = static_cast<int>(length);
-    for (XMLSize_t k = 0; k < length; ++k) {
-        if (const DOMElement* interface = kx::vm::element_at(interfaces, k)) {
-            fill_record(vm, *interface, records[k]);
-        }
-    }
     return 0;
-}
-
-int read_interfaces(VMUtils& vm, const char* description, _interfaceInfo** list, int* count) {
-    xercesc::DOMDocument* const document = kx::vm::write_domain_file(description)
-                                               ? kx::vm::parse(vm.parser, kx::vm::kDomainFile)
-                                               : nullptr;
-    const DOMElement* const root = document == nullptr ? nullptr : document->getDocumentElement();
-    if (root == nullptr) {
-        log_failure("ListInterfaces: Error while reading domain configuration");
-        if (document != nullptr) {
-            throw std::runtime_error("empty XML document");
-        }
-        return 1;
-    }
-    return list_interfaces(vm, *root, list, count);
-}
-
-int report_parse_error(const XMLCh* message) {
-    kx::vm::print_parse_error(message);
-    log_failure("ListInterfaces: Error while parsing");
-    return 1;
 }
 
 std::string mac_element(const unsigned char (&mac)[6]) {
@@ -238,7 +220,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
         log_failure("DeleteVNETFromVM: libvirtd connection failure");
         return 1;
     }
-    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
+    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("DeleteVNETFromVM: Domain not found");
         return 1;
@@ -246,7 +228,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
     if (!kx::vm::connect(connection)) {
         return 1;
     }
-    const kx::Block<char> description(libvirt(virDomainGetXMLDesc, domain, 0));
+    const kx::Block<char> description(libvirt.virDomainGetXMLDesc(domain, 0));
     const auto rest = kx::vm::without_block(
         description ? description.get() : "", "interface",
         [&info](std::string_view block) { return is_block_of(info, block); });
@@ -254,7 +236,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
         log_failure("DeleteVNETFromVM: Requested interface does not seem to attached");
         return 1;
     }
-    if (libvirt(virDomainDefineXML, connection, rest->c_str()) == nullptr) {
+    if (libvirt.virDomainDefineXML(connection, rest->c_str()) == nullptr) {
         log_failure("DeleteVNETFromVM: Problem while saving the changes");
         return 1;
     }
@@ -270,23 +252,17 @@ int VMUtils::listInterfacesForVM(int id, _interfaceInfo** list, int* count) {
         log_failure("ListInterfaces: LibVirt connection failure");
         return 1;
     }
-    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
+    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("ListInterfaces: Domain not found");
         return 1;
     }
-    const kx::Block<char> description(libvirt(virDomainGetXMLDesc, domain, 0));
+    const kx::Block<char> description(libvirt.virDomainGetXMLDesc(domain, 0));
     if (!description) {
         log_failure("ListInterfaces: Error while reading domain configuration");
         return 1;
     }
-    try {
-        return read_interfaces(*this, description.get(), list, count);
-    } catch (const xercesc::XMLException& error) {
-        return report_parse_error(error.getMessage());
-    } catch (const xercesc::DOMException& error) {
-        return report_parse_error(error.getMessage());
-    }
+    return list_interfaces(*this, description.get(), list, count);
 }
 
 int VMUtils::getXMLDescForInterface(_interfaceInfo info, char** text) {

@@ -1,6 +1,6 @@
 #include "vm/description_edit.hpp"
 
-#include "vm/domain_document.hpp"
+#include "vm/domain_file.hpp"
 
 namespace kx::vm {
 

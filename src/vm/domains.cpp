@@ -2,8 +2,6 @@
 //
 // Listing, lookup, start, reboot and shutdown are libvirt's; state, suspension and resumption are
 // virsh's, through the agent's command runner.
-#include <libvirt/libvirt.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -15,22 +13,15 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <xercesc/parsers/XercesDOMParser.hpp>
-#include <xercesc/util/PlatformUtils.hpp>
-#include <xercesc/util/XMLException.hpp>
 
+#include "machines/documents.hpp"
 #include "support/shell.hpp"
 #include "vm/agent_memory.hpp"
-#include "vm/domain_document.hpp"
 #include "vm/libvirt_call.hpp"
+#include "vm/optional_library.hpp"
 #include "vm/virsh_name.hpp"
 #include "vm/vm_steps.hpp"
-#include "vm/xerces_text.hpp"
 
-static_assert(std::is_same_v<XMLCh, char16_t>, "the class shows texts of Xerces as char16_t");
-static_assert(
-    std::is_same_v<xercesc::XercesDOMParser, xercesc_3_2::XercesDOMParser>,
-    "the class names the parser of this version of Xerces");
 static_assert(std::is_standard_layout_v<VMUtils>, "agents allocate the object themselves");
 static_assert(sizeof(VMUtils) == 9 * sizeof(void*));
 static_assert(offsetof(VMUtils, domainTag) == 0);
@@ -69,7 +60,7 @@ struct Listing {
 
 // The names that libvirt gives, which may be fewer than it announced.
 bool list_defined(virConnectPtr connection, std::span<char*>& names) {
-    const int announced = libvirt(virConnectNumOfDefinedDomains, connection);
+    const int announced = libvirt.virConnectNumOfDefinedDomains(connection);
     if (announced < 0) {
         log_failure("ListVMs: Failed to get number of inactive domains");
         return false;
@@ -79,7 +70,7 @@ bool list_defined(virConnectPtr connection, std::span<char*>& names) {
         log_failure("ListVMs: Memory Allocation Problem ");  // the blank tells the names' array
         return false;
     }
-    const int came = libvirt(virConnectListDefinedDomains, connection, array, announced);
+    const int came = libvirt.virConnectListDefinedDomains(connection, array, announced);
     if (came < 0) {
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): even now the array stays
         log_failure("ListVMs: Could not get list of defined domains from hypervisor");
@@ -96,7 +87,7 @@ bool list_defined(virConnectPtr connection, std::span<char*>& names) {
 
 // An id that libvirt announced and did not give stays 0, which no running domain has.
 bool list_domains(virConnectPtr connection, Listing& listing) {
-    const int running = libvirt(virConnectNumOfDomains, connection);
+    const int running = libvirt.virConnectNumOfDomains(connection);
     if (running < 0) {
         log_failure("ListVMs: Failed to get number of active domains");
         return false;
@@ -109,21 +100,21 @@ bool list_domains(virConnectPtr connection, Listing& listing) {
         log_failure("ListVMs: Memory Allocation Problem");
         return false;
     }
-    libvirt(virConnectListDomains, connection, array, running);
+    libvirt.virConnectListDomains(connection, array, running);
     listing.ids = {array, static_cast<std::size_t>(running)};
     return true;
 }
 
 bool fill_running(VMUtils& vm, virConnectPtr connection, int id, _KVMInfo& record) {
-    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
+    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("ListVMs: Unable to get the domain information");
         return false;
     }
     record.id = id;
-    copy_up_to_end(record.osType, libvirt(virDomainGetOSType, domain));
-    libvirt(virDomainGetUUID, domain, record.uuid);
-    copy_up_to_end(record.name, libvirt(virDomainGetName, domain));
+    copy_up_to_end(record.osType, libvirt.virDomainGetOSType(domain));
+    libvirt.virDomainGetUUID(domain, record.uuid);
+    copy_up_to_end(record.name, libvirt.virDomainGetName(domain));
     vm.getDomainState(domain, &record.state);
     return true;
 }
@@ -135,9 +126,9 @@ void fill_defined(virConnectPtr connection, const char* name, _KVMInfo& record) 
         return;
     }
     copy_up_to_end(record.name, name);
-    if (virDomain* const domain = libvirt(virDomainLookupByName, connection, name)) {
-        libvirt(virDomainGetUUID, domain, record.uuid);
-        copy_up_to_end(record.osType, libvirt(virDomainGetOSType, domain));
+    if (virDomain* const domain = libvirt.virDomainLookupByName(connection, name)) {
+        libvirt.virDomainGetUUID(domain, record.uuid);
+        copy_up_to_end(record.osType, libvirt.virDomainGetOSType(domain));
         record.state = KX_VM_SHUT_OFF;
     }
 }
@@ -237,30 +228,24 @@ int apply(VMUtils& vm, virDomainPtr domain, int operation, int state, long long 
 
 VMUtils* VMUtils::ctrl = nullptr;
 
-VMUtils::VMUtils() {
-    using xercesc::XMLString;
-    try {
-        xercesc::XMLPlatformUtils::Initialize();
-    } catch (const xercesc::XMLException& error) {
-        const kx::vm::LocalText message(error.getMessage());
-        std::printf("XML toolkit initialization error: %s\n", message.c_str());
+VMUtils::VMUtils()
+    : domainTag(nullptr),
+      hostdevTag(nullptr),
+      sourceTag(nullptr),
+      addressTag(nullptr),
+      domainAttr(nullptr),
+      busAttr(nullptr),
+      slotAttr(nullptr),
+      functionAttr(nullptr),
+      parser(nullptr) {
+    if (const kx::machines::Documents* documents = kx::vm::documents()) {
+        documents->set_up(*this);
     }
-    domainTag = XMLString::transcode("domain");
-    hostdevTag = XMLString::transcode("hostdev");
-    sourceTag = XMLString::transcode("source");
-    addressTag = XMLString::transcode("address");
-    domainAttr = XMLString::transcode("domain");
-    busAttr = XMLString::transcode("bus");
-    slotAttr = XMLString::transcode("slot");
-    functionAttr = XMLString::transcode("function");
-    parser = kx::vm::new_parser();
 }
 
 VMUtils::~VMUtils() {
-    for (XMLCh** text :
-         {&domainTag, &hostdevTag, &sourceTag, &addressTag, &domainAttr, &busAttr, &slotAttr,
-          &functionAttr}) {
-        xercesc::XMLString::release(text);
+    if (domainTag != nullptr) {
+        kx::vm::documents()->release(*this);  // it is there: it made the names
     }
 }
 
@@ -268,12 +253,15 @@ virConnectPtr VMUtils::getConnection() {
     if (shared_connection != nullptr) {
         return shared_connection;
     }
-    shared_connection = libvirt(virConnectOpenAuth, nullptr, virConnectAuthPtrDefault, 0);
+    if (kx::vm::documents() != nullptr) {
+        shared_connection =
+            libvirt.virConnectOpenAuth(nullptr, kx::vm::default_authentication(), 0);
+    }
     if (shared_connection == nullptr) {
         std::puts("No connection to hypervisor");
         throw int{kNoConnection};
     }
-    const char* const uri = libvirt(virConnectGetURI, shared_connection);  // never released
+    const char* const uri = libvirt.virConnectGetURI(shared_connection);  // never released
     if (uri == nullptr) {
         std::puts("Failed to get URI for hypervisor connection");
         throw int{kNoConnection};
@@ -283,7 +271,7 @@ virConnectPtr VMUtils::getConnection() {
 
 virDomainPtr VMUtils::getDomainPtr(unsigned char* uuid) {
     virConnectPtr connection = nullptr;
-    return kx::vm::connect(connection) ? libvirt(virDomainLookupByUUID, connection, uuid) : nullptr;
+    return kx::vm::connect(connection) ? libvirt.virDomainLookupByUUID(connection, uuid) : nullptr;
 }
 
 int VMUtils::listVMs(_KVMInfo** records, int* count) {
@@ -346,7 +334,7 @@ int VMUtils::VMStateOperation(char* uuid, int operation, char* time) {
 int VMUtils::VMLaunch(virDomainPtr domain) {
     virConnectPtr connection = nullptr;
     const bool launched = kx::vm::connect(connection) && connection != nullptr &&
-                          domain != nullptr && libvirt(virDomainCreate, domain) == 0;
+                          domain != nullptr && libvirt.virDomainCreate(domain) == 0;
     return launched ? 0 : 1;
 }
 
@@ -357,9 +345,9 @@ int VMUtils::VMSuspend(virDomainPtr domain, long long /*time*/) {
 }
 
 int VMUtils::VMReboot(virDomainPtr domain) {
-    return domain != nullptr && libvirt(virDomainReboot, domain, 0) == 0 ? 0 : 1;
+    return domain != nullptr && libvirt.virDomainReboot(domain, 0) == 0 ? 0 : 1;
 }
 
 int VMUtils::VMShutdown(virDomainPtr domain) {
-    return libvirt(virDomainShutdown, domain) == 0 ? 0 : 1;
+    return libvirt.virDomainShutdown(domain) == 0 ? 0 : 1;
 }

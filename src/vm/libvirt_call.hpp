@@ -1,11 +1,20 @@
-// Calls of libvirt, all by one function. A connection whose daemon ended is a closed pipe: writing
-// to it raises SIGPIPE, which ends an agent that does not expect it.
+// Calls of libvirt, which is loaded when the first of them is made.
+//
+// A function that the program or a preloaded library defines is called instead of libvirt's: this
+// library refers to each by a weak name, so linkers export a program's definition of it.
+//
+// A connection whose daemon ended is a closed pipe: writing to it raises SIGPIPE, which would end
+// an agent that does not expect it. The calls keep the signal away.
 #pragma once
+
+#include <libvirt/libvirt.h>
 
 #include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <type_traits>
+
+#include "vm/optional_library.hpp"
 
 namespace kx::vm {
 
@@ -43,11 +52,61 @@ private:
     bool was_pending_ = false;
 };
 
-// What a function of libvirt answers.
+// One function of libvirt. Without libvirt it fails as libvirt's own does: null, or -1.
+template <class Function>
+class LibvirtFunction;
+
 template <class Result, class... Parameters>
-Result libvirt(Result (*function)(Parameters...), std::type_identity_t<Parameters>... arguments) {
-    const PipeSignalBlock block;
-    return function(arguments...);
-}
+class LibvirtFunction<Result(Parameters...)> {
+public:
+    using Function = Result(Parameters...);
+
+    constexpr LibvirtFunction(const char* name, Function* in_front)
+        : name_(name), in_front_(in_front) {}
+
+    Result operator()(Parameters... parameters) const {
+        auto* const function = in_front_ != nullptr
+                                   ? in_front_
+                                   : reinterpret_cast<Function*>(find_in_optional_library(name_));
+        if (function == nullptr) {
+            return failure();
+        }
+        const PipeSignalBlock block;
+        return function(parameters...);
+    }
+
+private:
+    static Result failure() {
+        if constexpr (std::is_pointer_v<Result>) {
+            return nullptr;
+        } else {
+            return -1;
+        }
+    }
+
+    const char* name_;
+    Function* in_front_;  // null when nobody but libvirt itself defines it
+};
+
+// The functions that the library uses.
+#define KX_LIBVIRT_FUNCTIONS(F)                                                                \
+    F(virConnectGetURI)                                                                        \
+    F(virConnectListDefinedDomains) F(virConnectListDomains) F(virConnectNumOfDefinedDomains)  \
+        F(virConnectNumOfDomains) F(virConnectOpenAuth) F(virDomainAttachDevice)               \
+            F(virDomainCreate) F(virDomainDefineXML) F(virDomainGetName) F(virDomainGetOSType) \
+                F(virDomainGetUUID) F(virDomainGetXMLDesc) F(virDomainLookupByID)              \
+                    F(virDomainLookupByName) F(virDomainLookupByUUID) F(virDomainReboot)       \
+                        F(virDomainShutdown)
+
+struct Libvirt {
+#define KX_MEMBER(name) LibvirtFunction<decltype(::name)> name;
+    KX_LIBVIRT_FUNCTIONS(KX_MEMBER)
+#undef KX_MEMBER
+};
+
+extern const Libvirt libvirt;
+
+// virConnectAuthPtrDefault; null without libvirt.
+[[nodiscard]] virConnectAuthPtr default_authentication();
 
 }  // namespace kx::vm

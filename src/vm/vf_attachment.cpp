@@ -1,7 +1,5 @@
 // Giving virtual functions to domains and taking them away. Giving is done live and then made
 // persistent; taking away edits the persistent description alone.
-#include <libvirt/libvirt.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,13 +42,13 @@ int attach(
         return 1;
     }
     kx::Block<char> device(text);
-    if (libvirt(virDomainAttachDevice, domain, device.get()) != 0) {
+    if (libvirt.virDomainAttachDevice(domain, device.get()) != 0) {
         log_failure(refusal);
         return 1;
     }
     device.reset();
-    kx::Block<char> description(libvirt(virDomainGetXMLDesc, domain, 0));
-    if (description && libvirt(virDomainDefineXML, connection, description.get()) != nullptr) {
+    kx::Block<char> description(libvirt.virDomainGetXMLDesc(domain, 0));
+    if (description && libvirt.virDomainDefineXML(connection, description.get()) != nullptr) {
         static_cast<void>(description.release());  // stays allocated unless libvirt refuses it
     }
     return 0;
@@ -106,7 +104,7 @@ int detach(virConnectPtr connection, virDomainPtr domain, const _VF& vf) {
         return 1;
     }
     const char* const description =
-        libvirt(virDomainGetXMLDesc, domain, VIR_DOMAIN_XML_INACTIVE);  // never released
+        libvirt.virDomainGetXMLDesc(domain, VIR_DOMAIN_XML_INACTIVE);  // never released
     const auto rest = kx::vm::without_block(
         description == nullptr ? "" : description, "hostdev",
         [&vf](std::string_view block) { return is_block_of(vf, block); });
@@ -114,7 +112,7 @@ int detach(virConnectPtr connection, virDomainPtr domain, const _VF& vf) {
         log_failure("DettachVFFromVM: VF not attached");
         return 1;
     }
-    if (libvirt(virDomainDefineXML, connection, rest->c_str()) == nullptr) {
+    if (libvirt.virDomainDefineXML(connection, rest->c_str()) == nullptr) {
         log_failure("DettachVFFromVM: Error while saving configuration");
         return 1;
     }
@@ -147,7 +145,7 @@ int VMUtils::attachVFToVM(int id, _VF vf) {
         return 1;
     }
     std::printf("AttachVFToVM: VM ID: %d\n", id);
-    virDomain* const domain = libvirt(virDomainLookupByID, connection, id);
+    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("AttachVFToVM: Invalid Domain ID");
         return 1;
@@ -178,7 +176,7 @@ int VMUtils::dettachVFFromVM(int id, _VF vf) {
         return 1;
     }
     std::printf("dettachVFFromVM: VM ID: %d\n", id);
-    return detach(connection, libvirt(virDomainLookupByID, connection, id), vf);
+    return detach(connection, libvirt.virDomainLookupByID(connection, id), vf);
 }
 
 int VMUtils::dettachVFFromVM(char* uuid, _VF vf) {

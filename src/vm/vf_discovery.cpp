@@ -1,8 +1,6 @@
 // The adapters' virtual functions: those of this host, as lspci lists them, and those that a
 // domain's description assigns to it. A domain's VF counts as the maker's when functions of the
 // maker sit on its bus.
-#include <libvirt/libvirt.h>
-
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -11,14 +9,14 @@
 #include <string>
 #include <utility>
 #include <vector>
-#include <xercesc/util/XMLException.hpp>
 
+#include "machines/documents.hpp"
 #include "vm/agent_memory.hpp"
-#include "vm/domain_document.hpp"
+#include "vm/domain_file.hpp"
 #include "vm/libvirt_call.hpp"
+#include "vm/optional_library.hpp"
 #include "vm/tokens.hpp"
 #include "vm/vm_steps.hpp"
-#include "vm/xerces_text.hpp"
 
 static_assert(sizeof(_VF) == 16, "agents step through the array by this size");
 static_assert(offsetof(_VF, bus) == 4 && offsetof(_VF, slot) == 8 && offsetof(_VF, function) == 12);
@@ -29,34 +27,11 @@ using kx::vm::log_failure;
 
 namespace {
 
-using xercesc::DOMElement;
-using xercesc::XMLString;
+using kx::machines::Outcome;
 
 constexpr int kHostId = 0;  // in the place of a domain's id
 
 void print_vf(const _VF& vf) { std::printf("\n %d:%d.%d\n", vf.bus, vf.slot, vf.function); }
-
-// A host device of the kind that assigns a PCI function.
-bool is_pci_device(const DOMElement& device) {
-    return device.hasAttribute(u"mode") && device.hasAttribute(u"type") &&
-           XMLString::equals(device.getAttribute(u"mode"), u"subsystem") &&
-           XMLString::equals(device.getAttribute(u"type"), u"pci");
-}
-
-// One number of an address element, in hexadecimal with or without "0x"; a missing one is 0.
-class AddressNumber {
-public:
-    AddressNumber(const DOMElement& address, const XMLCh* attribute)
-        : text_(address.getAttribute(attribute)) {}
-
-    [[nodiscard]] int32_t value() const {
-        return static_cast<int32_t>(std::strtol(text_.c_str(), nullptr, 16));
-    }
-    void abandon() { text_.abandon(); }
-
-private:
-    kx::vm::LocalText text_;
-};
 
 const KxCardBus* card_on_bus(const KxCardBus* card, int32_t pci_domain, int32_t bus) {
     while (card != nullptr && (card->bus != bus || card->pciDomain != pci_domain)) {
@@ -65,61 +40,37 @@ const KxCardBus* card_on_bus(const KxCardBus* card, int32_t pci_domain, int32_t 
     return card;
 }
 
-// Append the VF of an address when it is the maker's.
-void take_address(
-    const VMUtils& vm, const DOMElement& address, const KxCardBus* cards,
-    kx::vm::Chain<KxVFNode>& vfs) {
-    AddressNumber pci_domain(address, vm.domainAttr);
-    AddressNumber bus(address, vm.busAttr);
-    AddressNumber function(address, vm.functionAttr);
-    AddressNumber slot(address, vm.slotAttr);
-    const KxCardBus* const card = card_on_bus(cards, pci_domain.value(), bus.value());
-    if (card == nullptr) {
-        // The texts of an address that is not the maker's stay allocated.
-        for (AddressNumber* number : {&pci_domain, &bus, &function, &slot}) {
-            number->abandon();
-        }
-        return;
-    }
-    if (KxVFNode* const node = vfs.append()) {
-        node->vf = {card->pciDomain, card->bus, slot.value(), function.value()};
-        print_vf(node->vf);
-    }
-}
+// Appends the maker's VFs to a list.
+class VfTaker : public kx::machines::DeviceTaker {
+public:
+    explicit VfTaker(VMUtils& vm) : vm_(vm) {}
 
-// Append the maker's VFs below the root, in the order of the document.
-void take_devices(VMUtils& vm, const DOMElement& root, kx::vm::Chain<KxVFNode>& vfs) {
-    const xercesc::DOMNodeList& devices = *root.getElementsByTagName(vm.hostdevTag);
-    const KxCardBus* const cards = vm.getCardsInfo();  // never released
-    const XMLSize_t count = devices.getLength();
-    for (XMLSize_t k = 0; k < count; ++k) {
-        const DOMElement* const device = kx::vm::element_at(devices, k);
-        if (device == nullptr || !is_pci_device(*device)) {
-            continue;
+    void begin() override { cards_ = vm_.getCardsInfo(); }  // never released
+    bool take(int32_t pci_domain, int32_t bus, int32_t slot, int32_t function) override {
+        const KxCardBus* const card = card_on_bus(cards_, pci_domain, bus);
+        if (card == nullptr) {
+            return false;
         }
-        if (const DOMElement* address = kx::vm::first_below(*device, vm.addressTag)) {
-            take_address(vm, *address, cards, vfs);
+        if (KxVFNode* const node = vfs_.append()) {
+            node->vf = {card->pciDomain, card->bus, slot, function};
+            print_vf(node->vf);
         }
+        return true;
     }
-}
+    [[nodiscard]] KxVFNode* first() const { return vfs_.first(); }
+
+private:
+    VMUtils& vm_;
+    const KxCardBus* cards_ = nullptr;
+    kx::vm::Chain<KxVFNode> vfs_;
+};
 
 void print_no_document() { std::puts("some thing went wrong in getting document node"); }
 
-void read_document(VMUtils& vm, const char* path, kx::vm::Chain<KxVFNode>& vfs) {
-    xercesc::DOMDocument* const document =
-        path == nullptr ? nullptr : kx::vm::parse(vm.parser, path);
-    if (document == nullptr) {
-        print_no_document();
-        return;
-    }
-    const DOMElement* const root = document->getDocumentElement();
-    if (root == nullptr) {
-        throw std::runtime_error("empty XML document");
-    }
-    take_devices(vm, *root, vfs);
-    for (const KxVFNode* node = vfs.first(); node != nullptr; node = node->next) {
-        print_vf(node->vf);
-    }
+Outcome read_devices(VMUtils& vm, const char* path, VfTaker& taker) {
+    const kx::machines::Documents* const documents =
+        path == nullptr ? nullptr : kx::vm::documents();
+    return documents == nullptr ? Outcome::kNoDocument : documents->read_devices(vm, path, taker);
 }
 
 // The VFs that a description assigns to its domain, by way of kDomainFile.
@@ -207,15 +158,22 @@ KxCardBus* VMUtils::getCardsInfo() {
 }
 
 KxVFNode* VMUtils::getVFsFromDomainInfo(char* path) {
-    kx::vm::Chain<KxVFNode> vfs;
-    try {
-        read_document(*this, path, vfs);
-    } catch (const xercesc::XMLException& error) {
-        kx::vm::print_parse_error(error.getMessage());
-    } catch (const xercesc::DOMException& error) {
-        kx::vm::print_parse_error(error.getMessage());
+    VfTaker taker(*this);
+    switch (read_devices(*this, path, taker)) {
+        case Outcome::kNoDocument:
+            print_no_document();
+            break;
+        case Outcome::kNoRoot:
+            throw std::runtime_error("empty XML document");
+        case Outcome::kRead:
+            for (const KxVFNode* node = taker.first(); node != nullptr; node = node->next) {
+                print_vf(node->vf);
+            }
+            break;
+        case Outcome::kParserError:
+            break;
     }
-    return vfs.first();
+    return taker.first();
 }
 
 int VMUtils::listVFsForVM(virDomainPtr domain, _VF**& vfs) {
@@ -223,7 +181,7 @@ int VMUtils::listVFsForVM(virDomainPtr domain, _VF**& vfs) {
         log_failure("ListVFsForVM: Invalid VMID");
         return -1;
     }
-    const char* const description = libvirt(virDomainGetXMLDesc, domain, 0);  // never released
+    const char* const description = libvirt.virDomainGetXMLDesc(domain, 0);  // never released
     if (description == nullptr || vfs == nullptr) {
         return -1;
     }
@@ -256,7 +214,7 @@ int VMUtils::listVFsForVM(int id, _VF** vfs) {
         return -1;
     }
     if (id != kHostId) {
-        return listVFsForVM(libvirt(virDomainLookupByID, connection, id), vfs);
+        return listVFsForVM(libvirt.virDomainLookupByID(connection, id), vfs);
     }
     return vfs == nullptr ? -1 : list_host_vfs(*vfs);
 }

@@ -1,7 +1,5 @@
 #include "vm/virsh_name.hpp"
 
-#include <libvirt/libvirt.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -55,7 +53,7 @@ std::string uuid_text(const Uuid& uuid) {
 bool is_id_or_uuid(const char* name) { return is_id(name) || is_uuid(name); }
 
 std::optional<std::string> virsh_name(virDomainPtr domain) {
-    const char* const name = libvirt(virDomainGetName, domain);
+    const char* const name = libvirt.virDomainGetName(domain);
     if (name == nullptr) {
         return std::nullopt;
     }
@@ -63,7 +61,7 @@ std::optional<std::string> virsh_name(virDomainPtr domain) {
         return name;
     }
     Uuid uuid{};
-    if (libvirt(virDomainGetUUID, domain, uuid.data()) != 0) {
+    if (libvirt.virDomainGetUUID(domain, uuid.data()) != 0) {
         return std::nullopt;
     }
     return uuid_text(uuid);

@@ -1,7 +1,5 @@
 #include "vm/vm_steps.hpp"
 
-#include <libvirt/libvirt.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -40,7 +38,7 @@ Uuid uuid_of_text(const char* text) {
 
 virDomainPtr domain_of_uuid(virConnectPtr connection, const char* text) {
     return text == nullptr ? nullptr
-                           : libvirt(virDomainLookupByUUID, connection, uuid_of_text(text).data());
+                           : libvirt.virDomainLookupByUUID(connection, uuid_of_text(text).data());
 }
 
 }  // namespace kx::vm

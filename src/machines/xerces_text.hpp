@@ -3,7 +3,7 @@
 
 #include <xercesc/util/XMLString.hpp>
 
-namespace kx::vm {
+namespace kx::machines {
 
 // A transcoded text; empty when there is no memory for it.
 class LocalText {
@@ -26,4 +26,4 @@ private:
     char* text_;
 };
 
-}  // namespace kx::vm
+}  // namespace kx::machines

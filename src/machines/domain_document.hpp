@@ -1,25 +1,10 @@
-// A domain's description as a document: it is written to a file, and the DOM parser reads the file.
+// A domain's description as a document of the DOM parser.
 #pragma once
 
-#include <kxlinhw/vmutils.h>
-
-#include <string_view>
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 
-namespace kx::vm {
-
-// The line before every description that the library passes on.
-inline constexpr std::string_view kDeclaration =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"no\"?>\n";
-
-// In the working directory; every listing overwrites it and leaves it there.
-inline constexpr char kDomainFile[] = "domain.xml";
-
-// Write a description to kDomainFile, behind the declaration. False when not all of it is there:
-// the file may then hold another domain's description and must not be read. Only a regular file is
-// written, and no link is followed to it.
-[[nodiscard]] bool write_domain_file(const char* description);
+namespace kx::machines {
 
 // Parse a file. Null when it cannot be read; for a malformed file, the part before the mistake. The
 // parser owns the document until its next use. When memory runs out (Xerces throws an exception),
@@ -40,4 +25,4 @@ inline constexpr char kDomainFile[] = "domain.xml";
 // and sometimes those of the DOM, for example for a document type with an invalid name.
 void print_parse_error(const XMLCh* message);
 
-}  // namespace kx::vm
+}  // namespace kx::machines
