@@ -29,7 +29,7 @@ int32_t write_pages(uint8_t adapter, uint32_t start, std::span<const uint8_t> by
     return 0;
 }
 
-void put_right(Q3Settings& settings) {
+void correct_header(Q3Settings& settings) {
     kQ3SettingsMark.copy(settings.signature, sizeof settings.signature);
     settings.byte4 = settings.byte4 == 0 ? uint8_t{1} : settings.byte4;
     settings.length = KX_Q3_SETTINGS_SIZE;
@@ -77,7 +77,7 @@ int32_t save_hba_settings(uint8_t adapter, void* block) {
     if (const int32_t status = erase_hba_settings(adapter); status != 0) {
         return status;
     }
-    kx::adapter::put_right(*static_cast<Q3Settings*>(block));
+    kx::adapter::correct_header(*static_cast<Q3Settings*>(block));
     if (const int32_t status = kx::adapter::ensure_q3_window(adapter); status != 0) {
         return status;
     }

@@ -101,7 +101,7 @@ uint32_t FillInfo_Kxcard(CardList** list, uint32_t mask) try {
     const OffloadDevices offload_devices;
     for (CardInfo* card = (*list)->cards; card != nullptr; card = card->next) {
         const PortInfo* const first = card->ports;
-        offload_devices.decide(*card, first == nullptr ? "noPort" : first->interface_name);
+        offload_devices.name_device(*card, first == nullptr ? "noPort" : first->interface_name);
         fill_card(*card, mask, result);
         for (PortInfo* port = card->ports; port != nullptr; port = port->next) {
             fill_port(*port, mask);

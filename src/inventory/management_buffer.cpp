@@ -55,7 +55,7 @@ uint32_t output_size() {
         std::clamp(g_MXdataBufferOffset, 0, std::max(g_MXdataBufferSize, 0)));
 }
 
-uint32_t hand_out_output(char** output, uint32_t* length) {
+uint32_t return_output(char** output, uint32_t* length) {
     const uint32_t size = output_size();
     // Without output the agent gets the result of malloc(0), which it can free.
     // NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI)
@@ -115,7 +115,7 @@ uint32_t run_cmd_zfab(const void* arguments, char** output, uint32_t* length) {
         std::puts("MX Data buffer allocation failed");
     }
     mx_cmd_wraper(count, vector.data());
-    const uint32_t status = hand_out_output(output, length);
+    const uint32_t status = return_output(output, length);
     g_MXdataBufferOffset = 0;
     ReleaseMXBuffer();
     return status;

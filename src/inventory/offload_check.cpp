@@ -37,7 +37,7 @@ OffloadDevices::OffloadDevices() : exists_(path_exists(kQ3OffloadDevices)) {
     }
 }
 
-void OffloadDevices::decide(CardInfo& card, const char* port_name) const {
+void OffloadDevices::name_device(CardInfo& card, const char* port_name) const {
     const std::string_view chip = field_text(card.chip_type);
     if (chip == "Q4" || chip == "Q5") {
         mark_offload_card(card);

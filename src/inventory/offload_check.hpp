@@ -14,7 +14,7 @@ public:
     OffloadDevices();
 
     // Set a card's offload device text from the name of its first port.
-    void decide(CardInfo& card, const char* port_name) const;
+    void name_device(CardInfo& card, const char* port_name) const;
 
 private:
     bool exists_;

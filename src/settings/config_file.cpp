@@ -98,7 +98,7 @@ bool append(
     return false;
 }
 
-bool may_not_give_away(int reason) {
+bool may_not_change_owner(int reason) {
     return reason == EPERM || reason == EINVAL;  // EINVAL: the container does not have this user
 }
 
@@ -110,11 +110,11 @@ bool take_owner(const Descriptor& file, const struct stat& own, const struct sta
     if (fchown(file.get(), model.st_uid, model.st_gid) == 0) {
         return true;
     }
-    if (!may_not_give_away(errno)) {
+    if (!may_not_change_owner(errno)) {
         return false;
     }
     constexpr uid_t kSameOwner = static_cast<uid_t>(-1);
-    return fchown(file.get(), kSameOwner, model.st_gid) == 0 || may_not_give_away(errno);
+    return fchown(file.get(), kSameOwner, model.st_gid) == 0 || may_not_change_owner(errno);
 }
 
 // The mode of the model. With another owner it loses the set-user-id and set-group-id bits; with

@@ -33,7 +33,7 @@ private:
 template <std::size_t N>
 void copy_text(char (&field)[N], std::string_view text) {
     const std::size_t length = std::min(text.size(), N - 1);
-    std::memcpy(field, text.data(), length);
+    text.copy(field, length);  // an empty text may have no address
     std::memset(field + length, 0, N - length);
 }
 

@@ -97,6 +97,13 @@ void with_q3(Arguments... arguments) {
     ignore(Function(places.q3, arguments...));
 }
 
+// A reader that opens the window itself, and leaves it open.
+template <int32_t (*Read)(uint8_t, void*)>
+void read_q3() {
+    ignore(Read(places.q3, scratch<void>()));
+    disconnect_from_hba(places.q3);
+}
+
 uint32_t vpd_cap(uint8_t adapter) {
     uint32_t cap = 0;
     ignore(vpd_setup(adapter, &cap));
@@ -371,8 +378,7 @@ const auto kEntryPoints = std::to_array<EntryPoint>({
     {"get_default_config_version", [] { ignore(get_default_config_version(KX_CLASS_Q4)); }},
     {"get_flash_params", [] { with_q4<get_flash_params>(); }, kWindowStays},
     {"get_flash_params_sf_nsec", [] { with_q4<get_flash_params_sf_nsec>(); }, kWindowStays},
-    {"get_pxe_oprom_version", [] { with_q3<get_pxe_oprom_version>(scratch<void>()); },
-     kWindowStays},
+    {"get_pxe_oprom_version", [] { read_q3<get_pxe_oprom_version>(); }, kWindowStays},
     {"grab_file",
      [] {
          std::size_t length = 0;
@@ -432,12 +438,12 @@ const auto kEntryPoints = std::to_array<EntryPoint>({
          ignore(q3_get_adapterinfo(places.q3, vpd_cap(places.q3), scratch<AdapterInfoRecord>()));
      },
      kWindowStays},
-    {"q3_get_dm_signature", [] { with_q3<q3_get_dm_signature>(scratch<void>()); }, kWindowStays},
+    {"q3_get_dm_signature", [] { read_q3<q3_get_dm_signature>(); }, kWindowStays},
     {"q3_load_boot",
      [] { ignore(q3_load_boot(places.q3, boot_image().data(), 512)); }, kWindowStays},
     {"q3_read_flash", [] { with_q3<q3_read_flash>(0U, 4U, scratch<uint32_t>()); }, kWindowStays},
     {"q3_read_reg", [] { with_q3<q3_read_reg>(0U); }, kWindowStays},
-    {"q3_read_settings", [] { with_q3<q3_read_settings>(scratch<void>()); }, kWindowStays},
+    {"q3_read_settings", [] { read_q3<q3_read_settings>(); }, kWindowStays},
     {"q3_sf1_read", [] { with_q3<q3_sf1_read>(1U, 0, scratch<uint32_t>()); }, kWindowStays},
     {"q3_sf1_write", [] { with_q3<q3_sf1_write>(1U, 0, 4U); }, kWindowStays},
     {"q3_wait_op_done", [] { with_q3<q3_wait_op_done>(0U, 0U, 0, 5, 1); }, kWindowStays},
