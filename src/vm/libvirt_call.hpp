@@ -14,6 +14,7 @@
 #include <ctime>
 #include <type_traits>
 
+#include "support/standard_streams.hpp"
 #include "vm/optional_library.hpp"
 
 namespace kx::vm {
@@ -72,6 +73,7 @@ public:
             return failure();
         }
         const PipeSignalBlock block;
+        const StandardStreamGuard streams;  // the socket of a connection must be none of them
         return function(parameters...);
     }
 
@@ -89,14 +91,14 @@ private:
 };
 
 // The functions that the library uses.
-#define KX_LIBVIRT_FUNCTIONS(F)                                                                \
-    F(virConnectGetURI)                                                                        \
-    F(virConnectListDefinedDomains) F(virConnectListDomains) F(virConnectNumOfDefinedDomains)  \
-        F(virConnectNumOfDomains) F(virConnectOpenAuth) F(virDomainAttachDevice)               \
-            F(virDomainCreate) F(virDomainDefineXML) F(virDomainGetName) F(virDomainGetOSType) \
-                F(virDomainGetUUID) F(virDomainGetXMLDesc) F(virDomainLookupByID)              \
-                    F(virDomainLookupByName) F(virDomainLookupByUUID) F(virDomainReboot)       \
-                        F(virDomainShutdown)
+#define KX_LIBVIRT_FUNCTIONS(F)                                                                  \
+    F(virConnectGetURI)                                                                          \
+    F(virConnectListDefinedDomains)                                                              \
+    F(virConnectListDomains) F(virConnectNumOfDefinedDomains) F(virConnectNumOfDomains)          \
+        F(virConnectOpenAuth) F(virDomainAttachDevice) F(virDomainCreate) F(virDomainDefineXML)  \
+            F(virDomainGetName) F(virDomainGetOSType) F(virDomainGetUUID) F(virDomainGetXMLDesc) \
+                F(virDomainLookupByID) F(virDomainLookupByName) F(virDomainLookupByUUID)         \
+                    F(virDomainReboot) F(virDomainShutdown)
 
 struct Libvirt {
 #define KX_MEMBER(name) LibvirtFunction<decltype(::name)> name;

@@ -1,4 +1,5 @@
 // The connection to the hypervisor. Each test runs in a process that has not opened it yet.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "vm/allocator.hpp"
@@ -30,6 +31,21 @@ TEST(Connection, IsOpenedForTheDefaultHypervisorWithDefaultAuthentication) {
             ElementsAre("virConnectOpenAuth default default 0", "virConnectGetURI"));
     });
     EXPECT_EQ(printed, "");
+}
+
+// What the library prints would be written into the connection.
+TEST(Connection, IsNoStandardStreamOfAnAgentThatClosedIt) {
+    in_fresh_process([] {
+        close(STDIN_FILENO);
+        host().on_libvirt = [] {
+            const int opened = open("/dev/null", O_RDWR | O_CLOEXEC);
+            EXPECT_GT(opened, STDERR_FILENO);
+            close(opened);
+        };
+        EXPECT_NE(VMUtils::getConnection(), nullptr);
+        EXPECT_EQ(host().journal.size(), 2U);
+        EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "closed as before";
+    });
 }
 
 TEST(Connection, IsOpenedOnceForAllObjectsOfTheProcess) {
