@@ -19,11 +19,11 @@
 #include "support/shell.hpp"
 #include "support/text.hpp"
 #include "vm/agent_memory.hpp"
+#include "vm/agent_services.hpp"
 #include "vm/description_edit.hpp"
 #include "vm/domain_file.hpp"
 #include "vm/libvirt_call.hpp"
 #include "vm/optional_library.hpp"
-#include "vm/vm_steps.hpp"
 
 static_assert(sizeof(_interfaceInfo) == 56, "agents step through the array by this size");
 static_assert(offsetof(_interfaceInfo, type) == 6 && offsetof(_interfaceInfo, bridge) == 16);

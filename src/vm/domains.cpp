@@ -17,10 +17,11 @@
 #include "machines/documents.hpp"
 #include "support/shell.hpp"
 #include "vm/agent_memory.hpp"
+#include "vm/agent_services.hpp"
 #include "vm/libvirt_call.hpp"
 #include "vm/optional_library.hpp"
+#include "vm/uuid_text.hpp"
 #include "vm/virsh_name.hpp"
-#include "vm/vm_steps.hpp"
 
 static_assert(std::is_standard_layout_v<VMUtils>, "agents allocate the object themselves");
 static_assert(sizeof(VMUtils) == 9 * sizeof(void*));

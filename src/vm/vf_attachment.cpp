@@ -9,10 +9,11 @@
 #include <vector>
 
 #include "support/handle.hpp"
+#include "vm/agent_services.hpp"
 #include "vm/description_edit.hpp"
 #include "vm/libvirt_call.hpp"
 #include "vm/tokens.hpp"
-#include "vm/vm_steps.hpp"
+#include "vm/uuid_text.hpp"
 
 using kx::vm::libvirt;
 using kx::vm::log_failure;

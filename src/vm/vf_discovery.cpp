@@ -11,12 +11,14 @@
 #include <vector>
 
 #include "machines/documents.hpp"
+#include "support/chain.hpp"
 #include "vm/agent_memory.hpp"
+#include "vm/agent_services.hpp"
 #include "vm/domain_file.hpp"
 #include "vm/libvirt_call.hpp"
 #include "vm/optional_library.hpp"
 #include "vm/tokens.hpp"
-#include "vm/vm_steps.hpp"
+#include "vm/uuid_text.hpp"
 
 static_assert(sizeof(_VF) == 16, "agents step through the array by this size");
 static_assert(offsetof(_VF, bus) == 4 && offsetof(_VF, slot) == 8 && offsetof(_VF, function) == 12);
@@ -51,18 +53,19 @@ public:
         if (card == nullptr) {
             return false;
         }
-        if (KxVFNode* const node = vfs_.append()) {
+        if (KxVFNode* const node = vfs_.append(kx::allocate_record<KxVFNode>())) {
             node->vf = {card->pciDomain, card->bus, slot, function};
             print_vf(node->vf);
         }
         return true;
     }
     [[nodiscard]] KxVFNode* first() const { return vfs_.first(); }
+    [[nodiscard]] KxVFNode* release() { return vfs_.release(); }
 
 private:
     VMUtils& vm_;
     const KxCardBus* cards_ = nullptr;
-    kx::vm::Chain<KxVFNode> vfs_;
+    kx::Chain<KxVFNode> vfs_;
 };
 
 void print_no_document() { std::puts("some thing went wrong in getting document node"); }
@@ -138,7 +141,7 @@ int list_host_vfs(_VF*& vfs) {
 
 KxCardBus* VMUtils::getCardsInfo() {
     const auto output = kx::vm::run(R"(lspci -D | grep "Kestrix" | cut -d" " -f1)");
-    kx::vm::Chain<KxCardBus> cards;
+    kx::Chain<KxCardBus> cards;
     std::string pci_domain;
     std::string bus;
     // Four words a line: domain, bus, slot, function. Cards are told apart by the texts.
@@ -149,12 +152,12 @@ KxCardBus* VMUtils::getCardsInfo() {
         }
         pci_domain = words[k];
         bus = words[k + 1];
-        if (KxCardBus* const card = cards.append()) {
+        if (KxCardBus* const card = cards.append(kx::allocate_record<KxCardBus>())) {
             card->pciDomain = std::atoi(pci_domain.c_str());
             card->bus = std::atoi(bus.c_str());
         }
     }
-    return cards.first();
+    return cards.release();
 }
 
 KxVFNode* VMUtils::getVFsFromDomainInfo(char* path) {
@@ -173,7 +176,7 @@ KxVFNode* VMUtils::getVFsFromDomainInfo(char* path) {
         case Outcome::kParserError:
             break;
     }
-    return taker.first();
+    return taker.release();
 }
 
 int VMUtils::listVFsForVM(virDomainPtr domain, _VF**& vfs) {

@@ -1,4 +1,5 @@
 #include "vm/virsh_name.hpp"
+#include "vm/agent_services.hpp"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +11,7 @@
 #include <string_view>
 
 #include "vm/libvirt_call.hpp"
-#include "vm/vm_steps.hpp"
+#include "vm/uuid_text.hpp"
 
 namespace kx::vm {
 

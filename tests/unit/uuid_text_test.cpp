@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "vm/vm_steps.hpp"
+#include "vm/uuid_text.hpp"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "vm/vm_steps.hpp"
+#include "vm/uuid_text.hpp"
 
 #include <cstdio>
 #include <cstring>
@@ -6,23 +6,6 @@
 #include "vm/libvirt_call.hpp"
 
 namespace kx::vm {
-
-bool connect(virConnectPtr& connection) {
-    try {
-        connection = VMUtils::getConnection();
-        return true;
-    } catch (int) {
-        return false;
-    }
-}
-
-std::optional<std::string> run(const std::string& command) {
-    std::string output;
-    if (BridgeUtils::getControl()->getOutput(command, output) != 0) {
-        return std::nullopt;
-    }
-    return output;
-}
 
 Uuid uuid_of_text(const char* text) {
     Uuid uuid{};
