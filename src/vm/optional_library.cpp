@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iterator>
-#include <memory>
+#include <new>
 #include <string>
 
 #include "machines/documents.hpp"
@@ -66,8 +66,9 @@ std::string own_directory() {
     return file.substr(0, file.rfind('/') + 1);
 }
 
-// Never closed: the agent keeps texts and handles of these libraries.
-void* optional_library() {
+// Never closed: the agent keeps texts and handles of these libraries. Short memory is one more
+// reason why it cannot be loaded.
+void* optional_library() try {
     static void* library = nullptr;
     if (library == nullptr) {
         const std::string directory = own_directory();
@@ -76,6 +77,8 @@ void* optional_library() {
         }
     }
     return library;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 }  // namespace
