@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/scratch_directory.hpp"
 
 namespace {
@@ -330,11 +331,11 @@ TEST(CommandStandIn, IsCreatedOnceAndKept) {
 }
 
 TEST(LoggerStandIn, WritesOneLineWithLevelAndModule) {
-    testing::internal::CaptureStderr();
-    KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, "cannot do %s: %d", "that", 3);
-    KxLogger::KestrixLogMsg(static_cast<ModName>(10), KX_LOG_WARNING, "%s", "100%n");
     EXPECT_EQ(
-        testing::internal::GetCapturedStderr(),
+        test::told([] {
+            KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, "cannot do %s: %d", "that", 3);
+            KxLogger::KestrixLogMsg(static_cast<ModName>(10), KX_LOG_WARNING, "%s", "100%n");
+        }),
         "libkxlinhw: error: [module 2] cannot do that: 3\n"
         "libkxlinhw: warning: [module 10] 100%n\n");
 }
@@ -345,10 +346,9 @@ TEST(LoggerStandIn, NamesEachLevel) {
         {KX_LOG_ERROR, "error"}, {KX_LOG_FAILURE, "error"},
     };
     for (const auto& [level, name] : levels) {
-        testing::internal::CaptureStderr();
-        KxLogger::KestrixLogMsg(KX_MOD_VM, level, "text");
         EXPECT_EQ(
-            testing::internal::GetCapturedStderr(), "libkxlinhw: " + name + ": [module 2] text\n");
+            test::told([level = level] { KxLogger::KestrixLogMsg(KX_MOD_VM, level, "text"); }),
+            "libkxlinhw: " + name + ": [module 2] text\n");
     }
 }
 
@@ -359,11 +359,11 @@ TEST(LoggerStandIn, KeepsTheLinesOfTwoThreadsApart) {
             KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_INFO, "%s", "text");
         }
     };
-    testing::internal::CaptureStderr();
-    std::thread other(write_lines);
-    write_lines();
-    other.join();
-    std::istringstream lines(testing::internal::GetCapturedStderr());
+    std::istringstream lines(test::told([&] {
+        std::thread other(write_lines);
+        write_lines();
+        other.join();
+    }));
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
         ASSERT_EQ(line, "libkxlinhw: info: [module 2] text");

@@ -16,6 +16,7 @@
 
 #include "sim/adapter_bench.hpp"
 #include "support/file_text.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -50,9 +51,8 @@ TEST(FlashLayoutPage, ShowsADefaultConfigurationRecord) {
     bench::Adapter adapter(bench::Family::kQ4);
     adapter.fill(0, std::array<uint8_t, 2>{0x55, 0xAA});
     adapter.fill(16, std::array<uint8_t, 4>{1, 0, 0, 0x54});
-    testing::internal::CaptureStdout();
-    const int32_t status = q4_load_default_config(0, 2);
-    testing::internal::GetCapturedStdout();
+    int32_t status = -1;
+    test::printed([&] { status = q4_load_default_config(0, 2); });
     ASSERT_EQ(status, 0);
     const std::span<const uint8_t> flash(adapter.content);
     const std::string shown = dump(flash.subspan(kRecordAddress, sizeof(Q4BootConfig)));

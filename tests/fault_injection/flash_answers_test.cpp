@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "support/output.hpp"
+
 namespace {
 
 int32_t flash_size;
@@ -32,10 +34,8 @@ TEST(AFlashThatContradictsItself, IsRefusedWhenItIsSmallerThanItsNumberOfSectors
 }
 
 TEST(AFlashThatContradictsItself, IsMeasuredBeforeItIsRefused) {
-    testing::internal::CaptureStdout();
-    expect_refusal(0, 16);
     EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
+        test::printed([] { expect_refusal(0, 16); }),
         "sf_size 0 sf_nsec 16\nsf_size 0 sf_nsec 16\nsf_size 0 sf_nsec 16\n");
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "kxctl/process.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -130,9 +131,9 @@ TEST(CommandRunner, RunsCommandsUntranslated) {
 }
 
 TEST(Logger, IsSilentUntilMessagesAreShown) {
-    testing::internal::CaptureStderr();
-    KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, "%s", "not shown");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(
+        test::told([] { KxLogger::KestrixLogMsg(KX_MOD_VM, KX_LOG_FAILURE, "%s", "not shown"); }),
+        "");
 }
 
 TEST(Logger, KeepsTheNumberOfAService) {

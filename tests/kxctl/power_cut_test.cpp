@@ -8,6 +8,7 @@
 #include <set>
 
 #include "kxctl/on_host.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -37,14 +38,15 @@ protected:
         host.directory("/etc/kestrix-plexo");
         host.file(GetParam().file, GetParam().old_text);
         const auto attached = host.attach();
-        testing::internal::CaptureStdout();
-        host.watch_flushes();
-        host.fail(kxsim::power_cut(nth));
-        const kxsim::Calls calls = host.count([] { static_cast<void>(GetParam().run()); });
-        host.clear_faults();
-        host.lose_unflushed();
-        testing::internal::GetCapturedStdout();
-        return calls.names("file");
+        std::vector<std::string> calls;
+        test::printed([&] {
+            host.watch_flushes();
+            host.fail(kxsim::power_cut(nth));
+            calls = host.count([] { static_cast<void>(GetParam().run()); }).names("file");
+            host.clear_faults();
+            host.lose_unflushed();
+        });
+        return calls;
     }
 
     static nlohmann::json repair(kxsim::Host& host) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "support/file_text.hpp"
+#include "support/output.hpp"
 #include "support/private_network.hpp"
 
 namespace {
@@ -84,9 +85,8 @@ protected:
 
     uint32_t apply(uint32_t mask) {
         port_.settings.change_mask = mask;
-        testing::internal::CaptureStdout();
-        const uint32_t status = setPortParams(&port_);
-        testing::internal::GetCapturedStdout();
+        uint32_t status = 0;
+        test::printed([&] { status = setPortParams(&port_); });
         return status;
     }
 

@@ -16,14 +16,12 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 std::vector<std::string>& calls() {
     static std::vector<std::string> made;
@@ -155,13 +153,9 @@ protected:
     template <class Record>
     static Calls of(uint32_t (*build)(Record**)) {
         Record* first = nullptr;
-        CaptureStdout();
-        CaptureStderr();
         calls().clear();
         delays = 0;
-        build(&first);
-        GetCapturedStderr();
-        GetCapturedStdout();
+        test::told([&] { test::printed([&] { build(&first); }); });
         return calls();
     }
 

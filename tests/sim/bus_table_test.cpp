@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 extern "C" {
 #include <pci/pci.h>
 }
@@ -28,8 +30,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 constexpr unsigned kMaker = KESTRIX_PCI_VENDOR_ID;
 
@@ -51,9 +51,8 @@ protected:
 
     uint8_t scan() {
         const auto attached = host_.attach();
-        CaptureStdout();
-        const uint8_t count = scan_hbas();
-        printed_ = GetCapturedStdout();
+        uint8_t count = 0;
+        printed_ = test::printed([&] { count = scan_hbas(); });
         return count;
     }
 
@@ -83,9 +82,7 @@ protected:
         VirtualFunctions found;
         uint8_t untouched = 0;
         uint8_t* records = &untouched;
-        CaptureStdout();
-        found.status = scan_vfhbas(&found.count, &records);
-        printed_ = GetCapturedStdout();
+        printed_ = test::printed([&] { found.status = scan_vfhbas(&found.count, &records); });
         if (records != &untouched) {
             const std::unique_ptr<uint8_t, decltype(&std::free)> owner(records, &std::free);
             for (uint32_t i = skipped; i < found.count; ++i) {

@@ -7,6 +7,7 @@
 #include <kxsim/host.hpp>
 #include <string>
 
+#include "support/output.hpp"
 #include "support/records.hpp"
 
 namespace {
@@ -167,10 +168,8 @@ TEST(Fill, WithoutAnEthernetDriverSaysSo) {
     CardList* list = nullptr;
     ASSERT_EQ(InitAndFillInfo_Kxcard(&list, 0), 0U);
     host.file("/proc/modules", "");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(FillInfo_Kxcard(&list, 0), 62U);
     EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
+        test::printed([&] { EXPECT_EQ(FillInfo_Kxcard(&list, 0), 62U); }),
         "FillInfo_Kxcard: No zfab3 or zfab4 Driver loaded\n");
     Close_Kxcard(list);
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/records.hpp"
 
 namespace {
@@ -213,10 +214,8 @@ TEST(CardList, WithoutAnEthernetDriverIsNotBuiltAndThePointerStays) {
     const auto attached = host.attach();
     auto* const before = reinterpret_cast<CardList*>(1);
     CardList* list = before;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(InitAndFillInfo_Kxcard(&list, 0), 62U);
     EXPECT_EQ(
-        testing::internal::GetCapturedStdout(),
+        test::printed([&] { EXPECT_EQ(InitAndFillInfo_Kxcard(&list, 0), 62U); }),
         "InitAndFillInfo_Kxcard: No zfab3 or zfab4 Driver loaded\n");
     EXPECT_EQ(list, before);
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/stat_entries.hpp"
 
 namespace {
@@ -50,9 +51,7 @@ protected:
     // What a reader prints; its status goes to status_.
     template <class Read>
     std::string output_of(Read read) {
-        testing::internal::CaptureStdout();
-        status_ = read();
-        return testing::internal::GetCapturedStdout();
+        return test::printed([&] { status_ = read(); });
     }
 
     std::string read_q3(const char* device = "toe0") {
@@ -314,13 +313,14 @@ TEST_F(CardStatistics, Q4ChainThatExistsIsOverwrittenAndKeepsItsLength) {
 TEST_F(CardStatistics, Q4AllocationThatFailsIsAFailure) {
     host_.file(kTcp, counter_lines(1, 4));
     std::strcpy(card_.pci_bus_location, "04:00.4");
-    testing::internal::CaptureStdout();
-    const unsigned positions = kxsim::sweep(
-        host_, {.call = "calloc", .error = ENOMEM, .from = "libkxlinhw"}, [&](unsigned nth) {
-            EXPECT_EQ(getQ4CardStats(&card_), nth <= 3 ? 0xFFFFFFFF : 0U) << nth;
-            test::drop_entries(&card_.stats);
-        });
-    testing::internal::GetCapturedStdout();
+    unsigned positions = 0;
+    test::printed([&] {
+        positions = kxsim::sweep(
+            host_, {.call = "calloc", .error = ENOMEM, .from = "libkxlinhw"}, [&](unsigned nth) {
+                EXPECT_EQ(getQ4CardStats(&card_), nth <= 3 ? 0xFFFFFFFF : 0U) << nth;
+                test::drop_entries(&card_.stats);
+            });
+    });
     EXPECT_EQ(positions, 3U);
 }
 

@@ -14,15 +14,13 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using kxsim::Damage;
 using testing::Each;
 using testing::HasSubstr;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
 const kxsim::ProductData kProduct{
     .product = "PRODUCT",
@@ -63,12 +61,12 @@ protected:
     }
 
     void build() {
-        CaptureStdout();
-        CaptureStderr();
-        EXPECT_EQ(get_adapter_list(&record_), 0U);
-        EXPECT_EQ(get_adapterinfo_list(&info_), 0U);
-        told_ = GetCapturedStderr();
-        printed_ = GetCapturedStdout();
+        test::told([&] {
+            printed_ = test::printed([&] {
+                EXPECT_EQ(get_adapter_list(&record_), 0U);
+                EXPECT_EQ(get_adapterinfo_list(&info_), 0U);
+            });
+        });
         ASSERT_NE(record_, nullptr);
         ASSERT_NE(info_, nullptr);
     }
@@ -88,7 +86,6 @@ protected:
     AdapterRecord* record_ = nullptr;
     AdapterInfoRecord* info_ = nullptr;
     std::string printed_;
-    std::string told_;
 
 private:
     std::optional<kxsim::Attached> attached_;
@@ -201,14 +198,15 @@ protected:
 };
 
 TEST_F(DamagedHost, EveryAdapterIsInBothLists) {
-    CaptureStdout();
-    CaptureStderr();
     AdapterRecord* first = nullptr;
     AdapterInfoRecord* first_info = nullptr;
-    EXPECT_EQ(get_adapter_list(&first), 0U);
-    EXPECT_EQ(get_adapterinfo_list(&first_info), 0U);
-    const std::string told = GetCapturedStderr();
-    const std::string printed = GetCapturedStdout();
+    std::string printed;
+    const std::string told = test::told([&] {
+        printed = test::printed([&] {
+            EXPECT_EQ(get_adapter_list(&first), 0U);
+            EXPECT_EQ(get_adapterinfo_list(&first_info), 0U);
+        });
+    });
     std::map<int, std::string> names;
     for (const AdapterInfoRecord* info = first_info; info != nullptr; info = info->next) {
         names[info->bus] = text(info->product_name);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <kxlinhw/flash_images.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -12,6 +11,9 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+
+#include "support/output.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -28,23 +30,14 @@ extern "C" KX_EXPORT FILE* fopen(const char* path, const char* mode) {
 
 namespace {
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
-
 class DefaultConfigFile : public testing::Test {
 protected:
-    DefaultConfigFile() {
-        directory_ = testing::TempDir() + "default_config_" + std::to_string(getpid());
-        std::filesystem::create_directories(directory_);
-        stand_in = directory_ + "/q4-config.txt";
-    }
-    ~DefaultConfigFile() override { std::filesystem::remove_all(directory_); }
+    DefaultConfigFile() { stand_in = directory_ / "q4-config.txt"; }
 
     static int32_t version_of(const std::string& content, uint8_t chip_class = 1) {
         std::ofstream(stand_in, std::ios::binary) << content;
-        CaptureStdout();
-        const int32_t version = get_default_config_version(chip_class);
-        printed = GetCapturedStdout();
+        int32_t version = -1;
+        printed = test::printed([&] { version = get_default_config_version(chip_class); });
         return version;
     }
 
@@ -55,7 +48,7 @@ protected:
     static inline std::string printed;
 
 private:
-    std::string directory_;
+    const test::ScratchDirectory directory_;
 };
 
 TEST_F(DefaultConfigFile, EveryDeviceIdHasItsVersion) {
@@ -112,16 +105,12 @@ TEST_F(DefaultConfigFile, BytesBehindANulAreNotSeen) {
 }
 
 TEST_F(DefaultConfigFile, MissingFileIsVersionZeroAndSilent) {
-    CaptureStdout();
-    EXPECT_EQ(get_default_config_version(1), 0);
-    EXPECT_EQ(GetCapturedStdout(), "");
+    EXPECT_EQ(test::printed([] { EXPECT_EQ(get_default_config_version(1), 0); }), "");
 }
 
 TEST_F(DefaultConfigFile, DirectoryInItsPlaceHasAnEmptyLine) {
     std::filesystem::create_directory(stand_in);
-    CaptureStdout();
-    EXPECT_EQ(get_default_config_version(2), 0);
-    EXPECT_EQ(GetCapturedStdout(), found(""));
+    EXPECT_EQ(test::printed([] { EXPECT_EQ(get_default_config_version(2), 0); }), found(""));
 }
 
 TEST_F(DefaultConfigFile, OnlyTwoChipClassesHaveOne) {

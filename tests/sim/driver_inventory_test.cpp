@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/records.hpp"
 
 namespace {
@@ -69,9 +70,7 @@ TEST(DriverInventory, NeedsNoCardAndNoLoadedDriver) {
     kxsim::Host host;
     host.module({.name = "zfab4", .version = "1"});
     const auto attached = host.attach();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(test::driver_details().status, 0U);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(test::printed([] { EXPECT_EQ(test::driver_details().status, 0U); }), "");
 }
 
 TEST(DriverInventory, LoadedStateIsTheModulesOwnCheck) {

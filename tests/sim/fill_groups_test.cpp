@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/stat_entries.hpp"
 
 namespace {
@@ -48,16 +49,14 @@ protected:
     ~FillGroups() override { Close_Kxcard(list_); }
 
     uint32_t build(uint32_t mask) {
-        testing::internal::CaptureStdout();
-        const uint32_t status = InitAndFillInfo_Kxcard(&list_, mask);
-        output_ = testing::internal::GetCapturedStdout();
+        uint32_t status = 0;
+        output_ = test::printed([&] { status = InitAndFillInfo_Kxcard(&list_, mask); });
         return status;
     }
 
     uint32_t fill(uint32_t mask) {
-        testing::internal::CaptureStdout();
-        const uint32_t status = FillInfo_Kxcard(&list_, mask);
-        output_ = testing::internal::GetCapturedStdout();
+        uint32_t status = 0;
+        output_ = test::printed([&] { status = FillInfo_Kxcard(&list_, mask); });
         return status;
     }
 

@@ -9,15 +9,14 @@
 #include <kxsim/host.hpp>
 #include <string>
 
+#include "support/output.hpp"
+
 // The inventory that findMac builds stays in the process by contract; a leak detector need not
 // tell.
 extern "C" KX_EXPORT const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:findMac\n"; }
 
 namespace {
-
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 class FindMac : public testing::Test {
 protected:
@@ -39,9 +38,8 @@ protected:
     int find(const char* location) {
         const auto attached = host_.attach();
         mac_.fill('x');
-        CaptureStdout();
-        const int found = findMac(location, mac_.data());
-        printed_ = GetCapturedStdout();
+        int found = -1;
+        printed_ = test::printed([&] { found = findMac(location, mac_.data()); });
         return found;
     }
 

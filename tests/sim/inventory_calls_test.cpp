@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using testing::ElementsAre;
@@ -121,11 +123,8 @@ protected:
     std::vector<std::string> calls_of(uint32_t expected, Query query) {
         std::vector<char> buffer(10000);
         uint32_t length = 0;
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(query(buffer.data(), &length), expected);
-        testing::internal::GetCapturedStderr();
-        testing::internal::GetCapturedStdout();
+        test::told(
+            [&] { test::printed([&] { EXPECT_EQ(query(buffer.data(), &length), expected); }); });
         return std::exchange(agent().calls, {});
     }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/iwarp_files.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -143,19 +144,16 @@ protected:
 
     uint32_t set() {
         const auto attached = host_.attach();
-        testing::internal::CaptureStdout();
-        const uint32_t status = SetIwarpProps(&record_);
-        printed_ = testing::internal::GetCapturedStdout();
+        uint32_t status = 0;
+        printed_ = test::printed([&] { status = SetIwarpProps(&record_); });
         return status;
     }
     uint32_t get() {
         const auto attached = host_.attach();
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
         size_ = 77;
-        const uint32_t status = GetIwarpProps(&record_, &size_);
-        printed_ = testing::internal::GetCapturedStdout();
-        complained_ = testing::internal::GetCapturedStderr();
+        uint32_t status = 0;
+        complained_ = test::told(
+            [&] { printed_ = test::printed([&] { status = GetIwarpProps(&record_, &size_); }); });
         return status;
     }
 
@@ -248,9 +246,7 @@ TEST_F(Iwarp, AMaskOfNothingWritesNothing) {
 TEST_F(Iwarp, ARefusedWriteGoesUnnoticed) {
     host_.remove(file_of("iw_zfab4", "snd_win"));
     put(kRows[28], 1);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(set(), 0U);
-    testing::internal::GetCapturedStderr();
+    test::told([&] { EXPECT_EQ(set(), 0U); });
     EXPECT_THAT(logged, IsEmpty());
 }
 
@@ -374,10 +370,10 @@ TEST_F(Iwarp, ARecordMayStandAtAnyAddress) {
     put(kRows[28], 5);
     std::memcpy(bytes.data() + 1, &record_, sizeof record_);
     const auto attached = host_.attach();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(SetIwarpProps(bytes.data() + 1), 0U);
-    EXPECT_EQ(GetIwarpProps(bytes.data() + 1, &size_), 0U);
-    testing::internal::GetCapturedStdout();
+    test::printed([&] {
+        EXPECT_EQ(SetIwarpProps(bytes.data() + 1), 0U);
+        EXPECT_EQ(GetIwarpProps(bytes.data() + 1, &size_), 0U);
+    });
     EXPECT_EQ(file("iw_zfab4", "snd_win"), "5\n");
 }
 

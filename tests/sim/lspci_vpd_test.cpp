@@ -16,13 +16,12 @@
 #include <string>
 #include <string_view>
 
+#include "support/output.hpp"
 #include "support/shell.hpp"
 
 namespace {
 
 using testing::HasSubstr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 const kxsim::ProductData kProduct{
     .product = "KX-PRODUCT",
@@ -79,17 +78,13 @@ protected:
 
     // The records of the adapter, with the library's own lines out of the way.
     AdapterInfoRecord info() {
-        CaptureStdout();
         AdapterInfoRecord* first = nullptr;
-        EXPECT_EQ(get_adapterinfo_list(&first), 0U);
-        GetCapturedStdout();
+        test::printed([&] { EXPECT_EQ(get_adapterinfo_list(&first), 0U); });
         return *first;
     }
     AdapterRecord record() {
-        CaptureStdout();
         AdapterRecord* first = nullptr;
-        EXPECT_EQ(get_adapter_list(&first), 0U);
-        GetCapturedStdout();
+        test::printed([&] { EXPECT_EQ(get_adapter_list(&first), 0U); });
         return *first;
     }
 

@@ -8,6 +8,8 @@
 #include <kxsim/host.hpp>
 #include <string>
 
+#include "support/output.hpp"
+
 namespace {
 
 constexpr char kTxCoal[] = "/sys/module/zfab4/parameters/tx_coal";
@@ -28,9 +30,7 @@ protected:
 
     std::string printed_by(const char* command) {
         const auto attached = host_.attach();
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(executeCommand(command), 0);
-        return testing::internal::GetCapturedStdout();
+        return test::printed([&] { EXPECT_EQ(executeCommand(command), 0); });
     }
 
     kxsim::Host host_;
@@ -86,15 +86,15 @@ TEST_F(ModuleParameter, WithoutItsFileItReadsZero) {
     host_.remove(kTxCoal);
     const auto attached = host_.attach();
     params_.tx_coal = 99;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(getDriverParams(&params_, nullptr), 0U);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error: File not found\n");
+    std::string printed;
+    const std::string told = test::told([&] {
+        printed = test::printed([&] { EXPECT_EQ(getDriverParams(&params_, nullptr), 0U); });
+    });
+    EXPECT_EQ(printed, "Error: File not found\n");
     EXPECT_THAT(
-        testing::internal::GetCapturedStderr(),
-        testing::AllOf(
-            testing::HasSubstr(std::string("File ") + kTxCoal + " not Found"),
-            testing::EndsWith("error: No such file or directory\n")));
+        told, testing::AllOf(
+                  testing::HasSubstr(std::string("File ") + kTxCoal + " not Found"),
+                  testing::EndsWith("error: No such file or directory\n")));
     EXPECT_EQ(params_.tx_coal, 0);
 }
 
@@ -117,12 +117,11 @@ TEST_F(ModuleParameter, AFileThatCannotBeOpenedGivesMinusOneAndTheReason) {
     host_.file(kTxCoal, "5\n", 0);
     const auto attached = host_.attach();
     uint32_t value = 77;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(read_from_file(kTxCoal, &value), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error: File not found\n");
-    EXPECT_THAT(
-        testing::internal::GetCapturedStderr(), testing::EndsWith("error: Permission denied\n"));
+    std::string printed;
+    const std::string told = test::told(
+        [&] { printed = test::printed([&] { EXPECT_EQ(read_from_file(kTxCoal, &value), -1); }); });
+    EXPECT_EQ(printed, "Error: File not found\n");
+    EXPECT_THAT(told, testing::EndsWith("error: Permission denied\n"));
     EXPECT_EQ(value, 0U);
 }
 

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 constexpr char kDevices[] = "/proc/net/offload/devices";
@@ -309,11 +311,7 @@ TEST_F(OffloadParameters, RefuseNullArguments) {
 
 TEST_F(OffloadParameters, PrintNothing) {
     host_.toe_device({.index = 0, .interfaces = {"eth2"}});
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    getTOEparams(&card_);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(test::told([&] { EXPECT_EQ(test::printed([&] { getTOEparams(&card_); }), ""); }), "");
 }
 
 }  // namespace

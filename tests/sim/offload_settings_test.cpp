@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/closed_streams.hpp"
+#include "support/output.hpp"
 #include "support/shell.hpp"
 
 namespace {
@@ -174,9 +175,11 @@ TEST_F(OffloadSettings, EachReportsAWriteThatTheDriverRefuses) {
     for (const Row& row : kRows) {
         host_.fail(
             {.call = "write", .times = 0, .error = EINVAL, .object = control_file(row.name)});
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(set_alone(row, std::max(row.min, least_of(row))), 70U) << row.name;
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "WRITE ERROR:: Invalid argument\n");
+        EXPECT_EQ(
+            test::told([&] {
+                EXPECT_EQ(set_alone(row, std::max(row.min, least_of(row))), 70U) << row.name;
+            }),
+            "WRITE ERROR:: Invalid argument\n");
         const std::string message =
             "Set " + std::string(row.name) + " for 03:00.4 failed: Invalid set value; ";
         EXPECT_EQ(std::string(GetErrStr(70)), message.substr(0, 63)) << row.name;

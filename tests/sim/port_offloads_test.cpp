@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "support/output.hpp"
 #include "support/port_on_host.hpp"
 
 namespace {
@@ -166,9 +167,9 @@ TEST_F(PortOffloads, AFailureToSaveIsNoFailure) {
     host_.remove("/etc/kestrix-plexo");
     settings_.tso = 0;
     const auto attached = host_.attach();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(setOffloads("eth2", &settings_, 0x400), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "not able to open conf file\n");
+    EXPECT_EQ(
+        test::printed([&] { EXPECT_EQ(setOffloads("eth2", &settings_, 0x400), 0); }),
+        "not able to open conf file\n");
     EXPECT_EQ(host_.nic("eth2").tso, 0U);
     EXPECT_FALSE(host_.exists("/etc/kestrix-plexo"));
 }

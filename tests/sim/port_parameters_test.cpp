@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using testing::ElementsAreArray;
@@ -430,11 +432,7 @@ TEST_F(PortParameters, NamesOf15CharactersArriveWhole) {
 }
 
 TEST_F(PortParameters, PrintNothing) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    read();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(test::told([&] { EXPECT_EQ(test::printed([&] { read(); }), ""); }), "");
 }
 
 TEST_F(PortParameters, LinkStatusIsTheDriversValue) {

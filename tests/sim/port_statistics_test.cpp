@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/stat_entries.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -127,11 +128,11 @@ class RefusedStatistics : public PortStatistics,
 TEST_P(RefusedStatistics, Give1AndNoEntryAndCloseTheSocket) {
     host_.refuse("eth2", GetParam().command, EBUSY);
     const std::size_t before = open_descriptors();
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(getTxRxStats("eth2", &port_), 1U);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), GetParam().on_standard_error);
+    std::string printed;
+    const std::string told = test::told(
+        [&] { printed = test::printed([&] { EXPECT_EQ(getTxRxStats("eth2", &port_), 1U); }); });
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(told, GetParam().on_standard_error);
     EXPECT_TRUE(port_.stats == nullptr);
     EXPECT_EQ(open_descriptors(), before);
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "sim/adapter_bench.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -45,19 +46,18 @@ struct Aftermath {
 // last one is not cut at all.
 std::vector<Aftermath> cut_everywhere(Family family, const std::function<int32_t()>& operation) {
     std::vector<Aftermath> all;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    for (uint32_t cut = 1; all.empty() || !all.back().whole_run; ++cut) {
-        bench::Adapter adapter(family, family == Family::kQ3 ? 19 : 20);
-        std::fill(adapter.content.begin(), adapter.content.end(), kBefore);
-        adapter.hardware.faults.power_cut_at = cut;
-        const int32_t status = operation();
-        all.push_back(
-            {cut, status, adapter.hardware.unpowered == 0, adapter.hardware.flash.erases,
-             std::move(adapter.content)});
-    }
-    testing::internal::GetCapturedStdout();
-    testing::internal::GetCapturedStderr();
+    const auto cut_each = [&] {
+        for (uint32_t cut = 1; all.empty() || !all.back().whole_run; ++cut) {
+            bench::Adapter adapter(family, family == Family::kQ3 ? 19 : 20);
+            std::fill(adapter.content.begin(), adapter.content.end(), kBefore);
+            adapter.hardware.faults.power_cut_at = cut;
+            const int32_t status = operation();
+            all.push_back(
+                {cut, status, adapter.hardware.unpowered == 0, adapter.hardware.flash.erases,
+                 std::move(adapter.content)});
+        }
+    };
+    test::told([&] { test::printed(cut_each); });
     return all;
 }
 
@@ -217,17 +217,17 @@ TEST(PowerCut, EveryWriteCanBeRepeated) {
     const Bytes record = counting(1664, 1);
     for (const uint32_t cut : {5U, 20U, 100U, 250U, 400U}) {
         bench::Adapter adapter(Family::kQ4, 20);
-        testing::internal::CaptureStdout();
-        for (const auto& operation : std::initializer_list<std::function<int32_t()>>{
-                 [&] { return q4_load_boot(0, image.data(), 0, uint32_t(image.size())); },
-                 [&] { return write_flash_for_config(0, record.data()); }}) {
-            adapter.repair();
-            adapter.hardware.faults.power_cut_at = cut;
-            static_cast<void>(operation());
-            adapter.repair();
-            EXPECT_EQ(operation(), 0) << cut;
-        }
-        testing::internal::GetCapturedStdout();
+        test::printed([&] {
+            for (const auto& operation : std::initializer_list<std::function<int32_t()>>{
+                     [&] { return q4_load_boot(0, image.data(), 0, uint32_t(image.size())); },
+                     [&] { return write_flash_for_config(0, record.data()); }}) {
+                adapter.repair();
+                adapter.hardware.faults.power_cut_at = cut;
+                static_cast<void>(operation());
+                adapter.repair();
+                EXPECT_EQ(operation(), 0) << cut;
+            }
+        });
         EXPECT_TRUE(holds(adapter.content, 0, image)) << cut;
         EXPECT_TRUE(holds(adapter.content, 7 * kSector, record)) << cut;
     }

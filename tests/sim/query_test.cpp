@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/records.hpp"
 
 namespace {
@@ -285,9 +286,10 @@ TEST(Tool, RunsWithoutAManagementBufferWhenMemoryIsShort) {
     char* output = nullptr;
     uint32_t length = 9;
     uint32_t status = 9;
-    testing::internal::CaptureStdout();
-    host.count([&] { status = run_cmd_zfab(block.data(), &output, &length); });
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "MX Data buffer allocation failed\n");
+    EXPECT_EQ(
+        test::printed(
+            [&] { host.count([&] { status = run_cmd_zfab(block.data(), &output, &length); }); }),
+        "MX Data buffer allocation failed\n");
     EXPECT_EQ(status, 0U);
     EXPECT_EQ(length, 0U);
     std::free(output);

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace {
 
 using testing::AnyOf;
@@ -38,17 +40,15 @@ protected:
 
     int save(const char* interface_name, const char* key, int value) {
         const auto attached = host_.attach();
-        testing::internal::CaptureStdout();
-        const int status = savePortParam(key, interface_name, 1, value);
-        printed_ = testing::internal::GetCapturedStdout();
+        int status = -1;
+        printed_ = test::printed([&] { status = savePortParam(key, interface_name, 1, value); });
         return status;
     }
 
     int save_sysctl(const char* path, int64_t value) {
         const auto attached = host_.attach();
-        testing::internal::CaptureStdout();
-        const int status = saveSysctlParam(path, value);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+        int status = -1;
+        EXPECT_EQ(test::printed([&] { status = saveSysctlParam(path, value); }), "");
         return status;
     }
 
@@ -206,15 +206,16 @@ TEST_F(Recording, AgentsThatSaveAtTheSameTimeLoseNoLine) {
     const auto attached = host_.attach();
     std::fflush(stdout);
     in_processes([](int agent) {
-        testing::internal::CaptureStdout();
-        for (const int value : {1, 2}) {  // appended, then put in the place of the first
-            for (int i = 0; i < kSettings; ++i) {
-                const std::string key = "k" + std::to_string(i) + "a" + std::to_string(agent) + "_";
-                EXPECT_EQ(savePortParam(key.c_str(), "eth1", 1, value), 0);
-                EXPECT_EQ(saveSysctlParam(("/proc/sys/toe/" + key).c_str(), value), 0);
+        test::printed([agent] {
+            for (const int value : {1, 2}) {  // appended, then put in the place of the first
+                for (int i = 0; i < kSettings; ++i) {
+                    const std::string key =
+                        "k" + std::to_string(i) + "a" + std::to_string(agent) + "_";
+                    EXPECT_EQ(savePortParam(key.c_str(), "eth1", 1, value), 0);
+                    EXPECT_EQ(saveSysctlParam(("/proc/sys/toe/" + key).c_str(), value), 0);
+                }
             }
-        }
-        testing::internal::GetCapturedStdout();
+        });
     });
     std::vector<std::string> port_lines;
     std::vector<std::string> sysctl_lines;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "support/closed_streams.hpp"
+#include "support/output.hpp"
 
 extern "C" {
 #include <pci/pci.h>
@@ -104,12 +105,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 
-class RegisterWindow : public testing::Test {
+class RegisterWindow : public test::OutputTest {
 protected:
     RegisterWindow() {
         window.fill(0);
@@ -132,13 +129,13 @@ protected:
     // Run a step with /dev/mem watched; keeps what it wrote to standard error.
     template <class Body>
     int32_t run(Body body) {
-        CaptureStdout();
-        CaptureStderr();
-        dev_mem.watching = true;
-        const int32_t result = body();
-        dev_mem.watching = false;
-        told = GetCapturedStderr();
-        EXPECT_EQ(GetCapturedStdout(), "");
+        const int32_t result = OutputTest::run([&] {
+            dev_mem.watching = true;
+            const int32_t given = body();
+            dev_mem.watching = false;
+            return given;
+        });
+        EXPECT_EQ(printed_, "");
         return result;
     }
 
@@ -157,8 +154,6 @@ protected:
 
     void place(pciaddr_t bar) { first_.base_addr[0] = bar; }
 
-    std::string told;
-
 private:
     pci_dev first_{};
     pci_dev second_{};
@@ -166,7 +161,7 @@ private:
 
 TEST_F(RegisterWindow, Q4WindowIs128KiBAtItsBar) {
     EXPECT_EQ(connect_q4(), 0);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told_, "");
     EXPECT_THAT(dev_mem.open_modes, ElementsAre(O_RDWR));
     EXPECT_THAT(
         dev_mem.mapped,
@@ -216,7 +211,7 @@ TEST_F(RegisterWindow, TopPageIsNotMapped) {
     for (const pciaddr_t bar : {0xFFFFF000ULL, 0xFFFFE924ULL, 0xFFFFF923ULL}) {
         place(bar);
         EXPECT_EQ(connect(), KX_ADAPTER_INVALID);
-        EXPECT_EQ(told, "Sorry, cannot map the top 4K page\n");
+        EXPECT_EQ(told_, "Sorry, cannot map the top 4K page\n");
     }
     EXPECT_THAT(dev_mem.open_modes, IsEmpty());
     place(0xFFFFE000);
@@ -227,7 +222,7 @@ TEST_F(RegisterWindow, WindowThatEndsAt4GiBIsNotMapped) {
     for (const pciaddr_t bar : {0xFFFE0000ULL, 0xFFFC6C04ULL, 0xFFFE6C03ULL}) {
         place(bar);
         EXPECT_EQ(connect_q4(), KX_ADAPTER_INVALID);
-        EXPECT_EQ(told, "Aligned addr+len exceeds top of address space\n");
+        EXPECT_EQ(told_, "Aligned addr+len exceeds top of address space\n");
     }
     EXPECT_THAT(dev_mem.open_modes, IsEmpty());
     place(0xFFFC0000);
@@ -237,7 +232,7 @@ TEST_F(RegisterWindow, WindowThatEndsAt4GiBIsNotMapped) {
 TEST_F(RegisterWindow, RefusedOpenIsToldAndChangesNoWindow) {
     dev_mem.refuse_open = true;
     EXPECT_EQ(connect_q4(), KX_ADAPTER_INVALID);
-    EXPECT_EQ(told, "open /dev/mem failed!");
+    EXPECT_EQ(told_, "open /dev/mem failed!");
     EXPECT_EQ(memfd, -1);
     EXPECT_EQ(mmapd_addr, 0U);
     disconnect();
@@ -247,7 +242,7 @@ TEST_F(RegisterWindow, RefusedOpenIsToldAndChangesNoWindow) {
 TEST_F(RegisterWindow, RefusedMappingIsToldAndClosesTheDescriptorOnce) {
     dev_mem.refuse_mapping = EPERM;
     EXPECT_EQ(connect(), KX_ADAPTER_INVALID);
-    EXPECT_EQ(told, "mmap() failed: Operation not permitted\n");
+    EXPECT_EQ(told_, "mmap() failed: Operation not permitted\n");
     EXPECT_EQ(memfd, dev_mem.opened.at(0));
     EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
     EXPECT_EQ(mmapd_addr, 0U);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
 #include "support/port_on_host.hpp"
 
 namespace {
@@ -45,10 +46,10 @@ protected:
         const auto attached = host_.attach();
         std::string text = location;
         uint32_t status = 0;
-        testing::internal::CaptureStdout();
-        requests_ =
-            host_.count([&] { status = SetPortParam(&record_, text.data(), port); }).requests();
-        testing::internal::GetCapturedStdout();
+        test::printed([&] {
+            requests_ =
+                host_.count([&] { status = SetPortParam(&record_, text.data(), port); }).requests();
+        });
         return status;
     }
 
@@ -208,9 +209,7 @@ TEST_F(SetEntry, TheDetailNeverPassesItsEnd) {
     std::memset(&port.settings, 0xEE, sizeof port.settings);
     put(port.settings.mtu, "5");
     port.settings.change_mask = kEveryBit;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(setPortParams(&port), 70U);
-    testing::internal::GetCapturedStdout();
+    test::printed([&] { EXPECT_EQ(setPortParams(&port), 70U); });
     EXPECT_THAT(
         std::string(GetErrStr(70)),
         HasSubstr("Set MTU for interface " + std::string(64, 'n') + "failed: Invalid set value "));

@@ -7,12 +7,20 @@
 
 namespace test {
 
-// The output of a call on standard output.
+// What a call prints on standard output.
 template <class Call>
 std::string printed(const Call& call) {
     testing::internal::CaptureStdout();
     call();
     return testing::internal::GetCapturedStdout();
+}
+
+// What a call prints on standard error.
+template <class Call>
+std::string told(const Call& call) {
+    testing::internal::CaptureStderr();
+    call();
+    return testing::internal::GetCapturedStderr();
 }
 
 // A test of calls that print.
@@ -21,11 +29,8 @@ protected:
     // The result of a call; what it printed is kept until the next one.
     template <class Call>
     auto run(const Call& call) {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        const auto result = call();
-        told_ = testing::internal::GetCapturedStderr();
-        printed_ = testing::internal::GetCapturedStdout();
+        decltype(call()) result{};
+        told_ = told([&] { printed_ = printed([&] { result = call(); }); });
         return result;
     }
 

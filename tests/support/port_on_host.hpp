@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+
 namespace test {
 
 constexpr char kConfFile[] = "/etc/kestrix-plexo/kxportparams.conf";
@@ -42,11 +44,11 @@ protected:
     // Call a setter group on the host; what it prints is in printed_.
     int set(Setter setter, uint32_t mask, const char* interface_name = "eth2") {
         const auto attached = host_.attach();
-        testing::internal::CaptureStdout();
         int status = 0;
-        const kxsim::Calls calls =
-            host_.count([&] { status = setter(interface_name, &settings_, mask); });
-        printed_ = testing::internal::GetCapturedStdout();
+        kxsim::Calls calls;
+        printed_ = printed([&] {
+            calls = host_.count([&] { status = setter(interface_name, &settings_, mask); });
+        });
         requests_.insert(requests_.end(), calls.requests().begin(), calls.requests().end());
         return status;
     }

@@ -21,6 +21,7 @@
 
 #include "settings/config_file.hpp"
 #include "support/file_text.hpp"
+#include "support/output.hpp"
 #include "support/scratch_directory.hpp"
 
 namespace {
@@ -322,19 +323,20 @@ TEST_F(ConfigFile, ABackupNameThatIsTakenLeavesBothTexts) {
 
 TEST_F(ConfigFile, PortRewriteTellsItsNewLine) {
     hold("key\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(replacePortConfLine(path_.c_str(), "eth0.mtu = 1\n", "key"), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "new_line eth0.mtu = 1\n\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(replacePortConfLine("/nonexistent/file", "L", "key"), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "new_line L\n");
+    EXPECT_EQ(
+        test::printed(
+            [&] { EXPECT_EQ(replacePortConfLine(path_.c_str(), "eth0.mtu = 1\n", "key"), 0); }),
+        "new_line eth0.mtu = 1\n\n");
+    EXPECT_EQ(
+        test::printed([] { EXPECT_EQ(replacePortConfLine("/nonexistent/file", "L", "key"), 1); }),
+        "new_line L\n");
 }
 
 TEST_F(ConfigFile, SysctlRewritePrintsNothing) {
     hold("key\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(replaceSysctlLine(path_.c_str(), "key", "L\n", 3), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(
+        test::printed([&] { EXPECT_EQ(replaceSysctlLine(path_.c_str(), "key", "L\n", 3), 0); }),
+        "");
 }
 
 TEST_F(ConfigFile, NullArgumentsAreRefused) {

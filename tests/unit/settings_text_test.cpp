@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "support/output.hpp"
+
 namespace {
 
 TEST(IsBool, OnlyZeroAndOne) {
@@ -35,20 +37,18 @@ TEST(Trim, StopsAtTheEndAndTakesNull) {
 }
 
 std::string lines_of_str_to_bool(const char* text) {
-    testing::internal::CaptureStdout();
-    strToBool(text);
-    return testing::internal::GetCapturedStdout();
+    return test::printed([&] { strToBool(text); });
 }
 
 TEST(StrToBool, KnowsTwoTexts) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(strToBool("1"), 1);
-    EXPECT_EQ(strToBool("0"), 0);
-    for (const char* text : {"", "2", "11", "10", "01", " 1", "1 ", "a", "-"}) {
-        EXPECT_EQ(strToBool(text), 255) << text;
-    }
-    EXPECT_EQ(strToBool(nullptr), 255);
-    testing::internal::GetCapturedStdout();
+    test::printed([] {
+        EXPECT_EQ(strToBool("1"), 1);
+        EXPECT_EQ(strToBool("0"), 0);
+        for (const char* text : {"", "2", "11", "10", "01", " 1", "1 ", "a", "-"}) {
+            EXPECT_EQ(strToBool(text), 255) << text;
+        }
+        EXPECT_EQ(strToBool(nullptr), 255);
+    });
 }
 
 TEST(StrToBool, PrintsItsFourLines) {

@@ -15,6 +15,7 @@
 #include "adapter/adapter_reading.hpp"
 #include "adapter/product_name.hpp"
 #include "adapter/vpd_template.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -201,18 +202,22 @@ TEST(EepromImage, PartsAreCopiedFromTheirPlaces) {
 }
 
 TEST(EepromImage, ThatIsNullIsNotRead) {
-    testing::internal::CaptureStdout();
-    eeprom_rd_all_Q4(0, 0x80, nullptr);
-    eeprom_rd_all_Q3(0, 0x80, nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(
+        test::printed([] {
+            eeprom_rd_all_Q4(0, 0x80, nullptr);
+            eeprom_rd_all_Q3(0, 0x80, nullptr);
+        }),
+        "");
 }
 
 TEST(EepromImage, IsNotReadWithoutTheCapability) {
     std::string image(KX_Q4_EEPROM_SIZE, 'x');
-    testing::internal::CaptureStdout();
-    eeprom_rd_all_Q4(0, 0, image.data());
-    eeprom_rd_all_Q3(0, 0, image.data());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n\n");
+    EXPECT_EQ(
+        test::printed([&] {
+            eeprom_rd_all_Q4(0, 0, image.data());
+            eeprom_rd_all_Q3(0, 0, image.data());
+        }),
+        "\n\n");
     EXPECT_EQ(image, std::string(KX_Q4_EEPROM_SIZE, 'x'));
 }
 
