@@ -283,11 +283,9 @@ TEST(CommandStandIn, HandsOnNoDescriptorOfItsOwn) {
 class GermanLocale {
 public:
     GermanLocale() {
-        char name[] = "/tmp/kxlinhw-locale-XXXXXX";
-        directory_ = mkdtemp(name);
-        const std::string target = (directory_ / "de_DE").string() + " >/dev/null 2>&1";
+        const std::string target = directory_ / "de_DE" + " >/dev/null 2>&1";
         made_ = std::system(("localedef -i de_DE -f ISO-8859-1 " + target).c_str()) == 0;
-        setenv("LOCPATH", directory_.c_str(), 1);
+        setenv("LOCPATH", directory_.path().c_str(), 1);
         setenv("LC_ALL", "de_DE", 1);
         setenv("LANGUAGE", "de", 1);
     }
@@ -295,7 +293,6 @@ public:
         unsetenv("LOCPATH");
         unsetenv("LC_ALL");
         unsetenv("LANGUAGE");
-        fs::remove_all(directory_);
     }
     GermanLocale(const GermanLocale&) = delete;
     GermanLocale& operator=(const GermanLocale&) = delete;
@@ -303,7 +300,7 @@ public:
     [[nodiscard]] bool made() const { return made_; }
 
 private:
-    fs::path directory_;
+    test::ScratchDirectory directory_;
     bool made_ = false;
 };
 

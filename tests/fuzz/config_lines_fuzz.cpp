@@ -6,30 +6,16 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <iterator>
 
 #include "fuzz/input.hpp"
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
 constexpr std::size_t kLongestLine = 255;
 constexpr char kNewLine[] = "eth2.mtu = 1500\n";
-
-std::string scratch_directory() {
-    static const std::string path = [] {
-        const bool memory = std::filesystem::is_directory("/dev/shm");
-        std::string text = memory ? "/dev/shm/kxfuzzXXXXXX" : "/tmp/kxfuzzXXXXXX";
-        return std::string(mkdtemp(text.data()));
-    }();
-    static const bool once = [] {
-        std::atexit([] { std::filesystem::remove_all(scratch_directory()); });
-        return true;
-    }();
-    static_cast<void>(once);
-    return path;
-}
 
 bool is_own(bool sysctl, const std::string& line, const std::string& key) {
     const std::string text = line.substr(0, line.find('\0'));
@@ -62,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const bool sysctl = (input.byte() & 1) != 0;
     const std::string key = input.text();
     const auto bytes = input.rest();
-    const std::string path = scratch_directory() + "/file.conf";
+    static const test::ScratchDirectory directory;
+    const std::string path = directory / "file.conf";
     if (std::FILE* file = std::fopen(path.c_str(), "w")) {
         std::fwrite(bytes.data(), 1, bytes.size(), file);
         std::fclose(file);

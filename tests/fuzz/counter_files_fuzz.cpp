@@ -1,11 +1,9 @@
 // Counter files of the offload drivers: the whole input is the file, for both generations.
 #include <kxlinhw/kxlinhw.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "fuzz/fed_files.hpp"
 #include "fuzz/input.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -13,15 +11,12 @@ constexpr char kLocation[] = "03:00.4";
 
 // A directory with an entry for the card.
 void list_devices() {
-    static const bool once = [] {
-        char directory[] = "/tmp/kxfuzzXXXXXX";
+    static const test::ScratchDirectory directory;
+    if (fuzz::FedFiles::directory.empty()) {
+        directory.write(std::string("0000:") + kLocation, "");
         fuzz::FedFiles::listed_as = "/proc/driver/zfab4/";
-        fuzz::FedFiles::directory = mkdtemp(directory);
-        std::ofstream(fuzz::FedFiles::directory + "/0000:" + kLocation);
-        std::atexit([] { std::filesystem::remove_all(fuzz::FedFiles::directory); });
-        return true;
-    }();
-    static_cast<void>(once);
+        fuzz::FedFiles::directory = directory.path();
+    }
 }
 
 std::size_t free_chain(KxStatEntryPtr first) {

@@ -1,24 +1,16 @@
 // Network interfaces in a domain's description, which is the whole input.
-#include <unistd.h>
-
-#include <filesystem>
 #include <stdexcept>
 
 #include "fuzz/fed_hypervisor.hpp"
 #include "fuzz/input.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
 // Listing writes a file into the working directory.
 void move_to_scratch_directory() {
-    static const bool once = [] {
-        const bool memory = std::filesystem::is_directory("/dev/shm");
-        static std::string path = memory ? "/dev/shm/kxfuzzXXXXXX" : "/tmp/kxfuzzXXXXXX";
-        std::filesystem::current_path(mkdtemp(path.data()));
-        std::atexit([] { std::filesystem::remove_all(path); });
-        return true;
-    }();
-    static_cast<void>(once);
+    static const test::ScratchDirectory directory;
+    static const test::WorkingDirectory here(directory.path());
 }
 
 }  // namespace

@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "cli/command.hpp"
 #include "kxctl/process.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace test {
 
@@ -26,27 +25,15 @@ inline std::vector<std::string> words_of(const std::string& line) {
 class ExampleDirectory {
 public:
     ExampleDirectory() {
-        std::string path = std::filesystem::temp_directory_path() / "kxctl-examples-XXXXXX";
-        path_ = mkdtemp(path.data());
-        std::filesystem::current_path(path_);
         std::string rom(1024, '\0');
         rom.replace(0, 3, "\x55\xAA\x02");
-        put("rom.bin", rom);
-        put("config.bin", "CBIO" + std::string(1660, '\0'));
+        directory_.write("rom.bin", rom);
+        directory_.write("config.bin", "CBIO" + std::string(1660, '\0'));
     }
-    ~ExampleDirectory() {
-        std::filesystem::current_path("/");
-        std::filesystem::remove_all(path_);
-    }
-    ExampleDirectory(const ExampleDirectory&) = delete;
-    ExampleDirectory& operator=(const ExampleDirectory&) = delete;
 
 private:
-    static void put(const char* name, const std::string& content) {
-        std::ofstream(name, std::ios::binary) << content;
-    }
-
-    std::filesystem::path path_;
+    const ScratchDirectory directory_;
+    const WorkingDirectory here_{directory_.path()};
 };
 
 // The words of a command's first example; a command with --dry-run gets that option.

@@ -8,6 +8,7 @@
 
 #include "kxctl/on_host.hpp"
 #include "kxctl/terminal.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -22,21 +23,18 @@ struct Session {
 class FlashTerminal : public testing::Test {
 protected:
     FlashTerminal() {
-        std::string path = (std::filesystem::temp_directory_path() / "kxctl-tty-XXXXXX").string();
-        directory_ = mkdtemp(path.data());
         kxsim::Adapter adapter{.chip = "Q5", .location = "03:00.4"};
         adapter.eeprom.product_data = {.product = "Q520-CR", .serial = "PT\033[2J1"};
         adapter.flash.content = {{0x70000, "CBIO"}};
         host_.adapter(adapter);
     }
-    ~FlashTerminal() override { std::filesystem::remove_all(directory_); }
 
     // Types a text when another text is on the screen.
     Session run(
         const std::vector<std::string>& words, const std::string& text,
         const std::string& after = "") {
         const auto attached = host_.attach();
-        test::Terminal terminal(words, {.directory = directory_});
+        test::Terminal terminal(words, {.directory = directory_.path()});
         if (terminal.wait_for(after)) {
             terminal.type(text);
         }
@@ -46,13 +44,13 @@ protected:
 
     [[nodiscard]] std::vector<std::string> files() const {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory_.path())) {
             names.push_back(entry.path().filename());
         }
         return names;
     }
 
-    std::string directory_;
+    const test::ScratchDirectory directory_;
     kxsim::Host host_;
 };
 
@@ -90,7 +88,7 @@ TEST_F(FlashTerminal, InterruptedAtTheQuestionChangesNothing) {
 TEST_F(FlashTerminal, InterruptedWhileItWritesFinishesFirst) {
     std::string image(0x60000, 'i');
     image.replace(0, 2, "\x55\xAA");
-    std::ofstream(directory_ + "/rom", std::ios::binary) << image;
+    directory_.write("rom", image);
     const Session session =
         run({"flash", "write-boot", "03:00.4", "rom", "--yes", "--no-backup"}, "\x03", "Erasing");
     EXPECT_THAT(session.exit, testing::AnyOf(0, 128 + SIGINT)) << session.screen;

@@ -9,6 +9,7 @@
 
 #include "kxctl/on_host.hpp"
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -39,13 +40,10 @@ std::string make_image(std::size_t size, unsigned seed = 1) {
 class Flash : public testing::Test {
 protected:
     Flash() {
-        std::string path = (fs::temp_directory_path() / "kxctl-flash-XXXXXX").string();
-        directory_ = mkdtemp(path.data());
         add("Q5", kQ5, 0x5410, {.product = "Q520-CR", .serial = "PT05160001"});
         add("Q4", kQ4, 0x4410, {.product = "Q404-CR", .serial = "PT04140007"});
         add("Q3", kQ3, 0x31, {.product = "Q320-CR", .serial = "PT03080042"});
     }
-    ~Flash() override { fs::remove_all(directory_); }
 
     void add(
         const char* chip, const char* location, std::uint16_t device_id,
@@ -70,8 +68,7 @@ protected:
     [[nodiscard]] std::string path(const std::string& name) const { return directory_ / name; }
 
     std::string file(const std::string& name, const std::string& content) {
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
+        return directory_.write(name, content);
     }
 
     [[nodiscard]] std::string content(const std::string& name) const {
@@ -80,7 +77,7 @@ protected:
 
     [[nodiscard]] std::size_t files() const {
         return static_cast<std::size_t>(
-            std::distance(fs::directory_iterator(directory_), fs::directory_iterator()));
+            std::distance(fs::directory_iterator(directory_.path()), fs::directory_iterator()));
     }
 
     kxsim::Hardware hardware(const std::string& location) { return host_.hardware(location); }
@@ -105,7 +102,7 @@ protected:
         }
     }
 
-    fs::path directory_;
+    const test::ScratchDirectory directory_;
     kxsim::Host host_;
 };
 
@@ -428,8 +425,8 @@ TEST_P(EachFamily, ImagesThatAreNoneAreRefused) {
         {"write-boot", location_, path("none"), "--yes"}, 3,
         path("none") + ": No such file or directory");
     expect_refusal(
-        {"write-boot", location_, directory_, "--yes"}, 2,
-        directory_.string() + " is not a file of bytes");
+        {"write-boot", location_, directory_.path(), "--yes"}, 2,
+        directory_.path().string() + " is not a file of bytes");
     EXPECT_EQ(files(), 3U);
 }
 

@@ -8,12 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "kxctl/process.hpp"
 #include "support/output.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -24,25 +24,16 @@ using testing::HasSubstr;
 class Tool {
 public:
     explicit Tool(const std::string& script) {
-        std::ofstream(directory_ / "zfabtool") << "#!/bin/sh\n" << script;
-        fs::permissions(directory_ / "zfabtool", fs::perms::owner_all);
-        setenv("PATH", (directory_.string() + ":" + path_).c_str(), 1);
+        fs::permissions(directory_.write("zfabtool", "#!/bin/sh\n" + script), fs::perms::owner_all);
+        setenv("PATH", (directory_.path().string() + ":" + path_).c_str(), 1);
     }
-    ~Tool() {
-        setenv("PATH", path_.c_str(), 1);
-        fs::remove_all(directory_);
-    }
+    ~Tool() { setenv("PATH", path_.c_str(), 1); }
     Tool(const Tool&) = delete;
     Tool& operator=(const Tool&) = delete;
 
 private:
-    static fs::path make_directory() {
-        char name[] = "/tmp/kxctl-tool-XXXXXX";
-        return mkdtemp(name);
-    }
-
     std::string path_ = std::getenv("PATH");
-    fs::path directory_ = make_directory();
+    test::ScratchDirectory directory_;
 };
 
 // The tool's output by way of the library, whose argument block has texts of 64 bytes.

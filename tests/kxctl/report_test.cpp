@@ -11,6 +11,7 @@
 #include "kxctl/on_host.hpp"
 #include "report/html.hpp"
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -60,13 +61,6 @@ std::string fault_in(std::string page) {
 
 class Report : public testing::Test {
 protected:
-    Report() {
-        std::string path = fs::temp_directory_path() / "kxctl-report-XXXXXX";
-        directory_ = mkdtemp(path.data());
-        file_ = directory_ / "host.html";
-    }
-    ~Report() override { fs::remove_all(directory_); }
-
     std::string page_of(const std::string& scenario) const {
         const test::Result result = test::run({"--sim=" + scenario, "report", "--html", file_});
         EXPECT_EQ(result.exit, 0) << result.err;
@@ -75,8 +69,8 @@ protected:
 
     std::string content() const { return test::file_text(file_); }
 
-    fs::path directory_;
-    fs::path file_;
+    const test::ScratchDirectory directory_;
+    const std::string file_ = directory_ / "host.html";
 };
 
 TEST(FaultIn, FindsWhatIsNotWellFormed) {
@@ -180,7 +174,7 @@ TEST(ReportPage, HostileTextsStayTexts) {
 
 TEST_F(Report, NeedsAFile) {
     EXPECT_EQ(test::run({"report"}).exit, 2);
-    EXPECT_EQ(test::run({"--sim", "report", "--html", directory_ / "no" / "x.html"}).exit, 3);
+    EXPECT_EQ(test::run({"--sim", "report", "--html", directory_ / "no/x.html"}).exit, 3);
 }
 
 // Whether a browser shows a page of the directory on a screen as wide as a phone's: a picture in
@@ -203,9 +197,9 @@ TEST_F(Report, IsShownByABrowser) {
         GTEST_SKIP() << "no chromium (Debian package chromium)";
     }
     page_of("lab");
-    const test::Result result = show_in_browser(directory_, "host.html", 120);
-    std::ofstream(directory_ / "blank.html") << "<!DOCTYPE html><title>blank</title>";
-    if (result.exit != 0 && show_in_browser(directory_, "blank.html", 60).exit != 0) {
+    const test::Result result = show_in_browser(directory_.path(), "host.html", 120);
+    directory_.write("blank.html", "<!DOCTYPE html><title>blank</title>");
+    if (result.exit != 0 && show_in_browser(directory_.path(), "blank.html", 60).exit != 0) {
         GTEST_SKIP() << "chromium shows no page at all here: " << result.err;
     }
     EXPECT_EQ(result.exit, 0) << result.err;

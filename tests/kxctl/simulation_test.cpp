@@ -12,6 +12,7 @@
 
 #include "failure/failure.hpp"
 #include "kxctl/process.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -67,17 +68,13 @@ public:
         fs::copy_file(KXCTL_PROGRAM, kxctl());
         fs::create_symlink(built() / "libkxlinhw.so.6", root_ / "libkxlinhw.so.6");
     }
-    ~Installation() { fs::remove_all(root_); }
-    Installation(const Installation&) = delete;
-    Installation& operator=(const Installation&) = delete;
 
     fs::path kxctl() const { return root_ / "kxctl"; }
     static fs::path built() { return fs::path(KXCTL_PROGRAM).parent_path(); }
 
     fs::path add_kxsim(const std::string& directory, const std::string& script) const {
         fs::create_directories(root_ / directory);
-        const fs::path tool = root_ / directory / "kxsim";
-        std::ofstream(tool) << "#!/bin/sh\n" << script;
+        const fs::path tool = root_.write(directory + "/kxsim", "#!/bin/sh\n" + script);
         fs::permissions(tool, fs::perms::owner_all);
         return tool.parent_path();
     }
@@ -93,12 +90,7 @@ public:
     }
 
 private:
-    static fs::path make_root() {
-        char name[] = "/tmp/kxctl-simulation-XXXXXX";
-        return mkdtemp(name);
-    }
-
-    fs::path root_ = make_root();
+    test::ScratchDirectory root_;
 };
 
 constexpr const char* kTell = "printf '%s|' \"$@\"\n";

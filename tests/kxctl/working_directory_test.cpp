@@ -12,31 +12,15 @@
 #include <kxsim/host.hpp>
 
 #include "kxctl/on_host.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 // The working directory of the test while the object exists.
-class Directory {
-public:
-    Directory() {
-        char name[] = "/tmp/kxctl-directory-XXXXXX";
-        path_ = mkdtemp(name);
-        fs::current_path(path_);
-    }
-    ~Directory() {
-        fs::current_path(before_);
-        fs::remove_all(path_);
-    }
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
-
-    fs::path operator/(const char* name) const { return path_ / name; }
-
-private:
-    const fs::path before_ = fs::current_path();
-    fs::path path_;
+class Directory : public test::ScratchDirectory {
+    const test::WorkingDirectory here_{path()};
 };
 
 kxsim::Module driver(const std::string& version) {

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 
+#include "support/scratch_directory.hpp"
 #include "support/shell.hpp"
 
 namespace test {
@@ -24,14 +25,19 @@ inline std::string enter_private_network() {
     if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
         return std::string("no network of its own: ") + std::strerror(errno);
     }
-    char directory[] = "/tmp/kxetcXXXXXX";
+    const auto failure = [] { return std::string("no files of its own: ") + std::strerror(errno); };
+    const ScratchDirectory directory;
+    const char* const path = directory.path().c_str();
     if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0 || mkdtemp(directory) == nullptr ||
-        mount("tmpfs", directory, "tmpfs", 0, nullptr) != 0 ||
-        mount(directory, "/etc", nullptr, MS_MOVE, nullptr) != 0) {
-        return std::string("no files of its own: ") + std::strerror(errno);
+        mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0 ||
+        mount("tmpfs", path, "tmpfs", 0, nullptr) != 0) {
+        return failure();
     }
-    rmdir(directory);
+    if (mount(path, "/etc", nullptr, MS_MOVE, nullptr) != 0) {
+        const std::string reason = failure();
+        umount(path);
+        return reason;
+    }
     return "";
 }
 
