@@ -39,6 +39,11 @@ std::string_view base_directory(int directory, char (&buffer)[PATH_MAX]) {
     return current == nullptr ? std::string_view() : std::string_view(current);
 }
 
+// The root and the kernel's directories are only steps to what is below them.
+bool holds_files(std::string_view directory) {
+    return directory != "/" && !is_kernel_path(directory);
+}
+
 bool makes(Intent intent) { return intent == Intent::kCreate || intent == Intent::kChange; }
 
 }  // namespace
@@ -94,7 +99,8 @@ void Target::decide(const Host& host, Intent intent) {
     }
     struct stat status {};
     if (look_at(in_tree_.c_str(), status)) {
-        simulated_ = !S_ISDIR(status.st_mode) || !exists(name_);
+        simulated_ = !S_ISDIR(status.st_mode) || !exists(name_) ||
+                     (intent == Intent::kHold && holds_files(absolute_.view()));
     } else if (makes(intent) && absolute_.parent() != "/") {
         // A file that is created next to simulated files must not be created in the real directory.
         PathText parent;

@@ -10,6 +10,7 @@ namespace kxsim::preload {
 enum class Intent {
     kUse,     // an existing file; links are followed
     kLink,    // an existing file or link; links are not followed
+    kHold,    // an existing directory, to flush it or lock it; links are followed
     kCreate,  // may create a missing file; links are followed
     kChange,  // removes, renames or creates a file or link: the kernel's file systems refuse it
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <glob.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -25,7 +26,28 @@ Intent intent_of(int flags) {
     if (creates(flags)) {
         return keeps_link ? Intent::kChange : Intent::kCreate;
     }
-    return keeps_link ? Intent::kLink : Intent::kUse;
+    if (keeps_link) {
+        return Intent::kLink;
+    }
+    return (flags & O_DIRECTORY) != 0 ? Intent::kHold : Intent::kUse;
+}
+
+// A descriptor of a directory that the real machine has too is the tree's. It is to list the same
+// entries as opendir: the real ones.
+void turn_to_listed(int descriptor) {
+    Host* const on = host();
+    PathText path;
+    if (on == nullptr || !simulated_path(*on, descriptor, path) ||
+        Target(AT_FDCWD, path.c_str(), Intent::kUse).simulated()) {
+        return;
+    }
+    const KeepErrno keep;
+    const int real =
+        next<"open", decltype(::open)>()(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (real >= 0) {
+        ::dup3(real, descriptor, O_CLOEXEC);  // as fdopendir leaves it
+        ::close(real);
+    }
 }
 
 int stopped_open(Call call, const Target& target, int flags) {
@@ -203,6 +225,7 @@ DIR* opendir(const char* path) {
     return listed(next<"opendir", decltype(::opendir)>()(target.path()));
 }
 DIR* fdopendir(int descriptor) {
+    turn_to_listed(descriptor);
     return listed(next<"fdopendir", decltype(::fdopendir)>()(descriptor));
 }
 

@@ -5,6 +5,7 @@
 #include <glob.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/settings.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -359,6 +360,56 @@ TEST_F(Paths, AnyFileThatTheHostWasGivenIsThere) {
     host_.file("/etc/hostname", "simulated\n");
     EXPECT_EQ(content_of("/opt/tool/settings"), "ours");
     EXPECT_EQ(content_of("/etc/hostname"), "simulated\n");
+}
+
+ino_t inode_in_tree(const kxsim::Host& host, const std::string& path) {
+    struct stat status {};
+    kxsim_pause();
+    stat((host.root() + "/tree" + path).c_str(), &status);
+    kxsim_resume();
+    return status.st_ino;
+}
+
+TEST_F(Paths, ADirectoryIsHeldOnTheHostEvenIfTheRealMachineHasItToo) {
+    host_.file("/etc/sysctl.conf", "text");
+    host_.link("/opt/kxsim-link", "/etc");
+    const int base = open("/", O_RDONLY | O_DIRECTORY);
+    for (const int held :
+         {open("/etc/", O_RDONLY | O_DIRECTORY), open64("/etc", O_RDONLY | O_DIRECTORY),
+          openat(base, "etc", O_RDONLY | O_DIRECTORY),
+          open("/opt/kxsim-link", O_RDONLY | O_DIRECTORY)}) {
+        struct stat status {};
+        ASSERT_EQ(fstat(held, &status), 0);
+        EXPECT_EQ(status.st_ino, inode_in_tree(host_, "/etc"));
+        EXPECT_EQ(faccessat(held, "sysctl.conf", F_OK, 0), 0);
+        EXPECT_EQ(faccessat(held, "passwd", F_OK, 0), 0) << "it is still the real machine's";
+        close(held);
+    }
+    close(base);
+}
+
+TEST_F(Paths, ADirectoryOfBothListsTheRealMachinesEntriesThroughItsDescriptor) {
+    host_.file("/etc/kxsim-only-here", "");
+    DIR* const directory = fdopendir(open("/etc", O_RDONLY | O_DIRECTORY));
+    ASSERT_NE(directory, nullptr);
+    bool found = false;
+    while (const dirent* const entry = readdir(directory)) {
+        found = found || entry->d_name == std::string("passwd");
+    }
+    EXPECT_TRUE(found);
+    closedir(directory);
+}
+
+// What a rewrite of a file flushes and locks is the directory that it changes.
+TEST_F(Paths, ARewriteFlushesTheHostsDirectory) {
+    host_.file("/etc/sysctl.conf", "toe.toe0_tom.mss = 1\n");
+    const kxsim::Calls calls = host_.count([] {
+        EXPECT_EQ(
+            replaceSysctlLine("/etc/sysctl.conf", "toe.toe0_tom.mss", "toe.toe0_tom.mss = 2\n", 16),
+            0);
+    });
+    EXPECT_EQ(calls.on("fsync", "/etc"), 1U);
+    EXPECT_EQ(host_.read("/etc/sysctl.conf"), "toe.toe0_tom.mss = 2\n");
 }
 
 TEST_F(Paths, WhatIsMadeBesideSimulatedFilesStaysOffTheRealMachine) {
