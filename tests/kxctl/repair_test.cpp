@@ -1,6 +1,9 @@
 // repair: the file has its own name again, whatever an interrupted rewrite left.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -123,6 +126,22 @@ TEST_P(Repair, GuessesNothingOfANameThatCannotBeLookedUp) {
         EXPECT_THAT(result.err, HasSubstr(path_ + " cannot be looked up"));
         EXPECT_EQ(host_.read(path_), "current\n");
     }
+}
+
+// An agent that has renamed the file away and still works on it holds the lock of the directory.
+TEST_P(Repair, LeavesARewriteAloneThatAnotherAgentContinues) {
+    put(".bk", "old\n");
+    put(".tmp", "new\n");
+    const std::string directory = host_.root() + "/tree" + path_.substr(0, path_.rfind('/'));
+    const int held = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX | LOCK_NB), 0);
+    const test::Result result = test::run_on(host_, {"repair"});
+    EXPECT_EQ(result.exit, 5);
+    EXPECT_THAT(result.err, HasSubstr("Another agent changes a file in /etc"));
+    EXPECT_TRUE(exists(".bk"));
+    EXPECT_TRUE(exists(".tmp"));
+    close(held);
+    EXPECT_EQ(repair()["state"], "repaired");
 }
 
 INSTANTIATE_TEST_SUITE_P(

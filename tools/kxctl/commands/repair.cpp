@@ -2,7 +2,6 @@
 //
 // A rewrite of FILE writes FILE.tmp, flushes it, renames FILE to FILE.bk and FILE.tmp to FILE, and
 // removes FILE.bk. The existing names show where it stopped.
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <kxlinhw/settings.h>
 #include <sys/stat.h>
@@ -20,7 +19,7 @@
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
-#include "files/descriptor.hpp"
+#include "files/directory_lock.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 #include "settings/configuration_lock.hpp"
@@ -62,15 +61,6 @@ void rename_or_fail(const std::string& from, const std::string& to) {
     if (std::rename(from.c_str(), to.c_str()) != 0) {
         const int reason = errno;
         throw failure_of_file(fmt::format("{} cannot be renamed to {}", from, to), reason);
-    }
-}
-
-// The names are safe only after the directory has been flushed.
-void flush_directory_of(const std::string& path) {
-    const std::string directory = std::filesystem::path(path).parent_path();
-    const Descriptor file(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (file) {
-        static_cast<void>(fsync(file.get()));
     }
 }
 
@@ -125,6 +115,8 @@ std::string end_of_links(std::filesystem::path path) {
 
 Finding repair(const std::string& path) {
     const Names names(end_of_links(path));
+    // Between its two renames, a running rewrite looks like an interrupted one.
+    const DirectoryLock lock(names.file);
     if (exists(names.file)) {
         return {path, State::kWhole, leftovers_of(names)};
     }
@@ -137,19 +129,18 @@ Finding repair(const std::string& path) {
     // The old text was renamed away, so the new one had been flushed.
     if (exists(names.fresh)) {
         rename_or_fail(names.fresh, names.file);
-        flush_directory_of(names.file);
+        lock.flush();
         unlink(names.backup.c_str());
         return {path, State::kFinished, "the interrupted rewrite is finished"};
     }
     rename_or_fail(names.backup, names.file);
-    flush_directory_of(names.file);
+    lock.flush();
     return {path, State::kTakenBack, "the text before the interrupted rewrite is back"};
 }
 
 }  // namespace
 
 ExitCode run(const Arguments& arguments, Output& output) {
-    // Between its two renames, a running rewrite looks like an interrupted one.
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
     Json files = Json::array();
     Table table({{"FILE"}, {"STATE"}, {"REMARK"}});
