@@ -213,4 +213,20 @@ TEST_F(AdapterCommands, LibrarysOwnLinesStayOutOfTheOutput) {
     EXPECT_THAT(verbose.err, HasSubstr("get_adapterinfo_list: Enter function..."));
 }
 
+TEST_F(AdapterCommands, SayWhyNothingOfAnAdapterCouldBeRead) {
+    host_.adapter(adapter("Q5", 3));
+    kxsim::Adapter silent = adapter("Q4", 4);
+    silent.eeprom.capability = false;
+    host_.adapter(silent);
+    const test::Result people = run_on(host_, {"adapter", "list"});
+    EXPECT_EQ(people.exit, 4);
+    EXPECT_THAT(people.out, HasSubstr("04:00.4"));
+    const std::string reason = "04:00.4: The adapter has no PCI capability for vital product data";
+    EXPECT_EQ(people.err, "kxctl: " + reason + "\n");
+    const Json answer = json_on(host_, {"adapter", "list"}, 4);
+    EXPECT_EQ(answer.at("incomplete"), Json::array({reason}));
+    EXPECT_TRUE(answer.at("adapters").at(1).at("product").is_null());
+    EXPECT_TRUE(answer.at("adapters").at(1).at("option_rom").is_null());
+}
+
 }  // namespace

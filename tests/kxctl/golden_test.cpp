@@ -64,7 +64,7 @@ const Row kRows[] = {
      {"--sim", "flash", "erase-boot", "04:00.4", "--dry-run", "--backup", "old.bin"}},
     {"adapter_list.txt", {"--sim", "adapter", "list"}},
     {"adapter_list_json.txt", {"--sim", "adapter", "list", "--json"}},
-    {"adapter_list_damaged.txt", {"--sim", "damaged-vpd", "adapter", "list"}},
+    {"adapter_list_damaged.txt", {"--sim", "damaged-vpd", "adapter", "list"}, 4},
     {"adapter_list_empty.txt", {"--sim", "empty", "adapter", "list"}, 3},
     {"adapter_show_q3.txt", {"--sim", "adapter", "show", "05:00.0"}},
     {"adapter_show_q3_json.txt", {"--sim", "adapter", "show", "05:00.0", "--json"}},

@@ -123,6 +123,38 @@ TEST_F(RefusedMemory, TellsOfARefusalWithoutAKnownReason) {
     EXPECT_THAT(expect_refused(), HasSubstr(": /dev/mem: Permission denied\n"));
 }
 
+// A kernel that keeps everybody from the registers of a device while a driver uses it.
+TEST_F(RefusedMemory, NamesTheDriverThatIsBoundAndBothWaysOut) {
+    host_.fail({.call = "mmap", .times = 0, .error = EPERM, .object = "/dev/mem"});
+    EXPECT_THAT(
+        expect_refused(),
+        HasSubstr(
+            ": /dev/mem: Operation not permitted: the kernel (CONFIG_IO_STRICT_DEVMEM) protects "
+            "the registers of 0000:04:00.4 while the driver zfab4 is bound to it; unbind the "
+            "driver (echo 0000:04:00.4 > /sys/bus/pci/drivers/zfab4/unbind) or boot with "
+            "iomem=relaxed\n"));
+}
+
+TEST_F(RefusedMemory, NamesNoDriverWhereNoneIsBound) {
+    host_.remove("/sys/bus/pci/devices/0000:04:00.4/driver");
+    host_.fail({.call = "mmap", .times = 0, .error = EPERM, .object = "/dev/mem"});
+    EXPECT_THAT(expect_refused(), HasSubstr(": /dev/mem: Operation not permitted\n"));
+}
+
+TEST_F(RefusedMemory, ThatIsBusyIsNoMatterOfPermission) {
+    for (const char* call : {"open", "mmap"}) {
+        host_.fail({.call = call, .times = 0, .error = EBUSY, .object = "/dev/mem"});
+        for (const std::vector<std::string>& words :
+             {std::vector<std::string>{"flash", "info", "04:00.4"},
+              std::vector<std::string>{"adapter", "list"}}) {
+            const test::Result result = test::run_on(host_, words);
+            EXPECT_EQ(result.exit, 5) << call;
+            EXPECT_THAT(result.err, HasSubstr(": /dev/mem: Device or resource busy\n"));
+        }
+        host_.clear_faults();
+    }
+}
+
 // kxctl on this machine, started by setpriv with these options.
 class RefusedHere : public testing::Test {
 protected:

@@ -10,6 +10,7 @@
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
 #include "library/query.hpp"
+#include "output/incomplete.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 
@@ -155,13 +156,21 @@ ExitCode list(const Arguments&, Output& output) {
     const auto ports = [&](const AdapterInfoRecord& adapter) {
         return port_count(adapter, interfaces[location_of(adapter)]);
     };
+    Incomplete incomplete;
+    for (const AdapterInfoRecord& adapter : adapters) {
+        if (!was_read(adapter)) {
+            incomplete.add(unread_reason(adapter));
+        }
+    }
     if (output.wants_json()) {
         Json all = Json::array();
         for (const AdapterInfoRecord& adapter : adapters) {
             all.push_back(identity_json(adapter, ports(adapter)));
         }
-        output.json(Json{{"adapters", all}});
-        return ExitCode::kDone;
+        Json answer{{"adapters", all}};
+        incomplete.put_into(answer);
+        output.json(answer);
+        return incomplete.report();
     }
     Table table(
         {{"LOCATION"},
@@ -178,7 +187,7 @@ ExitCode list(const Arguments&, Output& output) {
              bios_version(adapter)});
     }
     output.table(table);
-    return ExitCode::kDone;
+    return incomplete.report();
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {

@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
 
@@ -62,6 +63,13 @@ std::string with_container(const std::string& text, const Circumstances& circums
     return circumstances.container ? text + ", in a container" : text;
 }
 
+// The driver that is bound to a PCI function; empty when there is none.
+std::string driver_of(const std::string& location) {
+    std::error_code error;
+    return std::filesystem::read_symlink("/sys/bus/pci/devices/" + location + "/driver", error)
+        .filename();
+}
+
 }  // namespace
 
 std::string lockdown_mode(const std::string& file) {
@@ -102,16 +110,17 @@ std::optional<std::string> obstacle(Privilege privilege, const Circumstances& ci
     return std::nullopt;
 }
 
-bool is_refusal_of_memory(int reason) {
-    return reason == EACCES || reason == EPERM || reason == ENOENT || reason == ENXIO;
-}
-
-Failure refused_memory(const std::string& subject, int reason) {
+Failure failed_memory(const std::string& subject, int reason) {
     const Circumstances circumstances = read_circumstances();
     std::string text = fmt::format("{}: /dev/mem: {}", subject, std::strerror(reason));
+    if (reason == EBUSY) {
+        return {ExitCode::kBusy, text};
+    }
     if (reason == ENOENT || reason == ENXIO) {
         text += circumstances.container ? ": the container was not given it"
                                         : ": the kernel was built without it";
+    } else if (reason != EACCES && reason != EPERM) {
+        return {ExitCode::kFailed, text};
     } else if (const auto known = obstacle(Privilege::kRawAccess, circumstances)) {
         text += ": " + *known;
     } else if (circumstances.user != 0) {
@@ -128,6 +137,21 @@ Failure refused_file(const std::string& path, int reason) {
         ExitCode::kNoPermission,
         fmt::format(
             "{}: {}{}", path, std::strerror(reason), known ? ": " + *known : std::string())};
+}
+
+Failure failed_registers(const std::string& subject, const std::string& location, int reason) {
+    const std::string driver = driver_of(location);
+    if (reason != EPERM || driver.empty() ||
+        obstacle(Privilege::kRawAccess, read_circumstances())) {
+        return failed_memory(subject, reason);
+    }
+    return {
+        ExitCode::kNoPermission,
+        fmt::format(
+            "{}: /dev/mem: {}: the kernel (CONFIG_IO_STRICT_DEVMEM) protects the registers of {} "
+            "while the driver {} is bound to it; unbind the driver (echo {} > "
+            "/sys/bus/pci/drivers/{}/unbind) or boot with iomem=relaxed",
+            subject, std::strerror(reason), location, driver, location, driver)};
 }
 
 }  // namespace kx::ctl

@@ -38,13 +38,18 @@ struct Circumstances {
 [[nodiscard]] std::optional<std::string> obstacle(
     Privilege privilege, const Circumstances& circumstances);
 
-// Whether an errno of /dev/mem means that this process, or every process on the host, may not open
-// it.
-[[nodiscard]] bool is_refusal_of_memory(int reason);
-
-// The failures (kNoPermission) of opening /dev/mem and of opening a file of root; each message
-// names the reason. reason: the errno.
-[[nodiscard]] Failure refused_memory(const std::string& subject, int reason);
+// The failure of opening a file of root (kNoPermission). The message names the reason, if it is
+// known. reason: the errno.
 [[nodiscard]] Failure refused_file(const std::string& path, int reason);
+
+// The failure of opening /dev/mem: kNoPermission when this process, or every process on the host,
+// may not open it.
+[[nodiscard]] Failure failed_memory(const std::string& subject, int reason);
+
+// The failure of mapping an adapter's registers through /dev/mem. Kernels with
+// CONFIG_IO_STRICT_DEVMEM refuse even root while a driver is bound to the adapter; the message
+// names the driver and what helps. location: with the PCI domain ("0000:03:00.4").
+[[nodiscard]] Failure failed_registers(
+    const std::string& subject, const std::string& location, int reason);
 
 }  // namespace kx::ctl

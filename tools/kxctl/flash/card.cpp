@@ -56,18 +56,6 @@ constexpr FlashStatusRow kFlashStatuses[] = {
     {KX_Q3_BAD_IMAGE, ExitCode::kUsage, "the image has a wrong size or no signature"},
 };
 
-// Only a message of the library says why a window cannot be opened; for /dev/mem kxctl checks it
-// itself.
-[[noreturn]] void fail_to_connect(const std::string& location, int reason) {
-    if (is_refusal_of_memory(reason)) {
-        throw refused_memory(location, reason);
-    }
-    throw Failure(
-        ExitCode::kFailed, memfd >= 0
-                               ? fmt::format("{}: its registers cannot be mapped", location)
-                               : fmt::format("{}: /dev/mem: {}", location, std::strerror(reason)));
-}
-
 }  // namespace
 
 void check_flash(std::int32_t status, const std::string& what) {
@@ -209,7 +197,10 @@ void FlashCard::open_window() const {
         return result;
     });
     if (status != 0) {
-        fail_to_connect(location_, reason);
+        const bool memory_was_open = memfd >= 0;
+        throw memory_was_open
+            ? failed_registers(location_, full_bus_location_of(*kestrix_hbas[index_]), reason)
+            : failed_memory(location_, reason);
     }
 }
 

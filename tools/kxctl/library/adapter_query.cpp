@@ -4,6 +4,7 @@
 #include <kxlinhw/adapter.h>
 #include <kxlinhw/status.h>
 #include <kxlinhw/vpd.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,14 @@ extern "C" {
 namespace kx::ctl {
 namespace {
 
+constexpr char kNoWindow[] = "The register window of an adapter cannot be opened";
+
+std::string full_location_of(const pci_dev& device) {
+    return fmt::format(
+        "{:04x}:{:02x}:{:02x}.{:x}", static_cast<unsigned>(device.domain), device.bus, device.dev,
+        device.func);
+}
+
 // Frees the library's data about adapters: the bus scan and the lists. When that fails, they stay
 // until the process ends, which is soon.
 struct AdapterState {
@@ -35,18 +44,33 @@ struct AdapterState {
     AdapterState& operator=(const AdapterState&) = delete;
 };
 
-// A register window needs /dev/mem; a refusal of that file is the usual reason for a failure.
-[[noreturn]] void fail_to_connect() {
-    const std::string text = "The register window of an adapter cannot be opened";
-    if (!Descriptor(open("/dev/mem", O_RDWR | O_CLOEXEC))) {
-        const int reason = errno;
-        if (is_refusal_of_memory(reason)) {
-            throw refused_memory(text, reason);
-        }
-        throw Failure(
-            ExitCode::kFailed, fmt::format("{}: /dev/mem: {}", text, std::strerror(reason)));
+// The errno with which the first page of an adapter's registers cannot be mapped; 0 when it can.
+int mapping_error(const Descriptor& memory, const pci_dev& device) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const auto start = static_cast<off_t>(device.base_addr[0] & PCI_ADDR_MEM_MASK & ~(page - 1));
+    void* const window = mmap(nullptr, page, PROT_READ, MAP_SHARED, memory.get(), start);
+    if (window == MAP_FAILED) {
+        return errno;
     }
-    throw Failure(ExitCode::kFailed, text);
+    munmap(window, page);
+    return 0;
+}
+
+// The library does not say why it could not open a register window: ask /dev/mem, first as a whole
+// and then for the registers of each adapter.
+[[noreturn]] void fail_to_connect() {
+    const Descriptor memory(open("/dev/mem", O_RDWR | O_CLOEXEC));
+    if (!memory) {
+        throw failed_memory(kNoWindow, errno);
+    }
+    const std::uint8_t count = call_library(scan_hbas);
+    for (std::uint8_t adapter = 0; adapter < count; ++adapter) {
+        const pci_dev& device = *kestrix_hbas[adapter];
+        if (const int reason = mapping_error(memory, device); reason != 0) {
+            throw failed_registers(kNoWindow, full_location_of(device), reason);
+        }
+    }
+    throw Failure(ExitCode::kFailed, kNoWindow);
 }
 
 void check_list(std::uint32_t status) {
@@ -131,6 +155,22 @@ AdapterRecord query_adapter(const std::string& location) {
 
 AdapterInfoRecord query_adapter_info(const std::string& location) {
     return find_record(query_adapter_infos(), location);
+}
+
+std::string unread_reason(const AdapterInfoRecord& adapter) {
+    const AdapterState state;
+    const std::string location = location_of(adapter);
+    try {
+        static_cast<void>(find_capability(find_adapter(location)));
+    } catch (const Failure& failure) {
+        return fmt::format("{}: {}", location, failure.what());
+    }
+    return location + ": The vital product data could not be read";
+}
+
+std::size_t query_adapter_count() {
+    const AdapterState state;
+    return call_library(scan_hbas);
 }
 
 std::vector<std::uint8_t> query_vpd(const std::string& location) {

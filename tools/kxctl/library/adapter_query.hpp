@@ -25,6 +25,12 @@ template <class Record>
 [[nodiscard]] AdapterRecord query_adapter(const std::string& location);
 [[nodiscard]] AdapterInfoRecord query_adapter_info(const std::string& location);
 
+// Why an adapter of the list was not read, with its location in front.
+[[nodiscard]] std::string unread_reason(const AdapterInfoRecord& adapter);
+
+// The number of adapters on the bus; nothing else of them is read.
+[[nodiscard]] std::size_t query_adapter_count();
+
 // The vital product data in an adapter's EEPROM. Throws Failure when there is no such adapter or
 // they cannot be read.
 [[nodiscard]] std::vector<std::uint8_t> query_vpd(const std::string& location);
