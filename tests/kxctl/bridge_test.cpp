@@ -53,10 +53,11 @@ TEST_F(Bridge, IsGivenToARunningMachine) {
 
 TEST_F(Bridge, ThatTheHostLacksIsRefused) {
     expect_failure(
-        {"bridge", "attach", "web", "br9"}, 1, "Cannot attach web (running) to bridge br9");
+        {"bridge", "attach", "web", "br9"}, 1,
+        "Cannot attach web (running) to bridge br9: Failed to attach interface");
     expect_failure(
         {"bridge", "attach", "web", "br0; reboot"}, 1,
-        "Cannot attach web (running) to bridge br0; reboot");
+        "Cannot attach web (running) to bridge br0; reboot: Failed to attach interface");
     EXPECT_EQ(targets("web").size(), 2U);
 }
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "kxctl/machines_on_host.hpp"
+#include "library/hypervisor_messages.hpp"
 
 namespace {
 
@@ -81,13 +82,20 @@ TEST_F(Vm, IsRefusedWhatItsStateDoesNotAllow) {
     expect_failure({"vm", "resume", "web"}, 1, "Cannot resume web (running): Invalid Operation");
     expect_failure(
         {"vm", "shutdown", "off one"}, 1, "Cannot shut down off one (shut off): Invalid Operation");
-    expect_failure({"vm", "reboot", "off one"}, 1, "Cannot reboot off one (shut off)");
+    expect_failure(
+        {"vm", "reboot", "off one"}, 1,
+        "Cannot reboot off one (shut off): Requested operation is not valid: domain is not "
+        "running");
 }
 
 TEST_F(Vm, OnAHostWithoutHypervisorIsAFailure) {
     host.remove("/var/lib/libvirt/kxsim/node.xml");
-    expect_failure(
-        {"vm", "list"}, 1, "Cannot list the virtual machines: LibVirt connection failure");
+    const test::Result result = on({"vm", "list"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_THAT(
+        result.err,
+        HasSubstr("kxctl: Cannot list the virtual machines: LibVirt connection failure: XML "
+                  "error: failed to parse xml document"));
 }
 
 TEST_F(Vm, MessagesOfTheLibraryAreNotItsOutput) {
@@ -102,6 +110,35 @@ TEST_F(Vm, MessagesOfTheLibraryAreNotItsOutput) {
 TEST_F(Vm, NamesThatAreNoWordsOfAShellAreNames) {
     host.machine({.name = "a'b;$(reboot) <&>", .state = "running"});
     EXPECT_EQ(json({"vm", "suspend", "a'b;$(reboot) <&>"})["vm"]["state"], "paused");
+}
+
+TEST(HypervisorReason, IsTheLastOneOfLibvirtOrVirsh) {
+    using kx::ctl::reason_in;
+    EXPECT_EQ(reason_in(""), "");
+    EXPECT_EQ(reason_in("Attempting to connect to hypervisor\n"), "");
+    EXPECT_EQ(
+        reason_in("libvirt: QEMU Driver error : Requested operation is not valid: PCI device "
+                  "0000:04:01.0 is in use by driver QEMU, domain web\n"),
+        "Requested operation is not valid: PCI device 0000:04:01.0 is in use by driver QEMU, "
+        "domain web");
+    EXPECT_EQ(
+        reason_in("error: Failed to attach interface\n"
+                  "error: internal error: no bridge named 'br7'\n\n"),
+        "internal error: no bridge named 'br7'");
+    EXPECT_EQ(reason_in("libvirt:  error : without a driver"), "without a driver");
+}
+
+// No simulated host: the library's own connection to a socket that is not there.
+TEST(HypervisorReason, IsShownWithoutVerbose) {
+    test::Setup setup;
+    setup.environment = {
+        "LIBVIRT_DEFAULT_URI=qemu+unix:///system?socket=/nonexistent/libvirt-sock"};
+    const test::Result result = test::run({"vm", "list"}, setup);
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(
+        result.err,
+        "kxctl: Cannot list the virtual machines: LibVirt connection failure: Failed to connect "
+        "socket to '/nonexistent/libvirt-sock': No such file or directory\n");
 }
 
 }  // namespace

@@ -158,8 +158,14 @@ Table machine_table(const std::vector<Machine>& machines) {
 Failure machine_failure(ExitCode code, const std::string& what) {
     const std::string& logged = library_failure();
     const std::size_t prefix = logged.find(": ");  // the name of the library's operation
-    const std::string reason = prefix == logged.npos ? logged : logged.substr(prefix + 2);
-    return {code, reason.empty() ? what : fmt::format("{}: {}", what, reason)};
+    std::string text = what;
+    for (const std::string& reason :
+         {prefix == logged.npos ? logged : logged.substr(prefix + 2), hypervisor_reason()}) {
+        if (!reason.empty()) {
+            text += ": " + reason;
+        }
+    }
+    return {code, text};
 }
 
 }  // namespace kx::ctl

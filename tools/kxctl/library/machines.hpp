@@ -9,6 +9,7 @@
 #include "failure/failure.hpp"
 #include "files/scratch_directory.hpp"
 #include "library/call.hpp"
+#include "library/hypervisor_messages.hpp"
 #include "output/json.hpp"
 #include "output/table.hpp"
 
@@ -37,7 +38,8 @@ struct Machine {
 [[nodiscard]] Json machine_json(const Machine& machine);
 [[nodiscard]] Table machine_table(const std::vector<Machine>& machines);
 
-// The failure of an operation of the library, with the reason that it logged.
+// The failure of an operation of the library, with the reasons of the library and of the
+// hypervisor.
 [[nodiscard]] Failure machine_failure(ExitCode code, const std::string& what);
 
 // The result of a function of the library's class, called with its messages kept out of the way.
@@ -45,6 +47,7 @@ template <class Function>
 auto call_machines(Function function) {
     const ScratchDirectory scratch;
     return call_library([&] {
+        const HypervisorMessages messages;
         VMUtils library;
         return function(library);
     });
