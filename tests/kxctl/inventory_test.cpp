@@ -305,15 +305,96 @@ TEST(HostWithModules, ListsThoseThatHaveAFile) {
                                                  {{{"module", "zfab3"},
                                                    {"loaded", 0},
                                                    {"version", "2.0.0.1"},
-                                                   {"description", "Q3 driver"}},
+                                                   {"description", "Q3 driver"},
+                                                   {"compressed", nullptr},
+                                                   {"listed_by_library", true}},
                                                   {{"module", "zfab4"},
                                                    {"loaded", 1},
                                                    {"version", "3.19.0.1"},
-                                                   {"description", "Q4 and Q5 driver"}},
+                                                   {"description", "Q4 and Q5 driver"},
+                                                   {"compressed", nullptr},
+                                                   {"listed_by_library", true}},
                                                   {{"module", "toecore"},
                                                    {"loaded", 1},
                                                    {"version", nullptr},
-                                                   {"description", nullptr}}}}}));
+                                                   {"description", nullptr},
+                                                   {"compressed", nullptr},
+                                                   {"listed_by_library", true}}}}}));
+}
+
+struct Compression {
+    const char* command;
+    const char* ending;
+    bool listed_by_library;
+    const char* note;
+};
+
+class HostWithCompressedModule : public testing::TestWithParam<Compression> {
+protected:
+    void SetUp() override {
+        test::Setup setup;
+        setup.program = "sh";
+        const std::string command = GetParam().command;
+        if (test::run({"-c", "command -v " + command}, setup).exit != 0) {
+            GTEST_SKIP() << command << " is not installed";
+        }
+        if (test::run({"-c", "ldconfig -p | grep -q libkmod.so.2"}, setup).exit != 0) {
+            GTEST_SKIP() << "libkmod is not installed (Debian package libkmod2)";
+        }
+        host_.module(
+            {.name = "iw_zfab4",
+             .version = "3.19.0.1",
+             .description = "Q4 and Q5 RDMA driver",
+             .loaded = true});
+        const auto attached = host_.attach();
+        const std::string file = "/lib/modules/$(uname -r)/updates/iw_zfab4.ko";
+        const test::Result result = test::run(
+            {"-c", command + " -c " + file + " > " + file + GetParam().ending + " && rm " + file},
+            setup);
+        ASSERT_EQ(result.exit, 0) << result.err;
+    }
+
+    kxsim::Host host_;
+};
+
+TEST_P(HostWithCompressedModule, IsReadAndMarked) {
+    const std::string ending = std::string(".ko") + GetParam().ending;
+    const Json answer = json_on(host_, {"module", "list"});
+    ASSERT_EQ(answer.at("modules").size(), 1U);
+    const Json expected = {
+        {"module", "iw_zfab4"},  {"loaded", 1},
+        {"version", "3.19.0.1"}, {"description", "Q4 and Q5 RDMA driver"},
+        {"compressed", ending},  {"listed_by_library", GetParam().listed_by_library}};
+    EXPECT_EQ(answer.at("modules").at(0), expected);
+    EXPECT_THAT(
+        run_on(host_, {"module", "list"}).out,
+        HasSubstr("3.19.0.1  Q4 and Q5 RDMA driver  " + ending + GetParam().note + "\n"));
+}
+
+TEST_P(HostWithCompressedModule, StandsAmongTheOthersInTheirOrder) {
+    host_.module({.name = "kxstor", .version = "1"});
+    host_.module({.name = "zfab4", .version = "2"});
+    const Json modules = json_on(host_, {"module", "list"}).at("modules");
+    ASSERT_EQ(modules.size(), 3U);
+    EXPECT_EQ(modules.at(0).at("module"), "zfab4");
+    EXPECT_EQ(modules.at(1).at("module"), "iw_zfab4");
+    EXPECT_EQ(modules.at(2).at("module"), "kxstor");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryCompression, HostWithCompressedModule,
+    testing::Values(
+        Compression{"xz", ".xz", false, ": the library does not list it"},
+        Compression{"zstd", ".zst", false, ": the library does not list it"},
+        Compression{"gzip", ".gz", true, ": the library cannot read its texts"}),
+    [](const auto& row) { return std::string(row.param.command); });
+
+TEST(HostWithModules, WhoseCompressedFileIsDamagedListsItWithoutTexts) {
+    kxsim::Host host;
+    host.module({.name = "zfab4", .file = "zfab4.ko.xz"});
+    const Json entry = json_on(host, {"module", "list"}).at("modules").at(0);
+    EXPECT_EQ(entry.at("module"), "zfab4");
+    EXPECT_TRUE(entry.at("version").is_null());
 }
 
 TEST(HostWithModules, WhoseListCannotBeReadShowsAQuestionMark) {

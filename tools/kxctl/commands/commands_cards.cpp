@@ -165,9 +165,12 @@ std::vector<Command> card_commands() {
             .noun = "module",
             .verb = "list",
             .help = "Show the installed driver modules",
-            .about = "One line for each kernel module that belongs to the adapters and has a "
-                     "module file: whether it is loaded (\"?\" when that is unknown), its "
-                     "version and its description. Needs no adapter and no loaded driver.",
+            .about =
+                "One line for each kernel module that belongs to the adapters and has a "
+                "module file: whether it is loaded (\"?\" when that is unknown), its "
+                "version and its description. Files may be compressed (.ko.xz, .ko.zst, .ko.gz); "
+                "the note says what agents that have only the library do not see. Needs no "
+                "adapter and no loaded driver.",
             .arguments = {},
             .examples = {"kxctl module list", "kxctl --sim=lab module list"},
             .run = module::list,

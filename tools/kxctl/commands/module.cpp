@@ -1,6 +1,8 @@
 // module: the driver modules of the adapters.
+#include <algorithm>
+
 #include "commands/nouns.hpp"
-#include "library/query.hpp"
+#include "library/module_files.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -22,28 +24,51 @@ Cell loaded_cell(std::uint8_t state) {
     }
 }
 
-Json to_json(const DriverEntry& entry) {
+Json to_json(const InstalledModule& module) {
+    const DriverEntry& entry = module.entry;
     return {
         {"module", field_text(entry.module)},
         {"loaded", entry.loaded},
         {"version", text_or_null(field_text(entry.version))},
         {"description", text_or_null(field_text(entry.description))},
+        {"compressed", text_or_null(module.compressed)},
+        {"listed_by_library", module.listed_by_library},
     };
+}
+
+// What other agents, which have only the library, see less of.
+std::string note(const InstalledModule& module) {
+    if (module.compressed.empty()) {
+        return "";
+    }
+    return module.compressed + (module.listed_by_library ? ": the library cannot read its texts"
+                                                         : ": the library does not list it");
 }
 
 }  // namespace
 
 ExitCode list(const Arguments&, Output& output) {
-    const std::vector<DriverEntry> entries = query_modules();
+    const std::vector<InstalledModule> modules = query_installed_modules();
     if (output.wants_json()) {
-        output.json(Json{{"modules", json_array(entries, to_json)}});
+        output.json(Json{{"modules", json_array(modules, to_json)}});
         return ExitCode::kDone;
     }
-    Table table({{"MODULE"}, {"LOADED"}, {"VERSION"}, {"DESCRIPTION"}});
-    for (const DriverEntry& entry : entries) {
-        table.add_row(
-            {field_text(entry.module), loaded_cell(entry.loaded), field_text(entry.version),
-             field_text(entry.description)});
+    const bool noted = std::ranges::any_of(
+        modules, [](const InstalledModule& module) { return !note(module).empty(); });
+    std::vector<Column> columns = {{"MODULE"}, {"LOADED"}, {"VERSION"}, {"DESCRIPTION"}};
+    if (noted) {
+        columns.push_back({"NOTE"});
+    }
+    Table table(columns);
+    for (const InstalledModule& module : modules) {
+        const DriverEntry& entry = module.entry;
+        std::vector<Cell> row = {
+            field_text(entry.module), loaded_cell(entry.loaded), field_text(entry.version),
+            field_text(entry.description)};
+        if (noted) {
+            row.emplace_back(note(module));
+        }
+        table.add_row(row);
     }
     output.table(table);
     return ExitCode::kDone;
