@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -28,7 +29,7 @@ TEST(LabelText, CannotEndItsLabelOrLine) {
 
 TEST(Exposition, LeavesMetricsWithoutASampleOut) {
     const std::vector<kx::ctl::Metric> metrics = {
-        {"a_total", "counter", "A.", {{{{"l", "v"}}, 0xFFFFFFFFFFFFFFFF}, {{}, 2}}},
+        {"a_total", "counter", "A.", {{{{"l", "v"}}, 0xFFFFFFFFFFFFFFFF}, {{}, std::uint64_t{2}}}},
         {"b", "gauge", "B."}};
     EXPECT_EQ(
         kx::ctl::exposition_text(metrics),
@@ -51,6 +52,16 @@ protected:
         EXPECT_EQ(result.exit, 0) << result.err;
         EXPECT_EQ(result.err, "");
         return result.out;
+    }
+
+    // The durations are the only samples that differ between two runs.
+    static std::string without_durations(const std::string& text) {
+        std::istringstream stream(text);
+        std::string kept;
+        for (std::string line; std::getline(stream, line);) {
+            kept += line.find("_duration_seconds") == line.npos ? line + "\n" : "";
+        }
+        return kept;
     }
 
     std::string content() const { return test::file_text(file_); }
@@ -96,7 +107,7 @@ TEST_F(Metrics, OfAHostWithoutCardsAreThereToo) {
 
 TEST_F(Metrics, AreWellFormedLinesWithEachSampleOnce) {
     const std::regex sample(
-        R"re([a-z_]+(\{[a-z]+="([^"\\]|\\["\\])*"(,[a-z]+="([^"\\]|\\["\\])*")*\})? [0-9]+)re");
+        R"re([a-z_]+(\{[a-z]+="([^"\\]|\\["\\])*"(,[a-z]+="([^"\\]|\\["\\])*")*\})? [0-9]+(\.[0-9]+)?(e-[0-9]+)?)re");
     for (const char* scenario : {"lab", "many-ports", "nic-only-q3", "damaged-vpd"}) {
         std::istringstream stream(text_on(scenario, {"--all"}));
         std::set<std::string> seen;
@@ -167,7 +178,7 @@ TEST_F(Metrics, AreReadByAClientAsTheyWereMeant) {
         test::run({"-c", "import prometheus_client.parser"}, setup).exit != 0) {
         GTEST_SKIP() << "no client of Prometheus (Debian package python3-prometheus-client)";
     }
-    const std::string text = text_on("lab", {"--all"});
+    const std::string text = without_durations(text_on("lab", {"--all"}));
     std::ofstream(file_) << text;
     setup.program = "sh";
     const test::Result result =
@@ -185,7 +196,7 @@ TEST_F(Metrics, AreReadByAClientAsTheyWereMeant) {
 TEST_F(Metrics, ReplaceTheirFileAsAWhole) {
     std::ofstream(file_) << "old\n";
     EXPECT_EQ(text_on("lab", {"--output", file_}), "");
-    EXPECT_EQ(content(), text_on("lab"));
+    EXPECT_EQ(without_durations(content()), without_durations(text_on("lab")));
     struct stat status {};
     ASSERT_EQ(stat(file_.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0644U);
@@ -206,8 +217,71 @@ TEST_F(Metrics, AreDataForMachines) {
     kxsim::Host host;
     const auto answer = test::json_on(host, {"metrics", "--output", file_});
     EXPECT_EQ(answer.at("file"), file_.string());
-    EXPECT_EQ(answer.at("metrics").at(1).at("name"), "kxlinhw_cards");
-    EXPECT_EQ(answer.at("metrics").at(1).at("samples").at(0).at("value"), 0);
+    EXPECT_EQ(answer.at("metrics").at(4).at("name"), "kxlinhw_cards");
+    EXPECT_EQ(answer.at("metrics").at(4).at("samples").at(0).at("value"), 0);
+    EXPECT_FALSE(answer.contains("incomplete"));
+}
+
+TEST_F(Metrics, CountTheAdaptersOnTheBusBesideTheCardsThatAreServed) {
+    EXPECT_THAT(text_on("lab"), HasSubstr("\nkxlinhw_adapters 3\n"));
+    const std::string text = text_on("no-driver");
+    EXPECT_THAT(text, HasSubstr("\nkxlinhw_cards 0\n"));
+    EXPECT_THAT(text, Not(HasSubstr("\nkxlinhw_adapters 0\n")));
+    EXPECT_THAT(text_on("empty"), HasSubstr("\nkxlinhw_adapters 0\n"));
+}
+
+TEST_F(Metrics, TellThatEachCollectorSucceededAndHowLongItTook) {
+    const std::string text = text_on("lab", {"--all"});
+    for (const std::string collector : {"adapters", "cards", "ports", "offload", "modules"}) {
+        const std::string labels = "{collector=\"" + collector + "\"} ";
+        EXPECT_THAT(text, HasSubstr("\nkxlinhw_collector_success" + labels + "1\n"));
+        const std::string name = "\nkxlinhw_collector_duration_seconds" + labels;
+        const std::size_t at = text.find(name);
+        ASSERT_NE(at, text.npos) << collector;
+        EXPECT_GT(std::stod(text.substr(at + name.size())), 0.0);
+    }
+}
+
+class FailingCollectors : public Metrics {
+protected:
+    FailingCollectors() {
+        host_.module({.name = "zfab4", .loaded = true});
+        host_.adapter({.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}}});
+    }
+
+    // Runs metrics into the file, which is whole whatever failed. The lines on standard error.
+    std::string expect_incomplete(const char* failed, const char* succeeded) {
+        std::ofstream(file_) << "old\n";
+        const test::Result result = test::run_on(host_, {"metrics", "--output", file_});
+        EXPECT_EQ(result.exit, 4);
+        const std::string success = "kxlinhw_collector_success{collector=\"";
+        EXPECT_THAT(content(), HasSubstr(success + failed + "\"} 0\n"));
+        EXPECT_THAT(content(), HasSubstr(success + succeeded + "\"} 1\n"));
+        EXPECT_THAT(content(), Not(HasSubstr("old")));
+        const auto answer = test::json_on(host_, {"metrics"}, 4);
+        EXPECT_THAT(std::string(answer.at("incomplete").at(0)), HasSubstr(failed));
+        return result.err;
+    }
+
+    kxsim::Host host_;
+};
+
+TEST_F(FailingCollectors, TellThatTheListOfModulesCannotBeRead) {
+    host_.file("/proc/modules", "zfab4 1 0 - Live 0x0\n", 0);
+    EXPECT_THAT(
+        expect_incomplete("modules", "adapters"),
+        HasSubstr("kxctl: modules: /proc/modules: Permission denied\n"));
+    EXPECT_THAT(content(), Not(HasSubstr("kxlinhw_module_loaded")));
+    EXPECT_THAT(content(), HasSubstr("kxlinhw_collector_success{collector=\"ports\"} 0\n"))
+        << "nothing is known of cards either";
+}
+
+TEST_F(FailingCollectors, TellThatTheBusCannotBeRead) {
+    host_.fail({.call = "open", .times = 0, .error = EIO, .object = "/sys/bus/pci/devices"});
+    EXPECT_THAT(
+        expect_incomplete("adapters", "modules"),
+        HasSubstr("kxctl: adapters: /sys/bus/pci/devices: Input/output error\n"));
+    EXPECT_THAT(content(), Not(HasSubstr("kxlinhw_adapters ")));
 }
 
 }  // namespace

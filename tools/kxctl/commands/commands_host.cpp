@@ -15,7 +15,10 @@ std::vector<Command> host_commands() {
             .help = "Show state and counters for monitoring",
             .about = "Metrics in the text format of Prometheus: cards, ports with link and "
                      "speed, their most useful counters, driver modules. A host without cards "
-                     "has metrics too. With --output the metrics replace the file as a whole, as "
+                     "has metrics too. kxlinhw_collector_success is 0 for each collector that "
+                     "could not read something; the command then prints why on standard error and "
+                     "ends with exit status 4. With --output the metrics replace the file as a "
+                     "whole, as "
                      "the textfile collector of the node exporter requires, and nothing is "
                      "printed.",
             .arguments =

@@ -1,12 +1,25 @@
 // metrics: the state and the counters of the host's cards, for monitoring.
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <kxlinhw/adapter_lists.h>
+#include <kxlinhw/status.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <optional>
 #include <set>
 
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
+#include "files/descriptor.hpp"
 #include "files/replaced_file.hpp"
+#include "library/adapter_query.hpp"
+#include "library/module_files.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
+#include "output/incomplete.hpp"
 #include "output/metric.hpp"
 #include "output/output.hpp"
 
@@ -16,8 +29,14 @@ namespace {
 constexpr std::uint64_t kBytesOfMegabit = 1'000'000 / 8;
 constexpr std::uint16_t kUnknownSpeedMbps = 0xFFFF;
 
+constexpr char kLoadedModules[] = "/proc/modules";
+constexpr char kPciDevices[] = "/sys/bus/pci/devices";
+
 enum Which : std::size_t {
     kBuild,
+    kSuccess,
+    kDuration,
+    kAdapters,
     kCards,
     kCard,
     kPort,
@@ -39,6 +58,9 @@ enum Which : std::size_t {
 std::vector<Metric> empty_metrics() {
     return {
         {"kxlinhw_build_info", "gauge", "Version of kxctl, always 1."},
+        {"kxlinhw_collector_success", "gauge", "Whether the collector could read everything."},
+        {"kxlinhw_collector_duration_seconds", "gauge", "Time that the collector took."},
+        {"kxlinhw_adapters", "gauge", "Adapters on the PCI bus, with and without a driver."},
         {"kxlinhw_cards", "gauge", "Cards that the drivers serve."},
         {"kxlinhw_card_info", "gauge", "What a card is, always 1."},
         {"kxlinhw_port_info", "gauge", "What a port is, always 1."},
@@ -69,30 +91,99 @@ constexpr CounterRow kCounters[] = {
     {"rx_crc_errors", kRxErrors}, {"rx_frames_dropped_no_buffer", kRxDropped},
 };
 
+// A host without cards or drivers has metrics too.
+bool is_empty_list(const Failure& failure) {
+    const std::uint32_t status = failure.status().value_or(KX_SUCCESS);
+    return status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;
+}
+
+// A file or directory without which the library takes the list as empty or guesses. A host may lack
+// it, but a process must be able to read it.
+void must_be_readable(const char* path) {
+    if (!Descriptor(open(path, O_RDONLY | O_CLOEXEC))) {
+        const int reason = errno;
+        if (reason != ENOENT) {
+            throw Failure(ExitCode::kFailed, fmt::format("{}: {}", path, std::strerror(reason)));
+        }
+    }
+}
+
 class Collection {
 public:
     explicit Collection(bool all) : all_(all) {
-        add(kBuild, {{"version", KXCTL_VERSION}}, 1);
-        const std::vector<CardInfo> cards = list_or_none(query_cards);
-        add(kCards, {}, cards.size());
-        for (const CardInfo& card : cards) {
-            add_card(card);
+        add(kBuild, {{"version", KXCTL_VERSION}}, std::uint64_t{1});
+        collect("adapters", [this] {
+            must_be_readable(kPciDevices);
+            add(kAdapters, {}, query_adapter_count());
+        });
+        collect("cards", [this] {
+            must_be_readable(kLoadedModules);
+            cards_ = list_or_none(query_cards);
+            add(kCards, {}, cards_->size());
+            for (const CardInfo& card : *cards_) {
+                add_card(card);
+            }
+        });
+        collect(
+            "ports", [this] { for_each_card([this](const CardInfo& card) { add_ports(card); }); });
+        if (all_) {
+            collect("offload", [this] {
+                for_each_card([this](const CardInfo& card) { add_statistics(card); });
+            });
         }
-        for (const DriverEntry& module : list_or_none(query_modules)) {
-            add(kModule, {{"module", field_text(module.module)}}, module.loaded == 1 ? 1 : 0);
-        }
+        collect("modules", [this] {
+            must_be_readable(kLoadedModules);
+            for (const InstalledModule& module : list_or_none(query_installed_modules)) {
+                add(kModule, {{"module", field_text(module.entry.module)}},
+                    std::uint64_t{module.entry.loaded == 1});
+            }
+        });
     }
 
     [[nodiscard]] const std::vector<Metric>& metrics() const { return metrics_; }
+    [[nodiscard]] const Incomplete& incomplete() const { return incomplete_; }
 
 private:
-    // A host without cards or drivers gives metrics too.
+    // What a collector added before it failed stays.
+    template <class Function>
+    void collect(const char* name, Function function) {
+        using Seconds = std::chrono::duration<double>;
+        const auto start = std::chrono::steady_clock::now();
+        collector_ = name;
+        success_ = true;
+        attempt(function);
+        const Labels labels = {{"collector", name}};
+        add(kSuccess, labels, std::uint64_t{success_});
+        add(kDuration, labels, Seconds(std::chrono::steady_clock::now() - start).count());
+    }
+
+    template <class Function>
+    void attempt(Function function) {
+        try {
+            function();
+        } catch (const Failure& failure) {
+            incomplete_.add(fmt::format("{}: {}", collector_, failure.what()));
+            success_ = false;
+        }
+    }
+
+    // A card that fails does not keep the others from being read.
+    template <class Function>
+    void for_each_card(Function function) {
+        if (!cards_) {
+            throw Failure(ExitCode::kFailed, "The cards are not known");
+        }
+        for (const CardInfo& card : *cards_) {
+            attempt([&] { function(card); });
+        }
+    }
+
     template <class Record>
     static std::vector<Record> list_or_none(std::vector<Record> (*query)()) {
         try {
             return query();
         } catch (const Failure& failure) {
-            if (failure.code() != ExitCode::kNotFound) {
+            if (!is_empty_list(failure)) {
                 throw;
             }
             return {};
@@ -100,27 +191,27 @@ private:
     }
 
     // A sample with the same labels twice would make the whole text invalid.
-    void add(Which which, const Labels& labels, std::uint64_t value) {
+    void add(Which which, const Labels& labels, SampleValue value) {
         if (seen_.insert({which, labels}).second) {
             metrics_[which].samples.push_back({labels, value});
         }
     }
 
     void add_card(const CardInfo& card) {
-        const std::string location = field_text(card.pci_bus_location);
         add(kCard,
-            {{"location", location},
+            {{"location", field_text(card.pci_bus_location)},
              {"chip", field_text(card.chip_type)},
              {"model", field_text(card.model)},
              {"firmware", field_text(card.firmware)}},
-            1);
+            std::uint64_t{1});
+    }
+
+    void add_ports(const CardInfo& card) {
+        const std::string location = field_text(card.pci_bus_location);
         if (card.port_count > 0) {
             for (const PortInfo& port : query_ports(location)) {
                 add_port(location, port);
             }
-        }
-        if (all_) {
-            add_statistics(location);
         }
     }
 
@@ -132,8 +223,8 @@ private:
             {"interface", interface}};
         Labels identity = labels;
         identity.emplace_back("mac", field_text(port.mac));
-        add(kPort, identity, 1);
-        add(kLink, labels, port.link_detected != 0 ? 1 : 0);
+        add(kPort, identity, std::uint64_t{1});
+        add(kLink, labels, std::uint64_t{port.link_detected != 0});
         const std::uint16_t mbps = port.settings.speed;
         if (mbps != 0 && mbps != kUnknownSpeedMbps) {
             add(kSpeed, labels, mbps * kBytesOfMegabit);
@@ -160,21 +251,29 @@ private:
     }
 
     // A card without an offload engine has none.
-    void add_statistics(const std::string& location) {
+    void add_statistics(const CardInfo& card) {
+        const std::string location = field_text(card.pci_bus_location);
         try {
             for (const StatEntry& entry : query_card_counters(location)) {
                 add(kCardCounter,
                     {{"location", location},
                      {"group", std::to_string(entry.group)},
                      {"counter", field_text(entry.name)}},
-                    entry.value);
+                    std::uint64_t{entry.value});
             }
-        } catch (const Failure&) {
-            return;
+        } catch (const Failure& failure) {
+            if (failure.code() != ExitCode::kNotFound &&
+                failure.code() != ExitCode::kNotSupported) {
+                throw;
+            }
         }
     }
 
     bool all_;
+    const char* collector_ = "";
+    bool success_ = true;
+    Incomplete incomplete_;
+    std::optional<std::vector<CardInfo>> cards_;
     std::vector<Metric> metrics_ = empty_metrics();
     std::set<std::pair<Which, Labels>> seen_;
 };
@@ -189,12 +288,13 @@ ExitCode run(const Arguments& arguments, Output& output) {
         replace_file(file, text);
     }
     if (output.wants_json()) {
-        output.json(
-            Json{{"file", text_or_null(file)}, {"metrics", metrics_json(collection.metrics())}});
+        Json answer{{"file", text_or_null(file)}, {"metrics", metrics_json(collection.metrics())}};
+        collection.incomplete().put_into(answer);
+        output.json(answer);
     } else if (file.empty()) {
         output.text(text);
     }
-    return ExitCode::kDone;
+    return collection.incomplete().report();
 }
 
 }  // namespace kx::ctl::metrics

@@ -15,12 +15,20 @@ std::string labels_text(const Labels& labels) {
     return text.empty() ? "" : "{" + text + "}";
 }
 
+std::string value_text(const SampleValue& value) {
+    return std::visit([](auto number) { return fmt::format("{}", number); }, value);
+}
+
+Json value_json(const SampleValue& value) {
+    return std::visit([](auto number) { return Json(number); }, value);
+}
+
 Json sample_json(const Sample& sample) {
     Json labels = Json::object();
     for (const auto& [name, value] : sample.labels) {
         labels[name] = value;
     }
-    return {{"labels", labels}, {"value", sample.value}};
+    return {{"labels", labels}, {"value", value_json(sample.value)}};
 }
 
 }  // namespace
@@ -45,7 +53,8 @@ std::string exposition_text(const std::vector<Metric>& metrics) {
         text += fmt::format(
             "# HELP {} {}\n# TYPE {} {}\n", metric.name, metric.help, metric.name, metric.type);
         for (const Sample& sample : metric.samples) {
-            text += fmt::format("{}{} {}\n", metric.name, labels_text(sample.labels), sample.value);
+            text += fmt::format(
+                "{}{} {}\n", metric.name, labels_text(sample.labels), value_text(sample.value));
         }
     }
     return text;

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "output/json.hpp"
@@ -13,9 +14,12 @@ namespace kx::ctl {
 
 using Labels = std::vector<std::pair<std::string, std::string>>;
 
+// Durations are fractions of seconds; everything else is a whole number.
+using SampleValue = std::variant<std::uint64_t, double>;
+
 struct Sample {
     Labels labels;
-    std::uint64_t value;
+    SampleValue value;
 };
 
 struct Metric {
@@ -29,7 +33,7 @@ struct Metric {
 // and quote escaped.
 [[nodiscard]] std::string label_text(std::string_view value);
 
-// Metrics without a sample are left out. The values of a sample are whole numbers.
+// Metrics without a sample are left out.
 [[nodiscard]] std::string exposition_text(const std::vector<Metric>& metrics);
 [[nodiscard]] Json metrics_json(const std::vector<Metric>& metrics);
 
