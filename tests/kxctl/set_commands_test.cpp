@@ -5,9 +5,14 @@
 #include <linux/sockios.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "commands/nouns.hpp"
+#include "failure/failure.hpp"
 #include "kxctl/on_host.hpp"
+#include "output/output.hpp"
+#include "settings/change_report.hpp"
+#include "settings/port_settings.hpp"
 
 namespace {
 
@@ -210,6 +215,55 @@ TEST_F(SetCommands, IwarpSetRefusesWhatTheModuleLacks) {
     EXPECT_EQ(result.exit, 14);
     EXPECT_EQ(result.err, "kxctl: iw_zfab4 has no parameter cong_flavor\n");
     EXPECT_EQ(run({"iwarp", "set", "iw_zfab3", "snd_win=1", "z4iw_debug=1"}).exit, 14);
+}
+
+TEST_F(SetCommands, PortSetThatTheDriverIsTooBusyForIsNoMatterOfPermission) {
+    host_.fail(
+        {.call = "ioctl",
+         .times = 0,
+         .error = EBUSY,
+         .object = "eth2",
+         .command = ETHTOOL_SCOALESCE});
+    const test::Result result = run({"port", "set", "03:00.4", "1", "rx_usecs=9"});
+    EXPECT_EQ(result.exit, 5);
+    EXPECT_EQ(result.err, "kxctl: Set rx_usecs failed for eth2: Device or resource busy\n");
+    EXPECT_EQ(run({"port", "set", "03:00.4", "1", "rx_usecs=9", "tso=off"}).exit, 4)
+        << "the rest was taken";
+}
+
+class WithoutPrivilege : public testing::Test {
+protected:
+    WithoutPrivilege() { std::snprintf(settings_.mtu, sizeof settings_.mtu, "9000"); }
+
+    // The exit code of a change of the MTU to that value.
+    kx::ctl::ExitCode set_mtu(std::int64_t value) {
+        const kx::ctl::Change changes[] = {{&kx::ctl::port_setting("mtu"), value}};
+        const kx::ctl::ChangeReport report(Json::object(), changes, &settings_);
+        return report.tell_without_privilege(
+            output_, &settings_, "the user is not root and lacks CAP_NET_ADMIN");
+    }
+
+    PortSettings settings_{};
+    kx::ctl::Output output_{true};
+};
+
+TEST_F(WithoutPrivilege, WhatIsSoAlreadyIsDone) {
+    EXPECT_EQ(set_mtu(9000), kx::ctl::ExitCode::kDone);
+    const Json answer = Json::parse(output_.take());
+    EXPECT_EQ(answer.at("settings").at(0).at("now"), 9000);
+    EXPECT_EQ(answer.at("failures"), Json::array());
+}
+
+TEST_F(WithoutPrivilege, AChangeFailsAndNamesTheMissingCapability) {
+    try {
+        static_cast<void>(set_mtu(1500));
+        FAIL() << "it was not refused";
+    } catch (const kx::ctl::Failure& failure) {
+        EXPECT_EQ(failure.code(), kx::ctl::ExitCode::kNoPermission);
+        EXPECT_STREQ(
+            failure.what(), "mtu cannot be changed: the user is not root and lacks CAP_NET_ADMIN");
+    }
+    EXPECT_EQ(output_.take(), "");
 }
 
 TEST_F(SetCommands, HelpListsTheKeysWithTheirRanges) {

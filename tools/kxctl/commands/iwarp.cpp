@@ -8,6 +8,7 @@
 
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
+#include "failure/permission.hpp"
 #include "library/call.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -131,6 +132,9 @@ ExitCode set(const Arguments& arguments, Output& output) {
     props.change_mask = apply_changes(changes, &props);
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
+    }
+    if (const auto missing = obstacle(Privilege::kOwnFiles, read_circumstances())) {
+        return report.tell_without_privilege(output, &props, *missing);
     }
     check(call_library([&] { return SetIwarpProps(&props); }));
     const IwarpProps after = query_props(module);

@@ -7,6 +7,7 @@
 
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
+#include "failure/permission.hpp"
 #include "library/call.hpp"
 #include "library/query.hpp"
 #include "output/output.hpp"
@@ -99,7 +100,8 @@ std::span<const Setting> settings() { return kSettings; }
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
-    const auto lock = lock_unless_planning(arguments);
+    const auto missing = obstacle(Privilege::kOwnFiles, read_circumstances());
+    const auto lock = lock_for_change(arguments, missing);
     const CardInfo card = query_card(location);
     CardParams params = card.params;
     const ChangeReport report(Json{{"location", location}}, changes, &params);
@@ -111,6 +113,9 @@ ExitCode set(const Arguments& arguments, Output& output) {
     params.change_mask = static_cast<std::uint32_t>(mask);
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
+    }
+    if (missing) {
+        return report.tell_without_privilege(output, &params, *missing);
     }
     const std::uint32_t status =
         call_library([&] { return SetCardParam(&params, location.data()); });

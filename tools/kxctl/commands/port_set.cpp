@@ -7,6 +7,7 @@
 #include "cli/numbers.hpp"
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
+#include "failure/permission.hpp"
 #include "library/call.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
@@ -56,7 +57,8 @@ ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::uint32_t instance = port_instance(arguments);
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
-    const auto lock = lock_unless_planning(arguments);
+    const auto missing = obstacle(Privilege::kNetworkAdmin, read_circumstances());
+    const auto lock = lock_for_change(arguments, missing);
     PortInfo port = query_port(location, instance);
     const ChangeReport report(
         Json{
@@ -69,6 +71,9 @@ ExitCode set(const Arguments& arguments, Output& output) {
     check_forced_link(changes, port.settings);
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
+    }
+    if (missing) {
+        return report.tell_without_privilege(output, &port.settings, *missing);
     }
     const std::uint32_t status = call_library(
         [&] { return SetPortParam(&port, location.data(), static_cast<int>(instance)); });

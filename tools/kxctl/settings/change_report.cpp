@@ -3,7 +3,10 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
+#include "failure/failure.hpp"
 #include "library/recording.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
@@ -17,6 +20,9 @@ Json json_of(std::optional<std::int64_t> value) { return value ? Json(*value) : 
 std::string text_of(const Setting& setting, std::optional<std::int64_t> value) {
     return value ? setting.text_of(*value) : "";
 }
+
+// The library's messages end with the reason of the driver.
+bool tells_busy(const std::string& message) { return message.ends_with(std::strerror(EBUSY)); }
 
 }  // namespace
 
@@ -78,8 +84,10 @@ ExitCode ChangeReport::tell_result(
     }
     const bool refused_by_library = !messages.empty();
     std::vector<std::string> failures = refused_by_library ? std::move(messages) : untaken;
+    const bool nothing_taken = taken == 0 && !failures.empty();
+    const bool busy = nothing_taken && std::ranges::any_of(failures, tells_busy);
     const auto known =
-        taken == 0 && !failures.empty() ? obstacle(privilege, read_circumstances()) : std::nullopt;
+        nothing_taken && !busy ? obstacle(privilege, read_circumstances()) : std::nullopt;
     if (known) {
         failures.push_back(*known);
     }
@@ -99,6 +107,9 @@ ExitCode ChangeReport::tell_result(
     if (failures.empty()) {
         return ExitCode::kDone;
     }
+    if (busy) {
+        return ExitCode::kBusy;
+    }
     if (known) {
         return ExitCode::kNoPermission;
     }
@@ -106,6 +117,18 @@ ExitCode ChangeReport::tell_result(
         return ExitCode::kVerification;
     }
     return taken > 0 ? ExitCode::kPartly : ExitCode::kFailed;
+}
+
+ExitCode ChangeReport::tell_without_privilege(
+    Output& output, const void* record, const std::string& missing) const {
+    for (const Line& line : lines_) {
+        if (line.before != line.wanted) {
+            throw Failure(
+                ExitCode::kNoPermission,
+                fmt::format("{} cannot be changed: {}", line.setting->key, missing));
+        }
+    }
+    return tell_result(output, record, {}, Privilege::kOwnFiles);
 }
 
 }  // namespace kx::ctl

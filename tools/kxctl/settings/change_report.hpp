@@ -32,6 +32,12 @@ public:
         Output& output, const void* after, std::vector<std::string> messages,
         Privilege privilege) const;
 
+    // For a process that lacks the privilege for changes. Where the record has all the values
+    // already, report that as a result; otherwise throw Failure (kNoPermission). missing: what it
+    // lacks.
+    ExitCode tell_without_privilege(
+        Output& output, const void* record, const std::string& missing) const;
+
 private:
     struct Line {
         const Setting* setting;

@@ -66,9 +66,10 @@ ConfigurationLock::ConfigurationLock(Purpose purpose, Patience patience)
     }
 }
 
-std::optional<ConfigurationLock> lock_unless_planning(const Arguments& arguments) {
+std::optional<ConfigurationLock> lock_for_change(
+    const Arguments& arguments, const std::optional<std::string>& missing) {
     const Patience patience = patience_wish(arguments);
-    return arguments.has("--dry-run")
+    return arguments.has("--dry-run") || missing
                ? std::nullopt
                : std::optional(ConfigurationLock(ConfigurationLock::Purpose::kWrite, patience));
 }

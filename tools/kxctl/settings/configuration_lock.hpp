@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "cli/command.hpp"
@@ -32,8 +33,10 @@ private:
     Descriptor file_;
 };
 
-// The lock of a command that changes settings, unless it only plans (--dry-run).
-[[nodiscard]] std::optional<ConfigurationLock> lock_unless_planning(const Arguments& arguments);
+// The lock of a command that changes settings, unless it changes nothing: it only plans
+// (--dry-run), or lacks the privilege. missing: what it lacks.
+[[nodiscard]] std::optional<ConfigurationLock> lock_for_change(
+    const Arguments& arguments, const std::optional<std::string>& missing);
 
 // The options of every command that takes the lock, and their values.
 [[nodiscard]] std::vector<Argument> with_lock_options(std::vector<Argument> arguments);
