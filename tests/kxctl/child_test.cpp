@@ -9,6 +9,8 @@
 #include <chrono>
 #include <string>
 
+#include "support/output.hpp"
+
 namespace {
 
 using kx::ctl::Descriptor;
@@ -44,10 +46,9 @@ TEST(Child, IsKilledWithItsOwnChildrenWhenItTakesTooLong) {
          {"echo before; sleep 60; true", "sleep 60 & sleep 60; true", "exec >&-; sleep 60; true",
           "trap '' TERM INT HUP; sleep 60; true"}) {
         Collected output;
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(run_script(script, output, milliseconds(200)), -1) << script;
         EXPECT_EQ(
-            testing::internal::GetCapturedStderr(),
+            test::told(
+                [&] { EXPECT_EQ(run_script(script, output, milliseconds(200)), -1) << script; }),
             "kxctl: Killed after 0.2 seconds: " + script + "\n");
     }
 }

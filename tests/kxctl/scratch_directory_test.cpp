@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "kxctl/machines_on_host.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -24,10 +25,9 @@ protected:
     ScratchDirectory() {
         fs::create_directory(root_ / "temporary");
         fs::create_directory(root_ / "programs");
-        std::ofstream(root_ / "programs/lspci") << "#!/bin/sh\nexec sleep 5\n";
-        fs::permissions(root_ / "programs/lspci", fs::perms::owner_all);
+        fs::permissions(
+            root_.write("programs/lspci", "#!/bin/sh\nexec sleep 5\n"), fs::perms::owner_all);
     }
-    ~ScratchDirectory() override { fs::remove_all(root_); }
 
     fs::path temporary() const { return root_ / "temporary"; }
 
@@ -36,7 +36,7 @@ protected:
         const auto attached = host.attach();
         const pid_t child = fork();
         if (child == 0) {
-            setenv("PATH", ((root_ / "programs").string() + ":/usr/bin:/bin").c_str(), 1);
+            setenv("PATH", (root_ / "programs" + ":/usr/bin:/bin").c_str(), 1);
             setenv("TMPDIR", temporary().c_str(), 1);
             setpgid(0, 0);
             execl(KXCTL_PROGRAM, "kxctl", "vf", "list", nullptr);
@@ -65,12 +65,7 @@ protected:
     }
 
 private:
-    static fs::path make_root() {
-        char name[] = "/tmp/kxctl-scratch-test-XXXXXX";
-        return mkdtemp(name);
-    }
-
-    const fs::path root_ = make_root();
+    const test::ScratchDirectory root_;
 };
 
 TEST_F(ScratchDirectory, IsGoneAfterACommand) {
