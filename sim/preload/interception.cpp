@@ -10,7 +10,6 @@
 
 #include "preload/target.hpp"
 #include "process/attached.hpp"
-#include "process/export.hpp"
 #include "process/owned_paths.hpp"
 
 namespace kxsim::preload {
@@ -198,8 +197,13 @@ void note_refusal(int error) {
 
 }  // namespace kxsim::preload
 
-extern "C" KXSIM_EXPORT int kxsim_allocation_fails(const char* name, const void* caller) {
-    using namespace kxsim::preload;
+using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
+
+extern "C" {
+
+#pragma GCC visibility push(default)
+
+int kxsim_allocation_fails(const char* name, const void* caller) {
     Host* const on = host();
     if (on == nullptr) {
         return 0;
@@ -219,3 +223,7 @@ extern "C" KXSIM_EXPORT int kxsim_allocation_fails(const char* name, const void*
     const Pause pause;  // asking the dynamic linker may allocate
     return error_of(due_rule(session, call, "", 0, caller));
 }
+
+#pragma GCC visibility pop
+
+}  // extern "C"

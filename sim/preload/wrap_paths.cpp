@@ -11,17 +11,10 @@
 #include <cstdlib>
 
 #include "preload/on_path.hpp"
-#include "process/export.hpp"
 
 namespace {
 
-using kxsim::preload::Intent;
-using kxsim::preload::Kind;
-using kxsim::preload::next;
-using kxsim::preload::on_path;
-using kxsim::preload::on_path_at;
-using kxsim::preload::refuse;
-using kxsim::preload::Target;
+using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 using kxsim::state::Call;
 
 constexpr Kind kAccess{Call::kAccess};

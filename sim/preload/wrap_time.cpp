@@ -3,12 +3,15 @@
 
 #include "preload/interception.hpp"
 #include "process/attached.hpp"
-#include "process/export.hpp"
 #include "process/next.hpp"
 
 using namespace kxsim::preload;  // NOLINT: the wrappers are this namespace's face
 
-extern "C" KXSIM_EXPORT int usleep(useconds_t microseconds) {
+extern "C" {
+
+#pragma GCC visibility push(default)
+
+int usleep(useconds_t microseconds) {
     Host* const on = host();
     if (on == nullptr) {
         return next<"usleep", decltype(::usleep)>()(microseconds);
@@ -19,3 +22,7 @@ extern "C" KXSIM_EXPORT int usleep(useconds_t microseconds) {
     on->session->slept_microseconds.fetch_add(microseconds, std::memory_order_relaxed);
     return 0;
 }
+
+#pragma GCC visibility pop
+
+}  // extern "C"

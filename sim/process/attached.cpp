@@ -11,7 +11,6 @@
 #include <cstring>
 #include <span>
 
-#include "process/export.hpp"
 #include "process/next.hpp"
 
 namespace kxsim::process {
@@ -145,25 +144,28 @@ Host* host() {
 
 }  // namespace kxsim::process
 
-using kxsim::process::Pause;
-using kxsim::process::Phase;
+using namespace kxsim::process;  // NOLINT: the functions are this namespace's face
 
 extern "C" {
 
-KXSIM_EXPORT int kxsim_attach(const char* root) {
+#pragma GCC visibility push(default)
+
+int kxsim_attach(const char* root) {
     kxsim_detach();
-    const int error = kxsim::process::map_host(root);
-    kxsim::process::phase = error == 0 ? Phase::kSimulated : Phase::kReal;
+    const int error = map_host(root);
+    phase = error == 0 ? Phase::kSimulated : Phase::kReal;
     return error;
 }
 
-KXSIM_EXPORT void kxsim_detach(void) {
-    kxsim::process::phase = Phase::kReal;
-    kxsim::process::drop_host();
+void kxsim_detach(void) {
+    phase = Phase::kReal;
+    drop_host();
 }
 
-KXSIM_EXPORT void kxsim_pause(void) { Pause::begin(); }
+void kxsim_pause(void) { Pause::begin(); }
 
-KXSIM_EXPORT void kxsim_resume(void) { Pause::end(); }
+void kxsim_resume(void) { Pause::end(); }
+
+#pragma GCC visibility pop
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/export.h>
 #include <sys/socket.h>
 
 #include <cstdarg>
@@ -43,10 +44,10 @@ Function* next_function(const char* name) {
 
 }  // namespace
 
-// Replaces the function of the simulated host.
-#define KX_IN_FRONT extern "C" __attribute__((visibility("default"), noinline))
+// These replace functions of the simulated host.
+extern "C" {
 
-KX_IN_FRONT int open(const char* path, int flags, ...) {
+KX_EXPORT int open(const char* path, int flags, ...) {
     static const auto next = next_function<int(const char*, int, ...)>("open");
     std::va_list values;
     va_start(values, flags);
@@ -57,26 +58,28 @@ KX_IN_FRONT int open(const char* path, int flags, ...) {
     return descriptor;
 }
 
-KX_IN_FRONT int socket(int domain, int type, int protocol) noexcept {
+KX_EXPORT int socket(int domain, int type, int protocol) noexcept {
     static const auto next = next_function<int(int, int, int)>("socket");
     const int descriptor = next(domain, type, protocol);
     look_at(descriptor, "socket", "", __builtin_return_address(0));
     return descriptor;
 }
 
-KX_IN_FRONT FILE* fopen(const char* path, const char* mode) {
+KX_EXPORT FILE* fopen(const char* path, const char* mode) {
     static const auto next = next_function<FILE*(const char*, const char*)>("fopen");
     FILE* const file = next(path, mode);
     look_at(file == nullptr ? -1 : fileno(file), "fopen", path, __builtin_return_address(0));
     return file;
 }
 
-KX_IN_FRONT FILE* popen(const char* command, const char* mode) {
+KX_EXPORT FILE* popen(const char* command, const char* mode) {
     static const auto next = next_function<FILE*(const char*, const char*)>("popen");
     FILE* const pipe = next(command, mode);
     look_at(pipe == nullptr ? -1 : fileno(pipe), "popen", command, __builtin_return_address(0));
     return pipe;
 }
+
+}  // extern "C"
 
 namespace {
 

@@ -2,6 +2,7 @@
 // Definitions in the program replace both: these check the fault rules and then call the allocator
 // of the process.
 #include <dlfcn.h>
+#include <kxlinhw/export.h>
 #include <kxsim/preload.h>
 
 #include <cerrno>
@@ -41,23 +42,19 @@ void* operator new[](std::size_t size) { return allocate_object("_Znam", size); 
 
 extern "C" {
 
-#pragma GCC visibility push(default)
-
-void* malloc(std::size_t size) noexcept {
+KX_EXPORT void* malloc(std::size_t size) noexcept {
     static auto* const function = next<void*(std::size_t)>("malloc");
     return fails("malloc", __builtin_return_address(0)) ? nullptr : function(size);
 }
 
-void* calloc(std::size_t count, std::size_t size) noexcept {
+KX_EXPORT void* calloc(std::size_t count, std::size_t size) noexcept {
     static auto* const function = next<void*(std::size_t, std::size_t)>("calloc");
     return fails("calloc", __builtin_return_address(0)) ? nullptr : function(count, size);
 }
 
-void* realloc(void* block, std::size_t size) noexcept {
+KX_EXPORT void* realloc(void* block, std::size_t size) noexcept {
     static auto* const function = next<void*(void*, std::size_t)>("realloc");
     return fails("realloc", __builtin_return_address(0)) ? nullptr : function(block, size);
 }
-
-#pragma GCC visibility pop
 
 }  // extern "C"
