@@ -56,7 +56,7 @@ protected:
         const Words& lines, const std::string& scratch = testing::TempDir()) const {
         const Shell& shell = GetParam();
         const std::filesystem::path programs = std::filesystem::path(KXCTL_PROGRAM).parent_path();
-        Words words = {"60", shell.name};
+        Words words = {"300", shell.name};
         words.insert(words.end(), shell.flags.begin(), shell.flags.end());
         words.push_back(std::string(KX_DOCS_TESTS "/complete.") + shell.name);
         words.push_back(std::string(KX_COMPLETIONS "/") + shell.completion);

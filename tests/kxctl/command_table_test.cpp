@@ -261,7 +261,7 @@ TEST(GlobalOptions, AreTakenBehindEveryCommand) {
     }
 }
 
-TEST(CommandLine, KeepsNothingOfTheLineBefore) {
+TEST(CommandTable, KeepsNothingOfTheLineBefore) {
     for (const char* before :
          {"card list --help", "port set 03:00.4 1 mtu=9000 --json", "card nothing", "--", "port"}) {
         try {

@@ -16,7 +16,7 @@ using testing::IsEmpty;
 
 void set_detail(const char* text) { std::strncpy(errStr, text, sizeof errStr); }
 
-TEST(ExitCodes, AreListedOnceInAscendingOrder) {
+TEST(StatusExitCodes, AreListedOnceInAscendingOrder) {
     std::vector<int> codes;
     for (const ExitCodeRow& row : exit_codes()) {
         codes.push_back(static_cast<int>(row.code));
@@ -25,7 +25,7 @@ TEST(ExitCodes, AreListedOnceInAscendingOrder) {
     EXPECT_THAT(codes, ElementsAre(0, 1, 2, 3, 4, 5, 6, 13, 14));
 }
 
-TEST(ExitCodes, OfLibraryStatuses) {
+TEST(StatusExitCodes, OfLibraryStatuses) {
     const struct {
         std::uint32_t status;
         int code;

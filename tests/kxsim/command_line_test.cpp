@@ -119,7 +119,8 @@ TEST(Program, AHostThatIsKeptGoesOnWhereItWasLeft) {
 
 TEST(Program, AHostThatIsNotKeptLeavesNothingBehind) {
     const test::ScratchDirectory scratch;
-    const std::string command = "TMPDIR=" + scratch / "" + " " + kxsim() + " run -s empty -- true";
+    const std::string command =
+        "TMPDIR='" + scratch / "" + "' " + kxsim() + " run -s empty -- true";
     EXPECT_EQ(shell(command).status, 0);
     EXPECT_TRUE(fs::is_empty(scratch / ""));
 }
@@ -291,7 +292,8 @@ TEST(Program, RemovesTheHostOfARunThatWasKilled) {
     RunningProgram killed(
         "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'", temporary / "");
     wait_until([&] { return fs::exists(scratch / "began"); });
-    const std::string in_use = "TMPDIR=" + temporary / "" + " " + kxsim() + " run -s empty -- true";
+    const std::string in_use =
+        "TMPDIR='" + temporary / "" + "' " + kxsim() + " run -s empty -- true";
     EXPECT_EQ(shell(in_use).status, 0);
     EXPECT_FALSE(fs::is_empty(temporary / "")) << "the host of a run that goes on was removed";
     EXPECT_EQ(killed.end_by(SIGKILL), 1000 + SIGKILL);
@@ -312,7 +314,7 @@ TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
     fs::permissions(temporary / "kxsim-GHIJKL", fs::perms::owner_all);
     fs::create_directory_symlink("../elsewhere", temporary / "kxsim-GHIJKL/link");
     EXPECT_EQ(
-        shell("TMPDIR=" + temporary / "" + " " + kxsim() + " run -s empty -- true").status, 0);
+        shell("TMPDIR='" + temporary / "" + "' " + kxsim() + " run -s empty -- true").status, 0);
     EXPECT_TRUE(fs::exists(temporary / "kxsim-abcdef"));
     EXPECT_TRUE(fs::exists(temporary / "kxsim-longer-name"));
     EXPECT_TRUE(fs::exists(temporary / "elsewhere/precious"));

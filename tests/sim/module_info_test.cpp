@@ -321,7 +321,7 @@ TEST_F(ModulePath, NamedPipeEndsTheSearchAtOnce) {
     const auto attached = host.attach();
     ASSERT_EQ(mkfifo("zfab4", 0600), 0);
     const auto search = [] {
-        alarm(10);
+        alarm(120);
         std::exit(static_cast<int>(info_of("zfab4").status));
     };
     EXPECT_EXIT(search(), testing::ExitedWithCode(62), "");
@@ -332,7 +332,7 @@ TEST_F(ModulePath, OnlyARegularFileIsMapped) {
     std::filesystem::create_directory("directory");
     for (const char* path : {"/dev/zero", "pipe", "directory"}) {
         const auto map = [path] {
-            alarm(10);
+            alarm(120);
             std::size_t length = 7;
             const bool refused = grab_file(path, &length) == nullptr && errno == ENODEV;
             std::exit(refused && length == 7 ? 0 : 1);

@@ -496,7 +496,7 @@ TEST_F(LinkedFile, ThatLeadsToADeviceIsNotRewritten) {
 TEST_F(ConfigFile, ANamedPipeIsNotWaitedFor) {
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
     const auto save = [this] {
-        alarm(10);
+        alarm(120);
         const Saving saving = append_unless_present(path_.c_str(), "a = 1\n", holding("a"));
         const bool replaced = replace_lines(path_.c_str(), "a = 1\n", holding("a"));
         std::exit(saving == Saving::kFailed && !replaced ? 0 : 1);

@@ -40,8 +40,8 @@ def flags(entry):
 
 
 def sources_and_flags(build):
-    """{source: flags}, and the sources that are joined with others."""
-    all_flags, joined = {}, set()
+    """{source: flags}, and the sources that are compiled only joined with others."""
+    all_flags, joined, single = {}, set(), set()
     for entry in json.loads((build / "compile_commands.json").read_text()):
         file = pathlib.Path(entry["file"])
         if build in file.parents and file.name.startswith("unity_"):
@@ -49,9 +49,10 @@ def sources_and_flags(build):
             joined.update(parts)
         else:
             parts = [file]
+            single.add(file)
         for part in parts:
             all_flags.setdefault(part, (entry["directory"], flags(entry)))
-    return all_flags, joined
+    return all_flags, joined - single
 
 
 def headers():

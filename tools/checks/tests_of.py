@@ -108,8 +108,14 @@ def named_like(path, tests):
 
 def of_file(path, tests):
     if path.parts[0] != "tests":
-        return named_like(path, tests) or of_folder(path.parent, tests)
+        return named_like(path, tests) or around(path, tests)
     return own_test(ROOT / path, tests) or including(path, tests) or of_folder(path.parent, tests)
+
+
+def around(folder, tests):
+    """The tests of the nearest folder above it that the table has."""
+    above = next((str(parent) for parent in folder.parents if str(parent) in FOLDERS), None)
+    return matching(FOLDERS[above], tests) if above else set()
 
 
 def of_folder(folder, tests):
@@ -122,7 +128,7 @@ def of_folder(folder, tests):
     if folder.parent.name:
         found |= set().union(named_like(folder, tests), *(
             named_like(file.relative_to(ROOT), tests) for file in (ROOT / folder).glob("*.cpp")))
-        found = found or of_folder(folder.parent, tests)
+        found = found or around(folder, tests)
     return found
 
 
