@@ -9,10 +9,10 @@
 #include <set>
 
 #include "../../src/settings/iwarp_table.hpp"
-#include "../../src/support/offload_table.hpp"
 #include "commands/nouns.hpp"
 #include "failure/failure.hpp"
 #include "settings/port_settings.hpp"
+#include "support/offload_table.hpp"
 
 namespace {
 
