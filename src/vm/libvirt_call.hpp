@@ -91,14 +91,27 @@ private:
 };
 
 // The functions that the library uses.
-#define KX_LIBVIRT_FUNCTIONS(F)                                                                  \
-    F(virConnectGetURI)                                                                          \
-    F(virConnectListDefinedDomains)                                                              \
-    F(virConnectListDomains) F(virConnectNumOfDefinedDomains) F(virConnectNumOfDomains)          \
-        F(virConnectOpenAuth) F(virDomainAttachDevice) F(virDomainCreate) F(virDomainDefineXML)  \
-            F(virDomainGetName) F(virDomainGetOSType) F(virDomainGetUUID) F(virDomainGetXMLDesc) \
-                F(virDomainLookupByID) F(virDomainLookupByName) F(virDomainLookupByUUID)         \
-                    F(virDomainReboot) F(virDomainShutdown)
+// clang-format off
+#define KX_LIBVIRT_FUNCTIONS(F)      \
+    F(virConnectGetURI)              \
+    F(virConnectListDefinedDomains)  \
+    F(virConnectListDomains)         \
+    F(virConnectNumOfDefinedDomains) \
+    F(virConnectNumOfDomains)        \
+    F(virConnectOpenAuth)            \
+    F(virDomainAttachDevice)         \
+    F(virDomainCreate)               \
+    F(virDomainDefineXML)            \
+    F(virDomainGetName)              \
+    F(virDomainGetOSType)            \
+    F(virDomainGetUUID)              \
+    F(virDomainGetXMLDesc)           \
+    F(virDomainLookupByID)           \
+    F(virDomainLookupByName)         \
+    F(virDomainLookupByUUID)         \
+    F(virDomainReboot)               \
+    F(virDomainShutdown)
+// clang-format on
 
 struct Libvirt {
 #define KX_MEMBER(name) LibvirtFunction<decltype(::name)> name;

@@ -109,7 +109,7 @@ if [[ -e $pages/kxportparams.conf.5 ]]; then
     on_host port set 03:00.4 1 "${all[@]}" >/dev/null || true
     on_host port set 03:00.4 1 autoneg=off speed=10000 duplex=full >/dev/null || true
     diff <(sed -nE '/^# KEYS/,/^# EXAMPLES/s/^\*([^ ]+)\*$/\1/p' \
-        "$pages/kxportparams.conf.5.scd" | tr -d '\\' | sort) \
+        "$pages/kxportparams.conf.5.scd" | sed 's/[\]//g' | sort) \
         <(sed -E 's/^[^.]+\.([^ ]+) = .*/\1/' \
             "$directory/host/tree/etc/kestrix-plexo/kxportparams.conf" | sort -u) ||
         complain "the keys of kxportparams.conf(5) (<) and those that are written (>) differ"

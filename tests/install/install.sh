@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # install.sh BUILD SOURCE LIBDIR HARDENING KIND: installs into an empty prefix, other than the one
-# that the build was configured for, and uses the files there without the build tree. shellcheck
-# disable=SC2317 # functions are called by name
+# that the build was configured for, and uses the files there without the build tree.
+# shellcheck disable=SC2317  # functions are called by name
 set -euo pipefail
 build=$1 source=$2 libdir=$3 hardening=$4 kind=$5
 if [[ $kind == sanitized ]]; then
