@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "commands/nouns.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "kxctl/on_host.hpp"
 #include "output/output.hpp"

@@ -9,7 +9,7 @@
 #include <set>
 
 #include "../../src/settings/iwarp_table.hpp"
-#include "commands/nouns.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "settings/port_settings.hpp"
 #include "support/offload_table.hpp"

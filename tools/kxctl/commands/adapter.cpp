@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <map>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
@@ -148,8 +148,6 @@ void add_boot(Table& table, const AdapterInfoRecord& adapter) {
     }
 }
 
-}  // namespace
-
 ExitCode list(const Arguments&, Output& output) {
     const std::vector<AdapterInfoRecord> adapters = query_adapter_infos();
     std::map<std::string, std::size_t> interfaces = interface_counts();
@@ -221,6 +219,37 @@ ExitCode show(const Arguments& arguments, Output& output) {
     add_boot(table, adapter);
     output.table(table);
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "adapter",
+            .verb = "list",
+            .help = "Show the adapters with data from their EEPROM and flash",
+            .about = "One line for each adapter: chip, product, serial number, MAC address of "
+                     "its first port, number of ports, version of the boot option ROM. Reads the "
+                     "adapters themselves, so it needs no driver; takes about half a second for "
+                     "each adapter.",
+            .arguments = {},
+            .examples = {"kxctl adapter list", "kxctl --sim adapter list --json"},
+            .run = list,
+        },
+        {
+            .noun = "adapter",
+            .verb = "show",
+            .help = "Show the data sheet of an adapter",
+            .about = "Product, part and serial number, MAC address, ports, the versions V0 and "
+                     "V5 (V7 of a Q3) of its product data, boot option ROM and boot "
+                     "configuration. Configuration fields that only the option ROM understands "
+                     "are named by their offset.",
+            .arguments = {kAdapter},
+            .examples = {"kxctl adapter show 04:00.4", "kxctl --sim adapter show 04:00.4 --json"},
+            .run = show,
+        },
+    };
 }
 
 }  // namespace kx::ctl::adapter

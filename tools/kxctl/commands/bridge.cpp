@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "library/console_passwords.hpp"
 #include "library/machines.hpp"
 #include "library/record_text.hpp"
@@ -78,8 +78,6 @@ void tell(Output& output, const Machine& machine, const std::vector<_interfaceIn
     output.table(table);
 }
 
-}  // namespace
-
 ExitCode list(const Arguments& arguments, Output& output) {
     const Machine machine = find_active(arguments);
     tell(output, machine, interfaces_of(machine));
@@ -129,6 +127,47 @@ ExitCode detach(const Arguments& arguments, Output& output) {
             printable(target), printable(machine.name)));
     }
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "bridge",
+            .verb = "list",
+            .help = "Show the network interfaces of a running virtual machine",
+            .about = "One line for each interface: its name on the host, its type, its bridge, "
+                     "the model that the guest sees and the MAC address.",
+            .arguments = {kMachine},
+            .examples = {"kxctl bridge list web1", "kxctl --sim bridge list web1 --json"},
+            .run = list,
+        },
+        {
+            .noun = "bridge",
+            .verb = "attach",
+            .help = "Attach an interface on a bridge to a running virtual machine",
+            .about = "The machine has it until it stops. Shows the interfaces of the machine "
+                     "afterwards.",
+            .arguments = {kMachine, {.name = "BRIDGE", .help = "Bridge of this host"}},
+            .examples = {"kxctl bridge attach web1 br0", "kxctl --sim bridge attach web1 br0"},
+            .run = attach,
+        },
+        {
+            .noun = "bridge",
+            .verb = "detach",
+            .help = "Remove an interface from a virtual machine's definition",
+            .about = "The machine must run, and keeps the interface until its next start. Its "
+                     "current devices become its definition, without that interface.",
+            .arguments =
+                {kMachine,
+                 {.name = "TARGET",
+                  .help = "Name of the interface on the host, as \"bridge list\" shows it"}},
+            .examples =
+                {"kxctl bridge detach web1 testnet0", "kxctl --sim bridge detach web1 testnet0"},
+            .run = detach,
+        },
+    };
 }
 
 }  // namespace kx::ctl::bridge

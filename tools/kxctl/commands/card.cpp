@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
@@ -47,8 +47,6 @@ Json to_json(const CardInfo& card) {
     };
 }
 
-}  // namespace
-
 ExitCode list(const Arguments&, Output& output) {
     const std::vector<CardInfo> cards = query_cards();
     if (output.wants_json()) {
@@ -72,6 +70,25 @@ ExitCode list(const Arguments&, Output& output) {
     }
     output.table(table);
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "card",
+            .verb = "list",
+            .help = "Show the adapters of this host",
+            .about =
+                "One line for each card: its PCI bus location (the name of the card in all other "
+                "commands), chip, model, PCI device id, number of ports, firmware, and its "
+                "offload engine (\"yes\", \"no\", or the name of the offload device).",
+            .arguments = {},
+            .examples = {"kxctl card list", "kxctl card list --json"},
+            .run = list,
+        },
+    };
 }
 
 }  // namespace kx::ctl::card

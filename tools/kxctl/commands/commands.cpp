@@ -1,4 +1,4 @@
-// The command table, joined from the tables of the groups, and the options of all commands.
+// The command table, joined from the rows of each file, and the options of all commands.
 #include "commands/commands.hpp"
 
 #include <algorithm>
@@ -7,10 +7,22 @@
 namespace kx::ctl {
 namespace {
 
+// In the order of the help. A noun's rows are next to each other.
+constexpr Rows* kRows[] = {
+    card::rows,         card::stats_rows,  port::rows,
+    port::show_rows,    port::stats_rows,  port::set_rows,
+    offload::show_rows, offload::set_rows, iwarp::rows,
+    module::rows,       adapter::rows,     vpd::rows,
+    flash::rows,        flash::boot_rows,  flash::config_show_rows,
+    flash::config_rows, vm::rows,          vf::rows,
+    bridge::rows,       metrics::rows,     host_report::rows,
+    restore::rows,      repair::rows,      version::rows,
+};
+
 std::vector<Command> all_commands() {
     std::vector<Command> all;
-    for (const auto group : {card_commands, flash_commands, machine_commands, host_commands}) {
-        std::ranges::move(group(), std::back_inserter(all));
+    for (Rows* const rows : kRows) {
+        std::ranges::move(rows(), std::back_inserter(all));
     }
     return all;
 }

@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/whole_file.hpp"
 #include "flash/card.hpp"
@@ -152,8 +152,6 @@ Range range_named(const FlashCard& card, const std::string& name) {
     return region->range;
 }
 
-}  // namespace
-
 ExitCode info(const Arguments& arguments, Output& output) {
     const FlashCard card(arguments.get("LOCATION"));
     const Contents contents = contents_of(card);
@@ -185,6 +183,42 @@ ExitCode dump(const Arguments& arguments, Output& output) {
             fmt::format("{} bytes from {:#x} written to {}\n", range.size(), range.begin, path));
     }
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "flash",
+            .verb = "info",
+            .help = "Show the flash of an adapter and its content",
+            .about = "Size, manufacturer and sectors that the flash reports; each region with "
+                     "its address and size, whether it contains a valid boot option ROM or "
+                     "configuration, and the option ROM's version. Changes nothing.",
+            .arguments = {kLocation},
+            .examples = {"kxctl flash info 03:00.4", "kxctl --sim flash info 05:00.0 --json"},
+            .run = info,
+        },
+        {
+            .noun = "flash",
+            .verb = "dump",
+            .help = "Copy the flash or a region of it to a file",
+            .about = "Copies the bytes unchanged. It never replaces an existing file, and leaves "
+                     "no file when the copy is incomplete.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "New file for the bytes"},
+                 {.name = "--region",
+                  .help = "boot, config, firmware or all (default: all)",
+                  .value = "NAME",
+                  .choices = {"boot", "config", "firmware", "all"}}},
+            .examples =
+                {"kxctl flash dump 03:00.4 flash.bin",
+                 "kxctl flash dump 03:00.4 rom.bin --region boot"},
+            .run = dump,
+        },
+    };
 }
 
 }  // namespace kx::ctl::flash

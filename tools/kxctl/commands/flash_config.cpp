@@ -11,7 +11,7 @@
 #include <cstring>
 #include <span>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "flash/card.hpp"
 #include "library/call.hpp"
@@ -169,8 +169,6 @@ std::vector<std::uint8_t> read_record(const FlashCard& card) {
     return record;
 }
 
-}  // namespace
-
 ExitCode config_show(const Arguments& arguments, Output& output) {
     const FlashCard card(arguments.get("LOCATION"));
     const std::vector<std::uint8_t> record = read_record(card);
@@ -191,6 +189,25 @@ ExitCode config_show(const Arguments& arguments, Output& output) {
         output.table(table);
     }
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> config_show_rows() {
+    return {
+        {
+            .noun = "flash",
+            .verb = "config-show",
+            .help = "Show the boot configuration of an adapter",
+            .about = "One line for each field of the configuration record (Q3: of the settings "
+                     "block). Fields without a known meaning are named by their offset; fields "
+                     "of ports show a number for each port.",
+            .arguments = {kLocation},
+            .examples =
+                {"kxctl flash config-show 03:00.4", "kxctl flash config-show 03:00.4 --json"},
+            .run = config_show,
+        },
+    };
 }
 
 }  // namespace kx::ctl::flash

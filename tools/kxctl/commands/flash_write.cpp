@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/whole_file.hpp"
 #include "flash/change.hpp"
@@ -149,8 +149,6 @@ FlashChange write_record(const FlashCard& card, FileBytes* record) {
     return change;
 }
 
-}  // namespace
-
 ExitCode write_boot(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash write-boot";
     check_change_options(kCommand, arguments);
@@ -208,6 +206,117 @@ ExitCode config_write(const Arguments& arguments, Output& output) {
     must_have(card, "config");
     FileBytes record = read_record_file(card, arguments.get("FILE"));
     return run_change(kCommand, write_record(card, &record), arguments, output);
+}
+
+const Argument kYes{.name = "--yes", .help = "Do not ask; required without a terminal"};
+const Argument kBackup{
+    .name = "--backup",
+    .help =
+        "First save the old content to this new file (default name: location, region and "
+        "time)",
+    .value = "FILE",
+};
+const Argument kNoBackup{.name = "--no-backup", .help = "Do not save the old content"};
+const Argument kFlashDryRun{
+    .name = "--dry-run",
+    .help = "Show the sectors and pages, change nothing",
+};
+
+}  // namespace
+
+std::vector<Command> boot_rows() {
+    return {
+        {
+            .noun = "flash",
+            .verb = "write-boot",
+            .help = "Write a boot option ROM",
+            .about = "Erases the sectors for the image, writes the image and reads it back. Asks "
+                     "first, and saves everything that may change. On Q4 and Q5 the first page "
+                     "is written last, so that an interrupted write leaves no valid option ROM "
+                     "instead of a partial one.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "The image, which begins with 55 aa"},
+                 kYes,
+                 kBackup,
+                 kNoBackup,
+                 kFlashDryRun},
+            .examples =
+                {"kxctl flash write-boot 03:00.4 rom.bin",
+                 "kxctl flash write-boot 03:00.4 rom.bin --yes --backup old.bin"},
+            .run = write_boot,
+        },
+        {
+            .noun = "flash",
+            .verb = "erase-boot",
+            .help = "Erase the boot option ROM",
+            .about = "Erases the region \"boot\" and reads it back. Asks first, and saves "
+                     "everything that may change.",
+            .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
+            .examples =
+                {"kxctl flash erase-boot 03:00.4", "kxctl flash erase-boot 03:00.4 --dry-run"},
+            .run = erase_boot,
+        },
+    };
+}
+
+std::vector<Command> config_rows() {
+    return {
+        {
+            .noun = "flash",
+            .verb = "config-default",
+            .help = "Write the default boot configuration",
+            .about =
+                "Replaces the configuration record by the default one (Q3: the settings block by "
+                "an empty one), and reads it back. The default record requires an option ROM in "
+                "the flash. Asks first, and saves everything that may change.",
+            .arguments =
+                {kLocation,
+                 {.name = "--ports",
+                  .help = "Ports of the record, 1 to 4 (default: those of the product)",
+                  .value = "N",
+                  .choices = {"1", "2", "3", "4"}},
+                 kYes,
+                 kBackup,
+                 kNoBackup,
+                 kFlashDryRun},
+            .examples =
+                {"kxctl flash config-default 03:00.4",
+                 "kxctl flash config-default 03:00.4 --ports 2 --yes"},
+            .run = config_default,
+        },
+        {
+            .noun = "flash",
+            .verb = "config-erase",
+            .help = "Erase the boot configuration",
+            .about = "Erases the region \"config\" and reads it back. Asks first, and saves "
+                     "everything that may change.",
+            .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
+            .examples =
+                {"kxctl flash config-erase 03:00.4",
+                 "kxctl flash config-erase 05:00.0 --yes --no-backup"},
+            .run = config_erase,
+        },
+        {
+            .noun = "flash",
+            .verb = "config-write",
+            .help = "Write a saved boot configuration",
+            .about = "Writes the record at the beginning of the file, for example from a copy "
+                     "that config-erase or config-default saved, and reads it back. Asks first, "
+                     "and saves everything that may change.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "The record, with or without the rest of its region"},
+                 kYes,
+                 kBackup,
+                 kNoBackup,
+                 kFlashDryRun},
+            .examples =
+                {"kxctl flash config-write 03:00.4 config.bin",
+                 "kxctl flash config-write 03:00.4 config.bin --dry-run"},
+            .run = config_write,
+        },
+    };
 }
 
 }  // namespace kx::ctl::flash

@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/call.hpp"
@@ -99,10 +100,6 @@ IwarpProps query_props(const std::string& module) {
     return props;
 }
 
-}  // namespace
-
-std::span<const Setting> settings() { return kSettings; }
-
 ExitCode show(const Arguments& arguments, Output& output) {
     const std::string module = arguments.get("MODULE");
     const IwarpProps props = query_props(module);
@@ -139,6 +136,42 @@ ExitCode set(const Arguments& arguments, Output& output) {
     check(call_library([&] { return SetIwarpProps(&props); }));
     const IwarpProps after = query_props(module);
     return report.tell_result(output, &after, {}, Privilege::kOwnFiles);
+}
+
+const Argument kModule{.name = "MODULE", .help = "RDMA driver: iw_zfab3 or iw_zfab4"};
+
+}  // namespace
+
+std::span<const Setting> settings() { return kSettings; }
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "iwarp",
+            .verb = "show",
+            .help = "Show the parameters of an RDMA driver",
+            .about = "One line for each parameter. The driver must be loaded; a parameter whose "
+                     "file is missing has the value 0. The library does not read markers_enabled "
+                     "of iw_zfab4.",
+            .arguments = {kModule},
+            .examples = {"kxctl iwarp show iw_zfab4", "kxctl --sim iwarp show iw_zfab3 --json"},
+            .run = show,
+        },
+        {
+            .noun = "iwarp",
+            .verb = "set",
+            .help = "Change parameters of an RDMA driver",
+            .about = "Writes the parameters, and shows the old value of each and the new value "
+                     "as read back; each value that the driver did not accept has its own line. "
+                     "Parameters are not saved.",
+            .arguments = {kModule, kChanges, kDryRun},
+            .examples =
+                {"kxctl iwarp set iw_zfab4 peer2peer=1 snd_win=262144",
+                 "kxctl --sim iwarp set iw_zfab3 cong_flavor=2 --dry-run"},
+            .run = set,
+            .settings = terms_of(settings()),
+        },
+    };
 }
 
 }  // namespace kx::ctl::iwarp

@@ -11,7 +11,7 @@
 #include <optional>
 #include <set>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
 #include "files/replaced_file.hpp"
@@ -278,8 +278,6 @@ private:
     std::set<std::pair<Which, Labels>> seen_;
 };
 
-}  // namespace
-
 ExitCode run(const Arguments& arguments, Output& output) {
     const Collection collection(arguments.has("--all"));
     const std::string file = arguments.get("--output");
@@ -295,6 +293,33 @@ ExitCode run(const Arguments& arguments, Output& output) {
         output.text(text);
     }
     return collection.incomplete().report();
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "metrics",
+            .verb = "",
+            .help = "Show state and counters for monitoring",
+            .about = "Metrics in the text format of Prometheus: cards, ports with link and "
+                     "speed, their most useful counters, driver modules. A host without cards "
+                     "has metrics too. kxlinhw_collector_success is 0 for each collector that "
+                     "could not read something; the command then prints why on standard error and "
+                     "ends with exit status 4. With --output the metrics replace the file as a "
+                     "whole, as "
+                     "the textfile collector of the node exporter requires, and nothing is "
+                     "printed.",
+            .arguments =
+                {{.name = "--all", .help = "Every counter of the ports and offload engines"},
+                 {.name = "--output", .help = "Write to this file instead", .value = "FILE"}},
+            .examples =
+                {"kxctl metrics",
+                 "kxctl metrics --all --output /var/lib/prometheus/node-exporter/kxlinhw.prom"},
+            .run = run,
+        },
+    };
 }
 
 }  // namespace kx::ctl::metrics

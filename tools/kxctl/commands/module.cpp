@@ -1,7 +1,7 @@
 // module: the driver modules of the adapters.
 #include <algorithm>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "library/module_files.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
@@ -45,8 +45,6 @@ std::string note(const InstalledModule& module) {
                                                          : ": the library does not list it");
 }
 
-}  // namespace
-
 ExitCode list(const Arguments&, Output& output) {
     const std::vector<InstalledModule> modules = query_installed_modules();
     if (output.wants_json()) {
@@ -72,6 +70,27 @@ ExitCode list(const Arguments&, Output& output) {
     }
     output.table(table);
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "module",
+            .verb = "list",
+            .help = "Show the installed driver modules",
+            .about =
+                "One line for each kernel module that belongs to the adapters and has a "
+                "module file: whether it is loaded (\"?\" when that is unknown), its "
+                "version and its description. Files may be compressed (.ko.xz, .ko.zst, .ko.gz); "
+                "the note says what agents that have only the library do not see. Needs no "
+                "adapter and no loaded driver.",
+            .arguments = {},
+            .examples = {"kxctl module list", "kxctl --sim=lab module list"},
+            .run = list,
+        },
+    };
 }
 
 }  // namespace kx::ctl::module

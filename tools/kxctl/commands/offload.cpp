@@ -5,7 +5,8 @@
 
 #include <algorithm>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/call.hpp"
@@ -93,10 +94,6 @@ void check_credits(std::span<const Change> changes, std::uint64_t mask) {
     }
 }
 
-}  // namespace
-
-std::span<const Setting> settings() { return kSettings; }
-
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
@@ -127,6 +124,30 @@ ExitCode set(const Arguments& arguments, Output& output) {
                                                   : std::vector<std::string>();
     const CardParams after = query_card(location).params;
     return report.tell_result(output, &after, messages, Privilege::kOwnFiles);
+}
+
+}  // namespace
+
+std::span<const Setting> settings() { return kSettings; }
+
+std::vector<Command> set_rows() {
+    return {
+        {
+            .noun = "offload",
+            .verb = "set",
+            .help = "Change offload and driver settings of a card",
+            .about = "Applies the settings, and shows the old value of each setting and the new "
+                     "value as read back. A setting that fails does not stop the others; each "
+                     "failure has its own line. Settings of the offload engine are saved in "
+                     "/etc/sysctl.conf.",
+            .arguments = with_lock_options({kLocation, kChanges, kDryRun}),
+            .examples =
+                {"kxctl offload set 03:00.4 activated=on mss=1460",
+                 "kxctl --sim offload set 03:00.4 max_conn=-1 --dry-run"},
+            .run = set,
+            .settings = terms_of(settings()),
+        },
+    };
 }
 
 }  // namespace kx::ctl::offload

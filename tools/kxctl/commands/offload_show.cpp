@@ -3,7 +3,8 @@
 #include <kxlinhw/offload.h>
 #include <kxlinhw/status.h>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "library/call.hpp"
 #include "library/query.hpp"
@@ -36,6 +37,8 @@ void must_have_engine(const CardInfo& card) {
     }
 }
 
+namespace {
+
 ExitCode show(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
     const CardInfo card = query_card(location);
@@ -59,6 +62,25 @@ ExitCode show(const Arguments& arguments, Output& output) {
         output.table(table);
     }
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> show_rows() {
+    return {
+        {
+            .noun = "offload",
+            .verb = "show",
+            .help = "Show the parameters of a card's offload engine",
+            .about = "One line for each parameter, with the name of its control file in "
+                     "/proc/sys/toe/toeN_tom; tx_coal is a parameter of the Ethernet driver's "
+                     "module. Parameters without a unit are switches, or have a unit of the "
+                     "driver.",
+            .arguments = {kLocation},
+            .examples = {"kxctl offload show 03:00.4", "kxctl --sim offload show 03:00.4 --json"},
+            .run = show,
+        },
+    };
 }
 
 }  // namespace kx::ctl::offload

@@ -1,7 +1,7 @@
 // port: the ports of a card.
 #include <fmt/core.h>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "commands/port_fields.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
@@ -9,6 +9,8 @@
 #include "output/table.hpp"
 
 namespace kx::ctl::port {
+
+namespace {
 
 ExitCode list(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
@@ -34,6 +36,24 @@ ExitCode list(const Arguments& arguments, Output& output) {
     }
     output.table(table);
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "port",
+            .verb = "list",
+            .help = "Show the ports of a card",
+            .about = "One line for each port: its number within the card, interface, link, speed "
+                     "in Mb/s, duplex, MTU in bytes, MAC and IPv4 address. A value that the "
+                     "driver does not know appears as \"-\".",
+            .arguments = {kLocation},
+            .examples = {"kxctl port list 03:00.4", "kxctl --sim port list 03:00.4 --json"},
+            .run = list,
+        },
+    };
 }
 
 }  // namespace kx::ctl::port

@@ -5,7 +5,8 @@
 #include <kxlinhw/status.h>
 
 #include "cli/numbers.hpp"
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/call.hpp"
@@ -53,6 +54,8 @@ std::vector<std::string> split_set_messages(std::string_view text) {
     return messages;
 }
 
+namespace {
+
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::uint32_t instance = port_instance(arguments);
@@ -85,6 +88,29 @@ ExitCode set(const Arguments& arguments, Output& output) {
                                                   : std::vector<std::string>();
     const PortInfo after = query_port(location, instance);
     return report.tell_result(output, &after.settings, messages, Privilege::kNetworkAdmin);
+}
+
+}  // namespace
+
+std::vector<Command> set_rows() {
+    return {
+        {
+            .noun = "port",
+            .verb = "set",
+            .help = "Change settings of a port",
+            .about =
+                "Applies the settings, and shows the old value of each setting and the new value "
+                "as read back. A setting that fails does not stop the others; each failure has "
+                "its own line. Applied settings are saved; \"kxctl restore\" applies them again "
+                "after a reboot.",
+            .arguments = with_lock_options({kLocation, kPort, kChanges, kDryRun}),
+            .examples =
+                {"kxctl port set 03:00.4 1 mtu=9000 tso=on",
+                 "kxctl --sim port set 03:00.4 1 autoneg=off speed=1000 duplex=full --dry-run"},
+            .run = set,
+            .settings = terms_of(port_settings()),
+        },
+    };
 }
 
 }  // namespace kx::ctl::port

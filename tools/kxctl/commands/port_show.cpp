@@ -3,7 +3,7 @@
 #include <kxlinhw/settings.h>
 
 #include "cli/numbers.hpp"
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "commands/port_fields.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
@@ -70,8 +70,6 @@ void add_addresses(Table& table, const PortInfo& port) {
     table.add_row({"IPv6", field_text(port.ipv6_address)});
 }
 
-}  // namespace
-
 ExitCode show(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
     const PortInfo port = query_port(location, port_instance(arguments));
@@ -90,6 +88,25 @@ ExitCode show(const Arguments& arguments, Output& output) {
     table.add_row({"Supported wake-on-LAN", field_text(port.wol_supported)});
     output.table(table);
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> show_rows() {
+    return {
+        {
+            .noun = "port",
+            .verb = "show",
+            .help = "Show everything about a port",
+            .about = "Link, addresses, offloads, pause, coalescing, rings (current and largest "
+                     "size in descriptors) and wake-on-LAN. Wake-on-LAN modes are letters: p PHY "
+                     "activity, u unicast, m multicast, b broadcast, a ARP, g magic packet, s "
+                     "secured magic packet, d none.",
+            .arguments = {kLocation, kPort},
+            .examples = {"kxctl port show 03:00.4 1", "kxctl port show 03:00.4 1 --json"},
+            .run = show,
+        },
+    };
 }
 
 }  // namespace kx::ctl::port

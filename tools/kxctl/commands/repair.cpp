@@ -16,7 +16,7 @@
 #include <string>
 #include <string_view>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "files/directory_lock.hpp"
@@ -138,8 +138,6 @@ Finding repair(const std::string& path) {
     return {path, State::kTakenBack, "the text before the interrupted rewrite is back"};
 }
 
-}  // namespace
-
 ExitCode run(const Arguments& arguments, Output& output) {
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
     Json files = Json::array();
@@ -165,6 +163,25 @@ ExitCode run(const Arguments& arguments, Output& output) {
         output.table(table);
     }
     return code;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "repair",
+            .verb = "",
+            .help = "Restore a half-rewritten configuration file",
+            .about = "Checks " KX_PORT_PARAMETER_FILE " and " KX_SYSCTL_FILE
+                     ". After a power cut between the two renames of a rewrite, the file exists "
+                     "only under other names; this command restores its name. The service "
+                     "kxlinhw-repair runs it early at start-up.",
+            .arguments = with_lock_options({}),
+            .examples = {"kxctl repair", "kxctl repair --json"},
+            .run = run,
+        },
+    };
 }
 
 }  // namespace kx::ctl::repair

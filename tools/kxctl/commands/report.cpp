@@ -7,7 +7,7 @@
 #include <array>
 #include <ctime>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/replaced_file.hpp"
 #include "output/output.hpp"
@@ -55,14 +55,14 @@ Json record_at(const Json& answer, const char* key, const std::string& location)
 }
 
 Json ports_at(const std::string& location) {
-    const Json answer = answer_or_failure(port::list, {{"LOCATION", location}});
+    const Json answer = answer_or_failure("port list", {{"LOCATION", location}});
     if (has_failed(answer)) {
         return Json::array({answer});
     }
     Json ports = answer.at("ports");
     for (Json& one : ports) {
         one["counters"] = answer_or_failure(
-            port::stats, {{"LOCATION", location}, {"PORT", one.at("instance").dump()}});
+            "port stats", {{"LOCATION", location}, {"PORT", one.at("instance").dump()}});
     }
     return ports;
 }
@@ -71,27 +71,27 @@ Json card_at(const std::string& location, const Json& cards) {
     return {
         {"location", location},
         {"card", record_at(cards, "cards", location)},
-        {"adapter", answer_or_failure(adapter::show, {{"LOCATION", location}})},
+        {"adapter", answer_or_failure("adapter show", {{"LOCATION", location}})},
         {"ports", ports_at(location)},
-        {"counters", answer_or_failure(card::stats, {{"LOCATION", location}})},
-        {"flash", answer_or_failure(flash::info, {{"LOCATION", location}})},
-        {"vpd", answer_or_failure(vpd::show, {{"LOCATION", location}})}};
+        {"counters", answer_or_failure("card stats", {{"LOCATION", location}})},
+        {"flash", answer_or_failure("flash info", {{"LOCATION", location}})},
+        {"vpd", answer_or_failure("vpd show", {{"LOCATION", location}})}};
 }
 
 Json machines_with_functions() {
-    Json answer = answer_or_failure(vm::list);
+    Json answer = answer_or_failure("vm list");
     if (!has_failed(answer)) {
         for (Json& machine : answer.at("vms")) {
             machine["functions"] =
-                answer_or_failure(vf::list, {{"VM", machine.at("uuid").get<std::string>()}});
+                answer_or_failure("vf list", {{"VM", machine.at("uuid").get<std::string>()}});
         }
     }
     return answer;
 }
 
 Json host_answers() {
-    const Json cards = answer_or_failure(card::list);
-    const Json adapters = answer_or_failure(adapter::list);
+    const Json cards = answer_or_failure("card list");
+    const Json adapters = answer_or_failure("adapter list");
     Json all = Json::array();
     for (const std::string& location : locations_in(cards, adapters)) {
         all.push_back(card_at(location, cards));
@@ -99,9 +99,9 @@ Json host_answers() {
     return {
         {"name", host_name()},
         {"time", fmt::format("{:%Y-%m-%d %H:%M:%S UTC}", fmt::gmtime(std::time(nullptr)))},
-        {"version", answer_or_failure(version::show)},
+        {"version", answer_or_failure("version")},
         {"cards", all.empty() && has_failed(cards) ? cards : all},
-        {"modules", answer_or_failure(module::list)},
+        {"modules", answer_or_failure("module list")},
         {"vms", machines_with_functions()}};
 }
 
@@ -115,8 +115,6 @@ void collect_failures(const Json& value, Json& failures) {
         }
     }
 }
-
-}  // namespace
 
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string file = arguments.get("--html");
@@ -136,6 +134,26 @@ ExitCode run(const Arguments& arguments, Output& output) {
         output.text(fmt::format("{} cards, {} bytes written to {}\n", cards, text.size(), file));
     }
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "report",
+            .verb = "",
+            .help = "Write a page about the whole host",
+            .about = "One HTML file that needs no other files and no network: cards with ports, "
+                     "links, counters, flash and product data, driver modules, virtual machines "
+                     "with their virtual functions. Where something cannot be read, the page "
+                     "says why.",
+            .arguments =
+                {{.name = "--html", .help = "The file, which is replaced", .value = "FILE"}},
+            .examples = {"kxctl report --html host.html", "kxctl --sim report --html lab.html"},
+            .run = run,
+        },
+    };
 }
 
 }  // namespace kx::ctl::host_report

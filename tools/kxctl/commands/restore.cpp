@@ -11,7 +11,7 @@
 #include <iterator>
 #include <map>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "files/working_directory.hpp"
@@ -231,8 +231,6 @@ ExitCode verdict(const Restorer& restorer) {
     return ExitCode::kPartly;
 }
 
-}  // namespace
-
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
@@ -246,6 +244,26 @@ ExitCode run(const Arguments& arguments, Output& output) {
         complain(fmt::format("{}:{}: {}", path, line.line, line.reason));
     }
     return verdict(restorer);
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "restore",
+            .verb = "",
+            .help = "Apply the saved port settings again",
+            .about = "Reads " KX_PORT_PARAMETER_FILE
+                     " and reports for each saved setting whether it was applied, skipped "
+                     "because its interface is missing, or refused; and the number of each "
+                     "damaged line. The service kxlinhw-restore runs it at start-up.",
+            .arguments = with_lock_options(
+                {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional}}),
+            .examples = {"kxctl restore", "kxctl restore --json"},
+            .run = run,
+        },
+    };
 }
 
 }  // namespace kx::ctl::restore

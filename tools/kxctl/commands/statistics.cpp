@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "cli/numbers.hpp"
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "output/live_view.hpp"
@@ -183,9 +183,7 @@ ExitCode show_counters(const Arguments& arguments, const Source& source, Output&
     return watch ? show_again(source, *watch, output) : show_once(source, output);
 }
 
-}  // namespace
-
-ExitCode card::stats(const Arguments& arguments, Output& output) {
+ExitCode card_stats(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
     const Source source{.head = {{"location", location}}, .has_groups = true, .read = [&] {
                             return query_card_counters(location);
@@ -193,7 +191,7 @@ ExitCode card::stats(const Arguments& arguments, Output& output) {
     return show_counters(arguments, source, output);
 }
 
-ExitCode port::stats(const Arguments& arguments, Output& output) {
+ExitCode port_stats(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
     const std::uint32_t instance = port_instance(arguments);
     const Source source{
@@ -201,6 +199,52 @@ ExitCode port::stats(const Arguments& arguments, Output& output) {
             return query_port_counters(location, instance);
         }};
     return show_counters(arguments, source, output);
+}
+
+const Argument kWatch{
+    .name = "--watch",
+    .help = "Read again after each interval (0.01 to 86400 seconds), and show change and rate",
+    .value = "SECONDS",
+};
+const Argument kCount{
+    .name = "--count",
+    .help = "With --watch: end after this many readings",
+    .value = "N",
+};
+constexpr const char* kAboutCounters =
+    "One line for each counter, with the driver's name for it. With --watch: also the change of "
+    "each counter since the previous reading and its rate per second; on a terminal the table is "
+    "updated in place and shows a graph of the rates; with --json each reading is one line of "
+    "JSON.";
+
+}  // namespace
+
+std::vector<Command> card::stats_rows() {
+    return {
+        {
+            .noun = "card",
+            .verb = "stats",
+            .help = "Show the counters of a card's offload engine",
+            .about = kAboutCounters,
+            .arguments = {kLocation, kWatch, kCount},
+            .examples = {"kxctl card stats 03:00.4", "kxctl card stats 03:00.4 --watch 5"},
+            .run = card_stats,
+        },
+    };
+}
+
+std::vector<Command> port::stats_rows() {
+    return {
+        {
+            .noun = "port",
+            .verb = "stats",
+            .help = "Show the counters of a port",
+            .about = kAboutCounters,
+            .arguments = {kLocation, kPort, kWatch, kCount},
+            .examples = {"kxctl port stats 03:00.4 1", "kxctl port stats 03:00.4 1 --watch 2"},
+            .run = port_stats,
+        },
+    };
 }
 
 }  // namespace kx::ctl

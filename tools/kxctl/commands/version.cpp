@@ -6,7 +6,7 @@
 #include <array>
 #include <cstring>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "library/call.hpp"
 #include "library/record_text.hpp"
@@ -34,8 +34,6 @@ LibraryVersion query_version() {
     return version;
 }
 
-}  // namespace
-
 ExitCode show(const Arguments&, Output& output) {
     const LibraryVersion library = query_version();
     if (output.wants_json()) {
@@ -54,6 +52,23 @@ ExitCode show(const Arguments&, Output& output) {
     table.add_row({"PCI vendor id", fmt::format("{:04x}", KESTRIX_PCI_VENDOR_ID)});
     output.table(table);
     return ExitCode::kDone;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "version",
+            .verb = "",
+            .help = "Show the versions of kxctl and of the library",
+            .about = "The version of kxctl, the name and version of the library that it uses, "
+                     "and the PCI vendor id of the adapters that the library manages.",
+            .arguments = {},
+            .examples = {"kxctl version", "kxctl version --json"},
+            .run = show,
+        },
+    };
 }
 
 }  // namespace kx::ctl::version

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "library/console_passwords.hpp"
 #include "library/machines.hpp"
 #include "output/output.hpp"
@@ -107,8 +107,6 @@ _VF parse_location(const std::string& text) {
         static_cast<std::int32_t>(slot), static_cast<std::int32_t>(function)};
 }
 
-}  // namespace
-
 ExitCode list(const Arguments& arguments, Output& output) {
     if (!arguments.has("VM")) {
         tell(output, Json(), functions_of_host());
@@ -157,6 +155,52 @@ ExitCode detach(const Arguments& arguments, Output& output) {
             machine.is_active() ? ", which keeps it until its next start" : ""));
     }
     return ExitCode::kDone;
+}
+
+const Argument kFunction{.name = "VF", .help = "PCI location of the function, such as 04:01.2"};
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "vf",
+            .verb = "list",
+            .help = "Show the virtual functions of this host or of a virtual machine",
+            .about = "One line for each PCI function, of this host or of the named machine. The "
+                     "library reads the numbers of lspci as decimal numbers: functions of the "
+                     "host are shown with a wrong location when it contains a hexadecimal "
+                     "letter, and functions of a machine are also found on buses whose decimal "
+                     "reading is the same.",
+            .arguments =
+                {{.name = "VM",
+                  .help = "Name, UUID or id of the virtual machine",
+                  .count = Count::kOptional}},
+            .examples = {"kxctl vf list", "kxctl --sim vf list web1 --json"},
+            .run = list,
+        },
+        {
+            .noun = "vf",
+            .verb = "attach",
+            .help = "Attach a virtual function to a running virtual machine",
+            .about = "The machine has it immediately and after every start. Shows the functions "
+                     "of the machine afterwards.",
+            .arguments = {kMachine, kFunction},
+            .examples =
+                {"kxctl vf attach web1 04:01.4", "kxctl --sim vf attach web1 0000:04:01.4 --json"},
+            .run = attach,
+        },
+        {
+            .noun = "vf",
+            .verb = "detach",
+            .help = "Remove a virtual function from a virtual machine's definition",
+            .about = "A running machine keeps it until its next start.",
+            .arguments = {kMachine, kFunction},
+            .examples =
+                {"kxctl vf detach web1 04:01.0", "kxctl --sim vf detach web2 04:01.3 --json"},
+            .run = detach,
+        },
+    };
 }
 
 }  // namespace kx::ctl::vf

@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "library/machines.hpp"
 #include "output/output.hpp"
 
@@ -33,8 +33,6 @@ ExitCode operate(
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 ExitCode list(const Arguments&, Output& output) {
     const std::vector<Machine> machines = query_machines();
     if (output.wants_json()) {
@@ -59,6 +57,69 @@ ExitCode reboot(const Arguments& arguments, Output& output) {
 }
 ExitCode shutdown(const Arguments& arguments, Output& output) {
     return operate(arguments, output, KX_VM_OP_SHUT_DOWN, "shut down");
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "vm",
+            .verb = "list",
+            .help = "Show the virtual machines of this host",
+            .about =
+                "One line for each machine: libvirt's id (of active machines), name, run state "
+                "(\"?\" when virsh does not report it) and UUID. Active machines come first.",
+            .arguments = {},
+            .examples = {"kxctl vm list", "kxctl --sim vm list --json"},
+            .run = list,
+        },
+        {
+            .noun = "vm",
+            .verb = "start",
+            .help = "Start a virtual machine, or resume a paused one",
+            .about = "Shows the machine afterwards.",
+            .arguments = {kMachine},
+            .examples = {"kxctl vm start web2", "kxctl --sim vm start web2 --json"},
+            .run = start,
+        },
+        {
+            .noun = "vm",
+            .verb = "suspend",
+            .help = "Pause a running virtual machine",
+            .about = "Shows the machine afterwards.",
+            .arguments = {kMachine},
+            .examples = {"kxctl vm suspend web1", "kxctl --sim vm suspend 1"},
+            .run = suspend,
+        },
+        {
+            .noun = "vm",
+            .verb = "resume",
+            .help = "Resume a paused virtual machine",
+            .about = "Shows the machine afterwards.",
+            .arguments = {kMachine},
+            .examples = {"kxctl vm resume batch1", "kxctl --sim vm resume batch1 --json"},
+            .run = resume,
+        },
+        {
+            .noun = "vm",
+            .verb = "reboot",
+            .help = "Ask a virtual machine's guest to reboot",
+            .about = "Shows the machine after its guest was asked.",
+            .arguments = {kMachine},
+            .examples = {"kxctl vm reboot web1", "kxctl --sim vm reboot web1"},
+            .run = reboot,
+        },
+        {
+            .noun = "vm",
+            .verb = "shutdown",
+            .help = "Ask a virtual machine's guest to shut down",
+            .about = "Shows the machine after its guest was asked; the guest may need some time.",
+            .arguments = {kMachine},
+            .examples = {"kxctl vm shutdown web1", "kxctl --sim vm shutdown web1 --json"},
+            .run = shutdown,
+        },
+    };
 }
 
 }  // namespace kx::ctl::vm

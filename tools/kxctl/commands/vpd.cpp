@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "commands/nouns.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
 #include "files/whole_file.hpp"
@@ -120,8 +120,6 @@ void print(const VpdContent& content, Output& output) {
     output.table(fields);
 }
 
-}  // namespace
-
 ExitCode show(const Arguments& arguments, Output& output) {
     const std::string location = arguments.get("LOCATION");
     const std::vector<std::uint8_t> bytes = query_vpd(location);
@@ -141,6 +139,28 @@ ExitCode show(const Arguments& arguments, Output& output) {
         print(content, output);
     }
     return content.sound() ? ExitCode::kDone : ExitCode::kPartly;
+}
+
+}  // namespace
+
+std::vector<Command> rows() {
+    return {
+        {
+            .noun = "vpd",
+            .verb = "show",
+            .help = "Show the vital product data of an adapter",
+            .about = "Every keyword in the EEPROM, with the position of its value; values that "
+                     "are not text are shown in hexadecimal. Exit code 4 when the checksum is "
+                     "wrong or the data are damaged; the output then says what is wrong.",
+            .arguments =
+                {kAdapter,
+                 {.name = "--raw",
+                  .help = "Also write the data to this file, byte for byte",
+                  .value = "FILE"}},
+            .examples = {"kxctl vpd show 04:00.4", "kxctl --sim vpd show 04:00.4 --raw vpd.bin"},
+            .run = show,
+        },
+    };
 }
 
 }  // namespace kx::ctl::vpd

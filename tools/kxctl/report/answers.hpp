@@ -3,6 +3,7 @@
 
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "cli/command.hpp"
@@ -12,10 +13,10 @@ namespace kx::ctl {
 
 using GivenWords = std::initializer_list<std::pair<const char*, std::string>>;
 
-// Throws the command's Failure.
-[[nodiscard]] Json answer_of(Verb* run, GivenWords words = {});
+// The command is named as in the table: "card list". Throws the command's Failure.
+[[nodiscard]] Json answer_of(std::string_view command, GivenWords words = {});
 
 // The same; of a command that fails {"failure": the line that it would print}.
-[[nodiscard]] Json answer_or_failure(Verb* run, GivenWords words = {});
+[[nodiscard]] Json answer_or_failure(std::string_view command, GivenWords words = {});
 
 }  // namespace kx::ctl
