@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kMostLinks = 40;  // the limit of the kernel
 constexpr std::chrono::milliseconds kPause{1};
-constexpr std::chrono::seconds kPatience{5};
+constexpr std::chrono::seconds kLockTimeout{5};
 
 // The path up to and including the last slash; empty for a name in the working directory.
 std::string_view directory_part(std::string_view path) {
@@ -56,7 +56,7 @@ Descriptor open_directory_of(std::string_view path) {
 // again and again.
 bool lock(const Descriptor& directory) {
     using Clock = std::chrono::steady_clock;
-    const Clock::time_point deadline = Clock::now() + kPatience;
+    const Clock::time_point deadline = Clock::now() + kLockTimeout;
     while (flock(directory.get(), LOCK_EX | LOCK_NB) != 0) {
         const bool held = errno == EWOULDBLOCK || errno == EINTR;
         if (!held || Clock::now() >= deadline) {

@@ -17,9 +17,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     try {
         const kx::ctl::SimulationWords simulation = kx::ctl::take_simulation(words);
         const kx::ctl::Invocation invocation = kx::ctl::parse(simulation.words);
-        if (invocation.wish == kx::ctl::Wish::kHelp) {
+        if (invocation.action == kx::ctl::Action::kHelp) {
             fuzz::require(!kx::ctl::help_text(invocation).empty(), "help has a text");
-        } else if (invocation.wish == kx::ctl::Wish::kRun) {
+        } else if (invocation.action == kx::ctl::Action::kRun) {
             fuzz::require(invocation.command != nullptr, "what is to run is a command");
         }
     } catch (const kx::ctl::Failure&) {

@@ -222,7 +222,7 @@ TEST(WrongCommandLines, AreAboutHalfOfTheRows) {
     EXPECT_GE(wrong_rows().size() * 2, std::size(kRows));
 }
 
-TEST(JsonWish, BehindTheEndOfOptionsIsAWordLikeAnyOther) {
+TEST(JsonOption, BehindTheEndOfOptionsIsAWordLikeAnyOther) {
     const test::Result result = test::run({"card", "list", "--", "-j"});
     EXPECT_EQ(result.exit, 2);
     EXPECT_EQ(result.out, "");

@@ -269,7 +269,7 @@ TEST(CommandTable, KeepsNothingOfTheLineBefore) {
         } catch (const Failure&) {
         }
         const Invocation invocation = parse(words_of("port list 03:00.4 -v"));
-        EXPECT_EQ(invocation.wish, Wish::kRun) << before;
+        EXPECT_EQ(invocation.action, Action::kRun) << before;
         EXPECT_EQ(invocation.command->name(), "port list") << before;
         EXPECT_EQ(invocation.arguments.all("LOCATION").size(), 1U) << before;
         EXPECT_EQ(invocation.arguments.get("LOCATION"), "03:00.4") << before;

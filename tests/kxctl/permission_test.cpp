@@ -23,19 +23,19 @@ constexpr std::uint64_t without(unsigned capability) {
     return kAll & ~(std::uint64_t{1} << capability);
 }
 
-TEST(Obstacle, IsNoneForWhoMayDoEverything) {
+TEST(MissingPrivilege, IsNoneForWhoMayDoEverything) {
     for (const Privilege privilege :
          {Privilege::kOwnFiles, Privilege::kNetworkAdmin, Privilege::kRawAccess,
           Privilege::kConfigSpace}) {
-        EXPECT_EQ(obstacle(privilege, {}), std::nullopt);
-        EXPECT_EQ(obstacle(privilege, {.user = 1000, .container = true}), std::nullopt);
+        EXPECT_EQ(missing_privilege(privilege, {}), std::nullopt);
+        EXPECT_EQ(missing_privilege(privilege, {.user = 1000, .container = true}), std::nullopt);
     }
 }
 
-TEST(Obstacle, TellsRootFromCapabilityContainerAndLockdown) {
+TEST(MissingPrivilege, TellsRootFromCapabilityContainerAndLockdown) {
     const struct {
         Privilege privilege;
-        Circumstances circumstances;
+        SecurityContext context;
         const char* text;
     } rows[] = {
         {Privilege::kNetworkAdmin,
@@ -58,12 +58,12 @@ TEST(Obstacle, TellsRootFromCapabilityContainerAndLockdown) {
          "root lacks CAP_DAC_OVERRIDE here"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(obstacle(row.privilege, row.circumstances), row.text);
+        EXPECT_EQ(missing_privilege(row.privilege, row.context), row.text);
     }
 }
 
-TEST(Obstacle, LockdownKeepsNobodyFromWhatItDoesNotCover) {
-    EXPECT_EQ(obstacle(Privilege::kNetworkAdmin, {.lockdown = "integrity"}), std::nullopt);
+TEST(MissingPrivilege, LockdownKeepsNobodyFromWhatItDoesNotCover) {
+    EXPECT_EQ(missing_privilege(Privilege::kNetworkAdmin, {.lockdown = "integrity"}), std::nullopt);
 }
 
 TEST(LockdownMode, IsTheOneInBrackets) {

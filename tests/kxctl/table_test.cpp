@@ -79,7 +79,7 @@ TEST(Table, RefusesARowOfAnotherLength) {
 
 TEST(Colour, IsUsedOnACapableTerminalUnlessUnwanted) {
     const auto automatic = [](bool terminal, const char* no_colour, const char* type) {
-        return decide_colour(ColourWish::kAuto, terminal, no_colour, type);
+        return decide_colour(ColourMode::kAuto, terminal, no_colour, type);
     };
     EXPECT_TRUE(automatic(true, nullptr, "xterm"));
     EXPECT_TRUE(automatic(true, "", "xterm")) << "an empty NO_COLOR does not count";
@@ -90,8 +90,8 @@ TEST(Colour, IsUsedOnACapableTerminalUnlessUnwanted) {
 }
 
 TEST(Colour, AskedForByNameOverridesEverything) {
-    EXPECT_TRUE(decide_colour(ColourWish::kAlways, false, "1", nullptr));
-    EXPECT_FALSE(decide_colour(ColourWish::kNever, true, nullptr, "xterm"));
+    EXPECT_TRUE(decide_colour(ColourMode::kAlways, false, "1", nullptr));
+    EXPECT_FALSE(decide_colour(ColourMode::kNever, true, nullptr, "xterm"));
 }
 
 }  // namespace

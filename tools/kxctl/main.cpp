@@ -21,11 +21,11 @@ namespace {
 
 using namespace kx::ctl;
 
-ColourWish colour_wish(const Arguments& options) {
-    const std::string wish = options.get("--color", "auto");
-    return wish == "always"  ? ColourWish::kAlways
-           : wish == "never" ? ColourWish::kNever
-                             : ColourWish::kAuto;
+ColourMode colour_mode(const Arguments& options) {
+    const std::string mode = options.get("--color", "auto");
+    return mode == "always"  ? ColourMode::kAlways
+           : mode == "never" ? ColourMode::kNever
+                             : ColourMode::kAuto;
 }
 
 ExitCode show_help(const Invocation& invocation, Output& output) {
@@ -49,12 +49,12 @@ ExitCode show_version(Output& output) {
 ExitCode execute(const std::vector<std::string>& words, Output& output) {
     const SimulationWords simulation = take_simulation(words);
     const Invocation invocation = parse(simulation.words);
-    switch (invocation.wish) {
-        case Wish::kHelp:
+    switch (invocation.action) {
+        case Action::kHelp:
             return show_help(invocation, output);
-        case Wish::kVersion:
+        case Action::kVersion:
             return show_version(output);
-        case Wish::kRun:
+        case Action::kRun:
             break;
     }
     if (simulation.scenario) {
@@ -63,7 +63,7 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
     require_simulated_host();
     leave_working_directory();
     output.set_colour(decide_colour(
-        colour_wish(invocation.options), isatty(STDOUT_FILENO) == 1, std::getenv("NO_COLOR"),
+        colour_mode(invocation.options), isatty(STDOUT_FILENO) == 1, std::getenv("NO_COLOR"),
         std::getenv("TERM")));
     if (invocation.options.has("--verbose")) {
         show_library_messages();

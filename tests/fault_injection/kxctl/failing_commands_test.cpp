@@ -89,8 +89,8 @@ constexpr Failure kFailures[] = {
 constexpr unsigned kOneByOne = 30;
 
 std::size_t failures_for_each() {
-    const char* const wish = std::getenv("KX_THOROUGH");
-    return wish == nullptr ? 2 : std::stoul(wish);
+    const char* const count = std::getenv("KX_THOROUGH");
+    return count == nullptr ? 2 : std::stoul(count);
 }
 
 unsigned next_position(unsigned nth) { return nth < kOneByOne ? nth + 1 : nth + nth / 8; }

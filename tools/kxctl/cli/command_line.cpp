@@ -169,16 +169,16 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
 Invocation parse(const std::vector<std::string>& words) {
     static Tree tree;  // forgets the previous words when it gets new ones
     std::string complaint;
-    Wish wish = Wish::kRun;
+    Action action = Action::kRun;
     try {
         tree.root().parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::CallForHelp&) {
-        wish = Wish::kHelp;
+        action = Action::kHelp;
     } catch (const CLI::ParseError& error) {
         complaint = error.what();
     }
     Invocation invocation = tree.result();
-    invocation.wish = invocation.options.has(kVersion) ? Wish::kVersion : wish;
+    invocation.action = invocation.options.has(kVersion) ? Action::kVersion : action;
     if (const std::vector<std::string> extras = left_over(tree.root(), words); !extras.empty()) {
         refuse_word(invocation, extras[0]);
     }
@@ -188,10 +188,10 @@ Invocation parse(const std::vector<std::string>& words) {
                 ? complaint
                 : fmt::format("{}: {}", invocation.command->name(), complaint));
     }
-    if (invocation.wish == Wish::kRun && invocation.noun.empty()) {
+    if (invocation.action == Action::kRun && invocation.noun.empty()) {
         refuse_usage("No command given");
     }
-    if (invocation.wish == Wish::kRun && invocation.command == nullptr) {
+    if (invocation.action == Action::kRun && invocation.command == nullptr) {
         refuse_usage(
             fmt::format("{} needs a verb: {}", invocation.noun, verbs_of(invocation.noun)));
     }

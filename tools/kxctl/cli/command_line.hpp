@@ -9,10 +9,10 @@
 
 namespace kx::ctl {
 
-enum class Wish : std::uint8_t { kRun, kHelp, kVersion };
+enum class Action : std::uint8_t { kRun, kHelp, kVersion };
 
 struct Invocation {
-    Wish wish = Wish::kRun;
+    Action action = Action::kRun;
     const Command* command = nullptr;  // null only when help or the version was requested
     std::string noun;                  // the given noun, perhaps without a verb
     Arguments arguments;               // of the command

@@ -55,7 +55,7 @@ std::chrono::nanoseconds seconds_option(const Arguments& arguments, const std::s
     return parse_seconds(option, arguments.get(option));
 }
 
-std::optional<Watch> watch_wish(const Arguments& arguments) {
+std::optional<Watch> watch_option(const Arguments& arguments) {
     if (!arguments.has("--watch")) {
         if (arguments.has("--count")) {
             refuse_usage("--count: expected --watch beside it");

@@ -25,6 +25,6 @@ struct Watch {
 };
 
 // The repetition that --watch and --count request; nothing without --watch.
-[[nodiscard]] std::optional<Watch> watch_wish(const Arguments& arguments);
+[[nodiscard]] std::optional<Watch> watch_option(const Arguments& arguments);
 
 }  // namespace kx::ctl

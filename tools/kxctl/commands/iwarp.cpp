@@ -130,7 +130,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
     }
-    if (const auto missing = obstacle(Privilege::kOwnFiles, read_circumstances())) {
+    if (const auto missing = missing_privilege(Privilege::kOwnFiles, read_security_context())) {
         return report.tell_without_privilege(output, &props, *missing);
     }
     check(call_library([&] { return SetIwarpProps(&props); }));

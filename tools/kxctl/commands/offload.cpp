@@ -97,7 +97,7 @@ void check_credits(std::span<const Change> changes, std::uint64_t mask) {
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
-    const auto missing = obstacle(Privilege::kOwnFiles, read_circumstances());
+    const auto missing = missing_privilege(Privilege::kOwnFiles, read_security_context());
     const auto lock = lock_for_change(arguments, missing);
     const CardInfo card = query_card(location);
     CardParams params = card.params;

@@ -60,7 +60,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = arguments.get("LOCATION");
     const std::uint32_t instance = port_instance(arguments);
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
-    const auto missing = obstacle(Privilege::kNetworkAdmin, read_circumstances());
+    const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
     const auto lock = lock_for_change(arguments, missing);
     PortInfo port = query_port(location, instance);
     const ChangeReport report(

@@ -139,7 +139,7 @@ Finding repair(const std::string& path) {
 }
 
 ExitCode run(const Arguments& arguments, Output& output) {
-    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
+    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, lock_timeout_option(arguments));
     Json files = Json::array();
     Table table({{"FILE"}, {"STATE"}, {"REMARK"}});
     ExitCode code = ExitCode::kDone;

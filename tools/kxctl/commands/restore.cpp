@@ -223,7 +223,7 @@ ExitCode verdict(const Restorer& restorer) {
     if (restorer.damaged.empty() && refused == 0) {
         return ExitCode::kDone;
     }
-    const auto known = obstacle(Privilege::kNetworkAdmin, read_circumstances());
+    const auto known = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
     if (refused > 0 && count(restorer.lines, Result::kApplied) == 0 && known) {
         complain(*known);
         return ExitCode::kNoPermission;
@@ -233,7 +233,7 @@ ExitCode verdict(const Restorer& restorer) {
 
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
-    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, patience_wish(arguments));
+    const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, lock_timeout_option(arguments));
     const Restorer restorer(parse_saved_settings(read_file(path, arguments.has("FILE"))));
     if (output.wants_json()) {
         tell_json(output, path, restorer);

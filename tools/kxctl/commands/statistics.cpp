@@ -179,7 +179,7 @@ ExitCode show_again(const Source& source, const Watch& watch, Output& output) {
 }
 
 ExitCode show_counters(const Arguments& arguments, const Source& source, Output& output) {
-    const std::optional<Watch> watch = watch_wish(arguments);
+    const std::optional<Watch> watch = watch_option(arguments);
     return watch ? show_again(source, *watch, output) : show_once(source, output);
 }
 

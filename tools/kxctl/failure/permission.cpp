@@ -34,8 +34,8 @@ const PrivilegeRow& row_of(Privilege privilege) {
     return *std::ranges::find(kPrivileges, privilege, &PrivilegeRow::privilege);
 }
 
-bool has(const Circumstances& circumstances, unsigned capability) {
-    return (circumstances.capabilities >> capability & 1U) != 0;
+bool has(const SecurityContext& context, unsigned capability) {
+    return (context.capabilities >> capability & 1U) != 0;
 }
 
 // The effective capabilities that the kernel reports; all capabilities when it does not report
@@ -59,8 +59,8 @@ bool is_in_container() {
 }
 
 // Both may be true; a container alone is not an obstacle when it has all privileges.
-std::string with_container(const std::string& text, const Circumstances& circumstances) {
-    return circumstances.container ? text + ", in a container" : text;
+std::string with_container(const std::string& text, const SecurityContext& context) {
+    return context.container ? text + ", in a container" : text;
 }
 
 // The driver that is bound to a PCI function; empty when there is none.
@@ -82,7 +82,7 @@ std::string lockdown_mode(const std::string& file) {
     return mode == "none" ? "" : mode;
 }
 
-Circumstances read_circumstances() {
+SecurityContext read_security_context() {
     std::string modes;
     std::ifstream file("/sys/kernel/security/lockdown");
     std::getline(file, modes);
@@ -96,43 +96,43 @@ Circumstances read_circumstances() {
         .container = is_in_container()};
 }
 
-std::optional<std::string> obstacle(Privilege privilege, const Circumstances& circumstances) {
+std::optional<std::string> missing_privilege(Privilege privilege, const SecurityContext& context) {
     const PrivilegeRow& row = row_of(privilege);
-    if (!has(circumstances, row.capability)) {
+    if (!has(context, row.capability)) {
         return with_container(
-            circumstances.user != 0 ? fmt::format("the user is not root and lacks {}", row.name)
-                                    : fmt::format("root lacks {} here", row.name),
-            circumstances);
+            context.user != 0 ? fmt::format("the user is not root and lacks {}", row.name)
+                              : fmt::format("root lacks {} here", row.name),
+            context);
     }
-    if (privilege == Privilege::kRawAccess && !circumstances.lockdown.empty()) {
-        return fmt::format("the kernel is locked down ({})", circumstances.lockdown);
+    if (privilege == Privilege::kRawAccess && !context.lockdown.empty()) {
+        return fmt::format("the kernel is locked down ({})", context.lockdown);
     }
     return std::nullopt;
 }
 
 Failure failed_memory(const std::string& subject, int reason) {
-    const Circumstances circumstances = read_circumstances();
+    const SecurityContext context = read_security_context();
     std::string text = fmt::format("{}: /dev/mem: {}", subject, std::strerror(reason));
     if (reason == EBUSY) {
         return {ExitCode::kBusy, text};
     }
     if (reason == ENOENT || reason == ENXIO) {
-        text += circumstances.container ? ": the container was not given it"
-                                        : ": the kernel was built without it";
+        text += context.container ? ": the container was not given it"
+                                  : ": the kernel was built without it";
     } else if (reason != EACCES && reason != EPERM) {
         return {ExitCode::kFailed, text};
-    } else if (const auto known = obstacle(Privilege::kRawAccess, circumstances)) {
+    } else if (const auto known = missing_privilege(Privilege::kRawAccess, context)) {
         text += ": " + *known;
-    } else if (circumstances.user != 0) {
+    } else if (context.user != 0) {
         text += ": the user is not root";
-    } else if (circumstances.container) {
+    } else if (context.container) {
         text += ": the container was not given it";
     }
     return {ExitCode::kNoPermission, text};
 }
 
 Failure refused_file(const std::string& path, int reason) {
-    const auto known = obstacle(Privilege::kOwnFiles, read_circumstances());
+    const auto known = missing_privilege(Privilege::kOwnFiles, read_security_context());
     return {
         ExitCode::kNoPermission,
         fmt::format(
@@ -142,7 +142,7 @@ Failure refused_file(const std::string& path, int reason) {
 Failure failed_registers(const std::string& subject, const std::string& location, int reason) {
     const std::string driver = driver_of(location);
     if (reason != EPERM || driver.empty() ||
-        obstacle(Privilege::kRawAccess, read_circumstances())) {
+        missing_privilege(Privilege::kRawAccess, read_security_context())) {
         return failed_memory(subject, reason);
     }
     return {

@@ -21,7 +21,7 @@ enum class Privilege : std::uint8_t {
 };
 
 // What is known about this process and its host.
-struct Circumstances {
+struct SecurityContext {
     uid_t user = 0;
     std::uint64_t capabilities = ~std::uint64_t{0};  // effective, a bit each
     std::string lockdown = {};                       // "integrity", "confidentiality" or empty
@@ -29,14 +29,14 @@ struct Circumstances {
 };
 
 // On a simulated host every user counts as root.
-[[nodiscard]] Circumstances read_circumstances();
+[[nodiscard]] SecurityContext read_security_context();
 
 // The mode in brackets: "none [integrity] confidentiality". Empty for none.
 [[nodiscard]] std::string lockdown_mode(const std::string& file);
 
 // What prevents an operation, such as "the user is not root"; nothing when no reason is known.
-[[nodiscard]] std::optional<std::string> obstacle(
-    Privilege privilege, const Circumstances& circumstances);
+[[nodiscard]] std::optional<std::string> missing_privilege(
+    Privilege privilege, const SecurityContext& context);
 
 // The failure of opening a file of root (kNoPermission). The message names the reason, if it is
 // known. reason: the errno.

@@ -127,7 +127,8 @@ std::uint32_t find_capability(std::uint8_t adapter) {
     if (capability == 0) {
         // A process without the privilege sees only the first 64 bytes, which contain no
         // capability.
-        if (const auto known = obstacle(Privilege::kConfigSpace, read_circumstances())) {
+        if (const auto known =
+                missing_privilege(Privilege::kConfigSpace, read_security_context())) {
             throw Failure(
                 ExitCode::kNoPermission,
                 "The PCI configuration space of the adapter is not readable: " + *known);

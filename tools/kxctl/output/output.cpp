@@ -33,9 +33,9 @@ int write_and_close(std::string_view text) {
 }  // namespace
 
 bool decide_colour(
-    ColourWish wish, bool is_terminal, const char* no_colour, const char* terminal_type) {
-    if (wish != ColourWish::kAuto) {
-        return wish == ColourWish::kAlways;
+    ColourMode mode, bool is_terminal, const char* no_colour, const char* terminal_type) {
+    if (mode != ColourMode::kAuto) {
+        return mode == ColourMode::kAlways;
     }
     const bool unwanted = no_colour != nullptr && *no_colour != '\0';
     const bool incapable = terminal_type == nullptr || std::strcmp(terminal_type, "dumb") == 0;

@@ -14,11 +14,11 @@ namespace kx::ctl {
 class Failure;
 class Table;
 
-enum class ColourWish : std::uint8_t { kAuto, kAlways, kNever };
+enum class ColourMode : std::uint8_t { kAuto, kAlways, kNever };
 
 // Whether to use colour. no_colour and terminal_type are the values of NO_COLOR and TERM, or null.
 [[nodiscard]] bool decide_colour(
-    ColourWish wish, bool is_terminal, const char* no_colour, const char* terminal_type);
+    ColourMode mode, bool is_terminal, const char* no_colour, const char* terminal_type);
 
 class Output {
 public:

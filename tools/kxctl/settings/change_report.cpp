@@ -86,8 +86,9 @@ ExitCode ChangeReport::tell_result(
     std::vector<std::string> failures = refused_by_library ? std::move(messages) : untaken;
     const bool nothing_taken = taken == 0 && !failures.empty();
     const bool busy = nothing_taken && std::ranges::any_of(failures, tells_busy);
-    const auto known =
-        nothing_taken && !busy ? obstacle(privilege, read_circumstances()) : std::nullopt;
+    const auto known = nothing_taken && !busy
+                           ? missing_privilege(privilege, read_security_context())
+                           : std::nullopt;
     if (known) {
         failures.push_back(*known);
     }

@@ -22,7 +22,7 @@ constexpr std::chrono::microseconds kFirstPause{200};
 constexpr std::chrono::milliseconds kLongestPause{20};
 
 // The kernel has no lock with a time limit; short pauses work as well and need no signals.
-void wait_for_lock(int file, Patience patience) {
+void wait_for_lock(int file, LockTimeout timeout) {
     const LockClock::time_point start = LockClock::now();
     std::chrono::nanoseconds pause = kFirstPause;
     bool told = false;
@@ -33,14 +33,14 @@ void wait_for_lock(int file, Patience patience) {
                 fmt::format("{}: {}", kConfigurationLockFile, std::strerror(errno)));
         }
         const std::chrono::nanoseconds waited = LockClock::now() - start;
-        if (patience && waited >= *patience) {
+        if (timeout && waited >= *timeout) {
             throw Failure(ExitCode::kBusy, "Another kxctl works on the configuration files");
         }
         if (!told && waited >= kTellAfter) {
             complain("waiting for another kxctl that works on the configuration files");
             told = true;
         }
-        std::this_thread::sleep_for(patience ? std::min(pause, *patience - waited) : pause);
+        std::this_thread::sleep_for(timeout ? std::min(pause, *timeout - waited) : pause);
         pause = std::min<std::chrono::nanoseconds>(2 * pause, kLongestPause);
     }
 }
@@ -59,19 +59,19 @@ const Argument kWaitLimit{
 
 }  // namespace
 
-ConfigurationLock::ConfigurationLock(Purpose purpose, Patience patience)
+ConfigurationLock::ConfigurationLock(Purpose purpose, LockTimeout timeout)
     : file_(open_lock_file(kConfigurationLockFile, purpose)) {
     if (file_) {
-        wait_for_lock(file_.get(), patience);
+        wait_for_lock(file_.get(), timeout);
     }
 }
 
 std::optional<ConfigurationLock> lock_for_change(
     const Arguments& arguments, const std::optional<std::string>& missing) {
-    const Patience patience = patience_wish(arguments);
+    const LockTimeout timeout = lock_timeout_option(arguments);
     return arguments.has("--dry-run") || missing
                ? std::nullopt
-               : std::optional(ConfigurationLock(ConfigurationLock::Purpose::kWrite, patience));
+               : std::optional(ConfigurationLock(ConfigurationLock::Purpose::kWrite, timeout));
 }
 
 std::vector<Argument> with_lock_options(std::vector<Argument> arguments) {
@@ -80,14 +80,15 @@ std::vector<Argument> with_lock_options(std::vector<Argument> arguments) {
     return arguments;
 }
 
-Patience patience_wish(const Arguments& arguments) {
+LockTimeout lock_timeout_option(const Arguments& arguments) {
     if (arguments.has("--no-wait") && arguments.has("--wait")) {
         refuse_usage("--no-wait and --wait exclude each other");
     }
     if (arguments.has("--no-wait")) {
         return std::chrono::nanoseconds(0);
     }
-    return arguments.has("--wait") ? Patience(seconds_option(arguments, "--wait")) : std::nullopt;
+    return arguments.has("--wait") ? LockTimeout(seconds_option(arguments, "--wait"))
+                                   : std::nullopt;
 }
 
 }  // namespace kx::ctl

@@ -17,7 +17,7 @@ namespace kx::ctl {
 inline constexpr char kConfigurationLockFile[] = "/etc/kestrix-plexo/.kxctl.lock";
 
 // How long to wait for the lock; nothing: without a time limit.
-using Patience = std::optional<std::chrono::nanoseconds>;
+using LockTimeout = std::optional<std::chrono::nanoseconds>;
 
 // Held while the object exists. After a second of waiting it prints a line on standard error.
 class ConfigurationLock {
@@ -27,7 +27,7 @@ public:
     // For writing, creates the directory of the lock when it is missing; for reading, a host
     // without it has nothing to lock. Throws Failure: kBusy when the time is over, kNoPermission
     // when the lock cannot be opened.
-    ConfigurationLock(Purpose purpose, Patience patience);
+    ConfigurationLock(Purpose purpose, LockTimeout timeout);
 
 private:
     Descriptor file_;
@@ -40,6 +40,6 @@ private:
 
 // The options of every command that takes the lock, and their values.
 [[nodiscard]] std::vector<Argument> with_lock_options(std::vector<Argument> arguments);
-[[nodiscard]] Patience patience_wish(const Arguments& arguments);
+[[nodiscard]] LockTimeout lock_timeout_option(const Arguments& arguments);
 
 }  // namespace kx::ctl
