@@ -75,35 +75,35 @@ int get_link(const Request& request) {
 }
 
 // Settings that are separate records: read and written as a whole.
-template <auto Setting>
+template <auto kSetting>
 int get(const Request& request) {
-    request.answer(request.interface.nic.*Setting);
+    request.answer(request.interface.nic.*kSetting);
     return 0;
 }
 
-template <auto Setting>
+template <auto kSetting>
 int set(const Request& request) {
-    auto& setting = request.interface.nic.*Setting;
+    auto& setting = request.interface.nic.*kSetting;
     setting = request.asked<std::remove_reference_t<decltype(setting)>>();
     return 0;
 }
 
 // Settings that are numbers.
-template <auto Setting>
+template <auto kSetting>
 int get_number(const Request& request) {
-    request.answer(ethtool_value{.cmd = 0, .data = request.interface.nic.*Setting});
+    request.answer(ethtool_value{.cmd = 0, .data = request.interface.nic.*kSetting});
     return 0;
 }
 
-template <auto Setting>
+template <auto kSetting>
 int set_number(const Request& request) {
-    request.interface.nic.*Setting = request.asked<ethtool_value>().data;
+    request.interface.nic.*kSetting = request.asked<ethtool_value>().data;
     return 0;
 }
 
-template <auto Setting>
+template <auto kSetting>
 int set_switch(const Request& request) {
-    request.interface.nic.*Setting = request.asked<ethtool_value>().data != 0 ? 1 : 0;
+    request.interface.nic.*kSetting = request.asked<ethtool_value>().data != 0 ? 1 : 0;
     return 0;
 }
 

@@ -75,13 +75,13 @@ bool ask_link_settings(const Driver& driver, PortInfo& port, LinkTexts& texts) {
 // Most commands return one number. Each of these functions stores it in a field of the port.
 using StoreValue = void (*)(uint32_t value, PortInfo& port);
 
-template <uint32_t Command, StoreValue Store>
+template <uint32_t kCommand, StoreValue kStore>
 bool ask_value(const Driver& driver, PortInfo& port, LinkTexts&) {
     ethtool_value answer;
-    if (!driver.answers(Command, answer)) {
+    if (!driver.answers(kCommand, answer)) {
         return false;
     }
-    Store(answer.data, port);
+    kStore(answer.data, port);
     return true;
 }
 

@@ -205,6 +205,6 @@ public:
 }  // namespace kx::machines
 
 const kx::machines::Documents* kx_machine_documents() {
-    static constexpr kx::machines::XercesDocuments documents{};
-    return &documents;
+    static constexpr kx::machines::XercesDocuments kDocuments{};
+    return &kDocuments;
 }

@@ -9,9 +9,9 @@
 
 namespace kx::settings {
 
-// A message as printf formats it in a buffer of Size bytes, cut so that its NUL fits. Agents rely
+// A message as printf formats it in a buffer of kSize bytes, cut so that its NUL fits. Agents rely
 // on the cut messages.
-template <std::size_t Size>
+template <std::size_t kSize>
 class CutMessage {
 public:
     __attribute__((format(printf, 2, 3))) explicit CutMessage(const char* format, ...) {
@@ -24,7 +24,7 @@ public:
     operator std::string_view() const { return text_; }
 
 private:
-    char text_[Size]{};
+    char text_[kSize]{};
 };
 
 using PortMessage = CutMessage<256>;

@@ -62,9 +62,9 @@ inline constexpr std::size_t kZfab3Read = 9;
 inline constexpr std::size_t kZfab4Read = 29;
 
 // The rows that are read for a module, in the order of reading.
-template <std::size_t Count>
-consteval std::array<IwarpParameter, Count> in_reading_order(std::size_t IwarpParameter::*place) {
-    std::array<IwarpParameter, Count> rows{};
+template <std::size_t kCount>
+consteval std::array<IwarpParameter, kCount> in_reading_order(std::size_t IwarpParameter::*place) {
+    std::array<IwarpParameter, kCount> rows{};
     for (const IwarpParameter& row : kIwarpParameters) {
         if (row.*place != 0) {
             IwarpParameter& slot = rows.at(row.*place - 1);

@@ -17,16 +17,16 @@
 
 namespace kx {
 
-template <auto Free>
+template <auto kFree>
 struct FreeBy {
     template <class T>
     void operator()(T* object) const {
-        static_cast<void>(Free(object));
+        static_cast<void>(kFree(object));
     }
 };
 
-template <class T, auto Free>
-using Handle = std::unique_ptr<T, FreeBy<Free>>;
+template <class T, auto kFree>
+using Handle = std::unique_ptr<T, FreeBy<kFree>>;
 
 struct FreeMemory {
     void operator()(void* block) const { std::free(block); }

@@ -30,7 +30,7 @@ static_assert(offsetof(_interfaceInfo, type) == 6 && offsetof(_interfaceInfo, br
 static_assert(offsetof(_interfaceInfo, targetDev) == 26 && offsetof(_interfaceInfo, model) == 36);
 static_assert(offsetof(_interfaceInfo, alias) == 46);
 
-using kx::vm::libvirt;
+using kx::vm::kLibvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -220,7 +220,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
         log_failure("DeleteVNETFromVM: libvirtd connection failure");
         return 1;
     }
-    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
+    virDomain* const domain = kLibvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("DeleteVNETFromVM: Domain not found");
         return 1;
@@ -228,7 +228,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
     if (!kx::vm::connect(connection)) {
         return 1;
     }
-    const kx::Block<char> description(libvirt.virDomainGetXMLDesc(domain, 0));
+    const kx::Block<char> description(kLibvirt.virDomainGetXMLDesc(domain, 0));
     const auto rest = kx::vm::without_block(
         description ? description.get() : "", "interface",
         [&info](std::string_view block) { return is_block_of(info, block); });
@@ -236,7 +236,7 @@ int VMUtils::dettachInterfaceFromVM(int id, _interfaceInfo info) {
         log_failure("DeleteVNETFromVM: Requested interface does not seem to attached");
         return 1;
     }
-    if (libvirt.virDomainDefineXML(connection, rest->c_str()) == nullptr) {
+    if (kLibvirt.virDomainDefineXML(connection, rest->c_str()) == nullptr) {
         log_failure("DeleteVNETFromVM: Problem while saving the changes");
         return 1;
     }
@@ -252,12 +252,12 @@ int VMUtils::listInterfacesForVM(int id, _interfaceInfo** list, int* count) {
         log_failure("ListInterfaces: LibVirt connection failure");
         return 1;
     }
-    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
+    virDomain* const domain = kLibvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("ListInterfaces: Domain not found");
         return 1;
     }
-    const kx::Block<char> description(libvirt.virDomainGetXMLDesc(domain, 0));
+    const kx::Block<char> description(kLibvirt.virDomainGetXMLDesc(domain, 0));
     if (!description) {
         log_failure("ListInterfaces: Error while reading domain configuration");
         return 1;

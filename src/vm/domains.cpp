@@ -35,7 +35,7 @@ static_assert(offsetof(_KVMInfo, osType) == 276);
 static_assert(offsetof(_KVMInfo, state) == 404);
 
 using kx::vm::allocate_array;
-using kx::vm::libvirt;
+using kx::vm::kLibvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -61,7 +61,7 @@ struct Listing {
 
 // The names that libvirt gives, which may be fewer than it announced.
 bool list_defined(virConnectPtr connection, std::span<char*>& names) {
-    const int announced = libvirt.virConnectNumOfDefinedDomains(connection);
+    const int announced = kLibvirt.virConnectNumOfDefinedDomains(connection);
     if (announced < 0) {
         log_failure("ListVMs: Failed to get number of inactive domains");
         return false;
@@ -71,7 +71,7 @@ bool list_defined(virConnectPtr connection, std::span<char*>& names) {
         log_failure("ListVMs: Memory Allocation Problem ");  // the blank tells the names' array
         return false;
     }
-    const int came = libvirt.virConnectListDefinedDomains(connection, array, announced);
+    const int came = kLibvirt.virConnectListDefinedDomains(connection, array, announced);
     if (came < 0) {
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): even now the array stays
         log_failure("ListVMs: Could not get list of defined domains from hypervisor");
@@ -88,7 +88,7 @@ bool list_defined(virConnectPtr connection, std::span<char*>& names) {
 
 // An id that libvirt announced and did not give stays 0, which no running domain has.
 bool list_domains(virConnectPtr connection, Listing& listing) {
-    const int running = libvirt.virConnectNumOfDomains(connection);
+    const int running = kLibvirt.virConnectNumOfDomains(connection);
     if (running < 0) {
         log_failure("ListVMs: Failed to get number of active domains");
         return false;
@@ -101,21 +101,21 @@ bool list_domains(virConnectPtr connection, Listing& listing) {
         log_failure("ListVMs: Memory Allocation Problem");
         return false;
     }
-    libvirt.virConnectListDomains(connection, array, running);
+    kLibvirt.virConnectListDomains(connection, array, running);
     listing.ids = {array, static_cast<std::size_t>(running)};
     return true;
 }
 
 bool fill_running(VMUtils& vm, virConnectPtr connection, int id, _KVMInfo& record) {
-    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
+    virDomain* const domain = kLibvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("ListVMs: Unable to get the domain information");
         return false;
     }
     record.id = id;
-    copy_up_to_end(record.osType, libvirt.virDomainGetOSType(domain));
-    libvirt.virDomainGetUUID(domain, record.uuid);
-    copy_up_to_end(record.name, libvirt.virDomainGetName(domain));
+    copy_up_to_end(record.osType, kLibvirt.virDomainGetOSType(domain));
+    kLibvirt.virDomainGetUUID(domain, record.uuid);
+    copy_up_to_end(record.name, kLibvirt.virDomainGetName(domain));
     vm.getDomainState(domain, &record.state);
     return true;
 }
@@ -127,9 +127,9 @@ void fill_defined(virConnectPtr connection, const char* name, _KVMInfo& record) 
         return;
     }
     copy_up_to_end(record.name, name);
-    if (virDomain* const domain = libvirt.virDomainLookupByName(connection, name)) {
-        libvirt.virDomainGetUUID(domain, record.uuid);
-        copy_up_to_end(record.osType, libvirt.virDomainGetOSType(domain));
+    if (virDomain* const domain = kLibvirt.virDomainLookupByName(connection, name)) {
+        kLibvirt.virDomainGetUUID(domain, record.uuid);
+        copy_up_to_end(record.osType, kLibvirt.virDomainGetOSType(domain));
         record.state = KX_VM_SHUT_OFF;
     }
 }
@@ -256,13 +256,13 @@ virConnectPtr VMUtils::getConnection() {
     }
     if (kx::vm::documents() != nullptr) {
         shared_connection =
-            libvirt.virConnectOpenAuth(nullptr, kx::vm::default_authentication(), 0);
+            kLibvirt.virConnectOpenAuth(nullptr, kx::vm::default_authentication(), 0);
     }
     if (shared_connection == nullptr) {
         std::puts("No connection to hypervisor");
         throw int{kNoConnection};
     }
-    const char* const uri = libvirt.virConnectGetURI(shared_connection);  // never released
+    const char* const uri = kLibvirt.virConnectGetURI(shared_connection);  // never released
     if (uri == nullptr) {
         std::puts("Failed to get URI for hypervisor connection");
         throw int{kNoConnection};
@@ -272,7 +272,7 @@ virConnectPtr VMUtils::getConnection() {
 
 virDomainPtr VMUtils::getDomainPtr(unsigned char* uuid) {
     virConnectPtr connection = nullptr;
-    return kx::vm::connect(connection) ? libvirt.virDomainLookupByUUID(connection, uuid) : nullptr;
+    return kx::vm::connect(connection) ? kLibvirt.virDomainLookupByUUID(connection, uuid) : nullptr;
 }
 
 int VMUtils::listVMs(_KVMInfo** records, int* count) {
@@ -335,7 +335,7 @@ int VMUtils::VMStateOperation(char* uuid, int operation, char* time) {
 int VMUtils::VMLaunch(virDomainPtr domain) {
     virConnectPtr connection = nullptr;
     const bool launched = kx::vm::connect(connection) && connection != nullptr &&
-                          domain != nullptr && libvirt.virDomainCreate(domain) == 0;
+                          domain != nullptr && kLibvirt.virDomainCreate(domain) == 0;
     return launched ? 0 : 1;
 }
 
@@ -346,9 +346,9 @@ int VMUtils::VMSuspend(virDomainPtr domain, long long /*time*/) {
 }
 
 int VMUtils::VMReboot(virDomainPtr domain) {
-    return domain != nullptr && libvirt.virDomainReboot(domain, 0) == 0 ? 0 : 1;
+    return domain != nullptr && kLibvirt.virDomainReboot(domain, 0) == 0 ? 0 : 1;
 }
 
 int VMUtils::VMShutdown(virDomainPtr domain) {
-    return libvirt.virDomainShutdown(domain) == 0 ? 0 : 1;
+    return kLibvirt.virDomainShutdown(domain) == 0 ? 0 : 1;
 }

@@ -62,7 +62,7 @@ class LibvirtFunction<Result(Parameters...)> {
 public:
     using Function = Result(Parameters...);
 
-    constexpr LibvirtFunction(const char* name, Function* in_front)
+    constexpr LibvirtFunction(const char* name, Function* in_front) noexcept
         : name_(name), in_front_(in_front) {}
 
     Result operator()(Parameters... parameters) const {
@@ -114,12 +114,13 @@ private:
 // clang-format on
 
 struct Libvirt {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a member has no parentheses around its name
 #define KX_MEMBER(name) LibvirtFunction<decltype(::name)> name;
     KX_LIBVIRT_FUNCTIONS(KX_MEMBER)
 #undef KX_MEMBER
 };
 
-extern const Libvirt libvirt;
+extern const Libvirt kLibvirt;
 
 // virConnectAuthPtrDefault; null without libvirt.
 [[nodiscard]] virConnectAuthPtr default_authentication();

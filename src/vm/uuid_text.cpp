@@ -21,7 +21,7 @@ Uuid uuid_of_text(const char* text) {
 
 virDomainPtr domain_of_uuid(virConnectPtr connection, const char* text) {
     return text == nullptr ? nullptr
-                           : libvirt.virDomainLookupByUUID(connection, uuid_of_text(text).data());
+                           : kLibvirt.virDomainLookupByUUID(connection, uuid_of_text(text).data());
 }
 
 }  // namespace kx::vm

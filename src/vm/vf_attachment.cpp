@@ -15,7 +15,7 @@
 #include "vm/tokens.hpp"
 #include "vm/uuid_text.hpp"
 
-using kx::vm::libvirt;
+using kx::vm::kLibvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -43,13 +43,13 @@ int attach(
         return 1;
     }
     kx::Block<char> device(text);
-    if (libvirt.virDomainAttachDevice(domain, device.get()) != 0) {
+    if (kLibvirt.virDomainAttachDevice(domain, device.get()) != 0) {
         log_failure(refusal);
         return 1;
     }
     device.reset();
-    kx::Block<char> description(libvirt.virDomainGetXMLDesc(domain, 0));
-    if (description && libvirt.virDomainDefineXML(connection, description.get()) != nullptr) {
+    kx::Block<char> description(kLibvirt.virDomainGetXMLDesc(domain, 0));
+    if (description && kLibvirt.virDomainDefineXML(connection, description.get()) != nullptr) {
         static_cast<void>(description.release());  // stays allocated unless libvirt refuses it
     }
     return 0;
@@ -105,7 +105,7 @@ int detach(virConnectPtr connection, virDomainPtr domain, const _VF& vf) {
         return 1;
     }
     const char* const description =
-        libvirt.virDomainGetXMLDesc(domain, VIR_DOMAIN_XML_INACTIVE);  // never released
+        kLibvirt.virDomainGetXMLDesc(domain, VIR_DOMAIN_XML_INACTIVE);  // never released
     const auto rest = kx::vm::without_block(
         description == nullptr ? "" : description, "hostdev",
         [&vf](std::string_view block) { return is_block_of(vf, block); });
@@ -113,7 +113,7 @@ int detach(virConnectPtr connection, virDomainPtr domain, const _VF& vf) {
         log_failure("DettachVFFromVM: VF not attached");
         return 1;
     }
-    if (libvirt.virDomainDefineXML(connection, rest->c_str()) == nullptr) {
+    if (kLibvirt.virDomainDefineXML(connection, rest->c_str()) == nullptr) {
         log_failure("DettachVFFromVM: Error while saving configuration");
         return 1;
     }
@@ -146,7 +146,7 @@ int VMUtils::attachVFToVM(int id, _VF vf) {
         return 1;
     }
     std::printf("AttachVFToVM: VM ID: %d\n", id);
-    virDomain* const domain = libvirt.virDomainLookupByID(connection, id);
+    virDomain* const domain = kLibvirt.virDomainLookupByID(connection, id);
     if (domain == nullptr) {
         log_failure("AttachVFToVM: Invalid Domain ID");
         return 1;
@@ -177,7 +177,7 @@ int VMUtils::dettachVFFromVM(int id, _VF vf) {
         return 1;
     }
     std::printf("dettachVFFromVM: VM ID: %d\n", id);
-    return detach(connection, libvirt.virDomainLookupByID(connection, id), vf);
+    return detach(connection, kLibvirt.virDomainLookupByID(connection, id), vf);
 }
 
 int VMUtils::dettachVFFromVM(char* uuid, _VF vf) {

@@ -24,7 +24,7 @@ static_assert(sizeof(_VF) == 16, "agents step through the array by this size");
 static_assert(offsetof(_VF, bus) == 4 && offsetof(_VF, slot) == 8 && offsetof(_VF, function) == 12);
 static_assert(offsetof(KxCardBus, next) == 8 && offsetof(KxVFNode, next) == 16);
 
-using kx::vm::libvirt;
+using kx::vm::kLibvirt;
 using kx::vm::log_failure;
 
 namespace {
@@ -184,7 +184,7 @@ int VMUtils::listVFsForVM(virDomainPtr domain, _VF**& vfs) {
         log_failure("ListVFsForVM: Invalid VMID");
         return -1;
     }
-    const char* const description = libvirt.virDomainGetXMLDesc(domain, 0);  // never released
+    const char* const description = kLibvirt.virDomainGetXMLDesc(domain, 0);  // never released
     if (description == nullptr || vfs == nullptr) {
         return -1;
     }
@@ -217,7 +217,7 @@ int VMUtils::listVFsForVM(int id, _VF** vfs) {
         return -1;
     }
     if (id != kHostId) {
-        return listVFsForVM(libvirt.virDomainLookupByID(connection, id), vfs);
+        return listVFsForVM(kLibvirt.virDomainLookupByID(connection, id), vfs);
     }
     return vfs == nullptr ? -1 : list_host_vfs(*vfs);
 }

@@ -54,7 +54,7 @@ std::string uuid_text(const Uuid& uuid) {
 bool is_id_or_uuid(const char* name) { return is_id(name) || is_uuid(name); }
 
 std::optional<std::string> virsh_name(virDomainPtr domain) {
-    const char* const name = libvirt.virDomainGetName(domain);
+    const char* const name = kLibvirt.virDomainGetName(domain);
     if (name == nullptr) {
         return std::nullopt;
     }
@@ -62,7 +62,7 @@ std::optional<std::string> virsh_name(virDomainPtr domain) {
         return name;
     }
     Uuid uuid{};
-    if (libvirt.virDomainGetUUID(domain, uuid.data()) != 0) {
+    if (kLibvirt.virDomainGetUUID(domain, uuid.data()) != 0) {
         return std::nullopt;
     }
     return uuid_text(uuid);
