@@ -29,7 +29,7 @@ inline constexpr std::string_view kRomMark = "\x55\xAA";  // its first bytes
 inline constexpr int kQ3LastRomSector = 2;
 inline constexpr uint32_t kQ3SettingsStart = 0x30000;
 inline constexpr int kQ3SettingsSector = kQ3SettingsStart >> kSectorShift;
-inline constexpr std::string_view kQ3SettingsMark{"CIB", 4};  // with its NUL
+inline constexpr std::string_view kQ3SettingsMark{"CIB\0", 4};  // with its NUL
 
 // Q4 and Q5.
 inline constexpr uint32_t kRomRegion = 0x60000;

@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    static constexpr std::string_view kNul{"", 1};
+    static constexpr std::string_view kNul{"\0", 1};
 
     static std::endian order_of(std::span<const std::byte> bytes) {
         const bool is_little = bytes.size() > kOrderByte && bytes[kOrderByte] == std::byte{1};

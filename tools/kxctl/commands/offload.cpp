@@ -19,11 +19,11 @@ namespace kx::ctl::offload {
 namespace {
 
 // A row whose field has the same name. Without a unit it is a switch, or has a unit of the driver.
-#define KX_NAMED(field, bit, least, most, counted_in, meaning)                                    \
-    {                                                                                             \
-        .key = #field, .help = meaning, .change_bit = bit, .offset = offsetof(CardParams, field), \
-        .width = sizeof(CardParams::field), .form = Form::kSigned, .range = {least, most},        \
-        .unit = counted_in                                                                        \
+#define KX_NAMED(field, bit, least, most, counted_in, meaning)                     \
+    {                                                                              \
+        .key = #field, .help = (meaning), .change_bit = (bit),                     \
+        .offset = offsetof(CardParams, field), .width = sizeof(CardParams::field), \
+        .form = Form::kSigned, .range = {least, most}, .unit = (counted_in)        \
     }
 
 constexpr Setting kSettings[] = {

@@ -38,12 +38,12 @@ struct CloseConnection {
 struct FreeDomain {
     void operator()(virDomainPtr domain) const { KX_LIBVIRT(virDomainFree)(domain); }
 };
-struct FreeText {
+struct FreeDefinition {
     void operator()(char* text) const { std::free(text); }
 };
 using Connection = std::unique_ptr<virConnect, CloseConnection>;
 using Domain = std::unique_ptr<virDomain, FreeDomain>;
-using Text = std::unique_ptr<char, FreeText>;
+using Text = std::unique_ptr<char, FreeDefinition>;
 
 // The hypervisor that the library uses.
 Connection connect() {

@@ -254,7 +254,7 @@ std::vector<InstalledModule> query_installed_modules() {
         }
     }
     if (modules.empty() && failure) {
-        throw *failure;
+        throw Failure(*failure);
     }
     std::ranges::stable_sort(modules, {}, place_of);
     return modules;
