@@ -9,7 +9,7 @@
 
 namespace kx::machines {
 
-// What became of reading a description's file.
+// The result of reading a description's file.
 enum class Outcome {
     kRead,
     kNoDocument,
@@ -22,7 +22,7 @@ class DeviceTaker {
 public:
     // Called once when there is a root, before any device.
     virtual void begin() = 0;
-    // False when the device is none of the maker's.
+    // False when the device is not one of the maker's.
     virtual bool take(int32_t pci_domain, int32_t bus, int32_t slot, int32_t function) = 0;
 
 protected:
@@ -38,7 +38,7 @@ struct InterfaceTexts {
     const char* alias;
 };
 
-// Interfaces of a description. Items that are no elements are passed over.
+// Interfaces of a description. Items other than elements are skipped.
 class InterfaceTaker {
 public:
     // Called once when there is a root. False ends the reading.

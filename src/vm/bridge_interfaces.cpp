@@ -98,7 +98,7 @@ void fill_record(_interfaceInfo& record, const kx::machines::InterfaceTexts& tex
     copy_whole(record, offsetof(_interfaceInfo, alias), texts.alias);
 }
 
-// Fills the caller's array. Items that are no elements leave their records zero.
+// Fills the caller's array. Items other than elements leave their records zero.
 class RecordTaker : public kx::machines::InterfaceTaker {
 public:
     RecordTaker(_interfaceInfo** list, int* count) : list_(list), count_(count) {}

@@ -144,7 +144,7 @@ KxCardBus* VMUtils::getCardsInfo() {
     kx::Chain<KxCardBus> cards;
     std::string pci_domain;
     std::string bus;
-    // Four words a line: domain, bus, slot, function. Cards are told apart by the texts.
+    // Four words a line: domain, bus, slot, function. The texts distinguish cards.
     const std::vector<std::string> words = kx::vm::tokens_of(output.value_or(""), ":.\n");
     for (std::size_t k = 0; k + 1 < words.size(); k += 4) {
         if (words[k] == pci_domain && words[k + 1] == bus) {

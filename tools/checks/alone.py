@@ -48,8 +48,9 @@ def sources_and_flags(build):
             parts = [pathlib.Path(part) for part in INCLUDE.findall(file.read_text())]
             joined.update(parts)
         else:
-            parts = [file]
-            single.add(file)
+            # A generated source has the flags of the folder that it is generated for.
+            parts = [ROOT / file.relative_to(build) if build in file.parents else file]
+            single.update(parts)
         for part in parts:
             all_flags.setdefault(part, (entry["directory"], flags(entry)))
     return all_flags, joined - single
@@ -75,9 +76,9 @@ def first_header(source):
 
 
 def nearest(header, all_flags):
-    """The flags of the source that shares the longest path with the header."""
+    """The flags of the source that shares the longest path with the header; of several, the most."""
     def shared(source):
-        return len(os.path.commonpath([header, source]))
+        return len(os.path.commonpath([header, source])), len(all_flags[source][1])
     return all_flags[max(sorted(all_flags), key=shared)]
 
 
@@ -93,8 +94,8 @@ def compiles(file, directory, compiler, as_header):
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     all_flags, joined = sources_and_flags(build)
-    proved = {first_header(source) for source in all_flags if ROOT in source.parents
-              and build not in source.parents}
+    proved = {first_header(source) for source in all_flags
+              if ROOT in source.parents and source.exists()}
     alone = [header for header in headers() if header not in proved]
     work = [(source, *all_flags[source], False) for source in sorted(joined)]
     work += [(header, *nearest(header, all_flags), True) for header in alone]

@@ -1,5 +1,5 @@
 // Passwords of consoles in the definition of a machine. The library reads definitions without them,
-// so that a machine that it defines anew has none.
+// so that a machine that it defines again has none.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ public:
     // Reads the definition with its passwords. Throws Failure when libvirt does not give it.
     explicit ConsolePasswords(const Machine& machine);
 
-    // Defines the machine once more when passwords are missing now. Throws Failure when they cannot
+    // Defines the machine again when passwords are missing now. Throws Failure when they cannot
     // be put back.
     void put_back() const;
 
@@ -22,7 +22,7 @@ private:
     std::string before_;
 };
 
-// The result of a function of the library's class that may define the machine anew.
+// The result of a function of the library's class that may define the machine again.
 template <class Function>
 auto call_redefining(const Machine& machine, Function function) {
     const ConsolePasswords passwords(machine);
