@@ -24,23 +24,24 @@ Object above_streams(Object object, int descriptor, Reopen reopen) {
 
 File open_file(const char* path, const char* mode) {
     File file(std::fopen(path, mode));
-    return file ? above_streams(
-                      std::move(file), fileno(file.get()),
-                      [mode](int descriptor) { return fdopen(descriptor, mode); })
-                : nullptr;
+    if (!file) {
+        return nullptr;
+    }
+    const int descriptor = fileno(file.get());
+    return above_streams(
+        std::move(file), descriptor, [mode](int above) { return fdopen(above, mode); });
 }
 
 Directory open_directory(const char* path) {
     Directory directory(opendir(path));
-    return directory ? above_streams(
-                           std::move(directory), dirfd(directory.get()),
-                           [](int descriptor) {
-                               lseek(
-                                   descriptor, 0,
-                                   SEEK_SET);  // data may already have been read into the buffer
-                               return fdopendir(descriptor);
-                           })
-                     : nullptr;
+    if (!directory) {
+        return nullptr;
+    }
+    const int descriptor = dirfd(directory.get());
+    return above_streams(std::move(directory), descriptor, [](int above) {
+        lseek(above, 0, SEEK_SET);  // data may already have been read into the buffer
+        return fdopendir(above);
+    });
 }
 
 Pipe open_pipe(const char* command) {
