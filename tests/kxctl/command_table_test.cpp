@@ -10,6 +10,7 @@
 #include "cli/command_line.hpp"
 #include "cli/help.hpp"
 #include "cli/simulation.hpp"
+#include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "kxctl/process.hpp"
 #include "output/printable.hpp"
@@ -135,6 +136,16 @@ TEST(CommandTable, NamesEachCommandOnceAndKeepsNounsTogether) {
             EXPECT_TRUE(nouns.insert(command.noun).second) << command.noun;
             last = command.noun;
         }
+    }
+}
+
+// Otherwise their order in the help would depend on how the program is linked.
+TEST(CommandTable, GivesNoTwoPartsTheSamePlace) {
+    std::set<int> places;
+    for (const TablePart* const part : TablePart::all()) {
+        ASSERT_FALSE(part->rows().empty());
+        EXPECT_TRUE(places.insert(part->place()).second)
+            << part->rows()[0].name() << " at " << part->place();
     }
 }
 

@@ -221,8 +221,6 @@ ExitCode show(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -252,4 +250,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(600, rows);
+
+}  // namespace
 }  // namespace kx::ctl::adapter

@@ -129,8 +129,6 @@ ExitCode detach(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -170,4 +168,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1100, rows);
+
+}  // namespace
 }  // namespace kx::ctl::bridge

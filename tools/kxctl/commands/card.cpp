@@ -72,8 +72,6 @@ ExitCode list(const Arguments&, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -91,4 +89,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(100, rows);
+
+}  // namespace
 }  // namespace kx::ctl::card

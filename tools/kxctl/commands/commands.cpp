@@ -3,31 +3,35 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace kx::ctl {
 namespace {
 
-// In the order of the help. A noun's rows are next to each other.
-constexpr Rows* kRows[] = {
-    card::rows,         card::stats_rows,  port::rows,
-    port::show_rows,    port::stats_rows,  port::set_rows,
-    offload::show_rows, offload::set_rows, iwarp::rows,
-    module::rows,       adapter::rows,     vpd::rows,
-    flash::rows,        flash::boot_rows,  flash::config_show_rows,
-    flash::config_rows, vm::rows,          vf::rows,
-    bridge::rows,       metrics::rows,     host_report::rows,
-    restore::rows,      repair::rows,      version::rows,
-};
+// The list of the parts. Parts join it before main() begins, in any order.
+const TablePart* last_part = nullptr;
 
 std::vector<Command> all_commands() {
     std::vector<Command> all;
-    for (Rows* const rows : kRows) {
-        std::ranges::move(rows(), std::back_inserter(all));
+    for (const TablePart* const part : TablePart::all()) {
+        std::ranges::move(part->rows(), std::back_inserter(all));
     }
     return all;
 }
 
 }  // namespace
+
+TablePart::TablePart(int place, Rows* function) noexcept
+    : place_(place), rows_(function), next_(std::exchange(last_part, this)) {}
+
+std::vector<const TablePart*> TablePart::all() {
+    std::vector<const TablePart*> parts;
+    for (const TablePart* part = last_part; part != nullptr; part = part->next_) {
+        parts.push_back(part);
+    }
+    std::ranges::sort(parts, {}, &TablePart::place);
+    return parts;
+}
 
 std::span<const Command> commands() {
     static const std::vector<Command> table = all_commands();

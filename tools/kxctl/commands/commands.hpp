@@ -1,4 +1,4 @@
-// The command table: where its rows are, and the arguments that commands of several files take.
+// The command table, and the arguments that commands of several files take.
 //
 // Each file of this folder holds the functions of its commands, and behind them their rows.
 #pragma once
@@ -9,72 +9,29 @@
 
 namespace kx::ctl {
 
-// A function that returns the rows of a file. commands.cpp joins them in the order of the help.
-using Rows = std::vector<Command>();
+// A part of the command table: the rows of one file. Defining an object of it puts the rows into
+// the table; no other file names them.
+class TablePart {
+public:
+    using Rows = std::vector<Command>();
 
-namespace card {
-Rows rows, stats_rows;
-}  // namespace card
+    // `place` decides where the rows are in the help: nouns are 100 apart, parts of one noun 10. No
+    // two parts have the same.
+    TablePart(int place, Rows* function) noexcept;
+    TablePart(const TablePart&) = delete;
+    TablePart& operator=(const TablePart&) = delete;
 
-namespace port {
-Rows rows, show_rows, stats_rows, set_rows;
-}  // namespace port
+    // Every part, in the order of the help.
+    [[nodiscard]] static std::vector<const TablePart*> all();
 
-namespace offload {
-Rows show_rows, set_rows;
-}  // namespace offload
+    [[nodiscard]] int place() const { return place_; }
+    [[nodiscard]] std::vector<Command> rows() const { return rows_(); }
 
-namespace iwarp {
-Rows rows;
-}  // namespace iwarp
-
-namespace module {
-Rows rows;
-}  // namespace module
-
-namespace adapter {
-Rows rows;
-}  // namespace adapter
-
-namespace vpd {
-Rows rows;
-}  // namespace vpd
-
-namespace flash {
-Rows rows, boot_rows, config_show_rows, config_rows;
-}  // namespace flash
-
-namespace vm {
-Rows rows;
-}  // namespace vm
-
-namespace vf {
-Rows rows;
-}  // namespace vf
-
-namespace bridge {
-Rows rows;
-}  // namespace bridge
-
-namespace metrics {
-Rows rows;
-}  // namespace metrics
-
-namespace host_report {
-Rows rows;
-}  // namespace host_report
-
-namespace restore {
-Rows rows;
-}  // namespace restore
-
-namespace repair {
-Rows rows;
-}  // namespace repair
-
-namespace version {
-Rows rows;
-}  // namespace version
+private:
+    int place_;
+    Rows* rows_;
+    const TablePart* next_;  // the part that was defined before this one
+};
 
 inline const Argument kLocation{
     .name = "LOCATION",

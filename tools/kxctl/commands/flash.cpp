@@ -185,8 +185,6 @@ ExitCode dump(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -221,4 +219,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(800, rows);
+
+}  // namespace
 }  // namespace kx::ctl::flash

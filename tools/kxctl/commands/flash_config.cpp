@@ -191,8 +191,6 @@ ExitCode config_show(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> config_show_rows() {
     return {
         {
@@ -210,4 +208,7 @@ std::vector<Command> config_show_rows() {
     };
 }
 
+const TablePart kConfigShowRows(820, config_show_rows);
+
+}  // namespace
 }  // namespace kx::ctl::flash

@@ -222,8 +222,6 @@ const Argument kFlashDryRun{
     .help = "Show the sectors and pages, change nothing",
 };
 
-}  // namespace
-
 std::vector<Command> boot_rows() {
     return {
         {
@@ -259,6 +257,8 @@ std::vector<Command> boot_rows() {
         },
     };
 }
+
+const TablePart kBootRows(810, boot_rows);
 
 std::vector<Command> config_rows() {
     return {
@@ -319,4 +319,7 @@ std::vector<Command> config_rows() {
     };
 }
 
+const TablePart kConfigRows(830, config_rows);
+
+}  // namespace
 }  // namespace kx::ctl::flash

@@ -144,6 +144,8 @@ const Argument kModule{.name = "MODULE", .help = "RDMA driver: iw_zfab3 or iw_zf
 
 std::span<const Setting> settings() { return kSettings; }
 
+namespace {
+
 std::vector<Command> rows() {
     return {
         {
@@ -174,4 +176,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(400, rows);
+
+}  // namespace
 }  // namespace kx::ctl::iwarp

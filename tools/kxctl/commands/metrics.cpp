@@ -295,8 +295,6 @@ ExitCode run(const Arguments& arguments, Output& output) {
     return collection.incomplete().report();
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -322,4 +320,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1200, rows);
+
+}  // namespace
 }  // namespace kx::ctl::metrics

@@ -72,8 +72,6 @@ ExitCode list(const Arguments&, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -93,4 +91,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(500, rows);
+
+}  // namespace
 }  // namespace kx::ctl::module

@@ -130,6 +130,8 @@ ExitCode set(const Arguments& arguments, Output& output) {
 
 std::span<const Setting> settings() { return kSettings; }
 
+namespace {
+
 std::vector<Command> set_rows() {
     return {
         {
@@ -150,4 +152,7 @@ std::vector<Command> set_rows() {
     };
 }
 
+const TablePart kSetRows(310, set_rows);
+
+}  // namespace
 }  // namespace kx::ctl::offload

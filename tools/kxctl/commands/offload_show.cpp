@@ -64,8 +64,6 @@ ExitCode show(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> show_rows() {
     return {
         {
@@ -83,4 +81,7 @@ std::vector<Command> show_rows() {
     };
 }
 
+const TablePart kShowRows(300, show_rows);
+
+}  // namespace
 }  // namespace kx::ctl::offload

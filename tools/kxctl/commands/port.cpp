@@ -38,8 +38,6 @@ ExitCode list(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -56,4 +54,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(200, rows);
+
+}  // namespace
 }  // namespace kx::ctl::port

@@ -90,8 +90,6 @@ ExitCode set(const Arguments& arguments, Output& output) {
     return report.tell_result(output, &after.settings, messages, Privilege::kNetworkAdmin);
 }
 
-}  // namespace
-
 std::vector<Command> set_rows() {
     return {
         {
@@ -113,4 +111,7 @@ std::vector<Command> set_rows() {
     };
 }
 
+const TablePart kSetRows(230, set_rows);
+
+}  // namespace
 }  // namespace kx::ctl::port

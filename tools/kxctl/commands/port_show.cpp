@@ -90,8 +90,6 @@ ExitCode show(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> show_rows() {
     return {
         {
@@ -109,4 +107,7 @@ std::vector<Command> show_rows() {
     };
 }
 
+const TablePart kShowRows(210, show_rows);
+
+}  // namespace
 }  // namespace kx::ctl::port

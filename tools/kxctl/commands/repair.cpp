@@ -165,8 +165,6 @@ ExitCode run(const Arguments& arguments, Output& output) {
     return code;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -184,4 +182,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1500, rows);
+
+}  // namespace
 }  // namespace kx::ctl::repair

@@ -136,8 +136,6 @@ ExitCode run(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -156,4 +154,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1300, rows);
+
+}  // namespace
 }  // namespace kx::ctl::host_report

@@ -246,8 +246,6 @@ ExitCode run(const Arguments& arguments, Output& output) {
     return verdict(restorer);
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -266,4 +264,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1400, rows);
+
+}  // namespace
 }  // namespace kx::ctl::restore

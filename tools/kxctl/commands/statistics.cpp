@@ -217,9 +217,7 @@ constexpr const char* kAboutCounters =
     "updated in place and shows a graph of the rates; with --json each reading is one line of "
     "JSON.";
 
-}  // namespace
-
-std::vector<Command> card::stats_rows() {
+std::vector<Command> card_stats_rows() {
     return {
         {
             .noun = "card",
@@ -233,7 +231,9 @@ std::vector<Command> card::stats_rows() {
     };
 }
 
-std::vector<Command> port::stats_rows() {
+const TablePart kCardStatsRows(110, card_stats_rows);
+
+std::vector<Command> port_stats_rows() {
     return {
         {
             .noun = "port",
@@ -247,4 +247,7 @@ std::vector<Command> port::stats_rows() {
     };
 }
 
+const TablePart kPortStatsRows(220, port_stats_rows);
+
+}  // namespace
 }  // namespace kx::ctl

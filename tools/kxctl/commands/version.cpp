@@ -54,8 +54,6 @@ ExitCode show(const Arguments&, Output& output) {
     return ExitCode::kDone;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -71,4 +69,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1600, rows);
+
+}  // namespace
 }  // namespace kx::ctl::version

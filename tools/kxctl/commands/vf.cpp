@@ -159,8 +159,6 @@ ExitCode detach(const Arguments& arguments, Output& output) {
 
 const Argument kFunction{.name = "VF", .help = "PCI location of the function, such as 04:01.2"};
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -203,4 +201,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(1000, rows);
+
+}  // namespace
 }  // namespace kx::ctl::vf

@@ -59,8 +59,6 @@ ExitCode shutdown(const Arguments& arguments, Output& output) {
     return operate(arguments, output, KX_VM_OP_SHUT_DOWN, "shut down");
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -122,4 +120,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(900, rows);
+
+}  // namespace
 }  // namespace kx::ctl::vm

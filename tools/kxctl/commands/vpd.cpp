@@ -141,8 +141,6 @@ ExitCode show(const Arguments& arguments, Output& output) {
     return content.sound() ? ExitCode::kDone : ExitCode::kPartly;
 }
 
-}  // namespace
-
 std::vector<Command> rows() {
     return {
         {
@@ -163,4 +161,7 @@ std::vector<Command> rows() {
     };
 }
 
+const TablePart kRows(700, rows);
+
+}  // namespace
 }  // namespace kx::ctl::vpd
