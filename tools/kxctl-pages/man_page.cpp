@@ -93,11 +93,11 @@ std::string arguments(const Command& command) {
 }
 
 std::string settings(const Command& command) {
-    if (command.settings.empty()) {
+    if (command.settings().empty()) {
         return "";
     }
     std::string out = "Settings:\n\n";
-    for (const Term& setting : command.settings) {
+    for (const Term& setting : command.settings()) {
         out += fmt::format("- {}: {}\n", bold(setting.word), plain(setting.meaning));
     }
     return out + "\n";

@@ -55,7 +55,7 @@ Place place_of(const Command& command) {
             place.repeats = argument.count == Count::kSeveral;
         }
     }
-    for (const Term& setting : command.settings) {
+    for (const Term& setting : command.settings()) {
         add_setting(place, setting);
     }
     add_global_options(place);

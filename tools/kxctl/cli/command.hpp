@@ -50,6 +50,10 @@ struct Term {
     std::vector<std::string> values = {};  // words for its values, such as "on"
 };
 
+// A list that is made when it is needed.
+using Terms = std::vector<Term>();
+inline std::vector<Term> no_terms() { return {}; }
+
 // The function of a command. It throws Failure when it fails.
 using Verb = ExitCode(const Arguments& arguments, Output& output);
 
@@ -61,7 +65,7 @@ struct Command {
     std::vector<Argument> arguments;
     std::vector<const char*> examples;  // two examples, each a whole command line
     Verb* run;
-    std::vector<Term> settings = {};  // the keys that KEY=VALUE accepts
+    Terms* settings = no_terms;  // the keys that KEY=VALUE accepts
 
     [[nodiscard]] std::string name() const;  // "card list"
 };

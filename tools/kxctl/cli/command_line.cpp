@@ -51,18 +51,18 @@ Arguments given(const CLI::App& app) {
     return arguments;
 }
 
-// The parser's tree: the program, its nouns, their verbs. Options of all commands belong to the
+// The parser's tree: the program, the nouns and verbs that the words may mean, and their arguments.
+// The whole table would take longer than loading the program. Options of all commands belong to the
 // program and may appear anywhere.
 class Tree {
 public:
-    Tree() {
-        root_.set_help_flag(kHelp);
+    explicit Tree(const std::vector<std::string>& words) : words_(words) {
         root_.require_subcommand(0, 1);
         root_.allow_extras();
         root_.prefix_command();  // nothing is parsed after an unknown word
         for (const Argument& option : global_options()) {
             if (std::string_view(option.name) != kHelp) {
-                register_argument(root_, option);
+                add_argument(root_, option);
             }
         }
         for (const Command& command : commands()) {
@@ -89,6 +89,15 @@ public:
     }
 
 private:
+    bool has_word(std::string_view word) const {
+        return std::ranges::find(words_, word) != words_.end();
+    }
+
+    bool has_options() const {
+        return std::ranges::any_of(
+            words_, [](std::string_view word) { return word.starts_with('-'); });
+    }
+
     static const CLI::App* chosen(const CLI::App& app) {
         const std::vector<CLI::App*> parsed = app.get_subcommands();
         return parsed.empty() ? nullptr : parsed.front();
@@ -98,7 +107,6 @@ private:
         CLI::App& app = *parent.add_subcommand(word);
         app.fallthrough();
         app.require_subcommand(0, 1);
-        app.set_help_flag(kHelp);
         return app;
     }
 
@@ -110,15 +118,30 @@ private:
         return *app;
     }
 
-    void add(const Command& command) {
-        CLI::App& noun = noun_app(command.noun);
-        CLI::App& leaf = *command.verb == '\0' ? noun : add_word(noun, command.verb);
-        leaves_.emplace(&leaf, &command);
-        for (const Argument& argument : command.arguments) {
-            register_argument(leaf, argument);
+    void add_argument(CLI::App& app, const Argument& argument) const {
+        if (!argument.is_option() || has_options_) {
+            register_argument(app, argument);
         }
     }
 
+    void add(const Command& command) {
+        if (!has_word(command.noun)) {
+            return;
+        }
+        CLI::App& noun = noun_app(command.noun);
+        const bool has_verb = *command.verb != '\0';
+        if (has_verb && !has_word(command.verb)) {
+            return;
+        }
+        CLI::App& leaf = has_verb ? add_word(noun, command.verb) : noun;
+        leaves_.emplace(&leaf, &command);
+        for (const Argument& argument : command.arguments) {
+            add_argument(leaf, argument);
+        }
+    }
+
+    const std::vector<std::string>& words_;
+    const bool has_options_ = has_options();
     CLI::App root_;
     std::map<std::string, CLI::App*> nouns_;
     std::map<const CLI::App*, const Command*> leaves_;
@@ -167,7 +190,7 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
 }  // namespace
 
 Invocation parse(const std::vector<std::string>& words) {
-    static Tree tree;  // forgets the previous words when it gets new ones
+    Tree tree(words);
     std::string complaint;
     Action action = Action::kRun;
     try {

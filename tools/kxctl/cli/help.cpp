@@ -185,7 +185,7 @@ std::string noun_help(const std::string& noun) {
 
 std::string setting_section(const Command& command) {
     std::vector<Entry> entries;
-    for (const Term& setting : command.settings) {
+    for (const Term& setting : command.settings()) {
         entries.push_back({setting.word, setting.meaning});
     }
     return section("Settings", entries);
@@ -227,7 +227,7 @@ Json to_json(std::span<const Argument> arguments) {
 
 Json to_json(const Command& command) {
     Json settings = Json::array();
-    for (const Term& setting : command.settings) {
+    for (const Term& setting : command.settings()) {
         settings.push_back({{"key", setting.word}, {"help", setting.meaning}});
     }
     return {
