@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "kxsim/preloadable.hpp"
+#include "process/preloadable.hpp"
 
 namespace kxsim {
 namespace {
@@ -30,16 +30,12 @@ constexpr int kNotFound = 127;
 }  // namespace
 
 void start(const std::vector<std::string>& command) {
-    const std::string reason = why_not_preloadable(command.front());
-    if (!reason.empty()) {
-        give_up(
-            command.front().c_str(),
-            "cannot be run on a simulated host, it would run on the real machine: " + reason,
-            kCannotBeRun);
-    }
     // Set-user-id programs run with the rights of the caller. Otherwise the loader would not put
     // the library into them.
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    if (process::would_leave_host(command.front().c_str(), process::Search::kPath)) {
+        ::_exit(kCannotBeRun);
+    }
     std::vector<char*> arguments = {const_cast<char*>("kxsim"), const_cast<char*>(kStartStep)};
     for (const std::string& word : command) {
         arguments.push_back(const_cast<char*>(word.c_str()));

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <span>
 
+#include "process/environment.hpp"
 #include "process/next.hpp"
 
 namespace kxsim::process {
@@ -20,17 +21,6 @@ enum class Phase { kUnknown, kSearching, kReal, kSimulated };
 
 constinit Host the_host{};
 constinit std::atomic<Phase> phase = Phase::kUnknown;
-
-// getenv without its lock and its need for an initialised C library.
-const char* session_in_environment() {
-    const std::size_t length = sizeof state::kRootVariable - 1;
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        if (std::strncmp(*entry, state::kRootVariable, length) == 0 && (*entry)[length] == '=') {
-            return *entry + length + 1;
-        }
-    }
-    return nullptr;
-}
 
 bool join(char (&path)[PATH_MAX], const char* directory, const char* file) {
     const int length = std::snprintf(path, sizeof path, "%s%s", directory, file);
@@ -115,7 +105,7 @@ void find_host() {
         phase = Phase::kUnknown;  // the C library is not initialised yet
         return;
     }
-    const char* const root = session_in_environment();
+    const char* const root = value_in(environ, state::kRootVariable);
     if (root == nullptr || *root == '\0') {
         phase = Phase::kReal;
         return;
@@ -126,6 +116,9 @@ void find_host() {
     }
     phase = Phase::kSimulated;
 }
+
+// Before the program can clear its environment.
+__attribute__((constructor)) void find_host_early() { static_cast<void>(host()); }
 
 }  // namespace
 

@@ -15,13 +15,15 @@
 #include <string>
 #include <thread>
 
-#include "support/scratch_directory.hpp"
-#include "support/shell.hpp"
+#include "kxsim/program.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 
+using test::kxsim;
+using test::on_lab;
+using test::Outcome;
 using test::shell;
 using testing::AllOf;
 using testing::EndsWith;
@@ -29,24 +31,9 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-// The program lies one directory above the tests.
-std::string kxsim() {
-    return (fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "kxsim").string();
-}
-
 std::string library() { return fs::path(kxsim()).parent_path() / "libkxsim.so"; }
 
-struct Outcome {
-    int code;
-    std::string output;  // standard output and standard error
-};
-
-Outcome run(const std::string& arguments) {
-    const auto [status, output] = shell(kxsim() + " " + arguments + " 2>&1");
-    return {WEXITSTATUS(status), output};
-}
-
-Outcome on_lab(const std::string& script) { return run("run -- sh -c '" + script + "'"); }
+Outcome run(const std::string& arguments) { return kxsim(arguments); }
 
 // --- Running ---
 
@@ -79,7 +66,7 @@ TEST(Program, ArgumentsOfTheCommandAreLeftAlone) {
 
 // In the sanitized build that program is sanitized too.
 TEST(Program, CallsMadeBeforeConstructorsRanWork) {
-    const std::string program = fs::read_symlink("/proc/self/exe").parent_path() / "early_caller";
+    const std::string program = test::test_directory() / "early_caller";
     EXPECT_THAT(run("run -- " + program).output, StartsWith("worked early\nzfab4 "));
     const std::string preload =
         "LD_PRELOAD=" + library() + " ASAN_OPTIONS=verify_asan_link_order=0 ";
@@ -190,10 +177,8 @@ TEST(Program, RunsNothingWhenItsLibraryCannotBeLoaded) {
 
 TEST(Program, RunsNoStaticProgram) {
     const test::ScratchDirectory scratch;
-    const std::string source = scratch.write(
-        "static.c", "#include <stdio.h>\nint main(void) { return puts(\"ran\") < 0; }\n");
-    const std::string program = scratch / "static";
-    if (shell("cc -static -o " + program + " " + source + " 2>&1").status != 0) {
+    const std::string program = test::static_program(scratch);
+    if (program.empty()) {
         GTEST_SKIP() << "no static program can be built here";
     }
     const std::string script = scratch.write("script", "#! " + program + " -x\n");

@@ -34,7 +34,8 @@ const Names kOfInterest = words(
     "__openat_2 __pread64_chk __pread_chk __read_chk __readlink_chk __readlinkat_chk "
     "__realpath_chk __xstat __xstat64 access acct calloc canonicalize_file_name chdir chmod chown "
     "chroot closedir creat creat64 dlopen eaccess euidaccess execl execle execlp execv execve "
-    "execvp execvpe faccessat fchmod fchmodat fchown fchownat fclose fdatasync fdopendir fflush "
+    "execveat execvp execvpe faccessat fchmod fchmodat fchown fchownat fclose fdatasync fdopendir "
+    "fexecve fflush "
     "fopen fopen64 fork freopen freopen64 fstatat fstatat64 fsync ftruncate ftruncate64 "
     "fts64_open fts_open ftw ftw64 futimesat get_current_dir_name getcwd getifaddrs getwd "
     "getxattr glob glob64 inotify_add_watch ioctl lchown lgetxattr link linkat listxattr "
@@ -49,9 +50,8 @@ const Names kOfInterest = words(
 
 // The functions that stay those of the C library, with the reason.
 const Names kLeftAlone = words(
-    // Programs and their libraries are the real machine's; children inherit the host.
-    "dlopen execl execle execlp execv execve execvp execvpe fork vfork popen posix_spawn "
-    "posix_spawnp system "
+    // Libraries are the real machine's; children inherit the host.
+    "dlopen fork vfork "
     // Temporary files are the real machine's.
     "mkdtemp mkostemp mkstemp mkstemp64 "
     // Nothing of these kinds is simulated: pipes and devices, mounts, labels, attributes.
