@@ -43,7 +43,8 @@ Change parse_change(std::span<const Setting> settings, const std::string& word) 
     if (equals == word.npos) {
         throw Failure(ExitCode::kUsage, fmt::format("{} is not of the form key=value", word));
     }
-    const Setting& setting = find(settings, word.substr(0, equals));
+    const std::string key = word.substr(0, equals);
+    const Setting& setting = find(settings, key);
     const std::string text = word.substr(equals + 1);
     const auto value = setting.parse(text);
     if (!value || !setting.holds(*value)) {
