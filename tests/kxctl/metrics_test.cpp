@@ -14,6 +14,7 @@
 #include "kxctl/on_host.hpp"
 #include "output/metric.hpp"
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -39,13 +40,6 @@ TEST(Exposition, LeavesMetricsWithoutASampleOut) {
 
 class Metrics : public testing::Test {
 protected:
-    Metrics() {
-        std::string path = fs::temp_directory_path() / "kxctl-metrics-XXXXXX";
-        directory_ = mkdtemp(path.data());
-        file_ = directory_ / "kxlinhw.prom";
-    }
-    ~Metrics() override { fs::remove_all(directory_); }
-
     static std::string text_on(const char* scenario, std::vector<std::string> words = {}) {
         words.insert(words.begin(), {std::string("--sim=") + scenario, "metrics"});
         const test::Result result = test::run(words);
@@ -66,8 +60,8 @@ protected:
 
     std::string content() const { return test::file_text(file_); }
 
-    fs::path directory_;
-    fs::path file_;
+    const test::ScratchDirectory directory_;
+    const fs::path file_ = directory_ / "kxlinhw.prom";
 };
 
 TEST_F(Metrics, TellStateAndUsefulCounters) {
@@ -200,7 +194,8 @@ TEST_F(Metrics, ReplaceTheirFileAsAWhole) {
     struct stat status {};
     ASSERT_EQ(stat(file_.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0644U);
-    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 1) << "nothing left behind";
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_.path()), {}), 1)
+        << "nothing left behind";
 }
 
 TEST_F(Metrics, KeepTheirFileWhenTheNewOneCannotBeMade) {
@@ -209,7 +204,8 @@ TEST_F(Metrics, KeepTheirFileWhenTheNewOneCannotBeMade) {
     const test::Result taken = test::run_on(host, {"metrics", "--output", file_});
     EXPECT_EQ(taken.exit, 1);
     EXPECT_THAT(taken.err, HasSubstr(file_.string()));
-    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), {}), 1) << "nothing left behind";
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_.path()), {}), 1)
+        << "nothing left behind";
     EXPECT_EQ(test::run_on(host, {"metrics", "--output", file_ / "no" / "x.prom"}).exit, 3);
 }
 

@@ -8,9 +8,9 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 
 #include "kxctl/on_host.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace {
 
@@ -167,16 +167,8 @@ protected:
         if (test::run({"--bounding-set=-all", "--inh-caps=-all", "true"}, setup).exit != 0) {
             GTEST_SKIP() << "setpriv cannot give up privileges here";
         }
-        std::string path = std::filesystem::temp_directory_path() / "kxctl-refused-XXXXXX";
-        directory_ = mkdtemp(path.data());
-        chmod(directory_.c_str(), 0755);
-        file_ = directory_ + "/saved.conf";
-        std::ofstream(file_) << "eth2.mtu = 1500\n";
-    }
-    void TearDown() override {
-        if (!directory_.empty()) {
-            std::filesystem::remove_all(directory_);
-        }
+        chmod(directory_.path().c_str(), 0755);
+        directory_.write("saved.conf", "eth2.mtu = 1500\n");
     }
 
     test::Result restore_with(std::vector<std::string> options) const {
@@ -186,8 +178,8 @@ protected:
         return test::run(options, setup);
     }
 
-    std::string directory_;
-    std::string file_;
+    const test::ScratchDirectory directory_;
+    const std::string file_ = directory_ / "saved.conf";
 };
 
 TEST_F(RefusedHere, FileOfRootsIsToldAsAMatterOfTheUser) {

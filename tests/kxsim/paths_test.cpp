@@ -19,6 +19,8 @@
 #include <kxsim/host.hpp>
 #include <string>
 
+#include "support/scratch_directory.hpp"
+
 // What programs built against an older C library call; headers no longer declare them.
 extern "C" {
 int __xstat(int version, const char* path, struct stat* status);
@@ -242,13 +244,10 @@ TEST_F(Paths, LinksAreMadeOnTheHost) {
 class LinksOut : public Paths {
 protected:
     void SetUp() override {
-        char name[] = "/tmp/kxsim-links-XXXXXX";
-        outside_ = ::mkdtemp(name);
-        std::ofstream(outside_ + "/file") << "precious";
+        directory_.write("file", "precious");
         host_.link("/etc/kestrix-plexo/absolute", outside_);
         host_.link("/etc/kestrix-plexo/climbing", "../../../../../../../../../.." + outside_);
     }
-    void TearDown() override { std::filesystem::remove_all(outside_); }
 
     std::string text() const {
         kxsim_pause();
@@ -260,7 +259,8 @@ protected:
 
     static constexpr const char* kWays[] = {
         "/etc/kestrix-plexo/absolute", "/etc/kestrix-plexo/climbing"};
-    std::string outside_;
+    const test::ScratchDirectory directory_;
+    const std::string outside_ = directory_.path();
 };
 
 TEST_F(LinksOut, NeverLeadTheBuilderOutOfTheHost) {
@@ -423,13 +423,10 @@ TEST_F(Paths, WhatIsMadeBesideSimulatedFilesStaysOffTheRealMachine) {
 }
 
 TEST_F(Paths, FilesElsewhereAreTheRealMachines) {
-    char path[] = "/tmp/kxsim-paths-XXXXXX";
-    const int file = mkstemp(path);
-    ASSERT_GE(file, 0);
-    ASSERT_EQ(write(file, "real", 4), 4);
-    close(file);
+    const test::ScratchDirectory directory;
+    const std::string path = directory.write("file", "real");
     EXPECT_EQ(content_of(path), "real");
-    EXPECT_EQ(unlink(path), 0);
+    EXPECT_EQ(unlink(path.c_str()), 0);
     EXPECT_EQ(content_of(path), "cannot be opened");
 }
 

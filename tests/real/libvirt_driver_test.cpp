@@ -2,6 +2,7 @@
 // process of its own, sees the domains as they were at the start.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/export.h>
 #include <kxlinhw/vmutils.h>
 #include <libvirt/libvirt.h>
 
@@ -11,17 +12,18 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "support/output.hpp"
+#include "support/scratch_directory.hpp"
 #include "support/shell.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The class leaves handles and texts of libvirt allocated; other tests distinguish them from leaks.
-extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
-    return "detect_leaks=0";
-}
+extern "C" KX_EXPORT const char* __asan_default_options() { return "detect_leaks=0"; }
 #endif
 
 namespace {
@@ -95,24 +97,21 @@ protected:
             why_not_ = "virsh (libvirt-clients) is not installed";
             return;
         }
-        previous_ = fs::current_path();
-        char name[] = "/tmp/kx-test-driver-XXXXXX";
-        directory_ = mkdtemp(name);
-        fs::current_path(directory_);
-        std::ofstream("node.xml") << kNode;
+        directory_.emplace();
+        working_directory_.emplace(directory_->path());
+        const std::string node = directory_->write("node.xml", kNode);
         // The adapters: functions on bus 3.
-        std::ofstream("lspci") << "#!/bin/sh\necho '0000:03:00.0 Ethernet: Kestrix adapter'\n";
+        directory_->write("lspci", "#!/bin/sh\necho '0000:03:00.0 Ethernet: Kestrix adapter'\n");
         fs::permissions("lspci", fs::perms::owner_all);
-        setenv("PATH", (directory_.string() + ":" + std::getenv("PATH")).c_str(), 1);
-        setenv("LIBVIRT_DEFAULT_URI", ("test://" + (directory_ / "node.xml").string()).c_str(), 1);
+        const std::string path = directory_->path().string() + ":" + std::getenv("PATH");
+        setenv("PATH", path.c_str(), 1);
+        setenv("LIBVIRT_DEFAULT_URI", ("test://" + node).c_str(), 1);
         vm_ = new VMUtils;
     }
     static void TearDownTestSuite() {
         delete vm_;
-        if (!directory_.empty()) {
-            fs::current_path(previous_);
-            fs::remove_all(directory_);
-        }
+        working_directory_.reset();
+        directory_.reset();
     }
     void SetUp() override {
         if (!why_not_.empty()) {
@@ -147,12 +146,12 @@ protected:
         return vm_->VMStateOperation(uuid.data(), operation, time.data());
     }
     static std::string vfs_of_running_one() {
-        testing::internal::CaptureStdout();
         _VF* vfs = nullptr;
         std::string uuid = uuid_text("01");
-        EXPECT_EQ(vm_->listVFsForVM(uuid.data(), &vfs), 0);
+        const std::string output =
+            test::printed([&] { EXPECT_EQ(vm_->listVFsForVM(uuid.data(), &vfs), 0); });
         std::free(vfs);
-        return testing::internal::GetCapturedStdout();
+        return output;
     }
     static int id_of(const std::string& name) {
         for (const Domain& entry : list()) {
@@ -173,8 +172,8 @@ protected:
 
     static inline VMUtils* vm_ = nullptr;
     static inline std::string why_not_;
-    static inline fs::path directory_;
-    static inline fs::path previous_;
+    static inline std::optional<test::ScratchDirectory> directory_;
+    static inline std::optional<test::WorkingDirectory> working_directory_;
 };
 
 std::ostream& operator<<(std::ostream& out, const Domain& domain) {

@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "support/file_text.hpp"
+#include "support/scratch_directory.hpp"
 #include "support/shell.hpp"
 
 namespace test {
@@ -60,8 +61,6 @@ public:
     }
 
     PrivateLibvirtd() {
-        char name[] = "/tmp/kx-libvirtd-XXXXXX";
-        directory_ = mkdtemp(name);
         write_guest();
         start();
         setenv("LIBVIRT_DEFAULT_URI", uri().c_str(), 1);
@@ -78,7 +77,6 @@ public:
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
         wait_until([this] { return processes() == 0; });
-        std::filesystem::remove_all(directory_);
     }
     PrivateLibvirtd(const PrivateLibvirtd&) = delete;
     PrivateLibvirtd& operator=(const PrivateLibvirtd&) = delete;
@@ -89,9 +87,9 @@ public:
         return file_text(directory_ / "start.log") + file_text(directory_ / "libvirtd.log");
     }
     [[nodiscard]] pid_t pid() const { return pid_; }
-    [[nodiscard]] const std::filesystem::path& directory() const { return directory_; }
+    [[nodiscard]] const std::filesystem::path& directory() const { return directory_.path(); }
     [[nodiscard]] std::string uri() const {
-        return "qemu:///system?socket=" + (directory_ / "libvirt-sock").string();
+        return "qemu:///system?socket=" + directory_ / "libvirt-sock";
     }
 
     // Names its process namespace for as long as a process is in it.
@@ -186,14 +184,14 @@ private:
             if (getppid() == parent) {
                 execlp(
                     "unshare", "unshare", "--mount", "--net", "--pid", "--fork", "--mount-proc",
-                    "--kill-child=KILL", "bash", script.c_str(), directory_.c_str(), kBridge,
+                    "--kill-child=KILL", "bash", script.c_str(), directory_.path().c_str(), kBridge,
                     static_cast<char*>(nullptr));
             }
             _exit(127);
         }
     }
 
-    std::filesystem::path directory_;
+    ScratchDirectory directory_;
     pid_t pid_ = -1;
     bool answers_ = false;
     std::string namespace_;

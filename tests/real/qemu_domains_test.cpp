@@ -1,6 +1,7 @@
 // The library on a private libvirtd with emulated guests, compared with virsh.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/export.h>
 #include <kxlinhw/vmutils.h>
 
 #include <algorithm>
@@ -13,12 +14,11 @@
 #include <vector>
 
 #include "real/private_libvirtd.hpp"
+#include "support/output.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The class leaves handles and texts of libvirt allocated; other tests distinguish them from leaks.
-extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
-    return "detect_leaks=0";
-}
+extern "C" KX_EXPORT const char* __asan_default_options() { return "detect_leaks=0"; }
 #endif
 
 namespace {
@@ -291,9 +291,9 @@ TEST_F(QemuDomains, ListTheirVfsFromWhatLibvirtWrites) {
     setenv("PATH", (libvirtd_->directory().string() + ":" + path).c_str(), 1);
     _VF* vfs = nullptr;
     std::string uuid = kUuidDigits;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(vm_->listVFsForVM(uuid.data(), &vfs), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("The number of VFS 1\n 3:1.2\n"));
+    const std::string output =
+        test::printed([&] { EXPECT_EQ(vm_->listVFsForVM(uuid.data(), &vfs), 0); });
+    EXPECT_THAT(output, HasSubstr("The number of VFS 1\n 3:1.2\n"));
     setenv("PATH", path.c_str(), 1);
     EXPECT_EQ(vfs[0].bus, 3);
     EXPECT_EQ(vfs[0].function, 2);

@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <ifaddrs.h>
+#include <kxlinhw/export.h>
 #include <kxlinhw/inventory.h>
 #include <kxlinhw/status.h>
 
@@ -17,11 +18,11 @@ ifaddrs* list = nullptr;
 }  // namespace
 
 // A host without any address, or with the test's, or one that gives no list.
-extern "C" int getifaddrs(ifaddrs** first) noexcept {
+extern "C" KX_EXPORT int getifaddrs(ifaddrs** first) noexcept {
     *first = list;
     return answer;
 }
-extern "C" void freeifaddrs(ifaddrs*) noexcept {}
+extern "C" KX_EXPORT void freeifaddrs(ifaddrs*) noexcept {}
 
 namespace {
 

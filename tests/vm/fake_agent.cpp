@@ -1,4 +1,5 @@
 // The agent's services, which write to the journal.
+#include <kxlinhw/export.h>
 #include <kxlinhw/host.h>
 
 #include <csignal>
@@ -36,7 +37,7 @@ ModName KxLogger::MapSVCToModName(int service) {
     return static_cast<ModName>(service);
 }
 
-extern "C" int system(const char* command) {
+extern "C" KX_EXPORT int system(const char* command) {
     test::host().journal.push_back(std::string("system ") + command);
     struct sigaction action {};
     sigaction(SIGCHLD, nullptr, &action);

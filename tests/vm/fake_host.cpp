@@ -1,6 +1,7 @@
 #include "vm/fake_host.hpp"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,10 +82,7 @@ Uuid numbered_uuid(int k) {
     return uuid;
 }
 
-VmTest::VmTest() : previous_directory_(std::filesystem::current_path()) {
-    char name[] = "/tmp/kxlinhw-vm-XXXXXX";
-    directory_ = mkdtemp(name);
-    std::filesystem::current_path(directory_);
+VmTest::VmTest() {
     host() = FakeHost();
     VMUtils::getConnection();
     vm();
@@ -101,8 +99,6 @@ VmTest::~VmTest() {
         }
     }
     host() = FakeHost();
-    std::filesystem::current_path(previous_directory_);
-    std::filesystem::remove_all(directory_);
 }
 
 VMUtils& VmTest::vm() {
@@ -119,8 +115,9 @@ void VmTest::write_domain_file(const std::string& content) {
 }
 
 std::string in_fresh_process(const std::function<void()>& body, bool leave_unflushed) {
-    char name[] = "/tmp/kxlinhw-vm-out-XXXXXX";
-    const int output = mkstemp(name);
+    const ScratchDirectory directory;
+    const std::string name = directory.write("output", "");
+    const int output = open(name.c_str(), O_WRONLY);
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
@@ -135,7 +132,6 @@ std::string in_fresh_process(const std::function<void()>& body, bool leave_unflu
     waitpid(child, &status, 0);
     close(output);
     std::string content = file_text(name);
-    unlink(name);
     EXPECT_EQ(status, 0) << content;
     return content;
 }

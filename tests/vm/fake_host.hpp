@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/output.hpp"
+#include "support/scratch_directory.hpp"
 
 namespace test {
 
@@ -96,8 +97,8 @@ protected:
     static void write_domain_file(const std::string& content);
 
 private:
-    std::string previous_directory_;
-    std::string directory_;
+    ScratchDirectory directory_;
+    WorkingDirectory working_directory_{directory_.path()};
 };
 
 // Run a body in a child process that has never opened the connection; its failures are ours.
