@@ -8,6 +8,7 @@
 #include "host/host_state.hpp"
 #include "host/interface_text.hpp"
 #include "host/pci_function.hpp"
+#include "state/requests.hpp"
 
 namespace kxsim {
 namespace {
@@ -80,6 +81,18 @@ void write_directory(Tree& tree, const std::string& name, const state::Interface
     }
 }
 
+void set_refusal(state::Interface& record, const state::Refusal& refusal) {
+    std::uint32_t place = 0;
+    while (place < record.refusal_count && record.refusals[place].command != refusal.command) {
+        ++place;
+    }
+    if (place == state::kMostRefusals) {
+        throw std::invalid_argument("too many refusals of one interface");
+    }
+    record.refusals[place] = refusal;
+    record.refusal_count = std::max(record.refusal_count, place + 1);
+}
+
 }  // namespace
 
 state::Interface& interface_record(state::Network& network, std::string_view interface_name) {
@@ -136,16 +149,17 @@ unsigned Host::mtu(std::string_view interface_name) const {
 }
 
 void Host::refuse(std::string_view interface_name, std::uint32_t command, int error) {
-    state::Interface& record = interface_record(*state_->network, interface_name);
-    std::uint32_t place = 0;
-    while (place < record.refusal_count && record.refusals[place].command != command) {
-        ++place;
+    set_refusal(interface_record(*state_->network, interface_name), {command, error});
+}
+
+void Host::ignore(std::string_view interface_name, std::uint32_t command) {
+    const state::Request* const request = state::find_request(command);
+    if (request == nullptr || !state::may_be_ignored(*request)) {
+        throw std::invalid_argument(
+            "request is \"" + std::string(request == nullptr ? "" : request->name) +
+            "\", expected one that changes something");
     }
-    if (place == state::kMostRefusals) {
-        throw std::invalid_argument("too many refusals of one interface");
-    }
-    record.refusals[place] = {command, error};
-    record.refusal_count = std::max(record.refusal_count, place + 1);
+    set_refusal(interface_record(*state_->network, interface_name), {command, state::kIgnored});
 }
 
 }  // namespace kxsim

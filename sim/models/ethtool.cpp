@@ -20,6 +20,8 @@ using state::Counter;
 using state::Interface;
 using state::Network;
 
+constexpr __s8 kMaskWords = 3;  // of a mask of link modes, as in kernels of today
+
 // A command of one interface, with the caller's record.
 struct Request {
     Network& network;
@@ -118,6 +120,78 @@ int set_link_settings(const Request& request) {
     return 0;
 }
 
+// What follows the record that has room for every link mode. The modes of the older record are the
+// first word of each mask.
+struct ModeMasks {
+    std::uint32_t supported[kMaskWords];
+    std::uint32_t advertising[kMaskWords];
+    std::uint32_t lp_advertising[kMaskWords];
+};
+
+// A caller first asks without words for the masks, and learns their number as a negative one.
+int get_link_modes(const Request& request) {
+    const bool knows_words =
+        request.asked<ethtool_link_settings>().link_mode_masks_nwords == kMaskWords;
+    ethtool_link_settings head{};
+    if (!knows_words) {
+        head.link_mode_masks_nwords = -kMaskWords;
+        request.answer(head);
+        return 0;
+    }
+    const ethtool_cmd& link = request.interface.nic.link_settings;
+    head.link_mode_masks_nwords = kMaskWords;
+    head.speed = ethtool_cmd_speed(&link);
+    head.duplex = link.duplex;
+    head.port = link.port;
+    head.phy_address = link.phy_address;
+    head.autoneg = link.autoneg;
+    head.mdio_support = link.mdio_support;
+    head.eth_tp_mdix = link.eth_tp_mdix;
+    head.eth_tp_mdix_ctrl = link.eth_tp_mdix_ctrl;
+    head.transceiver = link.transceiver;
+    request.answer(head);
+    ModeMasks masks{};
+    masks.supported[0] = link.supported;
+    masks.advertising[0] = link.advertising;
+    masks.lp_advertising[0] = link.lp_advertising;
+    std::memcpy(request.behind(sizeof head), &masks, sizeof masks);
+    return 0;
+}
+
+int set_link_modes(const Request& request) {
+    const auto head = request.asked<ethtool_link_settings>();
+    if (head.link_mode_masks_nwords != kMaskWords) {
+        return EINVAL;
+    }
+    ModeMasks masks;
+    std::memcpy(&masks, request.behind(sizeof head), sizeof masks);
+    ethtool_cmd& link = request.interface.nic.link_settings;
+    ethtool_cmd_speed_set(&link, head.speed);
+    link.duplex = head.duplex;
+    link.port = head.port;
+    link.phy_address = head.phy_address;
+    link.autoneg = head.autoneg;
+    link.eth_tp_mdix_ctrl = head.eth_tp_mdix_ctrl;
+    link.advertising = masks.advertising[0];
+    return 0;
+}
+
+// A driver takes only multiples of some number: sizes are rounded up, times down.
+std::uint32_t rounded_up(std::uint32_t size, std::uint32_t multiple, std::uint32_t most) {
+    const std::uint32_t rest = size % multiple;
+    const std::uint32_t missing = rest == 0 ? 0 : multiple - rest;
+    return missing > most - size ? most : size + missing;
+}
+
+int set_coalescing(const Request& request) {
+    auto wanted = request.asked<ethtool_coalesce>();
+    const std::uint32_t multiple = request.interface.nic.usecs_multiple;
+    wanted.rx_coalesce_usecs -= wanted.rx_coalesce_usecs % multiple;
+    wanted.tx_coalesce_usecs -= wanted.tx_coalesce_usecs % multiple;
+    request.interface.nic.coalescing = wanted;
+    return 0;
+}
+
 int set_rings(const Request& request) {
     auto wanted = request.asked<ethtool_ringparam>();
     ethtool_ringparam& rings = request.interface.nic.rings;
@@ -131,6 +205,13 @@ int set_rings(const Request& request) {
     wanted.rx_mini_max_pending = rings.rx_mini_max_pending;
     wanted.rx_jumbo_max_pending = rings.rx_jumbo_max_pending;
     wanted.tx_max_pending = rings.tx_max_pending;
+    const std::uint32_t multiple = request.interface.nic.ring_multiple;
+    wanted.rx_pending = rounded_up(wanted.rx_pending, multiple, rings.rx_max_pending);
+    wanted.rx_mini_pending =
+        rounded_up(wanted.rx_mini_pending, multiple, rings.rx_mini_max_pending);
+    wanted.rx_jumbo_pending =
+        rounded_up(wanted.rx_jumbo_pending, multiple, rings.rx_jumbo_max_pending);
+    wanted.tx_pending = rounded_up(wanted.tx_pending, multiple, rings.tx_max_pending);
     rings = wanted;
     return 0;
 }
@@ -187,6 +268,8 @@ using Settings = NicSettings;
 constexpr Command kCommands[] = {
     {ETHTOOL_GSET, get<&Settings::link_settings>},
     {ETHTOOL_SSET, set_link_settings},
+    {ETHTOOL_GLINKSETTINGS, get_link_modes},
+    {ETHTOOL_SLINKSETTINGS, set_link_modes},
     {ETHTOOL_GDRVINFO, get_driver_info},
     {ETHTOOL_GWOL, get<&Settings::wake_on_lan>},
     {ETHTOOL_GMSGLVL, get_number<&Settings::message_level>},
@@ -194,7 +277,7 @@ constexpr Command kCommands[] = {
     {ETHTOOL_NWAY_RST, negotiate_again},
     {ETHTOOL_GLINK, get_link},
     {ETHTOOL_GCOALESCE, get<&Settings::coalescing>},
-    {ETHTOOL_SCOALESCE, set<&Settings::coalescing>},
+    {ETHTOOL_SCOALESCE, set_coalescing},
     {ETHTOOL_GRINGPARAM, get<&Settings::rings>},
     {ETHTOOL_SRINGPARAM, set_rings},
     {ETHTOOL_GPAUSEPARAM, get<&Settings::pause>},

@@ -1,7 +1,8 @@
-// Trigger: an ioctl whose data is an interface request (SIOCETHTOOL, SIOCSIFMTU, SIOCDEVPRIVATE and
-// a few more). Effect: the interface's record in the session's network file is read or changed, so
-// the setting is there for every process of the session. What can be made to fail: each request of
-// each interface, by a refusal that carries an errno; the ioctl as such, by a fault rule.
+// Trigger: an ioctl whose data is an interface request (SIOCETHTOOL, SIOCSIFMTU, SIOCGIFMTU and
+// more). Effect: the interface's record in the session's network file is read or changed, so the
+// setting is there for every process of the session. What can be made to fail: each request of
+// each interface, by a refusal that carries an errno; the ioctl as such, by a fault rule. A driver
+// can also be made to accept a request and ignore it.
 #include "models/nic.hpp"
 
 #include <linux/sockios.h>
@@ -11,12 +12,17 @@
 #include <cstring>
 
 #include "models/ethtool.hpp"
+#include "models/interface_requests.hpp"
 #include "process/tree_file.hpp"
 
 namespace kxsim::models {
 namespace {
 
 using state::Interface;
+
+// Of <linux/wireless.h>, which cannot be included beside <net/if.h>.
+constexpr unsigned long kFirstWireless = 0x8B00;
+constexpr unsigned long kLastWireless = 0x8BFF;
 
 // The kernel shows an interface's MTU in its directory too.
 void show_mtu(const process::Host& host, const char* name, const Interface& interface) {
@@ -36,10 +42,21 @@ int set_mtu(const process::Host& host, Interface& interface, const char* name, i
     return 0;
 }
 
+// The kernel asks the driver the same for both requests for the link's settings, and so for both
+// that change them.
+std::uint32_t driver_command(std::uint32_t command) {
+    return command == ETHTOOL_GLINKSETTINGS   ? std::uint32_t{ETHTOOL_GSET}
+           : command == ETHTOOL_SLINKSETTINGS ? std::uint32_t{ETHTOOL_SSET}
+                                              : command;
+}
+
+// The error of a refused request, kIgnored for one that the driver ignores, otherwise 0.
 int refusal(const Interface& interface, std::uint32_t command) {
     for (std::uint32_t i = 0; i < interface.refusal_count; ++i) {
-        if (interface.refusals[i].command == command) {
-            return interface.refusals[i].error;
+        const state::Refusal& refusal = interface.refusals[i];
+        if (refusal.error != 0 &&
+            (refusal.command == command || refusal.command == driver_command(command))) {
+            return refusal.error;
         }
     }
     return 0;
@@ -48,7 +65,16 @@ int refusal(const Interface& interface, std::uint32_t command) {
 }  // namespace
 
 bool is_interface_request(unsigned long request) {
-    return request == SIOCETHTOOL || request == SIOCSIFMTU || request == SIOCDEVPRIVATE;
+    constexpr unsigned long kBlock = 16;
+    const bool of_protocol = SIOCPROTOPRIVATE <= request && request < SIOCPROTOPRIVATE + kBlock;
+    const bool of_device = SIOCGIFNAME <= request && request < SIOCDEVPRIVATE + kBlock;
+    const bool wireless = kFirstWireless <= request && request <= kLastWireless;
+    return (of_device && !of_protocol) || wireless || request == SIOCADDRT || request == SIOCDELRT;
+}
+
+bool names_interface(unsigned long request) {
+    return request == SIOCETHTOOL || request == SIOCSIFMTU || request == SIOCDEVPRIVATE ||
+           reads_interface(static_cast<std::uint32_t>(request));
 }
 
 std::uint32_t command_of(unsigned long request, const ifreq& asked) {
@@ -69,7 +95,7 @@ int answer(process::Host& host, unsigned long request, ifreq& asked) {
     }
     const std::uint32_t command = command_of(request, asked);
     if (const int error = refusal(*interface, command); error != 0) {
-        return error;
+        return error == state::kIgnored ? 0 : error;
     }
     switch (request) {
         case SIOCETHTOOL:
@@ -78,8 +104,10 @@ int answer(process::Host& host, unsigned long request, ifreq& asked) {
                        : run_ethtool(*host.network, *interface, command, asked.ifr_data);
         case SIOCSIFMTU:
             return set_mtu(host, *interface, name, asked.ifr_mtu);
-        default:
+        case SIOCDEVPRIVATE:
             return 0;  // the driver's private requests change nothing that the host shows
+        default:
+            return read_interface(*interface, command, asked);
     }
 }
 

@@ -9,8 +9,11 @@
 
 namespace kxsim::models {
 
-// Whether a request names an interface, and so is answered here and never by the kernel.
+// Whether a request is about network interfaces, and so never reaches the kernel.
 [[nodiscard]] bool is_interface_request(unsigned long request);
+
+// Whether a request carries an ifreq with the name of an interface, and is answered by answer().
+[[nodiscard]] bool names_interface(unsigned long request);
 
 // The request: an ethtool command, or the number of another request.
 [[nodiscard]] std::uint32_t command_of(unsigned long request, const ifreq& asked);

@@ -7,9 +7,11 @@
 #include <sys/socket.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 #include "models/addresses.hpp"
+#include "models/interface_requests.hpp"
 #include "models/nic.hpp"
 #include "preload/interception.hpp"
 #include "process/attached.hpp"
@@ -44,6 +46,43 @@ int answer_interface(Host& on, int descriptor, unsigned long request, ifreq& ask
     return error;
 }
 
+// A request that is not simulated must not get the real machine's answer.
+int refuse_unknown(unsigned long request) {
+    char text[160];
+    std::snprintf(
+        text, sizeof text,
+        "kxsim: the request %#lx of network interfaces is not simulated, so it failed\n", request);
+    complain(text);
+    return EOPNOTSUPP;
+}
+
+// A request about interfaces. Returns an errno, or 0.
+int answer_request(Host& on, int descriptor, unsigned long request, void* data) {
+    if (data != nullptr && kxsim::models::names_interface(request)) {
+        return answer_interface(on, descriptor, request, *static_cast<ifreq*>(data));
+    }
+    if (const int fault = intercept(Call::kIoctl, "", static_cast<std::uint32_t>(request));
+        fault != 0) {
+        return fault;
+    }
+    const KeepErrno keep;
+    if (::fcntl(descriptor, F_GETFD) < 0) {
+        return EBADF;
+    }
+    if (data == nullptr) {
+        return EFAULT;
+    }
+    switch (request) {
+        case SIOCGIFNAME:
+            return kxsim::models::name_interface(*on.network, *static_cast<ifreq*>(data));
+        case SIOCGIFCONF:
+            kxsim::models::list_interfaces(*on.network, *static_cast<ifconf*>(data));
+            return 0;
+        default:
+            return refuse_unknown(request);
+    }
+}
+
 // Tools that prefer netlink, which would reach the real kernel, fall back to requests that are
 // answered here.
 bool speaks_to_real_drivers(int domain, int protocol) {
@@ -62,8 +101,8 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     void* const data = va_arg(arguments, void*);
     va_end(arguments);
     Host* const on = host();
-    if (on != nullptr && data != nullptr && kxsim::models::is_interface_request(request)) {
-        const int error = answer_interface(*on, descriptor, request, *static_cast<ifreq*>(data));
+    if (on != nullptr && kxsim::models::is_interface_request(request)) {
+        const int error = answer_request(*on, descriptor, request, data);
         return error == 0 ? 0 : refuse<int>(error);
     }
     if (const int error = intercept(Call::kIoctl, "", static_cast<std::uint32_t>(request));
@@ -81,6 +120,49 @@ int socket(int domain, int type, int protocol) noexcept {
         return refuse<int>(EPROTONOSUPPORT);
     }
     return next<"socket", decltype(::socket)>()(domain, type, protocol);
+}
+
+// The C library's own versions of these three ask the real kernel past ioctl.
+unsigned if_nametoindex(const char* name) noexcept {
+    Host* const on = host();
+    if (on == nullptr) {
+        return next<"if_nametoindex", decltype(::if_nametoindex)>()(name);
+    }
+    if (const int error = intercept(Call::kIoctl, name, SIOCGIFINDEX); error != 0) {
+        errno = error;
+        return 0;
+    }
+    const auto* const interface = kxsim::models::find_interface(*on->network, name);
+    if (interface == nullptr) {
+        errno = ENODEV;
+        return 0;
+    }
+    return interface->index;
+}
+
+char* if_indextoname(unsigned index, char* name) noexcept {
+    Host* const on = host();
+    if (on == nullptr) {
+        return next<"if_indextoname", decltype(::if_indextoname)>()(index, name);
+    }
+    int error = intercept(Call::kIoctl, "", SIOCGIFNAME);
+    ifreq asked{};
+    asked.ifr_ifindex = static_cast<int>(index);
+    if (error == 0 && kxsim::models::name_interface(*on->network, asked) != 0) {
+        error = ENXIO;
+    }
+    return error == 0 ? std::strcpy(name, asked.ifr_name) : refuse<char*>(error);
+}
+
+struct if_nameindex* if_nameindex() noexcept {
+    Host* const on = host();
+    if (on == nullptr) {
+        return next<"if_nameindex", decltype(::if_nameindex)>()();
+    }
+    if (const int error = intercept(Call::kGetifaddrs); error != 0) {
+        return refuse<struct if_nameindex*>(error);
+    }
+    return kxsim::models::index_interfaces(*on->network);
 }
 
 int getifaddrs(ifaddrs** list) noexcept {

@@ -46,7 +46,9 @@ void read_duplex(TableReader& table, std::uint8_t& duplex) {
 void read_link(TableReader& table, Nic& nic) {
     ethtool_cmd& link = nic.link_settings;
     read_switch(table, "link", nic.link);
-    read_number(table, "speed", link.speed);
+    unsigned speed = ethtool_cmd_speed(&link);
+    table.number("speed", speed);
+    ethtool_cmd_speed_set(&link, speed);
     read_duplex(table, link.duplex);
     read_switch(table, "autoneg", link.autoneg);
     read_number(table, "supported", link.supported);
@@ -99,6 +101,13 @@ void read_rings(TableReader& table, ethtool_ringparam& rings) {
          &rings.tx_max_pending});
 }
 
+void read_multiple(TableReader& table, std::string_view key, std::uint32_t& multiple) {
+    table.number(key, multiple);
+    if (multiple == 0) {
+        table.complain(key, "is 0, expected at least 1");
+    }
+}
+
 void check_counter_name(const std::string& name) {
     if (name.empty() || name.size() > ETH_GSTRING_LEN) {
         throw std::invalid_argument("counter name \"" + name + "\", expected 1 to 32 characters");
@@ -132,6 +141,8 @@ void read_nic(TableReader& table, Nic& nic) {
     read_number(table, "wake_enabled", nic.wake_on_lan.wolopts);
     read_number(table, "rx_usecs", nic.coalescing.rx_coalesce_usecs);
     read_rings(table, nic.rings);
+    read_multiple(table, "ring_multiple", nic.ring_multiple);
+    read_multiple(table, "usecs_multiple", nic.usecs_multiple);
     read_pause(table, nic.pause);
     read_counters(table, nic);
     read_told(table, "announced_counters", nic.announced_counters);

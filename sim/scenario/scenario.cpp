@@ -192,6 +192,16 @@ void read_refusal(TableReader& table, Host& host) {
     table.build([&] { host.refuse(interface, request, error); });
 }
 
+void read_ignored(TableReader& table, Host& host) {
+    std::string interface;
+    std::uint32_t request = 0;
+    table.required("interface")
+        .required("request")
+        .text("interface", interface)
+        .request("request", request);
+    table.build([&] { host.ignore(interface, request); });
+}
+
 void read_fault(TableReader& table, Host& host) {
     Fault fault;
     fault.error = 0;
@@ -234,6 +244,7 @@ void read_scenario(TableReader& scenario, Host& host) {
     each("link", read_link);
     each("missing", read_missing);
     each("refusal", read_refusal);
+    each("ignored", read_ignored);
     each("fault", read_fault);
     scenario.finish();
 }

@@ -28,10 +28,13 @@ struct Address {
     };
 };
 
+// The error of a request that the driver accepts and ignores.
+inline constexpr std::int32_t kIgnored = -1;
+
 // A request that the driver of an interface answers with an error.
 struct Refusal {
     std::uint32_t command;  // an Ethernet tool command, or the number of another request
-    std::int32_t error;     // errno
+    std::int32_t error;     // errno, or kIgnored
 };
 
 // A counter of a driver. All interfaces take theirs from one pool.

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace kxsim::state {
 
@@ -32,6 +33,7 @@ inline constexpr Request kRequests[] = {
     {"ETHTOOL_GDRVINFO", ETHTOOL_GDRVINFO},
     {"ETHTOOL_GGSO", ETHTOOL_GGSO},
     {"ETHTOOL_GLINK", ETHTOOL_GLINK},
+    {"ETHTOOL_GLINKSETTINGS", ETHTOOL_GLINKSETTINGS},
     {"ETHTOOL_GMSGLVL", ETHTOOL_GMSGLVL},
     {"ETHTOOL_GPAUSEPARAM", ETHTOOL_GPAUSEPARAM},
     {"ETHTOOL_GRINGPARAM", ETHTOOL_GRINGPARAM},
@@ -51,6 +53,12 @@ inline constexpr Request kRequests[] = {
       {"tx_usecs", offsetof(ethtool_coalesce, tx_coalesce_usecs)},
       {"tx_frames", offsetof(ethtool_coalesce, tx_max_coalesced_frames)}}},
     {"ETHTOOL_SGSO", ETHTOOL_SGSO, {{"", offsetof(ethtool_value, data)}}},
+    {"ETHTOOL_SLINKSETTINGS",
+     ETHTOOL_SLINKSETTINGS,
+     {{"autoneg", offsetof(ethtool_link_settings, autoneg), 1},
+      {"speed", offsetof(ethtool_link_settings, speed)},
+      {"duplex", offsetof(ethtool_link_settings, duplex), 1},
+      {"port", offsetof(ethtool_link_settings, port), 1}}},
     {"ETHTOOL_SMSGLVL", ETHTOOL_SMSGLVL, {{"", offsetof(ethtool_value, data)}}},
     {"ETHTOOL_SPAUSEPARAM",
      ETHTOOL_SPAUSEPARAM,
@@ -76,6 +84,17 @@ inline constexpr Request kRequests[] = {
     {"ETHTOOL_STXCSUM", ETHTOOL_STXCSUM, {{"", offsetof(ethtool_value, data)}}},
     {"ETHTOOL_SWOL", ETHTOOL_SWOL},
     {"SIOCDEVPRIVATE", SIOCDEVPRIVATE},
+    {"SIOCGIFADDR", SIOCGIFADDR},
+    {"SIOCGIFBRDADDR", SIOCGIFBRDADDR},
+    {"SIOCGIFDSTADDR", SIOCGIFDSTADDR},
+    {"SIOCGIFFLAGS", SIOCGIFFLAGS},
+    {"SIOCGIFHWADDR", SIOCGIFHWADDR},
+    {"SIOCGIFINDEX", SIOCGIFINDEX},
+    {"SIOCGIFMAP", SIOCGIFMAP},
+    {"SIOCGIFMETRIC", SIOCGIFMETRIC},
+    {"SIOCGIFMTU", SIOCGIFMTU},
+    {"SIOCGIFNETMASK", SIOCGIFNETMASK},
+    {"SIOCGIFTXQLEN", SIOCGIFTXQLEN},
     {"SIOCSIFMTU", SIOCSIFMTU, {{"", offsetof(ifreq, ifr_mtu)}}},
 };
 
@@ -87,6 +106,12 @@ constexpr const Request* find_request(std::uint32_t number) {
         }
     }
     return nullptr;
+}
+
+// Whether a driver may accept a request and ignore it: those that change something.
+constexpr bool may_be_ignored(const Request& request) {
+    const std::string_view name = request.name;
+    return name.starts_with("ETHTOOL_S") || name == "ETHTOOL_NWAY_RST" || name == "SIOCSIFMTU";
 }
 
 // A field of the record that a request carries.

@@ -133,7 +133,7 @@ TEST_F(Network, ToolsCannotAskRealDriversBehindTheHostsBack) {
     EXPECT_EQ(errno, EPROTONOSUPPORT);
 }
 
-// --- Addresses ---
+// --- Requests that the kernel answers ---
 
 std::string text_of(const sockaddr* address) {
     char text[INET6_ADDRSTRLEN] = "none";
@@ -149,6 +149,84 @@ std::string text_of(const sockaddr* address) {
     }
     return text;
 }
+
+// The answers of the real machine's loopback interface differ from those of the host's.
+TEST_F(Network, TheKernelsRequestsAreAnsweredFromTheHost) {
+    host_.interface({.name = "other"});
+    host_.interface(
+        {.name = "lo", .mac = "00:07:43:00:00:01", .ipv4 = {"192.0.2.9/25"}, .mtu = 1234});
+    ifreq asked{};
+    std::strcpy(asked.ifr_name, "lo");
+    const auto run = [&](unsigned long request) {
+        return ioctl(socket_, request, &asked) == 0 ? 0 : errno;
+    };
+    ASSERT_EQ(run(SIOCGIFMTU), 0);
+    EXPECT_EQ(asked.ifr_mtu, 1234);
+    ASSERT_EQ(run(SIOCGIFINDEX), 0);
+    EXPECT_EQ(asked.ifr_ifindex, 2);
+    ASSERT_EQ(run(SIOCGIFFLAGS), 0);
+    EXPECT_EQ(asked.ifr_flags & (IFF_UP | IFF_LOOPBACK), IFF_UP);
+    ASSERT_EQ(run(SIOCGIFHWADDR), 0);
+    EXPECT_EQ(std::memcmp(asked.ifr_hwaddr.sa_data, "\0\x07\x43\0\0\1", 6), 0);
+    ASSERT_EQ(run(SIOCGIFADDR), 0);
+    EXPECT_EQ(text_of(&asked.ifr_addr), "192.0.2.9");
+    ASSERT_EQ(run(SIOCGIFNETMASK), 0);
+    EXPECT_EQ(text_of(&asked.ifr_netmask), "255.255.255.128");
+    ASSERT_EQ(run(SIOCGIFBRDADDR), 0);
+    EXPECT_EQ(text_of(&asked.ifr_broadaddr), "192.0.2.127");
+    host_.refuse("lo", SIOCGIFMTU, EPERM);
+    EXPECT_EQ(run(SIOCGIFMTU), EPERM);
+    std::strcpy(asked.ifr_name, "other");
+    EXPECT_EQ(run(SIOCGIFADDR), EADDRNOTAVAIL);
+    std::strcpy(asked.ifr_name, "nosuch");
+    EXPECT_EQ(run(SIOCGIFMTU), ENODEV);
+}
+
+TEST_F(Network, NamesAndNumbersOfInterfacesAreTheHosts) {
+    host_.interface({.name = "eth0", .ipv4 = {"192.0.2.1/24", "192.0.2.2/24"}});
+    host_.interface({.name = "lo", .ipv4 = {"127.0.0.1/8"}});
+    EXPECT_EQ(if_nametoindex("lo"), 2U);
+    EXPECT_EQ(if_nametoindex("nosuch"), 0U);
+    char name[IF_NAMESIZE] = "";
+    EXPECT_STREQ(if_indextoname(1, name), "eth0");
+    EXPECT_EQ(if_indextoname(9, name), nullptr);
+    EXPECT_EQ(errno, ENXIO);
+    struct if_nameindex* const list = if_nameindex();
+    ASSERT_NE(list, nullptr);
+    EXPECT_STREQ(list[0].if_name, "eth0");
+    EXPECT_STREQ(list[1].if_name, "lo");
+    EXPECT_EQ(list[2].if_name, nullptr);
+    if_freenameindex(list);
+
+    ifconf all{};
+    ASSERT_EQ(ioctl(socket_, SIOCGIFCONF, &all), 0);
+    EXPECT_EQ(all.ifc_len, static_cast<int>(3 * sizeof(ifreq)));
+    ifreq two[2];
+    all.ifc_req = two;
+    all.ifc_len = sizeof two;
+    ASSERT_EQ(ioctl(socket_, SIOCGIFCONF, &all), 0);
+    EXPECT_EQ(all.ifc_len, static_cast<int>(sizeof two));
+    EXPECT_STREQ(two[1].ifr_name, "eth0");
+    EXPECT_EQ(text_of(&two[1].ifr_addr), "192.0.2.2");
+}
+
+TEST_F(Network, RequestsThatAreNotSimulatedFailWithASentence) {
+    host_.interface({.name = "lo"});
+    ifreq asked{};
+    std::strcpy(asked.ifr_name, "lo");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ioctl(socket_, SIOCSIFTXQLEN, &asked), -1);
+    EXPECT_EQ(errno, EOPNOTSUPP);
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(),
+        "kxsim: the request 0x8943 of network interfaces is not simulated, so it failed\n");
+    EXPECT_EQ(ioctl(socket_, SIOCGIFMTU, nullptr), -1);
+    EXPECT_EQ(errno, EFAULT);
+    int bytes = -1;
+    EXPECT_EQ(ioctl(socket_, FIONREAD, &bytes), 0) << "this one is about the socket";
+}
+
+// --- Addresses ---
 
 std::vector<std::string> addresses() {
     ifaddrs* list = nullptr;

@@ -57,6 +57,21 @@ TEST_F(NicKeys, LinkKeys) {
     EXPECT_THAT(on_host("duplex = \"full\"\n", "ethtool eth2"), HasSubstr("Duplex: Full"));
 }
 
+TEST_F(NicKeys, SpeedsOfMoreThan16Bits) {
+    EXPECT_THAT(on_host("speed = 100000\n", "ethtool eth2"), HasSubstr("Speed: 100000Mb/s"));
+    EXPECT_THAT(on_host("speed = 4294967295\n", "ethtool eth2"), HasSubstr("Speed: Unknown!"));
+}
+
+TEST_F(NicKeys, MultiplesThatADriverRoundsTo) {
+    EXPECT_THAT(
+        on_host(
+            "ring_multiple = 64\n", "ethtool -G eth2 rx 65 tx 16383; ethtool -g eth2 | tail -5"),
+        AllOf(HasSubstr("RX:\t\t128\n"), HasSubstr("TX:\t\t16384\n")));
+    EXPECT_THAT(
+        on_host("usecs_multiple = 4\n", "ethtool -C eth2 rx-usecs 7; ethtool -c eth2"),
+        HasSubstr("\nrx-usecs: 4\n"));
+}
+
 TEST_F(NicKeys, OffloadKeys) {
     const std::pair<const char*, const char*> rows[] = {
         {"rx_checksum", "rx-checksumming"},
@@ -110,7 +125,7 @@ TEST_F(NicKeys, DriverMayTellUntrueNumbers) {
 
 TEST_F(NicKeys, MistakesAreNamedWithTheirPlace) {
     const std::pair<const char*, const char*> rows[] = {
-        {"speed = 70000\n", "speed is 70000, expected a number from 0 to 65535"},
+        {"speed = 4294967296\n", "speed is 4294967296, expected a number from 0 to 4294967295"},
         {"duplex = \"both\"\n", "duplex is \"both\", expected half, full or unknown"},
         {"tso = 1\n", "tso is 1, expected true or false"},
         {"rings = [1, 2]\n", "rings holds 2 numbers, expected four"},

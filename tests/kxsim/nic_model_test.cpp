@@ -103,6 +103,67 @@ TEST_F(NicModel, MessageLevelStaysAsItIsSet) {
     EXPECT_EQ(get<ethtool_value>(ETHTOOL_GMSGLVL).data, 0x8001U);
 }
 
+// The record with room for every link mode, and behind it three masks: supported, advertised, of
+// the other side.
+struct Modes {
+    static constexpr std::size_t kHeadWords = sizeof(ethtool_link_settings) / 4;
+    alignas(ethtool_link_settings) std::array<std::uint32_t, kHeadWords + 9> words{};
+
+    explicit Modes(std::uint32_t command, __s8 mask_words = 3) {
+        head().cmd = command;
+        head().link_mode_masks_nwords = mask_words;
+    }
+    ethtool_link_settings& head() {
+        return *reinterpret_cast<ethtool_link_settings*>(words.data());
+    }
+    std::uint32_t& supported() { return words[kHeadWords]; }
+    std::uint32_t& advertising() { return words[kHeadWords + 3]; }
+};
+
+TEST_F(NicModel, TheRecordForEveryLinkModeTellsTheSame) {
+    Modes first(ETHTOOL_GLINKSETTINGS, 0);
+    ASSERT_EQ(run(&first), 0);
+    EXPECT_EQ(first.head().link_mode_masks_nwords, -3) << "callers ask for the length first";
+    Modes modes(ETHTOOL_GLINKSETTINGS);
+    ASSERT_EQ(run(&modes), 0);
+    const auto link = get<ethtool_cmd>(ETHTOOL_GSET);
+    EXPECT_EQ(modes.head().speed, 10000U);
+    EXPECT_EQ(modes.supported(), link.supported);
+    EXPECT_EQ(modes.advertising(), link.advertising);
+
+    modes.head().cmd = ETHTOOL_SLINKSETTINGS;
+    modes.head().speed = 400000;
+    modes.head().autoneg = 0;
+    modes.advertising() = 0x1000;
+    ASSERT_EQ(run(&modes), 0);
+    const auto now = get<ethtool_cmd>(ETHTOOL_GSET);
+    EXPECT_EQ(ethtool_cmd_speed(&now), 400000U);
+    EXPECT_EQ(now.autoneg, 0);
+    EXPECT_EQ(now.advertising, 0x1000U);
+    EXPECT_EQ(now.supported, link.supported);
+    Modes shorter(ETHTOOL_SLINKSETTINGS, 2);
+    EXPECT_EQ(run(&shorter), EINVAL);
+    host_.refuse("eth2", ETHTOOL_GSET, EPERM);
+    EXPECT_EQ(run(&first), EPERM) << "the driver is asked the same";
+}
+
+TEST_F(NicModel, ADriverMayAcceptARequestAndIgnoreIt) {
+    host_.ignore("eth2", ETHTOOL_STSO);
+    host_.ignore("eth2", ETHTOOL_SRINGPARAM);
+    EXPECT_EQ(set_value(ETHTOOL_STSO, 0), 0);
+    EXPECT_EQ(get<ethtool_value>(ETHTOOL_GTSO).data, 1U);
+    auto rings = get<ethtool_ringparam>(ETHTOOL_GRINGPARAM);
+    rings.cmd = ETHTOOL_SRINGPARAM;
+    rings.rx_pending = 99999;
+    EXPECT_EQ(run(&rings), 0);
+    EXPECT_EQ(get<ethtool_ringparam>(ETHTOOL_GRINGPARAM).rx_pending, 1024U);
+    host_.refuse("eth2", ETHTOOL_STSO, 0);
+    EXPECT_EQ(set_value(ETHTOOL_STSO, 0), 0);
+    EXPECT_EQ(get<ethtool_value>(ETHTOOL_GTSO).data, 0U);
+    EXPECT_THROW(host_.ignore("eth2", ETHTOOL_GTSO), std::invalid_argument);
+    EXPECT_THROW(host_.ignore("eth2", SIOCDEVPRIVATE), std::invalid_argument);
+}
+
 TEST_F(NicModel, LinkSettingsStayButForWhatThePortIs) {
     auto link = get<ethtool_cmd>(ETHTOOL_GSET);
     const uint32_t supported = link.supported;

@@ -279,6 +279,9 @@ public:
     // with an errno; 0 ends the refusal.
     void refuse(std::string_view interface_name, std::uint32_t command, int error);
 
+    // Make an interface's driver accept a request that changes something, and change nothing.
+    void ignore(std::string_view interface_name, std::uint32_t command);
+
     // --- Use ---
 
     // Attach the host to this process.

@@ -78,7 +78,9 @@ struct NicSettings {
     ethtool_coalesce coalescing = default_coalescing();
     ethtool_ringparam rings = default_rings();
     ethtool_pauseparam pause = default_pause();
-    std::uint32_t negotiations = 0;  // how often auto-negotiation was restarted
+    std::uint32_t ring_multiple = 1;   // the driver rounds ring sizes up to a multiple of it
+    std::uint32_t usecs_multiple = 1;  // and coalescing times down; neither of them is 0
+    std::uint32_t negotiations = 0;    // how often auto-negotiation was restarted
 };
 
 struct NicCounter {
