@@ -9,8 +9,10 @@ import pathlib
 import random
 import re
 
-# Only one in several texts is changed, because there are about as many texts as lines of code.
+# Only one in several texts is changed, because there are about as many texts as lines of code, and
+# only one in several pairs of arguments is swapped, because most of them differ in their types.
 TEXTS_TAKEN = 5
+PAIRS_TAKEN = 4
 
 SWAPPED = {
     "==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=", ">=": ">",
@@ -25,6 +27,10 @@ OPERATOR = re.compile(r"(?<=\s)(" + "|".join(
     re.escape(text) for text in sorted(SWAPPED, key=len, reverse=True)) + r")(?=\s)")
 NUMBER = re.compile(r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlLzZ]*\b)(?![.'])")
 CONDITION = re.compile(r"\b(?:if|while) \(")
+CHECK = re.compile(r"(?<!else )\bif \(")
+EARLY_RETURN = re.compile(r"^(?P<indent> {8,})return\b[^;{}]*;", re.MULTILINE)
+CALL = re.compile(r"\b[a-zA-Z_]\w*\(")
+PARAMETER = re.compile(r"[\w>\]][ *&]+\w+$")  # "const char* name"; a declaration has them
 RETURN = re.compile(r"\breturn ([^;{}]+);")
 TRUTH = re.compile(r"\b(true|false)\b")
 STATEMENT = re.compile(r"^(?:[\w:.\[\]>*-]+(?:<[\w:]+>)?\(.*\)|[\w.\[\]>*-]+ [+|&-]?= .+"
@@ -79,6 +85,17 @@ def closing(code, opening):
     return None
 
 
+def pieces(bare, start, end, separator):
+    """The parts (start, end) of a text between separators that no bracket encloses."""
+    parts, depth, begin = [], 0, start
+    for place in range(start, end):
+        depth += {"(": 1, "[": 1, "{": 1, ")": -1, "]": -1, "}": -1}.get(bare[place], 0)
+        if depth == 0 and bare.startswith(separator, place):
+            parts.append((begin, place))
+            begin = place + len(separator)
+    return parts + [(begin, end)]
+
+
 def off_by_one(number, chooser):
     octal = len(number) > 1 and number.isdigit() and number[0] == "0"
     value = int(number, 8 if octal else 0)
@@ -120,6 +137,10 @@ def changes(code, chooser):
         if result is not None and result != match.group(1):
             yield match.start(1), match.end(1), result, "result"
     yield from removed_statements(code, bare)
+    yield from dropped_conjuncts(code, bare)
+    yield from dropped_checks(bare)
+    yield from dropped_returns(bare)
+    yield from swapped_arguments(code, bare, chooser)
     for match in TEXT.finditer(code):
         if chooser.randrange(TEXTS_TAKEN) == 0:
             text = match.group()
@@ -133,6 +154,53 @@ def removed_statements(code, bare):
         flat = " ".join(bare[start:end].split())
         if STATEMENT.match(flat) and not NO_STATEMENT.match(flat) and flat != ";":
             yield start, end, ";", "statement"
+
+
+def conditions(bare):
+    """The texts (start, end) between the parentheses of conditions, and behind "return"."""
+    for match in CONDITION.finditer(bare):
+        end = closing(bare, match.end() - 1)
+        if end and ";" not in bare[match.end():end]:
+            yield match.end(), end
+    for match in RETURN.finditer(bare):
+        yield match.span(1)
+
+
+def dropped_conjuncts(code, bare):
+    """a && b && c becomes b && c, a && c and a && b."""
+    for start, end in conditions(bare):
+        parts = pieces(bare, start, end, "&&")
+        alone = len(pieces(bare, start, end, "||")) + len(pieces(bare, start, end, " ? ")) == 2
+        for dropped in range(len(parts) if len(parts) > 1 and alone else 0):
+            kept = [code[slice(*part)].strip() for part in parts[:dropped] + parts[dropped + 1:]]
+            yield start, end, " && ".join(kept), "conjunct"
+
+
+def dropped_checks(bare):
+    """An if whose block is never entered. What it declares in its condition is left alone."""
+    for match in CHECK.finditer(bare):
+        end = closing(bare, match.end() - 1)
+        if end and not re.search(r";| = ", bare[match.end():end]):
+            yield match.end(), end, "false", "check"
+
+
+def dropped_returns(bare):
+    """A return in the middle of a function: at the end of a block that is not the function's own."""
+    for match in EARLY_RETURN.finditer(bare):
+        yield match.start() + len(match["indent"]), match.end(), ";", "early return"
+
+
+def swapped_arguments(code, bare, chooser):
+    """f(a, b, c) becomes f(b, a, c) and f(a, c, b)."""
+    for match in CALL.finditer(bare):
+        end = closing(bare, match.end() - 1)
+        parts = pieces(bare, match.end(), end, ",") if end else []
+        texts = [code[slice(*part)].strip() for part in parts]
+        if any(PARAMETER.search(text) for text in texts):
+            continue
+        for (first, second), (left, right) in zip(zip(parts, parts[1:]), zip(texts, texts[1:])):
+            if left != right and chooser.randrange(PAIRS_TAKEN) == 0:
+                yield first[0], second[1], f"{right}, {left}", "arguments"
 
 
 def mutants_of(file, source, chooser):
