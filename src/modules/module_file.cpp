@@ -5,8 +5,6 @@
 #include <bit>
 #include <cstdint>
 
-#include "support/byte_reader.hpp"
-
 namespace kx::modules {
 namespace {
 
@@ -132,12 +130,11 @@ std::optional<std::string_view> modinfo_section(std::span<const std::byte> file)
 }
 
 std::optional<std::string_view> ModinfoStrings::next() {
-    if (rest_.empty()) {
+    if (reader_.at_end()) {
         return std::nullopt;
     }
-    const std::size_t length = std::min(rest_.find('\0'), rest_.size());
-    const std::string_view text = rest_.substr(0, length);
-    rest_.remove_prefix(std::min(rest_.find_first_not_of('\0', length), rest_.size()));
+    const std::string_view text = reader_.text_before('\0');
+    reader_.skip_all('\0');
     return text;
 }
 

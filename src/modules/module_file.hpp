@@ -9,6 +9,8 @@
 #include <span>
 #include <string_view>
 
+#include "support/byte_reader.hpp"
+
 namespace kx::modules {
 
 // The ".modinfo" section of a module file, or nothing. Both ELF classes and byte orders.
@@ -18,11 +20,12 @@ namespace kx::modules {
 // any number of NUL bytes may follow it.
 class ModinfoStrings {
 public:
-    explicit ModinfoStrings(std::string_view section) : rest_(section) {}
+    explicit ModinfoStrings(std::string_view section)
+        : reader_(std::as_bytes(std::span(section))) {}
     [[nodiscard]] std::optional<std::string_view> next();
 
 private:
-    std::string_view rest_;
+    ByteReader reader_;
 };
 
 }  // namespace kx::modules

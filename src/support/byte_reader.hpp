@@ -1,5 +1,5 @@
-// Reads untrusted bytes: module files, product data, option ROMs. Every access is checked against
-// their end, so a caller can make many accesses and check once whether one failed.
+// Reads untrusted bytes: module files and their strings, product data, option ROMs. Every access is
+// checked against their end, so a caller can make many accesses and check once whether one failed.
 #pragma once
 
 #include <algorithm>
@@ -38,6 +38,20 @@ public:
         return text;
     }
 
+    // The next bytes before `end`, or all that are left when it is not among them. Continues behind
+    // it.
+    [[nodiscard]] std::string_view text_before(char end) {
+        const std::size_t stop = std::min(bytes_.find(end, place_), bytes_.size());
+        const std::string_view text = bytes_.substr(place_, stop - place_);
+        place_ = std::min(stop + 1, bytes_.size());
+        return text;
+    }
+
+    // Continue behind all bytes of this value that are next.
+    void skip_all(char value) {
+        place_ = std::min(bytes_.find_first_not_of(value, place_), bytes_.size());
+    }
+
     // The next number of 1 to 8 bytes; 0 when fewer bytes are left.
     [[nodiscard]] uint64_t number(std::size_t width) {
         const std::string_view bytes = text(width);
@@ -50,6 +64,7 @@ public:
     }
 
     [[nodiscard]] std::size_t place() const { return place_; }
+    [[nodiscard]] bool at_end() const { return left() == 0; }
 
     // Has any access reached past the end?
     [[nodiscard]] bool overrun() const { return overrun_; }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace {
 
@@ -53,6 +54,21 @@ TEST(ByteReader, CutsTextsAtTheEndWhenAsked) {
         "E");
     EXPECT_EQ(reader.at(4).text_up_to(UINT64_MAX), "E");
     EXPECT_EQ(reader.text_up_to(1), "");
+    EXPECT_FALSE(reader.overrun());
+}
+
+TEST(ByteReader, SplitsAtAByteAndSkipsRepeatedOnes) {
+    constexpr std::array<uint8_t, 6> kStrings{'a', 'b', 0, 0, 'c', 0};
+    ByteReader reader{std::span(kStrings)};
+    EXPECT_EQ(reader.text_before('\0'), "ab");
+    EXPECT_EQ(reader.place(), 3U) << "behind the first NUL";
+    EXPECT_EQ(reader.text_before('\0'), "");
+    reader.at(2).skip_all('\0');
+    EXPECT_EQ(reader.text_before('x'), std::string_view("c\0", 2)) << "there is no x";
+    EXPECT_TRUE(reader.at_end());
+    EXPECT_EQ(reader.text_before('\0'), "");
+    reader.skip_all('\0');
+    EXPECT_EQ(reader.place(), kStrings.size());
     EXPECT_FALSE(reader.overrun());
 }
 
