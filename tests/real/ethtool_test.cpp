@@ -234,7 +234,7 @@ Counters library_counters(const std::string& name) {
     return counters;
 }
 
-// Counters move while the tools run, so ours lie between two readings of ethtool's.
+// Counters change while the tools run, so the library's values are between two readings of ethtool.
 void expect_counters_as_ethtool_prints(const std::string& name) {
     SCOPED_TRACE(name);
     const Counters before = ethtool_counters(name);

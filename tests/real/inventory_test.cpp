@@ -1,4 +1,4 @@
-// The inventory of the machine that runs the tests, beside what lspci, ethtool and ip say of it.
+// The inventory of the machine that runs the tests, compared with lspci, ethtool and ip.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
@@ -18,7 +18,7 @@ namespace {
 
 using Fields = std::map<std::string, std::string>;
 
-// What lspci says of the devices of the library's maker, by location without the domain.
+// What lspci shows for the devices of the library's maker, by location without the domain.
 std::map<std::string, Fields> lspci_devices() {
     std::map<std::string, Fields> devices;
     Fields device;

@@ -1,5 +1,5 @@
-// The library on libvirt's own test driver, which plays a hypervisor inside the process. virsh, a
-// process of its own, sees the domains as they were at the start.
+// The library on libvirt's test driver, which simulates a hypervisor inside the process. virsh is
+// another process, and sees the domains as they were at the start.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/export.h>
@@ -78,7 +78,7 @@ constexpr char kNode[] = R"(<node>
 </node>
 )";
 
-// As this driver calls every system.
+// The name that this driver gives to every system.
 constexpr char kOsType[] = "linux";
 
 struct Domain {
@@ -88,8 +88,8 @@ struct Domain {
     std::string os_type;
 };
 
-// Tests run in a directory of their own, one hypervisor for all of them, and in this order: what
-// one changes, the next ones find.
+// The tests run in a directory of their own and in this order, with one hypervisor for all of them:
+// each test finds what the tests before it changed.
 class TestDriver : public testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -207,7 +207,7 @@ TEST_F(TestDriver, DomainsAreFoundByUuid) {
     EXPECT_EQ(domain(99), nullptr);
 }
 
-// The domain of id 2 is paused, that of the UUID is off.
+// The domain with id 2 is paused; the domain with this UUID is off.
 TEST_F(TestDriver, NamesThatLookLikeAnIdOrAUuidMeanTheirOwnDomain) {
     for (const unsigned char named : {std::uint8_t{5}, std::uint8_t{6}}) {
         int state = 0;

@@ -1,5 +1,5 @@
-// Port settings on the kernel's own interfaces (a veth pair, a tap), beside what ip, ethtool and
-// sysctl say of them.
+// Port settings on interfaces of the kernel (a veth pair, a tap), compared with ip, ethtool and
+// sysctl.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
@@ -30,7 +30,7 @@ void put(char (&field)[N], std::string_view text) {
     std::memcpy(field, text.data(), text.size());
 }
 
-// The MTU as ip tells it.
+// The MTU as ip shows it.
 int ip_mtu(const std::string& name) {
     return nlohmann::json::parse(test::must("ip -j link show " + name))[0]["mtu"].get<int>();
 }

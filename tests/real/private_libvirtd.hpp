@@ -1,7 +1,7 @@
-// A libvirtd of the test's own, with the QEMU driver, and a guest that is a few instructions long.
+// A private libvirtd with the QEMU driver, and a guest that is a few instructions long.
 //
-// It lives in namespaces of its own (mounts, network, processes), which end with the test program,
-// however that ends: no process, bridge or mount outlives it.
+// It runs in namespaces of its own (mounts, network, processes), which end with the test program,
+// even when that is killed: no process, bridge or mount is left.
 #pragma once
 
 #include <fcntl.h>
@@ -41,7 +41,7 @@ class PrivateLibvirtd {
 public:
     static constexpr char kBridge[] = "kxbr0";
 
-    // Why there can be none on this machine; empty when there can.
+    // Why this machine cannot run one; empty when it can.
     static std::string missing() {
         if (geteuid() != 0) {
             return "namespaces and guests need root";
@@ -82,7 +82,7 @@ public:
     PrivateLibvirtd& operator=(const PrivateLibvirtd&) = delete;
 
     [[nodiscard]] bool answers() const { return answers_ && processes() > 1; }
-    // What it said, for a failed start.
+    // Its messages, for a start that failed.
     [[nodiscard]] std::string log() const {
         return file_text(directory_ / "start.log") + file_text(directory_ / "libvirtd.log");
     }
@@ -92,7 +92,7 @@ public:
         return "qemu:///system?socket=" + directory_ / "libvirt-sock";
     }
 
-    // Names its process namespace for as long as a process is in it.
+    // The name of its process namespace, valid while a process is in it.
     [[nodiscard]] const std::string& process_namespace() const { return namespace_; }
     [[nodiscard]] int processes() const { return processes_in(namespace_); }
     static int processes_in(const std::string& process_namespace) {
@@ -108,7 +108,7 @@ public:
     }
 
     // A domain's description: software emulation, 16 MiB, the guest's floppy, no network. `devices`
-    // stand behind its own.
+    // are added after its own.
     [[nodiscard]] std::string description(
         const std::string& name, const std::string& uuid, const std::string& devices = "") const {
         return "<domain type='qemu'><name>" + name + "</name><uuid>" + uuid +
@@ -152,7 +152,7 @@ private:
         0xEB, 0xED,              // jmp wait
     };
 
-    // Empty for a process that is gone.
+    // Empty for a process that has ended.
     static std::string namespace_of(const std::string& process, const char* kind) {
         std::error_code gone;
         return std::filesystem::read_symlink("/proc/" + process + "/ns/" + kind, gone);

@@ -29,7 +29,7 @@ using test::wait_until;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr char kName[] = "kx one";  // a name that commands must quote
+constexpr char kName[] = "kx one";  // a name that needs quotes in commands
 constexpr char kUuid[] = "11223344-5566-7788-99aa-bbccddeeff00";
 constexpr char kUuidDigits[] = "112233445566778899aabbccddeeff00";
 constexpr int kStart = 0;
@@ -82,7 +82,7 @@ protected:
         std::ofstream(path) << libvirtd_->description(kName, kUuid, devices);
         virsh("define " + path.string());
     }
-    // Defined, started, and its guest at work. The domain's id.
+    // Define and start the domain, and wait until its guest runs. Returns its id.
     static int run_guest() {
         define();
         libvirtd_->forget_boots(kUuid);
@@ -131,7 +131,7 @@ std::string as_virsh_lists(const _interfaceInfo& info) {
     return line;
 }
 
-// The lines that virsh itself lists, blanks made single.
+// The lines that virsh lists, with single blanks.
 std::vector<std::string> virsh_interfaces(const std::string& options = "") {
     std::vector<std::string> lines;
     for (const std::string& line : lines_of(test::shell(
@@ -209,7 +209,7 @@ TEST_F(QemuDomains, GetInterfacesOnABridgeAndLoseThemFromTheirDefinition) {
     EXPECT_STREQ(found[0].alias, "net0");
     EXPECT_THAT(virsh("dumpxml --inactive 'kx one'"), Not(HasSubstr("<interface")));
 
-    // The live description becomes the definition, without the second one.
+    // The live description, without the second interface, becomes the definition.
     EXPECT_EQ(vm_->dettachInterfaceFromVM(id, found[1]), 0);
     EXPECT_EQ(virsh_interfaces(), seen) << "the running domain keeps both";
     EXPECT_THAT(virsh("dumpxml --inactive 'kx one'"), HasSubstr(mac_of(found[0])));
@@ -283,7 +283,7 @@ TEST_F(QemuDomains, KeepRunningAsTheyAreWhenTheirDefinitionLosesAVf) {
 
 TEST_F(QemuDomains, ListTheirVfsFromWhatLibvirtWrites) {
     define(hostdev("0x03", "0x2") + hostdev("0xfe", "0x7"));
-    // Functions of the maker on bus 3 of this host, which has none.
+    // This host has no adapter, so a script shows one on bus 3.
     const auto lspci = libvirtd_->directory() / "lspci";
     std::ofstream(lspci) << "#!/bin/sh\necho '0000:03:00.0 Ethernet: Kestrix adapter'\n";
     std::filesystem::permissions(lspci, std::filesystem::perms::owner_all);
@@ -300,7 +300,7 @@ TEST_F(QemuDomains, ListTheirVfsFromWhatLibvirtWrites) {
     std::free(vfs);
 }
 
-// Last, because it takes the hypervisor away.
+// The last test, because it ends the hypervisor.
 TEST_F(QemuDomains, LeaveNothingBehindWhenTheirHypervisorEnds) {
     run_guest();
     EXPECT_GE(libvirtd_->processes(), 3) << "shell, libvirtd, guest";

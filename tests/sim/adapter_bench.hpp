@@ -1,8 +1,8 @@
-// A simulated adapter on the bench: the library's register accesses reach the model, each is
-// recorded, and the delays between polls are recorded instead of slept.
+// A simulated adapter. The library's register accesses reach the model, and all are recorded;
+// delays between polls are recorded, and nobody sleeps.
 //
-// The library calls readl, writel, writel_Q4 and usleep by their names; a test program that
-// includes this (once) has its own in front.
+// The library calls readl, writel, writel_Q4 and usleep by their names. A test program that
+// includes this header (once) replaces them.
 #pragma once
 
 #include <kxlinhw/adapter.h>
@@ -45,7 +45,7 @@ inline constexpr uint32_t kQ4Operation = 0x193FC;
 inline constexpr uint32_t kQ3Data = 0x6D8;
 inline constexpr uint32_t kQ3Operation = 0x6DC;
 
-// The window of adapter 0 is open on it for as long as it lives.
+// While this object exists, the window of adapter 0 is open on it.
 class Adapter {
 public:
     static constexpr uint64_t kWindow = 0x7000000000;  // an address that nothing dereferences
@@ -80,11 +80,11 @@ public:
         kxsim::models::store_register(hardware, content, offset, value);
     }
 
-    // The addresses that the stores so far gave to a flash command, in their order.
+    // The addresses of the flash commands that were stored so far, in their order.
     [[nodiscard]] std::vector<uint32_t> addresses(uint8_t command) const {
         std::vector<uint32_t> found;
         uint32_t data = 0;
-        bool selected = false;  // a transfer continues the command of the one before
+        bool selected = false;  // a transfer continues the previous command
         for (const Store& store : stores) {
             if (store.offset == kQ4Data || store.offset == kQ3Data) {
                 data = store.value;
@@ -99,7 +99,7 @@ public:
         return found;
     }
 
-    // The sectors that the stores so far asked to erase.
+    // The sectors whose erasure was requested so far.
     [[nodiscard]] std::vector<uint32_t> erased_sectors() const {
         std::vector<uint32_t> sectors = addresses(0xD8);
         for (uint32_t& sector : sectors) {
@@ -114,7 +114,7 @@ public:
         hardware.faults.stuck_busy_at = transfer;
     }
 
-    // The power is back, and all counts begin at 0.
+    // Turn the power on again, and set all counts to 0.
     void repair() {
         kxsim::models::restore_power(hardware);
         hardware.faults = {};

@@ -1,5 +1,5 @@
-// The steps of the two list builders as calls of exported functions, in their order: a host may put
-// its own in front of any of them.
+// The two list builders call exported functions in a fixed order. An agent may replace each of
+// these functions.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ std::vector<std::string>& calls() {
 
 unsigned delays = 0;
 
-// Take down a call and hand it on to the library.
+// Record a call, and call the library's function.
 template <class Function, class... Arguments>
 auto call(const char* name, Arguments... arguments) {
     calls().emplace_back(name);
@@ -122,7 +122,7 @@ KX_EXPORT int32_t q3_get_adapterinfo(uint8_t adapter, uint32_t cap, AdapterInfoR
 
 KX_EXPORT void msleep(uint32_t) { ++delays; }
 
-// With its place and length.
+// Recorded with its address and length.
 KX_EXPORT int32_t q3_read_flash(uint8_t adapter, uint32_t address, uint32_t words, uint32_t* out) {
     calls().push_back(
         "q3_read_flash(" + std::to_string(address) + ", " + std::to_string(words) + ")");
@@ -211,7 +211,7 @@ TEST_F(ListCalls, OfAQ5) {
 const Calls kQ3Eeprom = {"get_Q3",      "eeprom_rd_all_Q3", "eeprom2vpd_Q3", "eeprom2sercfg_Q3",
                          "vpd_init_Q3", "vpd_chksum_Q3",    "connect_to_hba"};
 
-// Both lists of a Q3, whose steps differ by their start only.
+// Both lists of a Q3. Only their first steps differ.
 class Q3Calls : public ListCalls {
 protected:
     void expect(const Calls& boot) {

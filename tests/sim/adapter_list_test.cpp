@@ -31,10 +31,10 @@ constexpr std::size_t kRecord = 7509;
 constexpr std::size_t kInfoRecord = 1810;
 constexpr char kVersionFile[] = "/lib/firmware/zfab4/q4-config.txt";
 
-// Polls that are never needed keep the counts those of the protocol.
+// The flash is ready at the first poll, so the counts are those of the protocol.
 const kxsim::Flash kQuickFlash{.busy_polls = 0, .program_polls = 0, .erase_polls = 0};
 
-// Bytes that differ from their neighbours, from a seed.
+// Bytes of a seed; neighbours differ.
 std::string pattern(std::size_t size, unsigned seed) {
     std::string bytes(size, '\0');
     for (std::size_t i = 0; i < size; ++i) {
@@ -47,7 +47,7 @@ std::string with(std::string bytes, std::size_t offset, std::string_view piece) 
     return bytes.replace(offset, piece.size(), piece);
 }
 
-// --- What the adapters of the host hold ---
+// --- The content of the host's adapters ---
 
 const std::string kOptionRom = with(pattern(1024, 3), 0, "\x55\xAA");
 const std::string kBootConfig = with(pattern(1668, 5), 0, "CBIO");
@@ -108,7 +108,7 @@ kxsim::Adapter q3(unsigned device_id = 0x31) {
         .eeprom = {.product_data = product, .content = {{0x1000, pattern(4096, 11)}}, .polls = 0}};
 }
 
-// --- What their records hold ---
+// --- The expected records ---
 
 class Expected {
 public:
@@ -130,7 +130,7 @@ private:
     std::string bytes_;
 };
 
-// The VPD that an EEPROM holds, under the generation's template and with its checksum.
+// The VPD of an EEPROM in the layout of the generation's template, with its checksum.
 std::string normalised(
     const std::string& eeprom, std::size_t size, void (*init)(void*), void (*sum)(void*)) {
     std::string vpd = eeprom + std::string(size - eeprom.size(), '\0');
@@ -179,7 +179,7 @@ private:
 
 static_assert(sizeof(AdapterRecord) == kRecord && sizeof(AdapterInfoRecord) == kInfoRecord);
 
-// The next pointers are not aligned: where a reference would be taken, a + in front makes a copy.
+// The next pointers are not aligned. A + in front makes a copy where a reference would be taken.
 
 // --- The list of adapters ---
 
@@ -388,7 +388,7 @@ TEST_F(AdapterLists, ClassZeroOutsideOfTheQ3IdsIsReadAsQ3) {
     EXPECT_EQ(first_->q3_vpd[0], 0x82);
 }
 
-// --- Q3: what the flash tells ---
+// --- Q3: data from the flash ---
 
 class Q3Records : public AdapterLists {
 protected:
@@ -525,7 +525,7 @@ TEST_F(AdapterLists, Q3InformationByteForByte) {
 }
 
 TEST_F(AdapterLists, InformationIsLinkedWhateverTheFlashHolds) {
-    // The bytes behind the configuration record would be the next pointer's.
+    // The bytes behind the configuration record belong to the next pointer.
     start({q4(), q5()});
     EXPECT_EQ(info_list(), 0U);
     ASSERT_NE(+first_info_->next, nullptr);
@@ -758,7 +758,7 @@ TEST_F(AdapterLists, FreedListKeepsItsHeadAndIsNotFreedAgain) {
     adapterinfo_list_free(first_info_);
 }
 
-// A chain of two records of the agent's own making, freed by the library.
+// The agent made a chain of two records itself; the library frees it.
 template <class Record>
 void free_own_chain(uint32_t (*free_list)(Record*)) {
     auto* const first = static_cast<Record*>(std::calloc(1, sizeof(Record)));

@@ -50,7 +50,7 @@ TEST(Addresses, LastOfAFamilyWins) {
     EXPECT_EQ(text(port.ipv6_address), "fe80::2");
 }
 
-// A cut text would be the address of another host.
+// A text that was cut off would be the address of another host.
 TEST(Addresses, Ipv6TextThatDoesNotFitDoesNotCount) {
     constexpr char kLong[] = "2001:db8:1111:2222:3333:4444:5555:6666/64";
     const PortInfo alone = addresses_of({.name = "eth1", .ipv6 = {kLong}});

@@ -227,7 +227,7 @@ TEST_F(BootConfig, WriteTellsWhatFailed) {
 
 // --- Defaults ---
 
-// The default record for some ports, spelled out as the flash format has it.
+// The default record for a number of ports, byte by byte as in the flash.
 std::vector<uint8_t> default_record(unsigned ports) {
     std::vector<uint8_t> record(kRecord);
     const auto put = [&](std::size_t offset, std::initializer_list<uint8_t> bytes) {

@@ -200,7 +200,7 @@ TEST_F(BootImage, NullImageIsRefusedOnceItsSizeIsRight) {
 
 // --- Power cuts ---
 
-// What an option ROM's reader takes the flash for.
+// What a reader of the option ROM finds in the flash.
 bool holds_signature(const bench::Adapter& adapter) {
     return adapter.content[0] == 0x55 && adapter.content[1] == 0xAA;
 }
@@ -235,7 +235,7 @@ TEST_F(BootImage, PowerCutAtAnyTransferLeavesNoSignatureOrAWholeImage) {
         }
         EXPECT_NE(status, 0) << "a cut at transfer " << cut << " must not look like success";
     }
-    // Before the erase takes effect; until the last page is programmed; from there to the end.
+    // The cut comes before the erase has an effect, before the last page is programmed, or later.
     EXPECT_EQ(whole_old, 4 + 2U);
     EXPECT_GT(none, 2 * 64U);
     EXPECT_GT(whole_new, 64U);

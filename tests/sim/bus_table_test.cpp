@@ -76,7 +76,7 @@ protected:
         std::vector<std::array<int, 3>> records;
     };
 
-    // The virtual functions behind the records that the scan does not write.
+    // The virtual functions, without the first records, which the scan does not write.
     VirtualFunctions scan_virtual(uint32_t skipped = 0) {
         const auto attached = host_.attach();
         VirtualFunctions found;
@@ -311,7 +311,7 @@ TEST_F(BusTable, VirtualFunctionScanTellsThatMemoryRanOut) {
     EXPECT_EQ(records, &untouched);
 }
 
-// libpci keeps the directory that it was reading open: no leak for the checker.
+// libpci leaves the directory open that it was reading; the leak checker does not report it.
 class LibpciLeftInItsWalk {
 public:
 #if defined(__SANITIZE_ADDRESS__)

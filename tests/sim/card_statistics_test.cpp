@@ -48,7 +48,7 @@ protected:
         test::free_entries(card_.stats);
     }
 
-    // What a reader prints; its status goes to status_.
+    // The output of a reader; status_ receives its status.
     template <class Read>
     std::string output_of(Read read) {
         return test::printed([&] { status_ = read(); });
@@ -131,7 +131,7 @@ TEST_F(CardStatistics, Q3EmptyFileGivesNoEntry) {
 TEST_F(CardStatistics, LineThatDoesNotParseGivesWhatItHas) {
     EXPECT_THAT(
         q3_entries("TcpOut: 5\n"
-                   "rx_bytes: 6\n"  // a name of letters ends at the underscore
+                   "rx_bytes: 6\n"  // a name has only letters, so it ends at the underscore
                    "NoNumber: x\n"
                    "NoColon 7\n"
                    " Indented: 8\n"  // a blank is no letter

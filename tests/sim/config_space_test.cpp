@@ -21,14 +21,14 @@ constexpr uint32_t kUntouched = 0xEEEEEEEE;
 
 class ConfigSpace : public test::OutputTest {
 protected:
-    // Put the adapter on the bus, the process on the host, and the adapter into the table.
+    // Add the adapter to the bus, attach the process to the host, and read the adapter table.
     void start(const kxsim::Eeprom& eeprom = {}) {
         host_.adapter({.chip = "Q4", .location = kLocation, .eeprom = eeprom});
         attached_.emplace(host_.attach());
         ASSERT_EQ(scan_hbas(), 1);
     }
 
-    // Change bytes of configuration space that no model answers for.
+    // Change bytes of configuration space that no model simulates.
     void patch(std::size_t offset, std::string_view bytes) {
         std::string config = host_.read(kConfig);
         config.replace(offset, bytes.size(), bytes);
@@ -142,7 +142,7 @@ TEST_F(ConfigSpace, AbsentFunctionHasNoCapability) {
 
 TEST_F(ConfigSpace, LongestListIsWalkedToItsEnd) {
     start({.capability = false});
-    // Forty-eight capabilities fill what lies behind the header; the wanted one is the last.
+    // Forty-eight capabilities fill the space behind the header; the wanted one is the last.
     std::string list;
     for (unsigned offset = 0x40; offset < 0x100; offset += 4) {
         const unsigned next = offset + 4 < 0x100 ? offset + 4 : 0;

@@ -1,6 +1,6 @@
-// What calls cost, counted: how often the library asks the host, by the size of the host. No clock:
-// these counts are the same on every machine. (What flash operations cost in register accesses
-// stands beside their other tests.)
+// The cost of calls: how often the library asks the host, depending on the size of the host. The
+// counts are the same on every machine. (The tests of the flash operations count register
+// accesses.)
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 
@@ -52,7 +52,7 @@ std::string named(const Size& size) {
            " ports, " + std::to_string(size.devices) + " devices";
 }
 
-// How often the calls about one thing were made; `rest` of the object follows any beginning.
+// How often a call was made for objects whose names end with `rest`.
 uint64_t made_on(const kxsim::Calls& calls, const std::string& call, const std::string& rest) {
     uint64_t count = 0;
     for (const kxsim::LoggedCall& made : calls.log()) {
@@ -61,7 +61,7 @@ uint64_t made_on(const kxsim::Calls& calls, const std::string& call, const std::
     return count;
 }
 
-// What every inventory asks, whatever is filled.
+// The requests of every inventory, whatever it fills.
 void expect_inventory(const kxsim::Calls& calls, const Size& size) {
     EXPECT_EQ(calls.on("open", "/proc/modules"), 1U);
     EXPECT_EQ(made_on(calls, "open", "/vendor"), size.devices + kAdapters);

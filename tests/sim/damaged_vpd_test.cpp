@@ -1,5 +1,5 @@
-// Both lists of adapters whose vital product data are damaged: what is present is reported, nothing
-// is read past it, and the list goes on.
+// Both lists of adapters with damaged vital product data: the library reports what is present,
+// reads nothing past its end, and continues with the next adapter.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>
@@ -71,7 +71,7 @@ protected:
         ASSERT_NE(info_, nullptr);
     }
 
-    // What the EEPROM holds, with the template and the checksum in it.
+    // The content of the EEPROM, with the template and the checksum.
     std::string under_template(std::size_t size, void (*init)(void*), void (*sum)(void*)) {
         const bool is_q3 = size == KX_Q3_VPD_SIZE;
         std::string vpd = host_.hardware(is_q3 ? "03:00.0" : "03:00.4")
@@ -95,7 +95,7 @@ private:
 
 TEST_F(DamagedVpd, ErasedQ5NamesItselfWithErasedBytes) {
     read("Q5", {Damage::kErased});
-    // The name's length of 255 is the only one that is believed.
+    // The library accepts no length of the name but 255.
     EXPECT_EQ(bytes(info_->product_name), std::string(32, '\xFF'));
     EXPECT_THAT(info_->serial_number, Each(0));
     EXPECT_THAT(info_->part_number, Each(0));
@@ -139,7 +139,7 @@ TEST_F(DamagedVpd, Q5WithUnknownKeywordsHasItsNameAlone) {
     EXPECT_THAT(info_->v5, Each(0));
 }
 
-// --- Q4 and Q3, whose values stand where the template says ---
+// --- Q4 and Q3, whose template fixes the offset of each value ---
 
 TEST_F(DamagedVpd, ErasedQ4IsErasedBytesUnderTheTemplate) {
     read("Q4", {Damage::kErased});

@@ -214,7 +214,7 @@ TEST(DriverInventory, ReadsTheModuleListOnce) {
     EXPECT_EQ(calls["mmap"], 13U) << "only the files that matched";
 }
 
-// One walk serves all names; each must come out as a search for it alone would have it.
+// One walk finds all modules; the result of each is the same as of a search for it alone.
 void expect_searches_agree(const kxsim::Host& host) {
     const auto answer = test::driver_details();
     std::size_t next = 0;
@@ -237,8 +237,8 @@ void expect_searches_agree(const kxsim::Host& host) {
 TEST(DriverInventory, EachModuleEndsTheSearchOfItsOwnDirectoriesOnly) {
     kxsim::Host host;
     const std::string tree = "/lib/modules/" + kernel_release();
-    // A match that cannot be mapped: the search for zfab4 leaves the directory, others go on in it
-    // and in the directory that bears its name.
+    // A match that cannot be mapped ends the search for zfab4 in this directory. The searches for
+    // other modules continue, also in the directory of that name.
     host.directory(tree + "/kernel/a/zfab4.ko");
     host.module({.name = "q4_tom", .version = "in a match", .where = "kernel/a/zfab4.ko"});
     host.module({.name = "zfab4", .version = "behind it", .where = "kernel/a/later"});

@@ -1,4 +1,4 @@
-// Which groups of an inventory a mask fills, and what the query functions make of them.
+// Which groups of an inventory a mask fills, and what the query functions return of them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
@@ -189,7 +189,7 @@ TEST_F(FillGroups, CardOfAnotherTypeHasNoStatistics) {
     std::strcpy(q5().chip_type, "Q9");
     StatEntry entry{};
     q5().stats = &entry;
-    // Its text decides first: a type that is neither Q4 nor Q5 is looked up like a Q3's.
+    // The text of the chip type decides: a card that is neither Q4 nor Q5 is looked up as a Q3.
     host_.append("/proc/net/zfab3/devices", "toe1 eth2\n");
     EXPECT_EQ(fill(8), 0U);
     EXPECT_TRUE(q5().stats == nullptr);

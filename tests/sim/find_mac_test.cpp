@@ -11,8 +11,7 @@
 
 #include "support/output.hpp"
 
-// The inventory that findMac builds stays in the process by contract; a leak detector need not
-// tell.
+// By contract findMac does not free the inventory that it builds, so this is no leak.
 extern "C" KX_EXPORT const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:findMac\n"; }
 

@@ -1,5 +1,5 @@
-// The steps of the queries as calls of exported functions, in their order: a host may put its own
-// in front of any of them. And the order in which an inventory's records are freed.
+// The queries call exported functions in a fixed order, and an agent may replace each of these
+// functions. Also: the order in which the records of an inventory are freed.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ using testing::ElementsAre;
 
 struct Agent {
     std::vector<std::string> calls;
-    std::optional<uint32_t> fill_status;  // given in place of the fill's own
+    std::optional<uint32_t> fill_status;  // returned instead of the status of the fill
 };
 
 Agent& agent() {
@@ -29,14 +29,14 @@ Agent& agent() {
     return state;
 }
 
-// Take down a call and hand it on to the library.
+// Record a call, and call the library's function.
 template <class Function, class... Arguments>
 auto call(const char* name, Arguments... arguments) {
     agent().calls.emplace_back(name);
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name))(arguments...);
 }
 
-// The blocks that are freed while somebody watches.
+// The blocks that were freed while recording was on.
 struct Freed {
     bool watched = false;
     std::size_t count = 0;
@@ -256,7 +256,7 @@ TEST(Closing, FreesEachRecordRightBehindWhatHangsInIt) {
     std::vector<const void*> blocks(freed.blocks.begin(), freed.blocks.begin() + freed.count);
     std::erase_if(blocks, [&](const void* block) {
         return std::find(expected.begin(), expected.end(), block) == expected.end();
-    });  // what the test's own notes of calls freed
+    });  // freed by the test's own list of calls
     EXPECT_EQ(blocks, expected);
 }
 

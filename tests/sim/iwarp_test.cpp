@@ -59,7 +59,7 @@ struct Row {
     std::size_t offset;
     bool set_zfab3;
     bool set_zfab4;
-    bool read_zfab4;  // of iw_zfab3 is read what is set
+    bool read_zfab4;  // iw_zfab3: the same as set_zfab3
 };
 
 // In the order of setting.
@@ -220,7 +220,8 @@ TEST_F(Iwarp, AllAreWrittenInTheOrderOfTheTable) {
                 expected.push_back("echo 7 > " + file_of(module, row.name));
             }
         }
-        record_.change_mask = record_.change_mask | ~uint64_t{0x7fffffff};  // these mean nothing
+        record_.change_mask =
+            record_.change_mask | ~uint64_t{0x7fffffff};  // bits without a parameter
         EXPECT_EQ(set(), 0U);
         EXPECT_EQ(commands, expected) << module;
     }
@@ -297,7 +298,7 @@ TEST_F(Iwarp, AnUnreadableModuleListCountsAsLoaded) {
 
 TEST_F(Iwarp, AModuleNameThatFillsItsFieldIsReadNoFurther) {
     std::memset(record_.module, 'm', sizeof record_.module);
-    record_.change_mask = 0x6161616161616161;  // would go on as text
+    record_.change_mask = 0x6161616161616161;  // letters, if it were read as text
     EXPECT_EQ(set(), 62U);
     EXPECT_EQ(printed_, "SetIwarpProps:: Module: " + std::string(128, 'm') + "\n");
 }

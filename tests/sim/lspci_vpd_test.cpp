@@ -31,7 +31,7 @@ const kxsim::ProductData kProduct{
     .v0 = "v0",
     .v5 = "v5"};
 
-// lspci shows what it has no name for as bytes.
+// lspci shows fields that it does not know as bytes.
 std::string text_of_bytes(const std::string& shown) {
     std::string text;
     for (std::size_t at = 0; at + 1 < shown.size(); at += 3) {
@@ -44,7 +44,7 @@ std::string trimmed(std::string_view text) {
     return std::string(text.substr(0, text.find_last_not_of(std::string_view(" \0", 2)) + 1));
 }
 
-// What lspci says of the fields, by keyword; the product's name under "".
+// The fields that lspci shows, by keyword; the name of the product has the keyword "".
 std::map<std::string, std::string> fields_of(const std::string& output) {
     constexpr std::string_view kName = "Product Name: ";
     std::map<std::string, std::string> fields;
@@ -76,7 +76,7 @@ protected:
         return test::shell("lspci -vv -s " + location_ + " 2>&1").output;
     }
 
-    // The records of the adapter, with the library's own lines out of the way.
+    // The records of the adapter; what the library prints is dropped.
     AdapterInfoRecord info() {
         AdapterInfoRecord* first = nullptr;
         test::printed([&] { EXPECT_EQ(get_adapterinfo_list(&first), 0U); });
@@ -112,7 +112,7 @@ TEST_P(Lspci, TellsTheMakersDataAsTheLibraryDoes) {
     EXPECT_EQ(fields[""], "KX-PRODUCT") << output;
     EXPECT_EQ(fields[serial_], text(adapter.serial_number));
     EXPECT_EQ(fields["NA"], text(adapter.mac));
-    if (chip_ != "Q3") {  // which is called by its model, and whose record has no part number
+    if (chip_ != "Q3") {  // its name is the model, and its record has no part number
         EXPECT_EQ(fields[""], text(adapter.product_name));
         EXPECT_EQ(fields["PN"], text(adapter.part_number));
         EXPECT_EQ(fields["V0"], text(adapter.v0));
@@ -150,7 +150,7 @@ TEST_P(LspciOnTemplates, TellTheSameNameAndNumbers) {
         EXPECT_THAT(output, HasSubstr("173 byte(s) free"));
         EXPECT_THAT(output, HasSubstr("\tEnd\n"));
     } else {
-        // The template's length of the read-only part ends it within "V9".
+        // The length of the read-only part in the template ends within "V9".
         EXPECT_THAT(output, testing::Not(HasSubstr("[VA]")));
     }
 }

@@ -1,4 +1,4 @@
-// Where a module's file is looked for, and what is read of it.
+// Where the library looks for the file of a module, and what it reads from it.
 #include <gtest/gtest.h>
 #include <kxlinhw/modules.h>
 #include <sys/mman.h>
@@ -314,7 +314,8 @@ TEST_F(ModulePath, AnythingButAMissingFileEndsTheSearch) {
 
 // --- Mapping a file ----------------------------------------------------------------------------
 
-// A pipe without a writer must not be waited for. A child, which is ended if it waits.
+// The library must not wait for the writer of a pipe. It runs in a child process, which is killed
+// if it waits.
 TEST_F(ModulePath, NamedPipeEndsTheSearchAtOnce) {
     kxsim::Host host;
     host.module({.name = "zfab4", .version = "of the tree"});
@@ -370,7 +371,7 @@ TEST_F(ModulePath, FailureToMapTellsWhyAndLeavesNoDescriptor) {
     EXPECT_EQ(errno, ENODEV);
     EXPECT_EQ(length, 7U);
 
-    // Descriptors are given out lowest first: one that was lost would show in the next number.
+    // The kernel gives the lowest free descriptor, so a leaked one changes the next number.
     const int before = dup(0);
     close(before);
     EXPECT_EQ(grab_file("empty", &length), nullptr);

@@ -1,4 +1,4 @@
-// Which modules are loaded, after the simulated host's /proc/modules.
+// Which modules are loaded, according to /proc/modules of the simulated host.
 #include <gtest/gtest.h>
 #include <kxlinhw/modules.h>
 
@@ -32,7 +32,7 @@ std::string module_line(const std::string& module) {
     return module + " 16384 0 - Live 0x0000000000000000\n";
 }
 
-// What lsmod(name) says when /proc/modules holds this text.
+// The answer of lsmod(name) when /proc/modules has this content.
 uint32_t lsmod_over(const std::string& text, const char* name) {
     kxsim::Host host;
     host.file("/proc/modules", text);

@@ -1,5 +1,5 @@
-// Offload devices that come and go while settings are applied: the one that is there once the
-// device has been brought up counts. The agent brings it up in a way of its own.
+// Offload devices that appear and disappear while settings are applied: the library uses the index
+// that the device has after it was brought up. The agent of this test brings it up itself.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 

@@ -90,7 +90,7 @@ protected:
         return 0;
     }
 
-    // What reading a control file with that content leaves in its field.
+    // The value of the field after a control file with this content was read.
     int64_t read(const std::string& name, const std::string& content) {
         host_.file(path(name), content);
         EXPECT_EQ(getTOEparams(&card_), 0U);
@@ -155,7 +155,7 @@ TEST_F(OffloadParameters, DeviceListThatIsMissingOrUnreadableGives1) {
 
 TEST_F(OffloadParameters, LinesOfTheDeviceListAreReadInPiecesOf255Characters) {
     int index = -7;
-    host_.file(kDevices, std::string(253, 'x') + "eth2\n");  // the name lies across two pieces
+    host_.file(kDevices, std::string(253, 'x') + "eth2\n");  // the name is split between two reads
     EXPECT_EQ(getTOEDeviceIndex("eth2", &index), 71U);
     host_.file(kDevices, std::string(255, 'x') + "toe6 eth2\n");
     EXPECT_EQ(getTOEDeviceIndex("eth2", &index), 0U);
@@ -251,7 +251,7 @@ TEST_F(OffloadParameters, TextThatIsNoNumberReadsZero) {
 
 TEST_F(OffloadParameters, SixteenCharactersOfAFileCount) {
     EXPECT_EQ(read("mss", "0000000000001234567\n"), 1234);
-    host_.file(path("delayed_ack"), "");  // read behind mss, and not with its digits
+    host_.file(path("delayed_ack"), "");  // read after mss, and must not keep its digits
     EXPECT_EQ(read("delayed_ack", ""), 0);
 }
 

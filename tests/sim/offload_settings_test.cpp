@@ -107,7 +107,7 @@ protected:
         return SetCardParam(&params_, location.data());
     }
 
-    // max_wr_credits is applied only beside another offload setting; this one is harmless.
+    // max_wr_credits is applied only together with another offload setting; this one has no effect.
     uint32_t set_alone(const Row& row, int64_t value) {
         start();
         put(row, value);
@@ -309,7 +309,7 @@ TEST_F(OffloadSettings, AFailedActivationStillAppliesTheOthers) {
 
 constexpr char kNoDevice[] = "Set TOE Parameter(s) failed for 03:00.4: Resource not available";
 
-// The first device is another card's.
+// The first device belongs to another card.
 TEST_F(OffloadSettings, APortThatIsNotListedWritesNothingOfAnyDevice) {
     for (const char* list : {"toe0            eth9\n", ""}) {
         start();
@@ -444,7 +444,7 @@ TEST_F(OffloadSettings, TheWalkLeavesTheActivationOut) {
     EXPECT_EQ(written("mss"), "1448\n");
 }
 
-// Set with a descriptor closed, whose number the control file then gets.
+// One descriptor is closed, so the control file gets its number.
 uint32_t set_without(int descriptor) {
     const int kept = dup(descriptor);
     close(descriptor);

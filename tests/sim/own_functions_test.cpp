@@ -1,5 +1,5 @@
-// An agent with functions of its own under the library's names, on a host: what they are given, and
-// the effect of their results and exceptions.
+// An agent replaces functions of the library: which arguments the functions receive, and the effect
+// of their results and exceptions.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,7 +78,7 @@ TEST_F(OwnFill, StatusPassesThroughOneByte) {
     EXPECT_TRUE(list_ != nullptr);
 }
 
-// What the call had read of the host until then must not answer later calls.
+// Later calls must not use what this call had read from the host.
 TEST_F(OwnFill, AnExceptionLeavesNoReadingBehind) {
     before_driver_params = [] { throw std::runtime_error("the agent's own"); };
     EXPECT_THROW(InitAndFillInfo_Kxcard(&list_, KX_FILL_CARD_PARAMS), std::runtime_error);

@@ -35,7 +35,7 @@ std::vector<std::string> ports_of(const char* location) {
     });
 }
 
-// The ports that these interfaces, met in this order, make on one card.
+// The ports of one card that has these interfaces, found in this order.
 std::vector<std::string> ports_from(const std::vector<std::string>& names) {
     HostWithCard host;
     for (const std::string& name : names) {
@@ -77,7 +77,7 @@ TEST(Ports, OfEthTwoHundredFiftyFiveCountAsUnnumbered) {
 
 TEST(Ports, InAnyNumberKeepTheOrderThatAWalkOfTheListWouldGive) {
     std::vector<std::string> names;
-    std::vector<std::pair<int, std::string>> walked;  // the rule in its own words
+    std::vector<std::pair<int, std::string>> walked;  // the same rule, written differently
     for (int k = 0; k < 200; ++k) {
         const int number = k % 5 == 0 ? 255 : (k * 7919) % 41;
         const std::string name =

@@ -1,4 +1,4 @@
-// The setter groups of a single request: MTU, coalescing, restart of auto-negotiation.
+// The setter groups that make one request: MTU, coalescing, restart of auto-negotiation.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/ethtool.h>

@@ -24,8 +24,8 @@ struct Range {
     std::size_t width;
 };
 
-// One request of getPortParameters: what it asks, which of the equal commands it is, and the bytes
-// of the port that it alone writes.
+// One request of getPortParameters: its command, its number among requests with the same command,
+// and the bytes of the port that only this request writes.
 struct Request {
     const char* name;
     uint32_t command;
@@ -97,7 +97,7 @@ std::string text_at(const PortInfo& port, std::size_t offset) {
     return reinterpret_cast<const char*>(&port) + offset;
 }
 
-// Every field of its own value.
+// Every field has a different value.
 kxsim::Nic distinct_nic() {
     kxsim::Nic nic;
     nic.link_settings.supported = 0x40 | 0x80 | 0x400 | 0x1 | 0x1000;
@@ -190,7 +190,7 @@ TEST_F(PortParameters, WriteNoByteBesideTheirFields) {
     expect_equal(got, expected);
 }
 
-// A switch that is off beside three that are on, each in its turn.
+// Each switch in turn is off while the three others are on.
 TEST_F(PortParameters, SwitchesAreNotMixedUp) {
     struct Switch {
         const char* name;
@@ -351,8 +351,9 @@ TEST_F(PortParameters, CostOneSocketAndThirteenRequestsInTheirOrder) {
     EXPECT_THAT(asked, ElementsAreArray(expected));
 }
 
-// Of thirteen runs each refuses one request: its fields keep what they held, all others are as
-// without the refusal. The texts of the link settings become empty with their request.
+// Thirteen runs; in each of them one request fails. The fields of that request keep their values,
+// and all others are the same as without the failure. The texts of the link settings become empty
+// when their request fails.
 TEST_F(PortParameters, RefusedRequestLeavesItsFieldsAlone) {
     const Bytes complete = bytes_of(read());
     for (const Request& refused : requests()) {
@@ -374,7 +375,7 @@ TEST_F(PortParameters, RefusedRequestLeavesItsFieldsAlone) {
     }
 }
 
-// Of thirteen runs each lets one request succeed.
+// Thirteen runs; in each of them only one request succeeds.
 TEST_F(PortParameters, AnyOneRequestMakesTheCallSucceed) {
     const Bytes complete = bytes_of(read());
     for (const Request& answered : requests()) {

@@ -39,7 +39,7 @@ protected:
     PortRings() {
         kxsim::Nic nic;
         nic.rings.rx_max_pending = 4096;
-        nic.rings.rx_mini_max_pending = 60000;  // not what counts
+        nic.rings.rx_mini_max_pending = 60000;  // not the limit that counts
         nic.rings.rx_jumbo_max_pending = 1024;
         nic.rings.tx_max_pending = 2048;
         nic.rings.rx_pending = 11;

@@ -16,7 +16,7 @@
 #include "support/stat_entries.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
-// A size that no allocator can give is an allocation that fails, as in a process without sanitizer.
+// An allocation that is too large fails, as without a sanitizer.
 extern "C" KX_EXPORT const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 #endif
 
@@ -180,7 +180,7 @@ TEST_F(PortStatistics, ExistingChainIsNotShortened) {
                     Entry{9, "old", 999}));
 }
 
-// There are as many entries as the driver announces; what it leaves out then is empty.
+// There are as many entries as the driver announces; those that it does not fill are empty.
 TEST_F(PortStatistics, AnnouncedNumberCountsWhateverTheAnswersSay) {
     change([](kxsim::Nic& nic) { nic.announced_counters = 2; });
     EXPECT_THAT(read(), ElementsAre(Entry{0, "rx_bytes", 1}, Entry{0, "tx_bytes", 2}));

@@ -1,6 +1,6 @@
-// The power goes at every single transfer of everything that writes a flash: what the next start
-// finds there. Nothing can be promised of the sectors that are rewritten but what the order of the
-// pages gives; all others must be as they were.
+// A power cut at every transfer of every operation that writes a flash, and what is in the flash
+// afterwards. In the sectors that are rewritten only the order of the pages is known; all other
+// sectors must be unchanged.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/flash.h>
@@ -24,7 +24,7 @@ using Bytes = std::vector<uint8_t>;
 using bench::Family;
 
 constexpr std::size_t kSector = 0x10000;
-constexpr uint8_t kBefore = 0x5A;  // all that the flash held
+constexpr uint8_t kBefore = 0x5A;  // the old content of every byte
 
 Bytes boot_image(std::size_t size, uint8_t first = 3) {
     Bytes image = counting(size, first);
@@ -35,15 +35,15 @@ Bytes boot_image(std::size_t size, uint8_t first = 3) {
 
 // A flash of 1 MiB (Q3: 512 KiB) after a power cut.
 struct Aftermath {
-    uint32_t cut;  // transfer at which it came, from 1
+    uint32_t cut;  // the number of the transfer, from 1
     int32_t status;
-    bool whole_run;  // it came too late to matter
+    bool whole_run;  // the operation ended before the cut
     unsigned erases;
     Bytes content;
 };
 
-// Every run of an operation, each on a fresh flash, cut at its first, second, ... transfer; the
-// last one is not cut at all.
+// Runs an operation on a new flash with a power cut at its first, second, ... transfer; the last
+// run is not cut.
 std::vector<Aftermath> cut_everywhere(Family family, const std::function<int32_t()>& operation) {
     std::vector<Aftermath> all;
     const auto cut_each = [&] {
@@ -71,13 +71,13 @@ bool holds(const Bytes& content, std::size_t start, const Bytes& bytes) {
         bytes.begin(), bytes.end(), content.begin() + static_cast<std::ptrdiff_t>(start));
 }
 
-// Each byte is like the one before: thousands of large flashes are compared so.
+// Compares each byte with the byte before it: fast, because there are thousands of large flashes.
 bool all_are(std::span<const uint8_t> bytes, uint8_t value) {
     return bytes.empty() || (bytes.front() == value &&
                              std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
-// Sectors outside of [start, start + size) are as they were.
+// Sectors outside of [start, start + size) are unchanged.
 void expect_rest_untouched(const Aftermath& after, std::size_t start, std::size_t size) {
     EXPECT_TRUE(all_are(part(after.content, 0, start), kBefore)) << after.cut;
     const std::size_t end = start + size;
@@ -85,8 +85,8 @@ void expect_rest_untouched(const Aftermath& after, std::size_t start, std::size_
         << after.cut;
 }
 
-// How many pages, counted from the first, hold the new bytes; behind them the sector must be
-// erased. Pages are programmed whole or not at all.
+// How many pages from the first one on have the new bytes; the rest of the sector must be erased.
+// Each page is programmed completely or not at all.
 std::size_t pages_there(const Aftermath& after, std::size_t start, const Bytes& fresh) {
     std::size_t there = 0;
     bool gap = false;
@@ -110,8 +110,8 @@ void expect_status(const Aftermath& after) {
         << "a cut at transfer " << after.cut << " must not look like success, nor none like one";
 }
 
-// Pages in their order: after each cut a number of them from the first one on, never fewer than
-// after an earlier cut, all of them in the end.
+// Pages are written in their order: a later cut never leaves fewer pages than an earlier one, and
+// the last run writes all of them.
 void expect_pages_in_order(
     const std::vector<Aftermath>& all, std::size_t start, const Bytes& fresh) {
     std::size_t before = 0;
@@ -191,7 +191,7 @@ TEST(PowerCut, ErasesAreWholeSectorsInTheirOrder) {
     expect_sectors_in_order(all, 6);
 }
 
-// The first page goes first: a signature may stand in front of an image that is not whole.
+// The first page is written first, so an incomplete image can begin with a valid signature.
 TEST(PowerCut, Q3BootDownloadGrowsPageByPage) {
     const Bytes image = boot_image(3 * KX_FLASH_PAGE + 29);
     const auto all = cut_everywhere(
@@ -203,7 +203,7 @@ TEST(PowerCut, Q3SettingsGrowPageByPageInTheirSector) {
     Bytes block(448, 0x33);
     const auto all =
         cut_everywhere(Family::kQ3, [&] { return save_hba_settings(0, block.data()); });
-    expect_pages_in_order(all, 3 * kSector, block);  // which has its header by now
+    expect_pages_in_order(all, 3 * kSector, block);  // its header is already there
 }
 
 TEST(PowerCut, Q3ErasesAreWholeSectorsInTheirOrder) {

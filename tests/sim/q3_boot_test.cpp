@@ -1,4 +1,4 @@
-// Settings and boot option ROM of a Q3 adapter, from the register window to the flash's bytes.
+// Settings and boot option ROM of a Q3 adapter, from the register window to the bytes of the flash.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/adapter.h>
@@ -42,7 +42,7 @@ std::string text_of(const std::vector<uint8_t>& bytes) { return {bytes.begin(), 
 class Q3Boot : public test::OutputTest {
 protected:
     Q3Boot() {
-        // Polls that are never needed keep the counts those of the protocol.
+        // The flash is ready at the first poll, so the counts are those of the protocol.
         const kxsim::Flash flash{.busy_polls = 0, .program_polls = 0, .erase_polls = 0};
         host_.adapter({.chip = "Q3", .location = "03:00.0", .flash = flash});
         host_.adapter({.chip = "Q3", .location = "04:00.0", .flash = flash});
@@ -208,7 +208,7 @@ TEST_F(Q3Boot, DownloadWritesTheImageAndClosesTheWindow) {
 
 TEST_F(Q3Boot, DownloadWritesTheFirstPageFirst) {
     const auto image = make_image(1024);
-    hardware_->faults({.endless_write_at = 2});  // behind the erase
+    hardware_->faults({.endless_write_at = 2});  // after the erase
     EXPECT_EQ(load(image), KX_Q3_FLASH_TIMED_OUT);
     EXPECT_EQ(hardware_->flash(0, 256), text_of(image).substr(0, 256));
     EXPECT_EQ(hardware_->flash(256, 256), erased(256));
@@ -317,7 +317,7 @@ protected:
         hardware_->write_flash(kSettings, "CIB");
     }
 
-    // What each of the three reads of adapter 0, and that it leaves the window open on it.
+    // What each of the three functions reads from adapter 0, and that each leaves its window open.
     void expect_read(int32_t (*read)(uint8_t, void*), const std::string& wanted) {
         std::array<char, KX_Q3_SETTINGS_SIZE> out{};
         EXPECT_EQ(run([&] { return read(0, out.data()); }), 0);

@@ -1,4 +1,4 @@
-// The serial flash of Q3 adapters: what differs from Q4 and Q5, line by line.
+// The serial flash of Q3 adapters: all differences from Q4 and Q5.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/flash.h>
@@ -385,7 +385,7 @@ TEST_F(Q3Flash, ProgramDoesNotNoticeAFlippedBit) {
 
 TEST_F(Q3Flash, AnotherAdaptersRegistersAreNotTouched) {
     const auto data = counting(4);
-    EXPECT_EQ(q3_write_flash(1, 0, 4, data.data()), 0);  // reads of 0 look like success
+    EXPECT_EQ(q3_write_flash(1, 0, 4, data.data()), 0);  // registers that read 0 look like success
     EXPECT_EQ(adapter.accesses(), 0U);
 }
 

@@ -78,7 +78,7 @@ TEST_F(Q4Flash, WaitWithoutDelayDoesNotSleep) {
 
 TEST_F(Q4Flash, WaitWithNoAttemptsGoesOnPastZero) {
     adapter.hardware.controller.busy_polls = 20;
-    ASSERT_EQ(q4_sf1_write(0, 1, 0, 0, 0x06), KX_FLASH_TIMED_OUT);  // ten polls leave ten
+    ASSERT_EQ(q4_sf1_write(0, 1, 0, 0, 0x06), KX_FLASH_TIMED_OUT);  // ten polls are left
     EXPECT_EQ(q4_wait_op_done(0, kOp, kBusy, 0, 0, 0), 0);
 }
 
@@ -291,7 +291,7 @@ TEST_F(Q4Flash, RangeEraseRoundsUpToTheFlashsOwnSectors) {
         {22, 0x71234, 1, {7}, "sf_size 4194304 sf_nsec 64\n"},
         {22, 0, 0x60000, {0, 1, 2, 3, 4, 5}, "sf_size 4194304 sf_nsec 64\n"},
         {22, 0x20000, 0, {}, "sf_size 4194304 sf_nsec 64\n"},
-        // Sectors of 256 KiB: the first counts in 64 KiB all the same.
+        // With sectors of 256 KiB the first one still counts as 64 KiB.
         {24, 0x70000, 0x50000, {7, 8}, "sf_size 16777216 sf_nsec 64\n"},
         {20, 0x10000, 0x20000, {1, 2}, "sf_size 1048576 sf_nsec 16\n"},
     };

@@ -134,7 +134,7 @@ TEST(EveryQuery, RefusesANullBufferOrLength) {
     EXPECT_EQ(GetDriverDetails(buffer.data(), nullptr), 317U);
 }
 
-// An agent that has no buffer yet still learns what else stands in the way of its query.
+// An agent without a buffer still gets the status of what is missing on the host.
 TEST(EveryQuery, NeedsNoBufferWhenThereIsNothingToCopy) {
     uint32_t length = 9;
     {

@@ -1,5 +1,5 @@
-// Recording settings in the two configuration files of a host: what a file may be that is there,
-// and what is left when something fails on the way.
+// Recording settings in the two configuration files of a host: which kinds of file may exist there,
+// and what remains after a failure.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
@@ -207,7 +207,7 @@ TEST_F(Recording, AgentsThatSaveAtTheSameTimeLoseNoLine) {
     std::fflush(stdout);
     in_processes([](int agent) {
         test::printed([agent] {
-            for (const int value : {1, 2}) {  // appended, then put in the place of the first
+            for (const int value : {1, 2}) {  // appended, then replaced
                 for (int i = 0; i < kSettings; ++i) {
                     const std::string key =
                         "k" + std::to_string(i) + "a" + std::to_string(agent) + "_";
@@ -230,8 +230,8 @@ TEST_F(Recording, AgentsThatSaveAtTheSameTimeLoseNoLine) {
     EXPECT_THAT(lines_of(sysctl()), UnorderedElementsAreArray(sysctl_lines));
 }
 
-// Every call that recording makes fails in its turn; the old or the new text stands whole, under
-// the file's own name whenever it is there.
+// Each call that recording makes fails once. The file, when it exists, then has the complete old
+// text or the complete new text.
 TEST_F(Recording, AnyFailingCallLeavesOneTextWhole) {
     const std::string old_text = " # ours\neth1.mtu = 1\neth1.gso = 1\n";
     const std::string new_text = "# ours\neth1.mtu = 1500\neth1.gso = 1\n";

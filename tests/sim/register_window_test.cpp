@@ -246,7 +246,7 @@ TEST_F(RegisterWindow, RefusedMappingIsToldAndClosesTheDescriptorOnce) {
     EXPECT_EQ(memfd, dev_mem.opened.at(0));
     EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
     EXPECT_EQ(mmapd_addr, 0U);
-    const int mine = fcntl(STDERR_FILENO, F_DUPFD, memfd);  // the agent gets the number
+    const int mine = fcntl(STDERR_FILENO, F_DUPFD, memfd);  // the agent now owns this number
     ASSERT_EQ(mine, memfd);
     disconnect();
     EXPECT_THAT(dev_mem.closed, ElementsAre(memfd)) << "not again";
@@ -336,7 +336,7 @@ TEST_F(RegisterWindow, DisconnectOfAnotherAdapterClosesTheWindowAllTheSame) {
 TEST_F(RegisterWindow, StaleDescriptorNumberIsNeverClosedAgain) {
     ASSERT_EQ(connect(), 0);
     disconnect();
-    const int mine = fcntl(STDERR_FILENO, F_DUPFD, memfd);  // the agent gets the number
+    const int mine = fcntl(STDERR_FILENO, F_DUPFD, memfd);  // the agent now owns this number
     ASSERT_EQ(mine, memfd);
     dev_mem.closed.clear();
     disconnect();
@@ -366,7 +366,7 @@ TEST_F(RegisterWindow, DescriptorThatAHostPutIntoMemfdIsClosedWithTheWindow) {
     EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
     dev_mem.closed.clear();
     const int other = open("/dev/null", O_RDWR);
-    memfd = fcntl(other, F_DUPFD, other + 1);  // not the number of the one before
+    memfd = fcntl(other, F_DUPFD, other + 1);  // not the previous number
     run([] { return cleanup_and_exit(0); });
     EXPECT_THAT(dev_mem.closed, ElementsAre(memfd));
     EXPECT_EQ(close(other), 0);

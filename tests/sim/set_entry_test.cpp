@@ -123,7 +123,7 @@ TEST_F(SetEntry, EveryBitIsAppliedInTheFixedOrder) {
 TEST_F(SetEntry, EachGroupRunsForEachOfItsBitsAndNoOther) {
     struct Row {
         uint32_t bit;
-        const char* first_request;  // behind those that build the inventory
+        const char* first_request;  // after those that build the inventory
     };
     const Row rows[] = {
         {0x2, "GSET eth2"},

@@ -1,4 +1,5 @@
-// A PCI function whose ids cannot be read is nobody's: half an identity would be another adapter's.
+// The library ignores a PCI function whose ids it cannot read completely: with half of its ids it
+// could be taken for another adapter.
 #include <gtest/gtest.h>
 #include <kxlinhw/kxlinhw.h>
 
