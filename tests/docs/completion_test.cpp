@@ -171,14 +171,14 @@ std::string line_up_to_settings(const Command& command) {
 TEST_P(Completion, OffersTheSettingsOfEveryCommandThatSetsSomething) {
     Words lines;
     for (const Command& command : commands()) {
-        if (!command.settings.empty()) {
+        if (!command.settings().empty()) {
             lines.push_back(line_up_to_settings(command));
         }
     }
     auto all = offers(lines);
     for (const Command& command : commands()) {
         Words expected;
-        for (const Term& setting : command.settings) {
+        for (const Term& setting : command.settings()) {
             if (setting.values.empty()) {
                 expected.push_back(setting.word + "=");
             }
