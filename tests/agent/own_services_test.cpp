@@ -3,6 +3,7 @@
 #include <kxlinhw/host.h>
 #include <kxlinhw/kxlinhw.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <optional>
@@ -24,7 +25,7 @@ void write_output(const std::string& text) {
     while (g_MXdataBufferSize - g_MXdataBufferOffset < static_cast<int>(text.size())) {
         ASSERT_EQ(ReallocMXbuffer(), 0U);
     }
-    std::memcpy(g_MXdataBuffer + g_MXdataBufferOffset, text.data(), text.size());
+    std::ranges::copy(text, g_MXdataBuffer + g_MXdataBufferOffset);
     g_MXdataBufferOffset += static_cast<int>(text.size());
 }
 

@@ -86,11 +86,11 @@ std::vector<Keyword> keywords(std::size_t columns) {
 }
 
 // Every byte that the template writes has a row, and the row is right.
-template <std::size_t size>
+template <std::size_t kSize>
 void check(void (*write_template)(void*), std::size_t columns) {
     constexpr std::size_t kRows = 24;
     constexpr uint8_t kUntouched = 0xEE;
-    std::array<uint8_t, size> vpd;
+    std::array<uint8_t, kSize> vpd;
     vpd.fill(kUntouched);
     write_template(vpd.data());
     std::size_t headers = 0;

@@ -12,10 +12,10 @@ constexpr char kLocation[] = "03:00.4";
 // A directory with an entry for the card.
 void list_devices() {
     static const test::ScratchDirectory directory;
-    if (fuzz::FedFiles::directory.empty()) {
+    if (fuzz::FedFiles::directory_.empty()) {
         directory.write(std::string("0000:") + kLocation, "");
-        fuzz::FedFiles::listed_as = "/proc/driver/zfab4/";
-        fuzz::FedFiles::directory = directory.path();
+        fuzz::FedFiles::listed_as_ = "/proc/driver/zfab4/";
+        fuzz::FedFiles::directory_ = directory.path();
     }
 }
 

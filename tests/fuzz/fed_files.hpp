@@ -41,8 +41,8 @@ public:
     }
 
     // Listed in the place of another directory.
-    static inline std::string directory;
-    static inline std::string listed_as;
+    static inline std::string directory_;
+    static inline std::string listed_as_;
 
 private:
     static std::map<std::string, int>& descriptors() {
@@ -74,7 +74,7 @@ int stat(const char* path, struct stat* status) {
 DIR* opendir(const char* path) {
     using Call = DIR* (*)(const char*);
     static const Call next = fuzz::next_call<Call>("opendir");
-    return next(path == fuzz::FedFiles::listed_as ? fuzz::FedFiles::directory.c_str() : path);
+    return next(path == fuzz::FedFiles::listed_as_ ? fuzz::FedFiles::directory_.c_str() : path);
 }
 
 }  // extern "C"

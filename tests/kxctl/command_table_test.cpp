@@ -43,16 +43,16 @@ std::vector<std::string> names_of(const Argument& argument) {
 
 class EveryCommand : public testing::TestWithParam<const Command*> {
 protected:
-    const Command& command = *GetParam();
+    const Command& command_ = *GetParam();
 };
 
 TEST_P(EveryCommand, IsDescribed) {
-    EXPECT_STRNE(command.noun, "");
-    EXPECT_STRNE(command.help, "");
-    EXPECT_THAT(command.help, Not(EndsWith(".")));
-    EXPECT_THAT(command.about, EndsWith("."));
-    EXPECT_NE(command.run, nullptr);
-    for (const Argument& argument : command.arguments) {
+    EXPECT_STRNE(command_.noun, "");
+    EXPECT_STRNE(command_.help, "");
+    EXPECT_THAT(command_.help, Not(EndsWith(".")));
+    EXPECT_THAT(command_.about, EndsWith("."));
+    EXPECT_NE(command_.run, nullptr);
+    for (const Argument& argument : command_.arguments) {
         EXPECT_STRNE(argument.help, "") << argument.name;
     }
 }
@@ -64,7 +64,7 @@ TEST_P(EveryCommand, TakesEachArgumentOnce) {
             EXPECT_TRUE(names.insert(name).second) << name;
         }
     }
-    for (const Argument& argument : command.arguments) {
+    for (const Argument& argument : command_.arguments) {
         for (const std::string& name : names_of(argument)) {
             EXPECT_TRUE(names.insert(name).second) << name;
         }
@@ -73,7 +73,7 @@ TEST_P(EveryCommand, TakesEachArgumentOnce) {
 
 TEST_P(EveryCommand, HasOnlyItsLastWordsOptionalOrRepeated) {
     Count before = Count::kOne;
-    for (const Argument& argument : command.arguments) {
+    for (const Argument& argument : command_.arguments) {
         if (!argument.is_option()) {
             EXPECT_TRUE(before == Count::kOne || argument.count == Count::kOptional)
                 << argument.name;
@@ -84,28 +84,28 @@ TEST_P(EveryCommand, HasOnlyItsLastWordsOptionalOrRepeated) {
 }
 
 TEST_P(EveryCommand, HasTwoExamplesThatParse) {
-    ASSERT_EQ(command.examples.size(), 2U);
-    for (const char* example : command.examples) {
+    ASSERT_EQ(command_.examples.size(), 2U);
+    for (const char* example : command_.examples) {
         std::vector<std::string> words = words_of(example);
         ASSERT_EQ(words.at(0), "kxctl") << example;
         words.erase(words.begin());
         const Invocation invocation = parse(take_simulation(words).words);
-        EXPECT_EQ(invocation.command, &command) << example;
+        EXPECT_EQ(invocation.command, &command_) << example;
     }
 }
 
 TEST_P(EveryCommand, PrintsItsOwnHelp) {
-    std::vector<std::string> words = words_of(command.name());
+    std::vector<std::string> words = words_of(command_.name());
     words.emplace_back("--help");
     const test::Result result = test::run(words);
     EXPECT_EQ(result.exit, 0);
     EXPECT_EQ(result.err, "");
-    EXPECT_THAT(result.out, HasSubstr("kxctl [OPTION...] " + command.name()));
-    EXPECT_THAT(result.out, HasSubstr(std::string(command.help) + "."));
-    for (const char* example : command.examples) {
+    EXPECT_THAT(result.out, HasSubstr("kxctl [OPTION...] " + command_.name()));
+    EXPECT_THAT(result.out, HasSubstr(std::string(command_.help) + "."));
+    for (const char* example : command_.examples) {
         EXPECT_THAT(result.out, HasSubstr(std::string("\n  ") + example + "\n"));
     }
-    for (const Argument& argument : command.arguments) {
+    for (const Argument& argument : command_.arguments) {
         EXPECT_THAT(result.out, HasSubstr(names_of(argument).back()));
     }
 }

@@ -25,7 +25,7 @@ __attribute__((no_sanitize("address", "undefined"))) void call_early(int, char**
     std::free(block);
 }
 
-__attribute__((section(".preinit_array"), used)) void (*const early)(int, char**, char**) =
+__attribute__((section(".preinit_array"), used)) void (*const kEarly)(int, char**, char**) =
     call_early;
 
 }  // namespace

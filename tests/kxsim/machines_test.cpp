@@ -29,10 +29,10 @@ protected:
             GTEST_SKIP() << "virsh (libvirt-clients) is not installed";
         }
         // The library's listings leave a file in the working directory.
-        std::filesystem::current_path(host.root());
-        host.adapter({.chip = "Q4", .location = "04:00.4", .virtual_functions = 8});
-        host.interface({.name = "br0"});
-        host.machine(
+        std::filesystem::current_path(host_.root());
+        host_.adapter({.chip = "Q4", .location = "04:00.4", .virtual_functions = 8});
+        host_.interface({.name = "br0"});
+        host_.machine(
             {.name = "one",
              .uuid = "11223344-5566-4788-9900-aabbccddeeff",
              .state = "running",
@@ -54,11 +54,11 @@ protected:
         static auto* const vm = new VMUtils;
         return *vm;
     }
-    kxsim::Host host;
+    kxsim::Host host_;
 };
 
 TEST_F(Machines, WhatVirshChangesShowsInTheProcessThatRanIt) {
-    const auto attached = host.attach();
+    const auto attached = host_.attach();
     EXPECT_EQ(interface_count(), 1U);
     std::string bridge = "br0";
     EXPECT_EQ(vm().attachBrdgToVM(1, bridge.data()), 0);
@@ -70,7 +70,7 @@ TEST_F(Machines, WhatVirshChangesShowsInTheProcessThatRanIt) {
 }
 
 TEST_F(Machines, WhatTheProcessChangesShowsInVirsh) {
-    const auto attached = host.attach();
+    const auto attached = host_.attach();
     std::string uuid = kUuid;
     EXPECT_EQ(vm().attachVFToVM(uuid.data(), {0, 4, 1, 3}), 0);
     EXPECT_THAT(virsh("dumpxml one"), HasSubstr("slot='0x01' function='0x3'"));
@@ -83,7 +83,7 @@ TEST_F(Machines, WhatTheProcessChangesShowsInVirsh) {
 }
 
 TEST_F(Machines, VirshPlugsAndUnplugsThemSilently) {
-    const auto attached = host.attach();
+    const auto attached = host_.attach();
     EXPECT_EQ(
         virsh("attach-interface one bridge br0 --mac 52:54:00:00:00:01"),
         "Interface attached successfully\n\n");
@@ -98,7 +98,7 @@ TEST_F(Machines, VirshPlugsAndUnplugsThemSilently) {
 }
 
 TEST_F(Machines, AreTheHostsWhateverUriIsAskedFor) {
-    const auto attached = host.attach();
+    const auto attached = host_.attach();
     EXPECT_THAT(virsh("-c qemu:///system list"), HasSubstr("one"));
     EXPECT_THAT(virsh("-c test:///default list"), Not(HasSubstr("one")));
 }
@@ -129,21 +129,21 @@ TEST_F(Machines, ThatCannotBeAreRefused) {
     };
     for (const auto& [machine, reason] : mistakes) {
         try {
-            host.machine(machine);
+            host_.machine(machine);
             ADD_FAILURE() << reason;
         } catch (const std::invalid_argument& mistake) {
             EXPECT_THAT(mistake.what(), HasSubstr(reason));
         }
     }
-    host.machine({.name = "holder", .state = "running", .vfs = {"04:01.0"}});
+    host_.machine({.name = "holder", .state = "running", .vfs = {"04:01.0"}});
     EXPECT_THROW(
-        host.machine({.name = "x", .state = "paused", .vfs = {"04:01.0"}}), std::invalid_argument);
-    host.machine({.name = "x", .vfs = {"04:01.0"}});
+        host_.machine({.name = "x", .state = "paused", .vfs = {"04:01.0"}}), std::invalid_argument);
+    host_.machine({.name = "x", .vfs = {"04:01.0"}});
 }
 
 TEST_F(Machines, MistakesOfScenariosAreToldAtTheirPlace) {
     try {
-        kxsim::load_scenario_text(host, "\n[[vm]]\nname = \"x\"\nstate = \"off\"\n", "s.toml");
+        kxsim::load_scenario_text(host_, "\n[[vm]]\nname = \"x\"\nstate = \"off\"\n", "s.toml");
         FAIL();
     } catch (const kxsim::ScenarioError& error) {
         EXPECT_THAT(error.what(), HasSubstr("s.toml:2: state is \"off\", expected \"running\""));

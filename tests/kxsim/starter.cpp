@@ -41,7 +41,7 @@ std::string command_line() {
 
 int open_program(int flags) { return open(program, flags | O_CLOEXEC); }
 
-const std::map<std::string, int (*)()> functions = {
+const std::map<std::string, int (*)()> kFunctions = {
     {"execl", [] { return execl(program, words[0], words[1], nullptr); }},
     {"execle", [] { return execle(program, words[0], words[1], nullptr, no_environment); }},
     {"execlp", [] { return execlp(program, words[0], words[1], nullptr); }},
@@ -63,13 +63,13 @@ const std::map<std::string, int (*)()> functions = {
 }  // namespace
 
 int main(int count, char** arguments) {
-    if (count < 3 || functions.count(arguments[1]) == 0) {
+    if (count < 3 || kFunctions.count(arguments[1]) == 0) {
         return 2;
     }
     program = arguments[2];
     words = arguments + 2;
     clearenv();
-    if (functions.at(arguments[1])() != 0) {
+    if (kFunctions.at(arguments[1])() != 0) {
         std::fprintf(stderr, "%s\n", std::strerror(errno));
         return 1;
     }

@@ -37,7 +37,7 @@ protected:
     static int32_t version_of(const std::string& content, uint8_t chip_class = 1) {
         std::ofstream(stand_in, std::ios::binary) << content;
         int32_t version = -1;
-        printed = test::printed([&] { version = get_default_config_version(chip_class); });
+        printed_ = test::printed([&] { version = get_default_config_version(chip_class); });
         return version;
     }
 
@@ -45,7 +45,7 @@ protected:
         return std::string("Found the Conf File[") + kPath + "] Signature: " + line + "\n";
     }
 
-    static inline std::string printed;
+    static inline std::string printed_;
 
 private:
     const test::ScratchDirectory directory_;
@@ -61,7 +61,7 @@ TEST_F(DefaultConfigFile, EveryDeviceIdHasItsVersion) {
           Row{"0x0500", 2}, Row{"0x0300", 3}, Row{"0x0600", 4}, Row{"0x0700", 0}}) {
         const std::string line = std::string("version = ") + row.id + "\n";
         EXPECT_EQ(version_of(line), row.version) << row.id;
-        EXPECT_EQ(printed, found(line));
+        EXPECT_EQ(printed_, found(line));
     }
 }
 
@@ -75,25 +75,25 @@ TEST_F(DefaultConfigFile, EarlierIdsOfTheSearchWin) {
 
 TEST_F(DefaultConfigFile, FirstVersionLineCounts) {
     EXPECT_EQ(version_of("# 0x0600\n\n[ini]\n\tversion = 0x0400 # main\nversion = 0x0500\n"), 1);
-    EXPECT_EQ(printed, found("\tversion = 0x0400 # main\n"));
+    EXPECT_EQ(printed_, found("\tversion = 0x0400 # main\n"));
 }
 
 TEST_F(DefaultConfigFile, WithoutAVersionLineTheLastLineIsTaken) {
     EXPECT_EQ(version_of("one\ntwo 0x0600\n"), 4);
-    EXPECT_EQ(printed, found("two 0x0600\n"));
+    EXPECT_EQ(printed_, found("two 0x0600\n"));
     EXPECT_EQ(version_of("version= 0x0600\nnothing"), 0);
-    EXPECT_EQ(printed, found("nothing"));
+    EXPECT_EQ(printed_, found("nothing"));
 }
 
 TEST_F(DefaultConfigFile, EmptyFileHasAnEmptyLine) {
     EXPECT_EQ(version_of(""), 0);
-    EXPECT_EQ(printed, found(""));
+    EXPECT_EQ(printed_, found(""));
 }
 
 TEST_F(DefaultConfigFile, LongLinesAreReadInPiecesOf255Characters) {
     const std::string rest = "version = 0x0500\n";
     EXPECT_EQ(version_of(std::string(255, 'x') + rest), 2);
-    EXPECT_EQ(printed, found(rest));
+    EXPECT_EQ(printed_, found(rest));
     EXPECT_EQ(version_of("version = " + std::string(245, 'x') + "0x0500\n"), 0);
     EXPECT_EQ(version_of(std::string(250, 'x') + rest + "0x0600\n"), 4) << "the mark is cut in two";
     EXPECT_EQ(version_of(std::string(100000, 'x')), 0);
@@ -101,7 +101,7 @@ TEST_F(DefaultConfigFile, LongLinesAreReadInPiecesOf255Characters) {
 
 TEST_F(DefaultConfigFile, BytesBehindANulAreNotSeen) {
     EXPECT_EQ(version_of(std::string("version = \0 0x0500\n", 19)), 0);
-    EXPECT_EQ(printed, found("version = "));
+    EXPECT_EQ(printed_, found("version = "));
 }
 
 TEST_F(DefaultConfigFile, MissingFileIsVersionZeroAndSilent) {
@@ -117,7 +117,7 @@ TEST_F(DefaultConfigFile, OnlyTwoChipClassesHaveOne) {
     EXPECT_EQ(version_of("version = 0x0500\n", 2), 2);
     for (const uint8_t chip_class : std::array<uint8_t, 3>{0, 3, 255}) {
         EXPECT_EQ(version_of("version = 0x0500\n", chip_class), -1);
-        EXPECT_EQ(printed, "");
+        EXPECT_EQ(printed_, "");
     }
 }
 

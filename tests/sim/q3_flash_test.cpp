@@ -43,13 +43,13 @@ protected:
         return result;
     }
 
-    bench::Adapter adapter{bench::Family::kQ3, 19};
+    bench::Adapter adapter_{bench::Family::kQ3, 19};
 };
 
 // --- Waiting for a register ---
 
 TEST_F(Q3Flash, WaitStoresTheValueThatFulfilsTheMask) {
-    adapter.hardware.controller.latches.operation = 0x15;
+    adapter_.hardware.controller.latches.operation = 0x15;
     uint32_t value = 7;
     EXPECT_EQ(run([&] { return q3_wait_op_done_val(0, kOp, 0x10, 1, 3, 5, &value); }), 0);
     EXPECT_EQ(value, 0x15U);
@@ -64,8 +64,8 @@ TEST_F(Q3Flash, WaitThatTimesOutSaysSo) {
         KX_Q3_FLASH_TIMED_OUT);
     EXPECT_EQ(told_, kTimedOut);
     EXPECT_EQ(value, 7U);
-    EXPECT_THAT(adapter.loads, SizeIs(3));
-    EXPECT_THAT(adapter.sleeps, ElementsAre(10U, 10U));
+    EXPECT_THAT(adapter_.loads, SizeIs(3));
+    EXPECT_THAT(adapter_.sleeps, ElementsAre(10U, 10U));
     EXPECT_EQ(run([] { return q3_wait_op_done(0, kOp, kBusy, 1, 1, 10); }), KX_Q3_FLASH_TIMED_OUT);
     EXPECT_EQ(told_, kTimedOut);
 }
@@ -74,16 +74,16 @@ TEST_F(Q3Flash, WaitThatTimesOutSaysSo) {
 
 TEST_F(Q3Flash, WriteTransferHasNoLock) {
     EXPECT_EQ(run([] { return q3_sf1_write(0, 4, 1, 0xA1B2C302); }), 0);
-    EXPECT_THAT(adapter.stores, ElementsAre(Store{kData, 0xA1B2C302}, Store{kOp, 0x0F}));
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp));
+    EXPECT_THAT(adapter_.stores, ElementsAre(Store{kData, 0xA1B2C302}, Store{kOp, 0x0F}));
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp));
     EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, ReadTransferHasNoLock) {
     uint32_t value = 0;
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 4, 1, &value); }), 0);
-    EXPECT_THAT(adapter.stores, ElementsAre(Store{kOp, 0x0E}));
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp, kData));
+    EXPECT_THAT(adapter_.stores, ElementsAre(Store{kOp, 0x0E}));
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp, kData));
     EXPECT_EQ(value, 0xFFFFFFFFU);
 }
 
@@ -98,41 +98,41 @@ TEST_F(Q3Flash, TransfersRefuseOtherByteCountsWithTheWritersMessage) {
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 5, 0, &value); }), KX_FLASH_INVALID);
     EXPECT_EQ(told_, "ERROR: wrong byte count of 5 to write!\n");
     EXPECT_EQ(run([] { return q3_sf1_read(0, 1, 0, nullptr); }), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
     EXPECT_EQ(value, 7U);
 }
 
 TEST_F(Q3Flash, TransfersRefuseABusyController) {
-    adapter.hardware.controller.latches.stuck = 1;
+    adapter_.hardware.controller.latches.stuck = 1;
     uint32_t value = 7;
     EXPECT_EQ(run([] { return q3_sf1_write(0, 1, 0, 6); }), KX_FLASH_BUSY);
     EXPECT_EQ(told_, kIsBusy);
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 1, 0, &value); }), KX_FLASH_BUSY);
     EXPECT_EQ(told_, kIsBusy);
-    EXPECT_THAT(adapter.stores, IsEmpty());
+    EXPECT_THAT(adapter_.stores, IsEmpty());
     EXPECT_EQ(value, 7U);
 }
 
 TEST_F(Q3Flash, WriteTransferThatStaysBusyTimesOutAfterFivePolls) {
-    adapter.stick_at(1);
+    adapter_.stick_at(1);
     EXPECT_EQ(run([] { return q3_sf1_write(0, 1, 0, 6); }), KX_Q3_FLASH_TIMED_OUT);
     EXPECT_EQ(told_, kTimedOut + kWriteFailed);
-    EXPECT_THAT(adapter.loads, ElementsAreArray(std::vector<uint32_t>(6, kOp)));
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 10)));
+    EXPECT_THAT(adapter_.loads, ElementsAreArray(std::vector<uint32_t>(6, kOp)));
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(4, 10)));
 }
 
 TEST_F(Q3Flash, ReadTransferThatStaysBusyHasAStatusOfItsOwn) {
-    adapter.stick_at(1);
+    adapter_.stick_at(1);
     uint32_t value = 7;
     EXPECT_EQ(run([&] { return q3_sf1_read(0, 1, 0, &value); }), KX_Q3_FLASH_READ);
     EXPECT_EQ(told_, kTimedOut + kReadFailed);
     EXPECT_EQ(value, 7U);
-    EXPECT_THAT(adapter.loads, ElementsAreArray(std::vector<uint32_t>(6, kOp)));
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 10)));
+    EXPECT_THAT(adapter_.loads, ElementsAreArray(std::vector<uint32_t>(6, kOp)));
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(4, 10)));
 }
 
 TEST_F(Q3Flash, TransferThatEndsAtTheFifthPollSucceeds) {
-    adapter.hardware.controller.busy_polls = 4;
+    adapter_.hardware.controller.busy_polls = 4;
     EXPECT_EQ(q3_sf1_write(0, 1, 0, 6), 0);
 }
 
@@ -140,21 +140,21 @@ TEST_F(Q3Flash, TransferThatEndsAtTheFifthPollSucceeds) {
 
 TEST_F(Q3Flash, WaitForFlashReadsTheStatusByStoringZero) {
     EXPECT_EQ(run([] { return q3_flash_wait_op(0, 1, 500); }), 0);
-    EXPECT_THAT(adapter.stores, ElementsAre(Store{kData, 5}, Store{kOp, 0x09}, Store{kOp, 0}));
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp, kOp, kOp, kData));
+    EXPECT_THAT(adapter_.stores, ElementsAre(Store{kData, 5}, Store{kOp, 0x09}, Store{kOp, 0}));
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp, kOp, kOp, kData));
 }
 
 TEST_F(Q3Flash, WaitForFlashSpendsItsBudgetSilently) {
-    adapter.hardware.flash.latches.busy_polls = 4;
+    adapter_.hardware.flash.latches.busy_polls = 4;
     EXPECT_EQ(run([] { return q3_flash_wait_op(0, 4, 2); }), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(told_, "");
-    EXPECT_THAT(adapter.sleeps, ElementsAre(2000U, 2000U, 2000U));
+    EXPECT_THAT(adapter_.sleeps, ElementsAre(2000U, 2000U, 2000U));
 }
 
 TEST_F(Q3Flash, WaitForFlashReturnsTheErrorOfEitherTransfer) {
-    adapter.stick_at(1);
+    adapter_.stick_at(1);
     EXPECT_EQ(run([] { return q3_flash_wait_op(0, 4, 2); }), KX_Q3_FLASH_TIMED_OUT);
-    adapter.stick_at(2);
+    adapter_.stick_at(2);
     EXPECT_EQ(run([] { return q3_flash_wait_op(0, 4, 2); }), KX_Q3_FLASH_READ);
 }
 
@@ -163,59 +163,60 @@ TEST_F(Q3Flash, WaitForFlashReturnsTheErrorOfEitherTransfer) {
 TEST_F(Q3Flash, EraseNeitherLocksNorReleases) {
     EXPECT_EQ(run([] { return q3_flash_erase_sectors(0, 3, 3); }), 0);
     EXPECT_THAT(
-        adapter.stores, ElementsAre(
-                            Store{kData, 0x06}, Store{kOp, 0x01}, Store{kData, 0x3D8},
-                            Store{kOp, 0x07}, Store{kData, 0x05}, Store{kOp, 0x09}, Store{kOp, 0}));
-    EXPECT_EQ(adapter.accesses(), 16U);
+        adapter_.stores,
+        ElementsAre(
+            Store{kData, 0x06}, Store{kOp, 0x01}, Store{kData, 0x3D8}, Store{kOp, 0x07},
+            Store{kData, 0x05}, Store{kOp, 0x09}, Store{kOp, 0}));
+    EXPECT_EQ(adapter_.accesses(), 16U);
     EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, EraseClearsItsSectorsAndNoOthers) {
-    std::fill(adapter.content.begin(), adapter.content.end(), uint8_t{0});
+    std::fill(adapter_.content.begin(), adapter_.content.end(), uint8_t{0});
     EXPECT_EQ(q3_flash_erase_sectors(0, 0, 2), 0);
-    EXPECT_EQ(adapter.accesses(), 3 * 16U);
-    EXPECT_THAT(adapter.bytes(0, 0x30000), Each(0xFF));
-    EXPECT_THAT(adapter.bytes(0x30000, 0x50000), Each(0));
+    EXPECT_EQ(adapter_.accesses(), 3 * 16U);
+    EXPECT_THAT(adapter_.bytes(0, 0x30000), Each(0xFF));
+    EXPECT_THAT(adapter_.bytes(0x30000, 0x50000), Each(0));
 }
 
 TEST_F(Q3Flash, EraseEndsWithSuccessAtANegativeSector) {
     EXPECT_EQ(run([] { return q3_flash_erase_sectors(0, -1, 3); }), 0);
     EXPECT_EQ(run([] { return q3_flash_erase_sectors(0, 2, 1); }), 0);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
 }
 
 TEST_F(Q3Flash, EraseWaitsFiveTimesHalfASecondAndIsSilent) {
-    adapter.hardware.flash.erase_polls = 4;
+    adapter_.hardware.flash.erase_polls = 4;
     EXPECT_EQ(q3_flash_erase_sectors(0, 0, 0), 0);
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 500000)));
-    adapter.hardware.flash.erase_polls = 5;
-    adapter.forget();
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(4, 500000)));
+    adapter_.hardware.flash.erase_polls = 5;
+    adapter_.forget();
     EXPECT_EQ(run([] { return q3_flash_erase_sectors(0, 1, 2); }), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(told_, "");
-    EXPECT_EQ(adapter.hardware.flash.erases, 2U);
+    EXPECT_EQ(adapter_.hardware.flash.erases, 2U);
 }
 
 TEST_F(Q3Flash, EraseStopsAtTheFirstErrorWhateverTheTransfer) {
     for (const uint32_t at : {1U, 2U, 3U, 4U}) {
-        adapter.stick_at(at + 4);
+        adapter_.stick_at(at + 4);
         EXPECT_EQ(
             run([] { return q3_flash_erase_sectors(0, 0, 2); }),
             at == 4 ? KX_Q3_FLASH_READ : KX_Q3_FLASH_TIMED_OUT);
         EXPECT_EQ(told_, kTimedOut + (at == 4 ? kReadFailed : kWriteFailed));
-        EXPECT_EQ(adapter.hardware.controller.transfers, at + 4);
+        EXPECT_EQ(adapter_.hardware.controller.transfers, at + 4);
     }
 }
 
 // --- Read ---
 
 TEST_F(Q3Flash, ReadNeitherIdentifiesNorLocksNorReleases) {
-    adapter.fill(0x012344, counting(12));
+    adapter_.fill(0x012344, counting(12));
     uint32_t words[3] = {};
     EXPECT_EQ(run([&] { return q3_read_flash(0, 0x012344, 3, words); }), 0);
     EXPECT_THAT(
-        adapter.stores, ElementsAre(
-                            Store{kData, 0x4423010B}, Store{kOp, 0x0F}, Store{kOp, 0x08},
-                            Store{kOp, 0x0E}, Store{kOp, 0x0E}, Store{kOp, 0x06}));
+        adapter_.stores, ElementsAre(
+                             Store{kData, 0x4423010B}, Store{kOp, 0x0F}, Store{kOp, 0x08},
+                             Store{kOp, 0x0E}, Store{kOp, 0x0E}, Store{kOp, 0x06}));
     EXPECT_THAT(words, ElementsAre(0x04030201U, 0x08070605U, 0x0C0B0A09U));
     EXPECT_EQ(told_, "");
 }
@@ -223,14 +224,14 @@ TEST_F(Q3Flash, ReadNeitherIdentifiesNorLocksNorReleases) {
 TEST_F(Q3Flash, ReadOfManyWordsTakesFourAccessesEachAndEightMore) {
     for (const uint32_t count : {1U, 7U, 111U, 128U}) {
         std::vector<uint32_t> words(count);
-        adapter.forget();
+        adapter_.forget();
         EXPECT_EQ(q3_read_flash(0, 0, count, words.data()), 0);
-        EXPECT_EQ(adapter.accesses(), 8U + 4U * count);
+        EXPECT_EQ(adapter_.accesses(), 8U + 4U * count);
     }
 }
 
 TEST_F(Q3Flash, ReadMayFillWordsAtAnyAddress) {
-    adapter.fill(0, counting(4));
+    adapter_.fill(0, counting(4));
     std::array<uint8_t, 6> buffer{};
     EXPECT_EQ(q3_read_flash(0, 0, 1, reinterpret_cast<uint32_t*>(buffer.data() + 1)), 0);
     EXPECT_THAT(buffer, ElementsAre(0, 1, 2, 3, 4, 0));
@@ -239,7 +240,7 @@ TEST_F(Q3Flash, ReadMayFillWordsAtAnyAddress) {
 TEST_F(Q3Flash, ReadOutsideOf512KiBIsRefused) {
     uint32_t words[2] = {};
     EXPECT_EQ(run([&] { return q3_read_flash(0, kFlashSize - 8, 2, words); }), 0);
-    adapter.forget();
+    adapter_.forget();
     for (const auto& [address, count] :
          {std::pair{kFlashSize - 4, 2U},
           {kFlashSize, 1U},
@@ -254,18 +255,18 @@ TEST_F(Q3Flash, ReadOutsideOf512KiBIsRefused) {
         EXPECT_EQ(told_, kOutside);
     }
     EXPECT_EQ(run([] { return q3_read_flash(0, 0, 1, nullptr); }), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
 }
 
 TEST_F(Q3Flash, ReadOfNoWordsSendsNoCommand) {
     uint32_t word = 7;
     EXPECT_EQ(q3_read_flash(0, 0, 0, &word), 0);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
     EXPECT_EQ(word, 7U);
 }
 
 TEST_F(Q3Flash, ReadWhoseCommandFailsStillAsksForTheDummyByte) {
-    adapter.stick_at(1);
+    adapter_.stick_at(1);
     uint32_t word = 0;
     EXPECT_EQ(
         run([&] { return q3_read_flash(0, 0, 1, &word); }), KX_Q3_FLASH_TIMED_OUT | KX_FLASH_BUSY);
@@ -273,7 +274,7 @@ TEST_F(Q3Flash, ReadWhoseCommandFailsStillAsksForTheDummyByte) {
 }
 
 TEST_F(Q3Flash, ReadWhoseDummyByteFailsSaysSo) {
-    adapter.stick_at(2);
+    adapter_.stick_at(2);
     uint32_t word = 0;
     EXPECT_EQ(run([&] { return q3_read_flash(0, 0, 1, &word); }), KX_Q3_FLASH_READ);
     EXPECT_EQ(told_, kTimedOut + kReadFailed + kNoCommand);
@@ -281,11 +282,11 @@ TEST_F(Q3Flash, ReadWhoseDummyByteFailsSaysSo) {
 
 TEST_F(Q3Flash, ReadWhoseWordFailsStopsThere) {
     for (const uint32_t at : {3U, 4U, 5U}) {
-        adapter.stick_at(at);
+        adapter_.stick_at(at);
         uint32_t words[3] = {};
         EXPECT_EQ(run([&] { return q3_read_flash(0, 0, 3, words); }), KX_Q3_FLASH_READ);
         EXPECT_EQ(told_, kTimedOut + kReadFailed + kReadFailed);
-        EXPECT_EQ(adapter.hardware.controller.transfers, at);
+        EXPECT_EQ(adapter_.hardware.controller.transfers, at);
     }
 }
 
@@ -295,27 +296,27 @@ TEST_F(Q3Flash, ProgramSendsTheBytesInOrderAndDoesNotReadBack) {
     const auto data = counting(6);
     EXPECT_EQ(run([&] { return q3_write_flash(0, 0x012310, 6, data.data()); }), 0);
     EXPECT_THAT(
-        adapter.stores,
+        adapter_.stores,
         ElementsAre(
             Store{kData, 0x06}, Store{kOp, 0x01}, Store{kData, 0x10230102}, Store{kOp, 0x0F},
             Store{kData, 0x04030201}, Store{kOp, 0x0F}, Store{kData, 0x0605}, Store{kOp, 0x03},
             Store{kData, 0x05}, Store{kOp, 0x09}, Store{kOp, 0}));
-    EXPECT_EQ(adapter.bytes(0x12310, 6), data);
-    EXPECT_EQ(adapter.content[0x12316], 0xFF);
+    EXPECT_EQ(adapter_.bytes(0x12310, 6), data);
+    EXPECT_EQ(adapter_.content[0x12316], 0xFF);
     EXPECT_EQ(told_, "");
 }
 
 TEST_F(Q3Flash, ProgramOfAWholePageTakes272Accesses) {
     const auto data = counting(256);
     EXPECT_EQ(q3_write_flash(0, 0x200, 256, data.data()), 0);
-    EXPECT_EQ(adapter.accesses(), 272U);
-    EXPECT_EQ(adapter.bytes(0x200, 256), data);
+    EXPECT_EQ(adapter_.accesses(), 272U);
+    EXPECT_EQ(adapter_.bytes(0x200, 256), data);
 }
 
 TEST_F(Q3Flash, ProgramReadsNoByteBehindItsData) {
     const std::vector<uint8_t> data(7, 0x11);  // a sanitizer watches its end
     EXPECT_EQ(q3_write_flash(0, 0, 7, data.data()), 0);
-    EXPECT_THAT(adapter.bytes(0, 8), ElementsAre(0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0xFF));
+    EXPECT_THAT(adapter_.bytes(0, 8), ElementsAre(0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0xFF));
 }
 
 TEST_F(Q3Flash, ProgramPastThePageOrTheFlashIsRefusedWithItsEndInThePage) {
@@ -336,28 +337,28 @@ TEST_F(Q3Flash, ProgramPastThePageOrTheFlashIsRefusedWithItsEndInThePage) {
             told_, std::string("ERROR: write offset outside of flash size: ") + row.end + "\n");
     }
     EXPECT_EQ(run([] { return q3_write_flash(0, 0, 4, nullptr); }), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
 }
 
 TEST_F(Q3Flash, ProgramUpToThePagesAndTheFlashsEndIsAccepted) {
     const auto data = counting(256);
     EXPECT_EQ(q3_write_flash(0, kFlashSize - 256, 256, data.data()), 0);
     EXPECT_EQ(q3_write_flash(0, 0x1F0, 16, data.data()), 0);
-    EXPECT_EQ(adapter.bytes(kFlashSize - 256, 256), data);
+    EXPECT_EQ(adapter_.bytes(kFlashSize - 256, 256), data);
 }
 
 TEST_F(Q3Flash, ProgramOfNothingSendsNoCommand) {
     const auto data = counting(4);
     EXPECT_EQ(q3_write_flash(0, 0, 0, data.data()), 0);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
 }
 
 TEST_F(Q3Flash, ProgramWaitsFiveTimesAMillisecond) {
     const auto data = counting(4);
-    adapter.hardware.flash.program_polls = 4;
+    adapter_.hardware.flash.program_polls = 4;
     EXPECT_EQ(q3_write_flash(0, 0, 4, data.data()), 0);
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(4, 1000)));
-    adapter.hardware.flash.program_polls = 5;
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(4, 1000)));
+    adapter_.hardware.flash.program_polls = 5;
     EXPECT_EQ(run([&] { return q3_write_flash(0, 4, 4, data.data()); }), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(told_, "");
 }
@@ -365,28 +366,28 @@ TEST_F(Q3Flash, ProgramWaitsFiveTimesAMillisecond) {
 TEST_F(Q3Flash, ProgramStopsAtTheFirstErrorWithoutAStoreMore) {
     const auto data = counting(8);
     for (const uint32_t at : {1U, 2U, 3U, 4U, 5U, 6U}) {
-        adapter.stick_at(at);
+        adapter_.stick_at(at);
         const bool reading = at == 6;
         EXPECT_EQ(
             run([&] { return q3_write_flash(0, 0, 8, data.data()); }),
             reading ? KX_Q3_FLASH_READ : KX_Q3_FLASH_TIMED_OUT);
         EXPECT_EQ(told_, kTimedOut + (reading ? kReadFailed : kWriteFailed)) << at;
-        EXPECT_EQ(adapter.hardware.controller.transfers, at);
-        EXPECT_EQ(adapter.stores.back().offset, kOp);
+        EXPECT_EQ(adapter_.hardware.controller.transfers, at);
+        EXPECT_EQ(adapter_.stores.back().offset, kOp);
     }
 }
 
 TEST_F(Q3Flash, ProgramDoesNotNoticeAFlippedBit) {
-    adapter.hardware.faults.flipped_bit_at = 1;
+    adapter_.hardware.faults.flipped_bit_at = 1;
     const auto data = counting(4);
     EXPECT_EQ(q3_write_flash(0, 0, 4, data.data()), 0);
-    EXPECT_NE(adapter.bytes(0, 4), data);
+    EXPECT_NE(adapter_.bytes(0, 4), data);
 }
 
 TEST_F(Q3Flash, AnotherAdaptersRegistersAreNotTouched) {
     const auto data = counting(4);
     EXPECT_EQ(q3_write_flash(1, 0, 4, data.data()), 0);  // registers that read 0 look like success
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
 }
 
 }  // namespace

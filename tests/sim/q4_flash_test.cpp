@@ -44,40 +44,40 @@ protected:
         return result;
     }
 
-    bench::Adapter adapter{bench::Family::kQ4};
+    bench::Adapter adapter_{bench::Family::kQ4};
 };
 
 // --- Waiting for a register ---
 
 TEST_F(Q4Flash, WaitStoresTheValueThatFulfilsTheMask) {
-    adapter.hardware.controller.latches.operation = 0x15;
+    adapter_.hardware.controller.latches.operation = 0x15;
     uint32_t value = 7;
     EXPECT_EQ(q4_wait_op_done_val(0, kOp, 0x10, 1, 3, 5, &value), 0);
     EXPECT_EQ(value, 0x15U);
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp));
-    EXPECT_THAT(adapter.sleeps, IsEmpty());
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp));
+    EXPECT_THAT(adapter_.sleeps, IsEmpty());
 }
 
 TEST_F(Q4Flash, WaitForAClearBitAcceptsItAtOnce) {
     EXPECT_EQ(q4_wait_op_done(0, kOp, kBusy, 0, 1, 5), 0);
-    EXPECT_THAT(adapter.loads, SizeIs(1));
+    EXPECT_THAT(adapter_.loads, SizeIs(1));
 }
 
 TEST_F(Q4Flash, WaitReadsAsOftenAsItHasAttemptsAndSleepsBetweenThem) {
     uint32_t value = 7;
     EXPECT_EQ(q4_wait_op_done_val(0, kOp, kBusy, 1, 10, 5, &value), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(value, 7U);
-    EXPECT_THAT(adapter.loads, SizeIs(10));
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(9, 5)));
+    EXPECT_THAT(adapter_.loads, SizeIs(10));
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(9, 5)));
 }
 
 TEST_F(Q4Flash, WaitWithoutDelayDoesNotSleep) {
     EXPECT_EQ(q4_wait_op_done(0, kOp, kBusy, 1, 4, 0), KX_FLASH_TIMED_OUT);
-    EXPECT_THAT(adapter.sleeps, IsEmpty());
+    EXPECT_THAT(adapter_.sleeps, IsEmpty());
 }
 
 TEST_F(Q4Flash, WaitWithNoAttemptsGoesOnPastZero) {
-    adapter.hardware.controller.busy_polls = 20;
+    adapter_.hardware.controller.busy_polls = 20;
     ASSERT_EQ(q4_sf1_write(0, 1, 0, 0, 0x06), KX_FLASH_TIMED_OUT);  // ten polls are left
     EXPECT_EQ(q4_wait_op_done(0, kOp, kBusy, 0, 0, 0), 0);
 }
@@ -86,20 +86,20 @@ TEST_F(Q4Flash, WaitWithNoAttemptsGoesOnPastZero) {
 
 TEST_F(Q4Flash, WriteTransferLooksStoresStartsAndWaits) {
     EXPECT_EQ(q4_sf1_write(0, 4, 1, 1, 0xA1B2C302), 0);
-    EXPECT_THAT(adapter.stores, ElementsAre(Store{kData, 0xA1B2C302}, Store{kOp, 0x1F}));
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp));
+    EXPECT_THAT(adapter_.stores, ElementsAre(Store{kData, 0xA1B2C302}, Store{kOp, 0x1F}));
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp));
 }
 
 TEST_F(Q4Flash, ReadTransferReadsTheDataOnceItIsThere) {
     uint32_t value = 0;
     ASSERT_EQ(q4_sf1_write(0, 1, 1, 0, 0x9F), 0);
-    adapter.forget();
-    adapter.hardware.controller.busy_polls = 3;
+    adapter_.forget();
+    adapter_.hardware.controller.busy_polls = 3;
     EXPECT_EQ(q4_sf1_read(0, 3, 0, 1, &value), 0);
     EXPECT_EQ(value, 0x162020U);
-    EXPECT_THAT(adapter.stores, ElementsAre(Store{kOp, 0x14}));
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp, kOp, kOp, kOp, kData));
-    EXPECT_THAT(adapter.sleeps, ElementsAre(5U, 5U, 5U));
+    EXPECT_THAT(adapter_.stores, ElementsAre(Store{kOp, 0x14}));
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp, kOp, kOp, kOp, kData));
+    EXPECT_THAT(adapter_.sleeps, ElementsAre(5U, 5U, 5U));
 }
 
 TEST_F(Q4Flash, TransfersEncodeCountContAndLock) {
@@ -112,13 +112,13 @@ TEST_F(Q4Flash, TransfersEncodeCountContAndLock) {
     for (const Row& row :
          {Row{1, 0, 0, 0x01}, Row{2, 0, 0, 0x03}, Row{3, 0, 0, 0x05}, Row{4, 0, 0, 0x07},
           Row{1, 1, 0, 0x09}, Row{1, 0, 1, 0x11}, Row{4, 2, -1, 0x1F}}) {
-        adapter.forget();
+        adapter_.forget();
         EXPECT_EQ(q4_sf1_write(0, row.count, row.cont, row.lock, 0), 0);
-        EXPECT_THAT(adapter.stores, ElementsAre(Store{kData, 0}, Store{kOp, row.operation}));
-        adapter.forget();
+        EXPECT_THAT(adapter_.stores, ElementsAre(Store{kData, 0}, Store{kOp, row.operation}));
+        adapter_.forget();
         uint32_t value = 0;
         EXPECT_EQ(q4_sf1_read(0, row.count, row.cont, row.lock, &value), 0);
-        EXPECT_THAT(adapter.stores, ElementsAre(Store{kOp, row.operation & ~1U}));
+        EXPECT_THAT(adapter_.stores, ElementsAre(Store{kOp, row.operation & ~1U}));
     }
 }
 
@@ -129,34 +129,34 @@ TEST_F(Q4Flash, TransfersRefuseOtherByteCountsBeforeTouchingTheController) {
         EXPECT_EQ(q4_sf1_read(0, count, 0, 0, &value), KX_FLASH_INVALID) << count;
     }
     EXPECT_EQ(q4_sf1_read(0, 1, 0, 0, nullptr), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
     EXPECT_EQ(value, 7U);
 }
 
 TEST_F(Q4Flash, TransfersRefuseABusyController) {
-    adapter.hardware.controller.latches.stuck = 1;
+    adapter_.hardware.controller.latches.stuck = 1;
     uint32_t value = 7;
     EXPECT_EQ(q4_sf1_write(0, 1, 0, 0, 0x06), KX_FLASH_BUSY);
     EXPECT_EQ(q4_sf1_read(0, 1, 0, 0, &value), KX_FLASH_BUSY);
-    EXPECT_THAT(adapter.stores, IsEmpty());
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp));
+    EXPECT_THAT(adapter_.stores, IsEmpty());
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp));
     EXPECT_EQ(value, 7U);
 }
 
 TEST_F(Q4Flash, TransfersThatStayBusyTimeOutAfterTenPolls) {
-    adapter.hardware.faults.stuck_busy_at = 1;
+    adapter_.hardware.faults.stuck_busy_at = 1;
     uint32_t value = 7;
     EXPECT_EQ(q4_sf1_read(0, 1, 1, 0, &value), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(value, 7U);
-    EXPECT_THAT(adapter.loads, ElementsAreArray(std::vector<uint32_t>(11, kOp)));
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(9, 5)));
+    EXPECT_THAT(adapter_.loads, ElementsAreArray(std::vector<uint32_t>(11, kOp)));
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(9, 5)));
 }
 
 TEST_F(Q4Flash, TransferThatEndsAtTheTenthPollSucceeds) {
-    adapter.hardware.controller.busy_polls = 9;
+    adapter_.hardware.controller.busy_polls = 9;
     EXPECT_EQ(q4_sf1_write(0, 1, 0, 0, 0x06), 0);
-    kxsim::models::restore_power(adapter.hardware);
-    adapter.hardware.controller.busy_polls = 10;
+    kxsim::models::restore_power(adapter_.hardware);
+    adapter_.hardware.controller.busy_polls = 10;
     EXPECT_EQ(q4_sf1_write(0, 1, 0, 0, 0x06), KX_FLASH_TIMED_OUT);
 }
 
@@ -165,21 +165,21 @@ TEST_F(Q4Flash, TransferThatEndsAtTheTenthPollSucceeds) {
 TEST_F(Q4Flash, WaitForFlashSendsTheStatusCommandLocked) {
     EXPECT_EQ(q4_flash_wait_op(0, 1, 500), 0);
     EXPECT_THAT(
-        adapter.stores, ElementsAre(Store{kData, 0x05}, Store{kOp, 0x19}, Store{kOp, 0x10}));
-    EXPECT_THAT(adapter.loads, ElementsAre(kOp, kOp, kOp, kOp, kData));
+        adapter_.stores, ElementsAre(Store{kData, 0x05}, Store{kOp, 0x19}, Store{kOp, 0x10}));
+    EXPECT_THAT(adapter_.loads, ElementsAre(kOp, kOp, kOp, kOp, kData));
 }
 
 TEST_F(Q4Flash, WaitForFlashSleepsMillisecondsBetweenItsAttempts) {
-    adapter.hardware.flash.latches.busy_polls = 3;
+    adapter_.hardware.flash.latches.busy_polls = 3;
     EXPECT_EQ(q4_flash_wait_op(0, 4, 2), 0);
-    EXPECT_THAT(adapter.sleeps, ElementsAre(2000U, 2000U, 2000U));
-    adapter.hardware.flash.latches.busy_polls = 4;
+    EXPECT_THAT(adapter_.sleeps, ElementsAre(2000U, 2000U, 2000U));
+    adapter_.hardware.flash.latches.busy_polls = 4;
     EXPECT_EQ(q4_flash_wait_op(0, 4, 0), KX_FLASH_TIMED_OUT);
 }
 
 TEST_F(Q4Flash, WaitForFlashReturnsTheErrorOfEitherTransfer) {
     for (const uint32_t at : {1U, 2U}) {
-        adapter.stick_at(at);
+        adapter_.stick_at(at);
         EXPECT_EQ(q4_flash_wait_op(0, 4, 2), KX_FLASH_TIMED_OUT) << at;
     }
 }
@@ -188,17 +188,17 @@ TEST_F(Q4Flash, WaitForFlashReturnsTheErrorOfEitherTransfer) {
 
 TEST_F(Q4Flash, IdentificationTakesNineAccesses) {
     EXPECT_EQ(get_flash_params(0), 4 << 20);
-    EXPECT_THAT(adapter.stores, ElementsAreArray(kIdentify));
-    EXPECT_EQ(adapter.accesses(), 9U);
-    adapter.forget();
+    EXPECT_THAT(adapter_.stores, ElementsAreArray(kIdentify));
+    EXPECT_EQ(adapter_.accesses(), 9U);
+    adapter_.forget();
     EXPECT_EQ(get_flash_params_sf_nsec(0), 64);
-    EXPECT_THAT(adapter.stores, ElementsAreArray(kIdentify));
-    EXPECT_EQ(adapter.accesses(), 9U);
+    EXPECT_THAT(adapter_.stores, ElementsAreArray(kIdentify));
+    EXPECT_EQ(adapter_.accesses(), 9U);
 }
 
 TEST_F(Q4Flash, EveryManufacturerButOneIsRefused) {
     for (int manufacturer = 0; manufacturer < 256; ++manufacturer) {
-        adapter.hardware.flash.manufacturer = static_cast<uint8_t>(manufacturer);
+        adapter_.hardware.flash.manufacturer = static_cast<uint8_t>(manufacturer);
         const bool known = manufacturer == 0x20;
         EXPECT_EQ(get_flash_params(0), known ? 4 << 20 : KX_FLASH_INVALID) << manufacturer;
         EXPECT_EQ(get_flash_params_sf_nsec(0), known ? 64 : KX_FLASH_INVALID) << manufacturer;
@@ -207,7 +207,7 @@ TEST_F(Q4Flash, EveryManufacturerButOneIsRefused) {
 
 TEST_F(Q4Flash, EveryCapacityCodeHasItsSizeAndSectors) {
     for (int code = 0; code < 256; ++code) {
-        adapter.hardware.flash.capacity_code = static_cast<uint8_t>(code);
+        adapter_.hardware.flash.capacity_code = static_cast<uint8_t>(code);
         EXPECT_EQ(get_flash_params(0), static_cast<int32_t>(1U << (code % 32))) << code;
         const int sectors = code >= 20 && code <= 23 ? 1 << (code - 16)
                             : code == 24             ? 64
@@ -217,9 +217,9 @@ TEST_F(Q4Flash, EveryCapacityCodeHasItsSizeAndSectors) {
 }
 
 TEST_F(Q4Flash, IdentificationReturnsTheTransferErrorWithoutReleasing) {
-    adapter.hardware.faults.stuck_busy_at = 2;
+    adapter_.hardware.faults.stuck_busy_at = 2;
     EXPECT_EQ(get_flash_params(0), KX_FLASH_TIMED_OUT);
-    EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0x14}));
+    EXPECT_EQ(adapter_.stores.back(), (Store{kOp, 0x14}));
     EXPECT_EQ(get_flash_params_sf_nsec(0), KX_FLASH_BUSY);
 }
 
@@ -229,7 +229,7 @@ TEST_F(Q4Flash, EraseOfASectorIsLockedAndReleasedAtTheEnd) {
     EXPECT_EQ(run([] { return q4_flash_erase_sectors(0, 7, 7); }), 0);
     EXPECT_EQ(printed_, "");
     EXPECT_THAT(
-        adapter.stores,
+        adapter_.stores,
         ElementsAre(
             Store{kData, 0x06}, Store{kOp, 0x11}, Store{kData, 0x7D8}, Store{kOp, 0x17},
             Store{kData, 0x05}, Store{kOp, 0x19}, Store{kOp, 0x10}, Store{kOp, 0}));
@@ -237,43 +237,43 @@ TEST_F(Q4Flash, EraseOfASectorIsLockedAndReleasedAtTheEnd) {
 
 TEST_F(Q4Flash, EraseOfManySectorsTakesSixteenAccessesEachAndOneMore) {
     for (const int sectors : {1, 2, 5, 64}) {
-        adapter.forget();
+        adapter_.forget();
         EXPECT_EQ(q4_flash_erase_sectors(0, 0, sectors - 1), 0);
-        EXPECT_EQ(adapter.accesses(), 16U * static_cast<unsigned>(sectors) + 1U);
+        EXPECT_EQ(adapter_.accesses(), 16U * static_cast<unsigned>(sectors) + 1U);
     }
 }
 
 TEST_F(Q4Flash, EraseClearsItsSectorsAndNoOthers) {
-    std::fill(adapter.content.begin(), adapter.content.end(), uint8_t{0});
+    std::fill(adapter_.content.begin(), adapter_.content.end(), uint8_t{0});
     EXPECT_EQ(q4_flash_erase_sectors(0, 2, 3), 0);
     for (std::size_t sector = 0; sector < 64; ++sector) {
         const int value = sector == 2 || sector == 3 ? 0xFF : 0;
-        EXPECT_THAT(adapter.bytes(sector << 16, 1 << 16), Each(value)) << sector;
+        EXPECT_THAT(adapter_.bytes(sector << 16, 1 << 16), Each(value)) << sector;
     }
 }
 
 TEST_F(Q4Flash, EraseOfNothingOnlyReleases) {
     EXPECT_EQ(q4_flash_erase_sectors(0, 3, 2), 0);
-    EXPECT_THAT(adapter.stores, ElementsAre(Store{kOp, 0}));
-    EXPECT_THAT(adapter.loads, IsEmpty());
+    EXPECT_THAT(adapter_.stores, ElementsAre(Store{kOp, 0}));
+    EXPECT_THAT(adapter_.loads, IsEmpty());
 }
 
 TEST_F(Q4Flash, EraseWaitsFourteenTimesHalfASecond) {
-    adapter.hardware.flash.erase_polls = 13;
+    adapter_.hardware.flash.erase_polls = 13;
     EXPECT_EQ(q4_flash_erase_sectors(0, 0, 0), 0);
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(13, 500000)));
-    adapter.hardware.flash.erase_polls = 14;
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(13, 500000)));
+    adapter_.hardware.flash.erase_polls = 14;
     EXPECT_EQ(run([] { return q4_flash_erase_sectors(0, 4, 5); }), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(printed_, "erase of flash sector 4 failed, error -11\n");
-    EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0}));
+    EXPECT_EQ(adapter_.stores.back(), (Store{kOp, 0}));
 }
 
 TEST_F(Q4Flash, EraseStopsAtTheFirstErrorWhateverTheTransfer) {
     for (const uint32_t at : {1U, 2U, 3U, 4U}) {
-        adapter.stick_at(at + 4);  // in the second sector
+        adapter_.stick_at(at + 4);  // in the second sector
         EXPECT_EQ(run([] { return q4_flash_erase_sectors(0, 1, 3); }), KX_FLASH_TIMED_OUT);
         EXPECT_EQ(printed_, "erase of flash sector 2 failed, error -11\n") << at;
-        EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0})) << at;
+        EXPECT_EQ(adapter_.stores.back(), (Store{kOp, 0})) << at;
     }
 }
 
@@ -296,25 +296,25 @@ TEST_F(Q4Flash, RangeEraseRoundsUpToTheFlashsOwnSectors) {
         {20, 0x10000, 0x20000, {1, 2}, "sf_size 1048576 sf_nsec 16\n"},
     };
     for (const Row& row : rows) {
-        adapter.hardware.flash.capacity_code = row.code;
-        adapter.forget();
+        adapter_.hardware.flash.capacity_code = row.code;
+        adapter_.forget();
         EXPECT_EQ(run([&] { return q4_erase(0, row.start, row.size); }), 0);
         EXPECT_EQ(printed_, row.line);
-        EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray(row.sectors));
-        EXPECT_EQ(adapter.accesses(), 2 * 9U + 16U * row.sectors.size() + 1U);
+        EXPECT_THAT(adapter_.erased_sectors(), ElementsAreArray(row.sectors));
+        EXPECT_EQ(adapter_.accesses(), 2 * 9U + 16U * row.sectors.size() + 1U);
     }
 }
 
 TEST_F(Q4Flash, RangeEraseTellsWhatFailed) {
-    adapter.hardware.flash.manufacturer = 0xEF;
+    adapter_.hardware.flash.manufacturer = 0xEF;
     EXPECT_EQ(run([] { return q4_erase(0, 0, 1); }), KX_FLASH_INVALID);
     EXPECT_EQ(printed_, "get flash params sf_size failed\n");
-    adapter.hardware.flash.manufacturer = 0x20;
-    adapter.hardware.flash.capacity_code = 19;
+    adapter_.hardware.flash.manufacturer = 0x20;
+    adapter_.hardware.flash.capacity_code = 19;
     EXPECT_EQ(run([] { return q4_erase(0, 0, 1); }), KX_FLASH_INVALID);
     EXPECT_EQ(printed_, "get flash params sf_nsec failed\n");
-    adapter.hardware.flash.capacity_code = 22;
-    adapter.hardware.flash.erase_polls = 99;
+    adapter_.hardware.flash.capacity_code = 22;
+    adapter_.hardware.flash.erase_polls = 99;
     EXPECT_EQ(run([] { return q4_erase(0, 0x70000, 0x10000); }), KX_FLASH_INVALID);
     EXPECT_EQ(
         printed_,
@@ -330,28 +330,28 @@ TEST_F(Q4Flash, ReadSendsTheAddressSwappedAndLocksWithTheLastWord) {
     uint32_t words[3] = {};
     EXPECT_EQ(q4_read_flash(0, 0x012344, 3, words, 0), 0);
     EXPECT_THAT(
-        adapter.stores, ElementsAreArray(
-                            kIdentify + std::vector<Store>{
-                                            {kData, 0x4423010B},
-                                            {kOp, 0x0F},
-                                            {kOp, 0x08},
-                                            {kOp, 0x0E},
-                                            {kOp, 0x0E},
-                                            {kOp, 0x16},
-                                            {kOp, 0}}));
+        adapter_.stores, ElementsAreArray(
+                             kIdentify + std::vector<Store>{
+                                             {kData, 0x4423010B},
+                                             {kOp, 0x0F},
+                                             {kOp, 0x08},
+                                             {kOp, 0x0E},
+                                             {kOp, 0x0E},
+                                             {kOp, 0x16},
+                                             {kOp, 0}}));
 }
 
 TEST_F(Q4Flash, ReadOfManyWordsTakesFourAccessesEach) {
     for (const uint32_t count : {1U, 2U, 64U, 256U, 417U}) {
         std::vector<uint32_t> words(count);
-        adapter.forget();
+        adapter_.forget();
         EXPECT_EQ(q4_read_flash(0, 0, count, words.data(), 0), 0);
-        EXPECT_EQ(adapter.accesses(), 18U + 4U * count);
+        EXPECT_EQ(adapter_.accesses(), 18U + 4U * count);
     }
 }
 
 TEST_F(Q4Flash, ReadGivesTheBytesInFlashOrderOrSwapped) {
-    adapter.fill(0x100, counting(8));
+    adapter_.fill(0x100, counting(8));
     uint32_t words[2] = {};
     EXPECT_EQ(q4_read_flash(0, 0x100, 2, words, 0), 0);
     EXPECT_THAT(words, ElementsAre(0x04030201U, 0x08070605U));
@@ -360,7 +360,7 @@ TEST_F(Q4Flash, ReadGivesTheBytesInFlashOrderOrSwapped) {
 }
 
 TEST_F(Q4Flash, ReadMayFillWordsAtAnyAddress) {
-    adapter.fill(0, counting(8));
+    adapter_.fill(0, counting(8));
     std::array<uint8_t, 10> buffer{};
     EXPECT_EQ(q4_read_flash(0, 0, 2, reinterpret_cast<uint32_t*>(buffer.data() + 1), 0), 0);
     EXPECT_THAT(buffer, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 0));
@@ -372,7 +372,7 @@ TEST_F(Q4Flash, ReadOfAnUnalignedAddressDoesNotTouchTheController) {
         EXPECT_EQ(q4_read_flash(0, address, 1, &word, 0), KX_FLASH_INVALID);
     }
     EXPECT_EQ(q4_read_flash(0, 0, 1, nullptr, 0), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
     EXPECT_EQ(word, 7U);
 }
 
@@ -387,38 +387,38 @@ TEST_F(Q4Flash, ReadEndsAtTheFlashsEnd) {
           {4U, 0x3FFFFFFFU},
           {0U, 0xFFFFFFFFU},
           {8U, 0xC0000000U}}) {
-        adapter.forget();
+        adapter_.forget();
         EXPECT_EQ(q4_read_flash(0, address, count, words, 0), KX_FLASH_INVALID);
-        EXPECT_EQ(adapter.accesses(), 9U) << "nothing but the identification";
+        EXPECT_EQ(adapter_.accesses(), 9U) << "nothing but the identification";
     }
 }
 
 TEST_F(Q4Flash, ReadOfNoWordsSendsNoCommand) {
     uint32_t word = 7;
     EXPECT_EQ(q4_read_flash(0, 0, 0, &word, 0), 0);
-    EXPECT_EQ(adapter.accesses(), 9U);
+    EXPECT_EQ(adapter_.accesses(), 9U);
     EXPECT_EQ(word, 7U);
 }
 
 TEST_F(Q4Flash, ReadOfAnUnknownFlashIsInvalid) {
     uint32_t word = 0;
-    adapter.hardware.flash.manufacturer = 0;
+    adapter_.hardware.flash.manufacturer = 0;
     EXPECT_EQ(q4_read_flash(0, 0, 1, &word, 0), KX_FLASH_INVALID);
-    adapter.hardware.flash.manufacturer = 0x20;
-    adapter.hardware.flash.capacity_code = 255;
+    adapter_.hardware.flash.manufacturer = 0x20;
+    adapter_.hardware.flash.capacity_code = 255;
     EXPECT_EQ(q4_read_flash(0, 0, 1, &word, 0), KX_FLASH_INVALID);
-    adapter.hardware.flash.capacity_code = 0;
+    adapter_.hardware.flash.capacity_code = 0;
     EXPECT_EQ(q4_read_flash(0, 0, 1, &word, 0), KX_FLASH_INVALID);
 }
 
 TEST_F(Q4Flash, ReadReturnsAnErrorAtOnceWithoutReleasing) {
     // Two transfers identify the flash; the command, the dummy byte and the words follow.
     for (const uint32_t at : {3U, 4U, 5U, 6U, 7U}) {
-        adapter.stick_at(at);
+        adapter_.stick_at(at);
         uint32_t words[3] = {};
         EXPECT_EQ(q4_read_flash(0, 0, 3, words, 0), KX_FLASH_TIMED_OUT) << at;
-        EXPECT_NE(adapter.stores.back(), (Store{kOp, 0})) << at;
-        EXPECT_EQ(adapter.hardware.controller.transfers, at);
+        EXPECT_NE(adapter_.stores.back(), (Store{kOp, 0})) << at;
+        EXPECT_EQ(adapter_.hardware.controller.transfers, at);
     }
 }
 
@@ -446,33 +446,33 @@ TEST_F(Q4Flash, ProgramSendsMostSignificantByteLastAndReadsThePageBack) {
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0x012310, 8, data.data(), 0); }), 0);
     EXPECT_EQ(printed_, "");
     EXPECT_THAT(
-        adapter.stores,
+        adapter_.stores,
         ElementsAreArray(
             program_stores(0x10230102, {0x04030201, 0x08070605}) + read_back_stores(0x0023010B)));
-    EXPECT_EQ(adapter.bytes(0x12310, 8), data);
+    EXPECT_EQ(adapter_.bytes(0x12310, 8), data);
 }
 
 TEST_F(Q4Flash, ByteOrientedProgramSendsEachWordReversed) {
     const auto data = counting(8);
     EXPECT_EQ(q4_write_flash(0, 0x100, 8, data.data(), 1), 0);
     EXPECT_THAT(
-        adapter.stores,
+        adapter_.stores,
         ElementsAreArray(
             program_stores(0x00010002, {0x01020304, 0x05060708}) + read_back_stores(0x0001000B)));
-    EXPECT_THAT(adapter.bytes(0x100, 8), ElementsAre(4, 3, 2, 1, 8, 7, 6, 5));
+    EXPECT_THAT(adapter_.bytes(0x100, 8), ElementsAre(4, 3, 2, 1, 8, 7, 6, 5));
 }
 
 TEST_F(Q4Flash, ProgramOfAWholePageTakes556Accesses) {
     const auto data = counting(256);
     EXPECT_EQ(q4_write_flash(0, 0x200, 256, data.data(), 0), 0);
-    EXPECT_EQ(adapter.accesses(), 556U);
-    EXPECT_EQ(adapter.bytes(0x200, 256), data);
+    EXPECT_EQ(adapter_.accesses(), 556U);
+    EXPECT_EQ(adapter_.bytes(0x200, 256), data);
 }
 
 TEST_F(Q4Flash, ProgramUpToThePagesEndIsAccepted) {
     const auto data = counting(16);
     EXPECT_EQ(q4_write_flash(0, 0x2F0, 16, data.data(), 0), 0);
-    EXPECT_EQ(adapter.bytes(0x2F0, 16), data);
+    EXPECT_EQ(adapter_.bytes(0x2F0, 16), data);
 }
 
 TEST_F(Q4Flash, ProgramPastThePagesEndIsRefused) {
@@ -484,12 +484,12 @@ TEST_F(Q4Flash, ProgramPastThePagesEndIsRefused) {
           {0xFFU, 2U},
           {0U, 0xFFFFFFFFU},
           {8U, 0xFFFFFFF8U}}) {
-        adapter.forget();
+        adapter_.forget();
         EXPECT_EQ(
             run([&, a = address, n = count] { return q4_write_flash(0, a, n, data.data(), 0); }),
             KX_FLASH_INVALID);
         EXPECT_EQ(printed_, "invalid sf_size\n");
-        EXPECT_EQ(adapter.accesses(), 9U) << "nothing but the identification";
+        EXPECT_EQ(adapter_.accesses(), 9U) << "nothing but the identification";
     }
 }
 
@@ -504,39 +504,39 @@ TEST_F(Q4Flash, ProgramPastTheFlashsEndIsRefused) {
 
 TEST_F(Q4Flash, ProgramOfAnUnknownFlashIsRefused) {
     const auto data = counting(4);
-    adapter.hardware.flash.manufacturer = 0x1F;
+    adapter_.hardware.flash.manufacturer = 0x1F;
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0, 4, data.data(), 0); }), KX_FLASH_INVALID);
     EXPECT_EQ(printed_, "get_flash_params failed\n");
 }
 
 TEST_F(Q4Flash, ProgramOfNullTouchesNothing) {
     EXPECT_EQ(q4_write_flash(0, 0, 4, nullptr, 0), KX_FLASH_INVALID);
-    EXPECT_EQ(adapter.accesses(), 0U);
+    EXPECT_EQ(adapter_.accesses(), 0U);
 }
 
 TEST_F(Q4Flash, ProgramOfNothingSendsNoCommand) {
     const auto data = counting(4);
     EXPECT_EQ(q4_write_flash(0, 0, 0, data.data(), 0), 0);
-    EXPECT_EQ(adapter.accesses(), 9U);
+    EXPECT_EQ(adapter_.accesses(), 9U);
 }
 
 TEST_F(Q4Flash, ProgramOfAShortLastWordSendsZerosAndFailsItsComparison) {
     const auto data = counting(6);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0x40, 6, data.data(), 0); }), KX_FLASH_MISMATCH);
     EXPECT_EQ(printed_, "failed to correctly write the flash page at 0x40\n");
-    EXPECT_THAT(adapter.bytes(0x40, 7), ElementsAre(1, 2, 3, 4, 0, 0, 0xFF));
+    EXPECT_THAT(adapter_.bytes(0x40, 7), ElementsAre(1, 2, 3, 4, 0, 0, 0xFF));
 }
 
 TEST_F(Q4Flash, ProgramOverWrittenBytesOnlyClearsBitsAndTellsSo) {
-    adapter.content[0x10] = 0xF0;
+    adapter_.content[0x10] = 0xF0;
     const auto data = counting(4);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0x10, 4, data.data(), 0); }), KX_FLASH_MISMATCH);
     EXPECT_EQ(printed_, "failed to correctly write the flash page at 0x10\n");
-    EXPECT_EQ(adapter.content[0x10], 0x00);
+    EXPECT_EQ(adapter_.content[0x10], 0x00);
 }
 
 TEST_F(Q4Flash, ProgramNoticesAFlippedBit) {
-    adapter.hardware.faults.flipped_bit_at = 1;
+    adapter_.hardware.faults.flipped_bit_at = 1;
     const auto data = counting(256);
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0, 256, data.data(), 0); }), KX_FLASH_MISMATCH);
     EXPECT_EQ(printed_, "failed to correctly write the flash page at 0\n");
@@ -544,31 +544,31 @@ TEST_F(Q4Flash, ProgramNoticesAFlippedBit) {
 
 TEST_F(Q4Flash, ProgramWaitsEightTimesAMillisecond) {
     const auto data = counting(4);
-    adapter.hardware.flash.program_polls = 7;
+    adapter_.hardware.flash.program_polls = 7;
     EXPECT_EQ(q4_write_flash(0, 0, 4, data.data(), 0), 0);
-    EXPECT_THAT(adapter.sleeps, ElementsAreArray(std::vector<unsigned>(7, 1000)));
-    adapter.hardware.flash.program_polls = 8;
+    EXPECT_THAT(adapter_.sleeps, ElementsAreArray(std::vector<unsigned>(7, 1000)));
+    adapter_.hardware.flash.program_polls = 8;
     EXPECT_EQ(run([&] { return q4_write_flash(0, 4, 4, data.data(), 0); }), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(printed_, "q4_flash_wait_op failed\n");
-    EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0}));
+    EXPECT_EQ(adapter_.stores.back(), (Store{kOp, 0}));
 }
 
 TEST_F(Q4Flash, ProgramReleasesAfterAnErrorOfAnyTransfer) {
     // 2 transfers identify; 3 and 4 enable and command; 5 and 6 carry data; 7 and 8 ask the status.
     for (const uint32_t at : {3U, 4U, 5U, 6U, 7U, 8U}) {
-        adapter.stick_at(at);
+        adapter_.stick_at(at);
         const auto data = counting(8);
         EXPECT_EQ(
             run([&] { return q4_write_flash(0, 0x80, 8, data.data(), 0); }), KX_FLASH_TIMED_OUT);
         EXPECT_EQ(printed_, at < 7 ? "q4_sf1_write failed\n" : "q4_flash_wait_op failed\n") << at;
-        EXPECT_EQ(adapter.stores.back(), (Store{kOp, 0})) << at;
-        EXPECT_EQ(adapter.hardware.controller.transfers, at);
+        EXPECT_EQ(adapter_.stores.back(), (Store{kOp, 0})) << at;
+        EXPECT_EQ(adapter_.hardware.controller.transfers, at);
     }
 }
 
 TEST_F(Q4Flash, ProgramReturnsTheErrorOfItsReadBack) {
     const auto data = counting(4);
-    adapter.hardware.faults.stuck_busy_at = 2 + 2 + 1 + 2 + 2 + 1;  // the read-back's command
+    adapter_.hardware.faults.stuck_busy_at = 2 + 2 + 1 + 2 + 2 + 1;  // the read-back's command
     EXPECT_EQ(run([&] { return q4_write_flash(0, 0, 4, data.data(), 0); }), KX_FLASH_TIMED_OUT);
     EXPECT_EQ(printed_, "read flash failed during verify\n");
 }
@@ -576,7 +576,7 @@ TEST_F(Q4Flash, ProgramReturnsTheErrorOfItsReadBack) {
 TEST_F(Q4Flash, AnotherAdaptersFlashIsNeitherReadNorTakenForKnown) {
     uint32_t word = 0;
     EXPECT_EQ(q4_read_flash(1, 0, 1, &word, 0), KX_FLASH_INVALID);
-    EXPECT_THAT(adapter.loads, IsEmpty());
+    EXPECT_THAT(adapter_.loads, IsEmpty());
 }
 
 }  // namespace
