@@ -85,22 +85,22 @@ T* scratch() {
 template <class... Words>
 void ignore(Words&&...) {}
 
-template <auto Function, class... Arguments>
+template <auto kFunction, class... Arguments>
 void with_q4(Arguments... arguments) {
     const Window window(places.q4);
-    ignore(Function(places.q4, arguments...));
+    ignore(kFunction(places.q4, arguments...));
 }
 
-template <auto Function, class... Arguments>
+template <auto kFunction, class... Arguments>
 void with_q3(Arguments... arguments) {
     const Window window(places.q3);
-    ignore(Function(places.q3, arguments...));
+    ignore(kFunction(places.q3, arguments...));
 }
 
 // A reader that opens the window itself, and leaves it open.
-template <int32_t (*Read)(uint8_t, void*)>
+template <int32_t (*kRead)(uint8_t, void*)>
 void read_q3() {
-    ignore(Read(places.q3, scratch<void>()));
+    ignore(kRead(places.q3, scratch<void>()));
     disconnect_from_hba(places.q3);
 }
 
@@ -136,15 +136,15 @@ CardParams card_block() {
     return block;
 }
 
-template <int (*Set)(const char*, PortSettings*, uint32_t)>
+template <int (*kSet)(const char*, PortSettings*, uint32_t)>
 void set_port() {
     PortSettings block = settings();
-    ignore(Set(kPort, &block, kEverything));
+    ignore(kSet(kPort, &block, kEverything));
 }
 
-template <uint32_t (*IsLoaded)()>
+template <uint32_t (*kIsLoaded)()>
 void ask() {
-    ignore(IsLoaded());
+    ignore(kIsLoaded());
 }
 
 template <class Query>

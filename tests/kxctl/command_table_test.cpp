@@ -265,7 +265,7 @@ TEST(GlobalOptions, AreTakenBehindEveryCommand) {
                 if (*option.value != '\0' && option.count != Count::kOptional) {
                     with_option.push_back(option.choices.at(0));
                 }
-                EXPECT_NO_THROW(parse(take_simulation(with_option).words))
+                EXPECT_NO_THROW(static_cast<void>(parse(take_simulation(with_option).words)))
                     << command.name() << name;
             }
         }

@@ -47,15 +47,15 @@ protected:
     // "key=value" for a new value, after that of the setting with which it is set.
     std::vector<std::string> change_to(std::int64_t value) {
         std::vector<std::string> changes;
-        if (const Setting& leader = leader_of(setting); &leader != &setting) {
+        if (const Setting& leader = leader_of(setting_); &leader != &setting_) {
             changes.push_back(std::string(leader.key) + "=0");
         }
-        changes.push_back(std::string(setting.key) + "=" + std::to_string(value));
+        changes.push_back(std::string(setting_.key) + "=" + std::to_string(value));
         return changes;
     }
 
     std::string saved_line(std::int64_t value) const {
-        return std::string("eth2.") + setting.saved_as + " = " + std::to_string(value) + "\n";
+        return std::string("eth2.") + setting_.saved_as + " = " + std::to_string(value) + "\n";
     }
 
     void restart() {
@@ -63,70 +63,70 @@ protected:
         host_.port(kPlace, {.name = "eth2"});  // as new
     }
 
-    const Setting& setting = *GetParam();
+    const Setting& setting_ = *GetParam();
     kxsim::Host host_;
 };
 
 TEST_P(PortSetting, IsSetSavedRestoredAndShown) {
-    if (!is_saved(setting)) {
+    if (!is_saved(setting_)) {
         EXPECT_EQ(set(change_to(1)).exit, 0);
         EXPECT_FALSE(host_.exists(kSavedSettings)) << "an action is not saved";
         return;
     }
-    const std::int64_t fresh = shown(setting);
-    const std::int64_t wanted = value_beside(setting, fresh);
+    const std::int64_t fresh = shown(setting_);
+    const std::int64_t wanted = value_beside(setting_, fresh);
     const test::Result result = set(change_to(wanted));
     EXPECT_EQ(result.exit, 0) << result.err;
     EXPECT_THAT(host_.read(kSavedSettings), HasSubstr(saved_line(wanted)));
     const TestJson before = port();
     restart();
-    EXPECT_EQ(shown(setting), fresh);
+    EXPECT_EQ(shown(setting_), fresh);
     for (const TestJson& line : test::json_on(host_, {"restore"}).at("settings")) {
         EXPECT_EQ(line.at("result"), "applied") << line;
         EXPECT_NO_THROW(static_cast<void>(port_setting(line.at("key").get<std::string>())));
     }
     EXPECT_EQ(port(), before);
-    if (setting.is_shown()) {
-        EXPECT_EQ(shown(setting), wanted);
+    if (setting_.is_shown()) {
+        EXPECT_EQ(shown(setting_), wanted);
     }
 }
 
 TEST_P(PortSetting, HasTheRangeThatTheLibraryTakes) {
     std::vector<std::pair<std::int64_t, bool>> values;
-    for (const std::int64_t choice : setting.choices) {
+    for (const std::int64_t choice : setting_.choices) {
         values.insert(values.end(), {{choice, true}, {choice + 1, false}});
     }
-    if (setting.range.is_limited()) {
-        const auto [least, most] = setting.range;
+    if (setting_.range.is_limited()) {
+        const auto [least, most] = setting_.range;
         values.insert(
             values.end(), {{least - 1, false}, {least, true}, {most, true}, {most + 1, false}});
     }
-    if (setting.words.zero != nullptr) {
+    if (setting_.words.zero != nullptr) {
         values.insert(values.end(), {{0, true}, {1, true}, {2, false}});
     }
-    if (setting.limit != kNoLimit && !setting.range.is_limited()) {
-        const auto limit = port().at(std::string(setting.key) + "_maximum").get<std::int64_t>();
+    if (setting_.limit != kNoLimit && !setting_.range.is_limited()) {
+        const auto limit = port().at(std::string(setting_.key) + "_maximum").get<std::int64_t>();
         values.insert(values.end(), {{limit, true}, {limit + 1, false}});
     }
     for (const auto& [value, taken] : values) {
         const test::Result result = set(change_to(value));
-        EXPECT_EQ(result.exit == 0, taken) << setting.key << "=" << value << ": " << result.err;
+        EXPECT_EQ(result.exit == 0, taken) << setting_.key << "=" << value << ": " << result.err;
     }
 }
 
 TEST_P(PortSetting, IsDescribedForPeopleAndPrograms) {
-    EXPECT_STRNE(setting.help, "");
-    EXPECT_EQ(setting.setter != nullptr, true);
-    EXPECT_EQ(is_saved(setting), setting.form != Form::kAction);
-    if (is_saved(setting)) {
-        EXPECT_STRNE(setting.title, "");
-        EXPECT_EQ(saved_port_setting(setting.saved_as), &setting);
+    EXPECT_STRNE(setting_.help, "");
+    EXPECT_EQ(setting_.setter != nullptr, true);
+    EXPECT_EQ(is_saved(setting_), setting_.form != Form::kAction);
+    if (is_saved(setting_)) {
+        EXPECT_STRNE(setting_.title, "");
+        EXPECT_EQ(saved_port_setting(setting_.saved_as), &setting_);
     }
     const TestJson answer = port();
-    EXPECT_EQ(answer.contains(setting.key), setting.is_shown());
-    if (setting.is_shown()) {
+    EXPECT_EQ(answer.contains(setting_.key), setting_.is_shown());
+    if (setting_.is_shown()) {
         const test::Result text = test::run_on(host_, {"port", "show", kPlace, "1"});
-        EXPECT_THAT(text.out, HasSubstr(std::string("\n") + setting.title + "  "));
+        EXPECT_THAT(text.out, HasSubstr(std::string("\n") + setting_.title + "  "));
     }
 }
 

@@ -164,7 +164,7 @@ TEST_F(OffloadParameters, LinesOfTheDeviceListAreReadInPiecesOf255Characters) {
 
 TEST_F(OffloadParameters, LineOfTheDeviceListEndsAtANul) {
     int index = -7;
-    host_.file(kDevices, std::string("toe1 \0eth2\ntoe2 eth2\n", 22));
+    host_.file(kDevices, std::string("toe1 \0eth2\ntoe2 eth2\n", 21));
     EXPECT_EQ(getTOEDeviceIndex("eth2", &index), 0U);
     EXPECT_EQ(index, 2);
 }

@@ -153,7 +153,7 @@ TEST_F(Recording, AFileThatMayNotBeWrittenStaysAsItIs) {
 }
 
 TEST_F(Recording, LongLinesAndNulBytesSurvive) {
-    const std::string odd = std::string(600, 'y') + "\nx\0y\n" + std::string("a\0b\n", 4);
+    const std::string odd = std::string(600, 'y') + std::string("\nx\0y\na\0b\n", 9);
     host_.file(kPortFile, odd + "eth1.mtu = 1\n");
     EXPECT_EQ(save("eth1", "mtu", 1500), 0);
     EXPECT_EQ(ports(), odd + "eth1.mtu = 1500\n");

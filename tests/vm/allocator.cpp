@@ -66,8 +66,8 @@ public:
 
 private:
     static constexpr std::size_t kSlots = std::size_t{1} << 18;
-    static inline const char gone_ = 0;
-    static inline const void* const kGone = &gone_;
+    static inline const char kGoneByte = 0;
+    static inline const void* const kGone = &kGoneByte;
 
     static std::size_t home(const void* address) {
         return (reinterpret_cast<std::uintptr_t>(address) >> 4) * 0x9E3779B97F4A7C15U >> 46;
@@ -109,7 +109,7 @@ Range library_code() {
 }
 
 Range library;  // unknown, and so empty, while the program starts
-const bool library_found = [] {
+const bool kLibraryFound = [] {
     library = library_code();
     return true;
 }();
