@@ -19,8 +19,6 @@ namespace kx::vm {
 
 namespace {
 
-constexpr char kFileName[] = "libkxlinhw-machines.so";
-
 // Tells packagers and tools which libraries are loaded on demand: the ELF note ".note.dlopen" with
 // a JSON text.
 constexpr char kOptionalLibraries[] =
@@ -73,7 +71,7 @@ void* optional_library() try {
     if (library == nullptr) {
         const std::string directory = own_directory();
         if (!directory.empty()) {
-            library = dlopen((directory + kFileName).c_str(), RTLD_NOW | RTLD_LOCAL);
+            library = dlopen((directory + KX_MACHINES_FILE).c_str(), RTLD_NOW | RTLD_LOCAL);
         }
     }
     return library;

@@ -75,7 +75,7 @@ step "libvirt itself answers" libvirt_answers "$libraries"
 # ---- Where the private library is found ----
 
 mkdir moved links elsewhere alone
-cp "$libraries"/libkxlinhw.so.6 "$libraries"/libkxlinhw-machines.so moved
+cp "$libraries"/libkxlinhw.so.6 "$libraries"/libkxlinhw-machines.so.6 moved
 ln -s "$work/moved/libkxlinhw.so.6" links
 cp "$libraries"/libkxlinhw.so.6 alone
 step "a moved library finds it" libvirt_answers "$work/moved"
@@ -153,7 +153,7 @@ needs() {
 step "the library needs neither libvirt nor Xerces" needs
 named() { readelf -p .note.dlopen "$libraries/libkxlinhw.so" | grep -F 'libvirt.so.0' | grep -F 'libxerces-c'; }
 step "the ELF note names the optional libraries" named
-one_name() { [[ $(nm -D --defined-only "$libraries/libkxlinhw-machines.so" | wc -l) == 1 ]]; }
+one_name() { [[ $(nm -D --defined-only "$libraries/libkxlinhw-machines.so.6" | wc -l) == 1 ]]; }
 step "the private library exports its entry alone" one_name
 
 instructions() {
