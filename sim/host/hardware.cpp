@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "host/fail_with_errno.hpp"
 #include "host/hardware.hpp"
 #include "host/host_state.hpp"
 #include "host/pci_function.hpp"

@@ -80,7 +80,6 @@ void show_module(Tree& tree, const Module& module) {
 fs::path session_directory(const fs::path& wanted) {
     const Quiet quiet;
     fs::create_directories(wanted / (state::kTreeDirectory + 1));
-    fs::create_directories(wanted / (state::kOrderDirectory + 1));
     fs::create_directories((wanted.string() + state::kSessionFile)
                                .substr(0, (wanted.string() + state::kSessionFile).rfind('/')));
     return fs::canonical(wanted);

@@ -7,7 +7,8 @@
 
 namespace kxsim {
 
-// A new directory below TMPDIR, or below `parent`.
+// A new directory below TMPDIR, or below `parent`. Without TMPDIR it is in memory where that is
+// possible.
 [[nodiscard]] std::unique_ptr<kx::LockedDirectory> make_scratch();
 [[nodiscard]] std::unique_ptr<kx::LockedDirectory> make_scratch(
     const std::filesystem::path& parent);

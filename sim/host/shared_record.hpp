@@ -7,8 +7,8 @@
 
 #include <filesystem>
 
+#include "host/fail_with_errno.hpp"
 #include "host/quiet.hpp"
-#include "host/tree.hpp"
 
 namespace kxsim {
 

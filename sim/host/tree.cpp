@@ -6,142 +6,151 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <deque>
+#include <climits>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-#include <system_error>
 
+#include "host/fail_with_errno.hpp"
 #include "host/quiet.hpp"
-#include "state/session.hpp"
 
 namespace kxsim {
 namespace {
 
-namespace fs = std::filesystem;
+constexpr int kMostLinks = 40;  // the kernel's limit
+constexpr mode_t kNewDirectory = 0755;
 
-// libpci inserts each device that it reads at the front of its list.
-constexpr std::string_view kNewestFirst = "/sys/bus/pci/devices";
+std::string parent_of(const std::string& place) { return place.substr(0, place.rfind('/')); }
 
-// A simulated path without its leading slash, to be put below the session's directory.
-fs::path relative(std::string_view path) {
-    const fs::path normal = fs::path(path).lexically_normal();
-    if (!normal.is_absolute()) {
-        throw std::invalid_argument("not an absolute path: " + std::string(path));
+// Continue a path by one name.
+void step(std::string& path, std::string_view name) {
+    if (name == "..") {
+        path.resize(path.empty() ? 0 : path.rfind('/'));
+    } else if (!name.empty() && name != ".") {
+        path.append("/").append(name);
     }
-    return normal.relative_path();
 }
 
-constexpr int kMostLinks = 40;  // the kernel's limit
+// Remove and return the first name of a path.
+std::string take_name(std::string& path) {
+    const std::size_t begin = std::min(path.find_first_not_of('/'), path.size());
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    std::string name = path.substr(begin, end - begin);
+    path.erase(0, end);
+    return name;
+}
+
+// A path without ".", ".." and doubled slashes; empty for the top.
+std::string normal(std::string_view path) {
+    if (!path.starts_with('/')) {
+        throw std::invalid_argument("not an absolute path: " + std::string(path));
+    }
+    std::string normal;
+    while (!path.empty()) {
+        const std::size_t length = std::min(path.find('/'), path.size());
+        step(normal, path.substr(0, length));
+        path.remove_prefix(length == path.size() ? length : length + 1);
+    }
+    return normal;
+}
+
+void write_all(int file, std::string_view content, const std::string& path) {
+    while (!content.empty()) {
+        const ssize_t written = ::write(file, content.data(), content.size());
+        if (written < 0 && errno != EINTR) {
+            fail_with_errno(path);
+        }
+        content.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+}
 
 }  // namespace
 
-void fail_with_errno(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
+// ---- Places -------------------------------------------------------------------------------------
 
-std::string read_whole(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        fail_with_errno(path);
-    }
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-void write_whole(const fs::path& path, std::string_view content) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
-    file.close();
-    if (!file) {
-        fail_with_errno(path);
-    }
+std::string Tree::link_at(const std::string& place) const {
+    char target[PATH_MAX];
+    const ssize_t length = ::readlink(real(place).c_str(), target, sizeof target);
+    return {target, length < 0 ? 0 : static_cast<std::size_t>(length)};
 }
 
 // Links are followed as if the tree were the whole file system, so that no link leads out of it.
-fs::path Tree::place(std::string_view path, LastLink last) const {
-    const fs::path top = root_ / (state::kTreeDirectory + 1);
-    const fs::path given = relative(path);
-    std::deque<fs::path> names(given.begin(), given.end());
-    fs::path place = top;
+std::string Tree::follow_links(const std::string& path) const {
+    std::string place;
     int links = 0;
-    while (!names.empty()) {
-        const fs::path name = names.front();
-        names.pop_front();
-        if (name == "..") {
-            place = place == top ? top : place.parent_path();
-            continue;
-        }
-        if (name.empty() || name == ".") {
-            continue;
-        }
-        const bool keep = names.empty() && last == LastLink::kKeep;
-        if (keep || !fs::is_symlink(fs::symlink_status(place / name))) {
-            place /= name;
+    bool missing = false;  // and so is everything below it
+    for (std::string rest = path; !rest.empty();) {
+        const std::string name = take_name(rest);
+        const std::string target = missing ? std::string() : link_at(place + "/" + name);
+        if (target.empty()) {
+            missing = missing || errno == ENOENT;
+            step(place, name);
             continue;
         }
         if (++links > kMostLinks) {
-            throw std::invalid_argument("links lead in a circle: " + std::string(path));
+            throw std::invalid_argument("links lead in a circle: " + path);
         }
-        const fs::path target = fs::read_symlink(place / name);
-        const fs::path below = target.relative_path();
-        names.insert(names.begin(), below.begin(), below.end());
-        place = target.is_absolute() ? top : place;
+        rest.insert(0, target);
+        place.resize(target.starts_with('/') ? 0 : place.size());
     }
     return place;
 }
 
-fs::path Tree::order_file(const fs::path& directory) const {
-    const fs::path below = directory.lexically_relative(root_ / (state::kTreeDirectory + 1));
-    return root_ / (state::kOrderDirectory + 1) / below / (state::kOrderFile + 1);
+Tree::Identity Tree::identity_of(const std::string& real) {
+    struct stat status {};
+    return ::stat(real.c_str(), &status) == 0 ? Identity{status.st_dev, status.st_ino} : Identity{};
 }
 
-void Tree::note_entry(const fs::path& path) {
-    const fs::path order = order_file(path.parent_path());
-    fs::create_directories(order.parent_path());
-    const std::string line = path.filename().string() + "\n";
-    const bool newest_first = path.parent_path() == place(kNewestFirst);
-    if (newest_first) {
-        write_whole(order, line + (fs::exists(order) ? read_whole(order) : ""));
-    } else {
-        std::ofstream(order, std::ios::app) << line;
+std::string Tree::place_of_directory(const std::string& path) const {
+    const auto known = found_.find(path);
+    if (path.empty() || (known != found_.end() && known->second == identity_of(real(path)))) {
+        return path;
     }
+    if (place_of_directory(parent_of(path)) != parent_of(path) || !link_at(path).empty()) {
+        return follow_links(path);
+    }
+    if (const Identity found = identity_of(real(path)); found != Identity{}) {
+        found_.insert_or_assign(path, found);
+    }
+    return path;
 }
 
-void Tree::forget_entry(const fs::path& path) {
-    const fs::path order = order_file(path.parent_path());
-    if (!fs::exists(order)) {
+std::string Tree::place(std::string_view path, LastLink last) const {
+    const std::string whole = normal(path);
+    if (whole.empty()) {
+        return whole;
+    }
+    std::string place = place_of_directory(parent_of(whole)) + whole.substr(whole.rfind('/'));
+    return last == LastLink::kFollow && !link_at(place).empty() ? follow_links(whole) : place;
+}
+
+// ---- Entries ------------------------------------------------------------------------------------
+
+// make: a system call on the real path, which fails for an entry that is there already.
+template <class Make>
+int Tree::make_entry(const std::string& place, Make make) {
+    const std::string path = real(place);
+    int result = make(path.c_str());
+    if (result < 0 && errno == ENOENT) {
+        make_directories(parent_of(place));
+        result = make(path.c_str());
+    }
+    if (result >= 0) {
+        order_.add(place);
+    }
+    return result;
+}
+
+void Tree::make_directories(const std::string& place) {
+    const auto make = [](const char* path) { return ::mkdir(path, kNewDirectory); };
+    if (place.empty() || make_entry(place, make) == 0) {
         return;
     }
-    std::ifstream lines(order);
-    std::string kept;
-    for (std::string line; std::getline(lines, line);) {
-        if (line != path.filename()) {
-            kept += line + "\n";
-        }
-    }
-    write_whole(order, kept);
-}
-
-void Tree::make_directories(const fs::path& path) {
-    if (fs::is_directory(path)) {
-        return;
-    }
-    make_directories(path.parent_path());
-    if (::mkdir(path.c_str(), 0755) != 0) {
-        fail_with_errno(path);
-    }
-    note_entry(path);
-}
-
-// Prepare a new entry: create the directories above it, and remove an entry with that name.
-void Tree::prepare(const fs::path& path) {
-    make_directories(path.parent_path());
-    if (fs::is_symlink(fs::symlink_status(path))) {
-        fs::remove(path);
-    } else if (fs::exists(path)) {
-        return;
-    } else {
-        note_entry(path);
+    const int reason = errno;
+    if (reason != EEXIST || !std::filesystem::is_directory(real(place))) {
+        errno = reason;
+        fail_with_errno(real(place));
     }
 }
 
@@ -150,78 +159,104 @@ void Tree::make_directory(std::string_view path) {
     make_directories(place(path, LastLink::kFollow));
 }
 
-// In place, so that a process that has the file open or mapped sees the new content.
+// In place, so that a process that has the file open or mapped sees the new content. A link is
+// replaced.
+int Tree::open_existing(const std::string& place, mode_t mode) const {
+    const std::string path = real(place);
+    if (!link_at(place).empty()) {
+        ::unlink(path.c_str());
+        return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    }
+    const int file = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (file >= 0 || errno != EACCES || ::chmod(path.c_str(), mode | S_IWUSR) != 0) {
+        return file;
+    }
+    return ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+}
+
 void Tree::write(std::string_view path, std::string_view content, mode_t mode) {
     const Quiet quiet;
-    const fs::path file = place(path);
-    prepare(file);
-    if (fs::exists(file)) {
-        fs::permissions(file, fs::perms::owner_write, fs::perm_options::add);
+    const std::string file = place(path);
+    int opened = make_entry(file, [mode](const char* name) {
+        return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    });
+    if (opened < 0 && errno == EEXIST) {
+        opened = open_existing(file, mode);
     }
-    write_whole(file, content);
-    fs::permissions(file, static_cast<fs::perms>(mode));
+    const kx::Descriptor owner(opened);
+    if (!owner) {
+        fail_with_errno(real(file));
+    }
+    write_all(owner.get(), content, real(file));
+    if (::fchmod(owner.get(), mode) != 0) {
+        fail_with_errno(real(file));
+    }
 }
 
 void Tree::append(std::string_view path, std::string_view content) {
     const Quiet quiet;
-    const fs::path file = place(path, LastLink::kFollow);
-    if (!fs::exists(file)) {
-        write(path, content, 0644);
-        return;
-    }
-    const fs::perms mode = fs::status(file).permissions();
-    write(path, read_whole(file) + std::string(content), static_cast<mode_t>(mode));
+    const bool is_there = exists(path);
+    write(path, (is_there ? read(path) : "") + std::string(content), is_there ? mode(path) : 0644);
 }
 
 void Tree::make_link(std::string_view path, std::string_view target) {
     const Quiet quiet;
-    const fs::path link = place(path);
-    prepare(link);
-    if (fs::exists(link)) {
+    const std::string link = place(path);
+    const std::string text(target);
+    const auto make = [&](const char* name) { return ::symlink(text.c_str(), name); };
+    if (make_entry(link, make) == 0) {
+        return;
+    }
+    if (errno != EEXIST) {
+        fail_with_errno(real(link));
+    }
+    if (link_at(link).empty()) {
         throw std::invalid_argument("\"" + std::string(path) + "\" is there already");
     }
-    fs::create_symlink(target, link);
+    if (::unlink(real(link).c_str()) != 0 || make(real(link).c_str()) != 0) {
+        fail_with_errno(real(link));
+    }
 }
 
 void Tree::remove(std::string_view path) {
     const Quiet quiet;
-    const fs::path entry = place(path);
-    forget_entry(entry);
-    fs::remove_all(order_file(entry).parent_path());
-    fs::remove_all(entry);
+    const std::string entry = place(path);
+    order_.remove(entry);
+    std::filesystem::remove_all(real(entry));
 }
 
 void Tree::order(std::string_view directory, const std::vector<std::string>& names) {
     const Quiet quiet;
-    std::string lines;
-    for (const std::string& name : names) {
-        lines += name + "\n";
-    }
-    const fs::path file = order_file(place(directory, LastLink::kFollow));
-    fs::create_directories(file.parent_path());
-    write_whole(file, lines);
+    order_.set(place(directory, LastLink::kFollow), names);
 }
+
+// ---- Reading ------------------------------------------------------------------------------------
 
 bool Tree::exists(std::string_view path) const {
     const Quiet quiet;
-    return fs::exists(fs::symlink_status(place(path)));
+    struct stat status {};
+    return ::lstat(real(place(path)).c_str(), &status) == 0;
 }
 
 std::string Tree::read(std::string_view path) const {
     const Quiet quiet;
-    return read_whole(place(path, LastLink::kFollow));
+    const std::string file = real(place(path, LastLink::kFollow));
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        fail_with_errno(file);
+    }
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 std::string Tree::read_link(std::string_view path) const {
     const Quiet quiet;
-    std::error_code none;
-    return fs::read_symlink(place(path), none).string();
+    return link_at(place(path));
 }
 
 mode_t Tree::mode(std::string_view path) const {
     const Quiet quiet;
     struct stat status {};
-    if (::stat(place(path, LastLink::kFollow).c_str(), &status) != 0) {
+    if (::stat(real(place(path, LastLink::kFollow)).c_str(), &status) != 0) {
         fail_with_errno(std::string(path));
     }
     return status.st_mode & 07777U;

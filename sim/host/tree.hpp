@@ -3,16 +3,20 @@
 
 #include <sys/types.h>
 
-#include <filesystem>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
+
+#include "host/entry_order.hpp"
+#include "state/session.hpp"
 
 namespace kxsim {
 
 class Tree {
 public:
-    explicit Tree(std::filesystem::path root) : root_(std::move(root)) {}
+    explicit Tree(const std::string& root)
+        : top_(root + state::kTreeDirectory), order_(root + state::kOrderFile) {}
 
     void make_directory(std::string_view path);
     void write(std::string_view path, std::string_view content, mode_t mode);
@@ -27,23 +31,31 @@ public:
     [[nodiscard]] mode_t mode(std::string_view path) const;
 
 private:
+    // A place is a path on the host on which no directory is a link; empty for the top.
     enum class LastLink { kFollow, kKeep };
-    [[nodiscard]] std::filesystem::path place(
-        std::string_view path, LastLink last = LastLink::kKeep) const;
-    [[nodiscard]] std::filesystem::path order_file(const std::filesystem::path& directory) const;
-    void make_directories(const std::filesystem::path& path);
-    void prepare(const std::filesystem::path& path);
-    void note_entry(const std::filesystem::path& path);
-    void forget_entry(const std::filesystem::path& path);
+    [[nodiscard]] std::string place(std::string_view path, LastLink last = LastLink::kKeep) const;
+    [[nodiscard]] std::string place_of_directory(const std::string& path) const;
+    [[nodiscard]] std::string follow_links(const std::string& path) const;
+    // The target of a link; empty when there is none, and errno says why.
+    [[nodiscard]] std::string link_at(const std::string& place) const;
+    [[nodiscard]] std::string real(const std::string& place) const { return top_ + place; }
 
-    std::filesystem::path root_;
+    template <class Make>
+    int make_entry(const std::string& place, Make make);
+    void make_directories(const std::string& place);
+    [[nodiscard]] int open_existing(const std::string& place, mode_t mode) const;
+
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const Identity&) const = default;
+    };
+    [[nodiscard]] static Identity identity_of(const std::string& real);  // zeros: it is missing
+
+    std::string top_;
+    EntryOrder order_;
+    // Directories that were found at their place. Others may have replaced them meanwhile.
+    mutable std::unordered_map<std::string, Identity> found_;
 };
-
-// The exception for a failed system call.
-[[noreturn]] void fail_with_errno(const std::string& what);
-
-// Read and replace real files.
-[[nodiscard]] std::string read_whole(const std::filesystem::path& path);
-void write_whole(const std::filesystem::path& path, std::string_view content);
 
 }  // namespace kxsim

@@ -140,58 +140,26 @@ private:
     off64_t placed_ = 0;
 };
 
-// The order of a directory that the builder set: one name in each line.
-class OrderFile {
-public:
-    explicit OrderFile(const Host& host, const PathText& directory) {
-        PathText path;
-        path.append({host.tree, host.root_length});
-        path.append(state::kOrderDirectory);
-        path.append(directory.view());
-        path.append(state::kOrderFile);
-        const int file = next<"open", decltype(::open)>()(path.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat status {};
-        if (file >= 0 && next<"fstat", decltype(::fstat)>()(file, &status) == 0 &&
-            status.st_size > 0) {
-            size_ = static_cast<std::size_t>(status.st_size);
-            void* const text =
-                next<"mmap", decltype(::mmap)>()(nullptr, size_, PROT_READ, MAP_PRIVATE, file, 0);
-            text_ = text == MAP_FAILED ? nullptr : static_cast<const char*>(text);
-        }
-        if (file >= 0) {
-            ::close(file);
+// Give places in the order of the builder.
+void place_listed(const Host& host, const PathText& path, Ordering& ordering) {
+    const std::string_view directory = path.view() == "/" ? std::string_view() : path.view();
+    const bool newest_first = directory == state::kNewestFirst;
+    std::string_view lines = host.order->lines();
+    while (!lines.empty()) {
+        const std::string_view line =
+            newest_first ? state::last_line(lines) : state::next_line(lines);
+        const std::string_view name = state::name_in(directory, line);
+        if (!name.empty()) {
+            ordering.place(name);
         }
     }
-    ~OrderFile() {
-        if (text_ != nullptr) {
-            ::munmap(const_cast<char*>(text_), size_);
-        }
-    }
-    OrderFile(const OrderFile&) = delete;
-    OrderFile& operator=(const OrderFile&) = delete;
-
-    void apply(Ordering& ordering) const {
-        for (std::size_t start = 0; text_ != nullptr && start < size_;) {
-            const void* const newline = std::memchr(text_ + start, '\n', size_ - start);
-            const std::size_t end =
-                newline == nullptr
-                    ? size_
-                    : static_cast<std::size_t>(static_cast<const char*>(newline) - text_);
-            ordering.place({text_ + start, end - start});
-            start = end + 1;
-        }
-    }
-
-private:
-    const char* text_ = nullptr;
-    std::size_t size_ = 0;
-};
+}
 
 void put_in_order(const Host& host, const PathText& path, Listing& listing) {
     Ordering ordering(listing);
     ordering.place(".");
     ordering.place("..");
-    OrderFile(host, path).apply(ordering);
+    place_listed(host, path, ordering);
     ordering.place_rest();
     for (std::size_t i = 0; i < listing.count; ++i) {
         listing.entries[i].d_reclen = sizeof(dirent64);

@@ -69,6 +69,7 @@ void drop_host() {
     unmap(the_host.session);
     unmap(the_host.network);
     unmap(the_host.adapters);
+    unmap(the_host.order);
     unmap(the_host.flash);
     unmap(the_host.eeprom);
 }
@@ -90,6 +91,9 @@ int map_host(const char* root) {
     }
     if (error == 0) {
         error = map_file(root, state::kAdaptersFile, the_host.adapters);
+    }
+    if (error == 0) {
+        error = map_file(root, state::kOrderFile, the_host.order);
     }
     if (error != 0) {
         drop_host();

@@ -10,6 +10,7 @@
 
 #include "state/adapters.hpp"
 #include "state/network.hpp"
+#include "state/order.hpp"
 #include "state/session.hpp"
 
 namespace kxsim::process {
@@ -28,6 +29,7 @@ struct Host {
     state::Session* session;
     state::Network* network;
     state::Adapters* adapters;
+    state::Order* order;
     Mapping flash[state::kMostAdapters];
     Mapping eeprom[state::kMostAdapters];
 };

@@ -23,6 +23,26 @@ std::vector<fs::path> places() {
     return places;
 }
 
+// By their names.
+std::vector<fs::path> shipped_files() {
+    std::vector<fs::path> files;
+    for (const fs::path& place : places()) {
+        std::error_code error;
+        for (const fs::directory_entry& entry : fs::directory_iterator(place, error)) {
+            if (entry.path().extension() == ".toml") {
+                files.push_back(entry.path().lexically_normal());
+            }
+        }
+        if (!files.empty()) {
+            break;
+        }
+    }
+    std::sort(files.begin(), files.end(), [](const fs::path& a, const fs::path& b) {
+        return a.stem() < b.stem();
+    });
+    return files;
+}
+
 std::string title_of(const fs::path& file) {
     try {
         return toml::parse_file(file.string())["title"].value_or(std::string());
@@ -35,21 +55,9 @@ std::string title_of(const fs::path& file) {
 
 std::vector<ShippedScenario> shipped_scenarios() {
     std::vector<ShippedScenario> scenarios;
-    for (const fs::path& place : places()) {
-        std::error_code error;
-        for (const fs::directory_entry& entry : fs::directory_iterator(place, error)) {
-            if (entry.path().extension() == ".toml") {
-                scenarios.push_back(
-                    {entry.path().stem(), entry.path().lexically_normal(), title_of(entry.path())});
-            }
-        }
-        if (!scenarios.empty()) {
-            break;
-        }
+    for (const fs::path& file : shipped_files()) {
+        scenarios.push_back({file.stem(), file, title_of(file)});
     }
-    std::sort(scenarios.begin(), scenarios.end(), [](const auto& a, const auto& b) {
-        return a.name < b.name;
-    });
     return scenarios;
 }
 
@@ -58,11 +66,11 @@ fs::path find_scenario(const std::string& name_or_file) {
         return name_or_file;
     }
     std::string names;
-    for (const ShippedScenario& scenario : shipped_scenarios()) {
-        if (scenario.name == name_or_file) {
-            return scenario.file;
+    for (const fs::path& file : shipped_files()) {
+        if (file.stem() == name_or_file) {
+            return file;
         }
-        names += (names.empty() ? "" : ", ") + scenario.name;
+        names += (names.empty() ? "" : ", ") + file.stem().string();
     }
     throw ScenarioError(
         "scenario \"" + name_or_file + "\", expected " + (names.empty() ? "a file" : names) +

@@ -11,9 +11,7 @@
 namespace kxsim::state {
 
 // Below the session's directory.
-inline constexpr char kTreeDirectory[] = "/tree";    // the simulated files, by their paths
-inline constexpr char kOrderDirectory[] = "/order";  // the order of directory entries
-inline constexpr char kOrderFile[] = "/@";           // in the order directory of a directory
+inline constexpr char kTreeDirectory[] = "/tree";  // the simulated files, by their paths
 inline constexpr char kSessionFile[] = "/state/session";
 inline constexpr char kNetworkFile[] = "/state/network";
 

@@ -207,6 +207,21 @@ TEST(Program, TakesTheRightsFromSetUserIdPrograms) {
     EXPECT_EQ(on_lab(program + " /sys/class/net/eth2/mtu").output, "9000\n");
 }
 
+// --- Where the host is ---
+
+TEST(Program, MakesItsHostInMemoryUnlessTmpdirNamesAnotherPlace) {
+    const test::ScratchDirectory scratch;
+    const std::string command = kxsim() + " run -s empty -- sh -c 'echo $KXSIM_ROOT'";
+    EXPECT_THAT(shell("TMPDIR=" + scratch / "" + " " + command).output, StartsWith(scratch / ""));
+    const std::string serves =
+        "findmnt -no OPTIONS /dev/shm | grep -qvw noexec && test -w /dev/shm && "
+        "test $(df --output=avail /dev/shm | tail -1) -gt 70000";
+    if (shell(serves).status != 0) {
+        GTEST_SKIP() << "/dev/shm is full, or programs cannot be run there";
+    }
+    EXPECT_THAT(shell("env -u TMPDIR " + command).output, StartsWith("/dev/shm/kxsim-"));
+}
+
 // --- Nothing stays behind ---
 
 // A running kxsim: its process, after its command or scenario began to wait.

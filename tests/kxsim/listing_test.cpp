@@ -75,6 +75,30 @@ TEST_F(Listing, GivesTheNewestPciDeviceFirst) {
         list("/sys/bus/pci/devices"), ElementsAre(".", "..", "0000:00:00.0", "0000:01:00.0"));
 }
 
+TEST_F(Listing, GivesANewPciDeviceBeforeThoseThatWerePutInOrder) {
+    for (const char* location : {"01:00.0", "02:00.0", "03:00.0"}) {
+        host_.pci_device({.location = location});
+    }
+    host_.order("/sys/bus/pci/devices", {"0000:02:00.0", "0000:03:00.0", "0000:01:00.0"});
+    host_.pci_device({.location = "04:00.0"});
+    EXPECT_THAT(
+        list("/sys/bus/pci/devices"),
+        ElementsAre(".", "..", "0000:04:00.0", "0000:02:00.0", "0000:03:00.0", "0000:01:00.0"));
+}
+
+TEST_F(Listing, ForgetsTheOrderOfWhatIsRemoved) {
+    for (const char* name : {"b", "a"}) {
+        host_.file(std::string("/lib/modules/x/") + name, "");
+        host_.file(std::string("/lib/modules/xy/") + name, "");
+    }
+    host_.remove("/lib/modules/x");
+    for (const char* name : {"a", "b"}) {
+        host_.file(std::string("/lib/modules/x/") + name, "");
+    }
+    EXPECT_THAT(list("/lib/modules/x"), ElementsAre(".", "..", "a", "b"));
+    EXPECT_THAT(list("/lib/modules/xy"), ElementsAre(".", "..", "b", "a"));
+}
+
 TEST_F(Listing, IsTheSameForReaddir64AndAfterRewinding) {
     DIR* const directory = opendir("/sys/class/net");
     ASSERT_NE(directory, nullptr);

@@ -282,6 +282,18 @@ TEST_F(LinksOut, NeverLeadTheBuilderOutOfTheHost) {
     EXPECT_EQ(text(), "precious");
 }
 
+// The builder remembers directories.
+TEST(Hosts, FollowALinkThatReplacesADirectory) {
+    kxsim::Host host;
+    host.file("/opt/kx/one/first", "");
+    host.file("/opt/kx/two/first", "");
+    const std::filesystem::path real = host.root() + "/tree/opt/kx";
+    std::filesystem::remove_all(real / "one");
+    std::filesystem::create_symlink("/opt/kx/two", real / "one");
+    host.file("/opt/kx/one/second", "");
+    EXPECT_TRUE(std::filesystem::exists(real / "two/second"));
+}
+
 TEST_F(LinksOut, NeverLeadAProcessOutOfTheHost) {
     for (const std::string way : kWays) {
         const std::string path = way + "/file";

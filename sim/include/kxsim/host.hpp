@@ -214,8 +214,8 @@ private:
 
 class Host {
 public:
-    // In a new directory below TMPDIR that is removed with the host, or in a given directory that
-    // stays. A session in the given directory is continued.
+    // In a new directory below TMPDIR (or in memory) that is removed with the host, or in a given
+    // directory that stays. A session in the given directory is continued.
     Host();
     explicit Host(const std::filesystem::path& directory);
     ~Host();
