@@ -170,7 +170,7 @@ TEST_F(AdapterCommands, MacThatIsNoneIsShownAsItIs) {
 
 TEST_F(AdapterCommands, UnknownLocationIsNotFound) {
     host_.adapter(adapter("Q4", 4));
-    for (const char* location : {"04:00.5", "4:0.4", "0000:04:00.4", ""}) {
+    for (const char* location : {"04:00.5", "0000:04:00.5", "0001:05:00.4"}) {
         const test::Result result = run_on(host_, {"adapter", "show", location});
         EXPECT_EQ(result.exit, 3);
         EXPECT_EQ(result.out, "");

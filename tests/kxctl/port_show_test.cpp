@@ -70,6 +70,7 @@ TEST_F(PortShow, ShowsEveryFieldToPeople) {
     EXPECT_EQ(
         result.out,
         "Interface               eth2\n"
+        "Location                03:00.4 port 1\n"
         "Link                    up\n"
         "Auto-negotiation        off (supported, not advertised)\n"
         "Speed                   1000 Mb/s\n"

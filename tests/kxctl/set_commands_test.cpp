@@ -30,7 +30,9 @@ protected:
              .parameters = {{"snd_win", "131072"}, {"peer2peer", "0"}, {"markers_enabled", "0"}}});
         host_.module({.name = "iw_zfab3", .loaded = true, .parameters = {{"cong_flavor", "3"}}});
         host_.adapter(
-            {.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2"}, {.name = "eth3"}}});
+            {.chip = "Q5",
+             .location = "03:00.4",
+             .ports = {{.name = "eth2", .mac = "02:00:00:00:00:02"}, {.name = "eth3"}}});
         host_.toe_device({.index = 1, .interfaces = {"eth2"}, .parameters = {{"mss", "1400"}}});
         host_.directory("/etc/kestrix-plexo");
     }
@@ -93,11 +95,17 @@ TEST_F(SetCommands, PortSetPlansWithoutChangingAnything) {
 
 TEST_F(SetCommands, PortSetAnswersInJson) {
     const Json plan = test::json_on(host_, {"port", "set", "03:00.4", "1", "gso=0", "--dry-run"});
-    EXPECT_EQ(plan, Json::parse(R"({"location": "03:00.4", "port": 1, "interface": "eth2",
+    EXPECT_EQ(
+        plan,
+        Json::parse(
+            R"({"location": "03:00.4", "instance": 1, "interface": "eth2", "mac": "02:00:00:00:00:02",
             "dry_run": true, "settings": [{"key": "gso", "before": 1, "wanted": 0}]})"));
     const Json done =
         test::json_on(host_, {"port", "set", "03:00.4", "1", "gso=0", "ring_tx=99999"}, 4);
-    EXPECT_EQ(done, Json::parse(R"({"location": "03:00.4", "port": 1, "interface": "eth2",
+    EXPECT_EQ(
+        done,
+        Json::parse(
+            R"({"location": "03:00.4", "instance": 1, "interface": "eth2", "mac": "02:00:00:00:00:02",
             "settings": [{"key": "gso", "before": 1, "wanted": 0, "now": 0},
                          {"key": "ring_tx", "before": 2048, "wanted": 99999, "now": 2048}],
             "failures": ["Set ring_tx failed for eth2: Invalid argument"]})"));

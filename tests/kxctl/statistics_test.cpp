@@ -23,7 +23,8 @@ protected:
         host_.adapter(
             {.chip = "Q5",
              .location = "03:00.4",
-             .ports = {{.name = "eth2", .nic = nic}, {.name = "eth3"}}});
+             .ports = {
+                 {.name = "eth2", .mac = "02:00:00:00:00:02", .nic = nic}, {.name = "eth3"}}});
         host_.file(kFile, "head\nInSegs: 20\nOutSegs: 21\n");
     }
 
@@ -61,6 +62,8 @@ TEST_F(Statistics, OfAPortForMachines) {
         Json(
             {{"location", "03:00.4"},
              {"instance", 1},
+             {"interface", "eth2"},
+             {"mac", "02:00:00:00:00:02"},
              {"counters",
               {{{"name", "rx_frames"}, {"value", 100}},
                {{"name", "errors"}, {"value", 3}},

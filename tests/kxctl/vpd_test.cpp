@@ -237,7 +237,7 @@ TEST_F(VpdShow, HostileValuesStayOffTheTerminal) {
 
 TEST_F(VpdShow, UnknownLocationIsNotFound) {
     host_.adapter(adapter("Q4"));
-    for (const char* location : {"03:00.5", "3:0.4", "0000:03:00.4", ""}) {
+    for (const char* location : {"03:00.5", "0000:03:00.5"}) {
         const test::Result result = run_on(host_, {"vpd", "show", location});
         EXPECT_EQ(result.exit, 3);
         EXPECT_EQ(result.err, "kxctl: No device with the specified pci bus location found\n");

@@ -18,10 +18,14 @@ namespace {
 constexpr const char* kHelp = "-h,--help";
 constexpr const char* kVersion = "--version";
 
-void register_argument(CLI::App& app, const Argument& argument) {
+// An optional word in front of KEY=VALUE is not one of those.
+std::string refuse_setting(const std::string& word) {
+    return word.find('=') == word.npos ? "" : word + " is a setting";
+}
+
+CLI::Option* register_argument(CLI::App& app, const Argument& argument) {
     if (argument.is_option() && *argument.value == '\0') {
-        app.add_flag(argument.name)->disable_flag_override();
-        return;
+        return app.add_flag(argument.name)->disable_flag_override();
     }
     CLI::Option* const option = app.add_option(argument.name)->type_name(argument.value);
     if (argument.count == Count::kSeveral) {
@@ -38,6 +42,7 @@ void register_argument(CLI::App& app, const Argument& argument) {
                        : fmt::format("{} is none of {}", value, fmt::join(choices, ", "));
         });
     }
+    return option;
 }
 
 // The options and positional words of an app.
@@ -62,7 +67,7 @@ public:
         root_.prefix_command();  // nothing is parsed after an unknown word
         for (const Argument& option : global_options()) {
             if (std::string_view(option.name) != kHelp) {
-                add_argument(root_, option);
+                add_argument(root_, option, false);
             }
         }
         for (const Command& command : commands()) {
@@ -118,9 +123,13 @@ private:
         return *app;
     }
 
-    void add_argument(CLI::App& app, const Argument& argument) const {
-        if (!argument.is_option() || has_options_) {
-            register_argument(app, argument);
+    void add_argument(CLI::App& app, const Argument& argument, bool before_settings) const {
+        if (argument.is_option() && !has_options_) {
+            return;
+        }
+        CLI::Option* const option = register_argument(app, argument);
+        if (before_settings && argument.count == Count::kOptional) {
+            option->check(refuse_setting);
         }
     }
 
@@ -136,8 +145,9 @@ private:
         CLI::App& leaf = has_verb ? add_word(noun, command.verb) : noun;
         leaves_.emplace(&leaf, &command);
         for (const Argument& argument : command.arguments) {
-            add_argument(leaf, argument);
+            add_argument(leaf, argument, command.settings != no_terms);
         }
+        leaf.validate_positionals();  // a word that an argument refuses may be the next argument
     }
 
     const std::vector<std::string>& words_;

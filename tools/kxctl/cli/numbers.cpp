@@ -42,8 +42,7 @@ std::uint64_t parse_count(const std::string& word) {
 
 }  // namespace
 
-std::uint32_t port_instance(const Arguments& arguments) {
-    const std::string word = arguments.get("PORT");
+std::uint32_t port_number(const std::string& word) {
     const auto instance = parse<std::uint32_t>(word);
     if (!instance || *instance == 0) {
         refuse_usage(fmt::format("{} is no port number", word));

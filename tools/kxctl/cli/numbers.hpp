@@ -11,8 +11,8 @@
 
 namespace kx::ctl {
 
-// The PORT of a command: the port's number within its card.
-[[nodiscard]] std::uint32_t port_instance(const Arguments& arguments);
+// A port's number within its card.
+[[nodiscard]] std::uint32_t port_number(const std::string& word);
 
 // The value of a given option in seconds.
 [[nodiscard]] std::chrono::nanoseconds seconds_option(

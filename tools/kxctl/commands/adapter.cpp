@@ -10,6 +10,7 @@
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
 #include "library/query.hpp"
+#include "library/target.hpp"
 #include "output/incomplete.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -189,7 +190,7 @@ ExitCode list(const Arguments&, Output& output) {
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
+    const std::string location = card_location(arguments);
     AdapterInfoRecord adapter = query_adapter_info(location);
     complete(adapter);
     const std::vector<std::string> interfaces = interfaces_of(location);

@@ -35,15 +35,22 @@ private:
 
 inline const Argument kLocation{
     .name = "LOCATION",
-    .help = "PCI bus location of the card, as \"card list\" shows it",
+    .help = "PCI bus location, serial number or an interface of the card",
 };
 inline const Argument kAdapter{
     .name = "LOCATION",
-    .help = "PCI bus location of the adapter, as \"adapter list\" shows it",
+    .help = "PCI bus location, serial number or an interface of the adapter",
+};
+inline const Argument kPortOrCard{
+    .name = "LOCATION",
+    .help =
+        "Interface of the port, LOCATION/PORT, or location or serial number of the card of PORT",
 };
 inline const Argument kPort{
     .name = "PORT",
-    .help = "Number of the port within its card, as \"port list\" shows it",
+    .help =
+        "Number of the port within its card, as \"port list\" shows it; not behind an interface",
+    .count = Count::kOptional,
 };
 inline const Argument kChanges{
     .name = "KEY=VALUE",

@@ -233,7 +233,7 @@ private:
         if (!mtu.empty() && mtu.size() < 10 && mtu.find_first_not_of("0123456789") == mtu.npos) {
             add(kMtu, labels, std::stoul(mtu));
         }
-        for (const StatEntry& counter : query_port_counters(location, port.instance)) {
+        for (const StatEntry& counter : query_port_counters(interface)) {
             add_counter(labels, field_text(counter.name), counter.value);
         }
     }

@@ -11,6 +11,7 @@
 #include "failure/permission.hpp"
 #include "library/call.hpp"
 #include "library/query.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "settings/change_report.hpp"
 #include "settings/configuration_lock.hpp"
@@ -95,7 +96,7 @@ void check_credits(std::span<const Change> changes, std::uint64_t mask) {
 }
 
 ExitCode set(const Arguments& arguments, Output& output) {
-    std::string location = arguments.get("LOCATION");
+    std::string location = card_location(arguments);
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
     const auto missing = missing_privilege(Privilege::kOwnFiles, read_security_context());
     const auto lock = lock_for_change(arguments, missing);

@@ -9,6 +9,7 @@
 #include "library/call.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 #include "settings/setting.hpp"
@@ -23,7 +24,7 @@ constexpr std::uint8_t kNoControlFiles = 2;
 int device_of(const CardInfo& card, const std::string& location) {
     int index = 0;
     if (card.port_count > 0) {
-        const std::string interface = field_text(query_port(location, 1).interface_name);
+        const std::string interface = field_text(query_ports(location).front().interface_name);
         check(call_library([&] { return getTOEDeviceIndex(interface.c_str(), &index); }));
     }
     return index;
@@ -40,7 +41,7 @@ void must_have_engine(const CardInfo& card) {
 namespace {
 
 ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
+    const std::string location = card_location(arguments);
     const CardInfo card = query_card(location);
     must_have_engine(card);
     const int device = device_of(card, location);

@@ -5,6 +5,7 @@
 #include "commands/port_fields.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 
@@ -13,7 +14,7 @@ namespace kx::ctl::port {
 namespace {
 
 ExitCode list(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
+    const std::string location = card_location(arguments);
     const std::vector<PortInfo> ports = query_ports(location);
     if (output.wants_json()) {
         output.json(Json{{"location", location}, {"ports", json_array(ports, summary_json)}});

@@ -4,14 +4,12 @@
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
 
-#include "cli/numbers.hpp"
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/call.hpp"
-#include "library/query.hpp"
-#include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "settings/change_report.hpp"
 #include "settings/configuration_lock.hpp"
@@ -57,20 +55,14 @@ std::vector<std::string> split_set_messages(std::string_view text) {
 namespace {
 
 ExitCode set(const Arguments& arguments, Output& output) {
-    std::string location = arguments.get("LOCATION");
-    const std::uint32_t instance = port_instance(arguments);
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
     const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
     const auto lock = lock_for_change(arguments, missing);
-    PortInfo port = query_port(location, instance);
-    const ChangeReport report(
-        Json{
-            {"location", location},
-            {"port", instance},
-            {"interface", field_text(port.interface_name)}},
-        changes, &port.settings);
+    const PortTarget target(arguments);
+    PortInfo port = target.record();
+    const ChangeReport report(target.json(), changes, &port.settings);
     port.settings.change_mask = static_cast<std::uint32_t>(apply_changes(changes, &port.settings));
-    port.settings.port_instance = instance;
+    port.settings.port_instance = target.instance();
     check_forced_link(changes, port.settings);
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
@@ -78,15 +70,17 @@ ExitCode set(const Arguments& arguments, Output& output) {
     if (missing) {
         return report.tell_without_privilege(output, &port.settings, *missing);
     }
-    const std::uint32_t status = call_library(
-        [&] { return SetPortParam(&port, location.data(), static_cast<int>(instance)); });
+    target.check_before_change();
+    // SetPortParam would look for the number in a list of its own, in which it may be another port.
+    // This function applies the same settings in the same order to the interface of the record.
+    const std::uint32_t status = call_library([&] { return setPortParams(&port); });
     if (status != KX_SUCCESS && status != KX_SET_FAILED) {
         throw Failure::of_status(status);
     }
     const std::vector<std::string> messages = status == KX_SET_FAILED
                                                   ? split_set_messages(GetErrStr(KX_SET_FAILED))
                                                   : std::vector<std::string>();
-    const PortInfo after = query_port(location, instance);
+    const PortInfo after = target.read_again();
     return report.tell_result(output, &after.settings, messages, Privilege::kNetworkAdmin);
 }
 
@@ -101,7 +95,7 @@ std::vector<Command> set_rows() {
                 "as read back. A setting that fails does not stop the others; each failure has "
                 "its own line. Applied settings are saved; \"kxctl restore\" applies them again "
                 "after a reboot.",
-            .arguments = with_lock_options({kLocation, kPort, kChanges, kDryRun}),
+            .arguments = with_lock_options({kPortOrCard, kPort, kChanges, kDryRun}),
             .examples =
                 {"kxctl port set 03:00.4 1 mtu=9000 tso=on",
                  "kxctl --sim port set 03:00.4 1 autoneg=off speed=1000 duplex=full --dry-run"},

@@ -2,11 +2,10 @@
 #include <fmt/core.h>
 #include <kxlinhw/settings.h>
 
-#include "cli/numbers.hpp"
 #include "commands/commands.hpp"
 #include "commands/port_fields.hpp"
-#include "library/query.hpp"
 #include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 
@@ -71,16 +70,17 @@ void add_addresses(Table& table, const PortInfo& port) {
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
-    const PortInfo port = query_port(location, port_instance(arguments));
+    const PortTarget target(arguments);
+    const PortInfo& port = target.record();
     if (output.wants_json()) {
-        Json all{{"location", location}};
+        Json all = target.json();
         all.update(complete_json(port));
         output.json(all);
         return ExitCode::kDone;
     }
     Table table({{}, {}});
-    table.add_row({"Interface", field_text(port.interface_name)});
+    table.add_row({"Interface", target.interface()});
+    table.add_row({"Location", fmt::format("{} port {}", target.location(), target.instance())});
     add_link(table, port);
     add_addresses(table, port);
     add_settings(table, port, false);
@@ -100,7 +100,7 @@ std::vector<Command> show_rows() {
                      "size in descriptors) and wake-on-LAN. Wake-on-LAN modes are letters: p PHY "
                      "activity, u unicast, m multicast, b broadcast, a ARP, g magic packet, s "
                      "secured magic packet, d none.",
-            .arguments = {kLocation, kPort},
+            .arguments = {kPortOrCard, kPort},
             .examples = {"kxctl port show 03:00.4 1", "kxctl port show 03:00.4 1 --json"},
             .run = show,
         },

@@ -61,8 +61,8 @@ Json ports_at(const std::string& location) {
     }
     Json ports = answer.at("ports");
     for (Json& one : ports) {
-        one["counters"] = answer_or_failure(
-            "port stats", {{"LOCATION", location}, {"PORT", one.at("instance").dump()}});
+        one["counters"] =
+            answer_or_failure("port stats", {{"LOCATION", one.at("interface").get<std::string>()}});
     }
     return ports;
 }

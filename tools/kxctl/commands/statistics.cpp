@@ -9,6 +9,7 @@
 #include "commands/commands.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "output/live_view.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -184,7 +185,7 @@ ExitCode show_counters(const Arguments& arguments, const Source& source, Output&
 }
 
 ExitCode card_stats(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
+    const std::string location = card_location(arguments);
     const Source source{.head = {{"location", location}}, .has_groups = true, .read = [&] {
                             return query_card_counters(location);
                         }};
@@ -192,12 +193,9 @@ ExitCode card_stats(const Arguments& arguments, Output& output) {
 }
 
 ExitCode port_stats(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
-    const std::uint32_t instance = port_instance(arguments);
+    const PortTarget target(arguments);
     const Source source{
-        .head = {{"location", location}, {"instance", instance}}, .has_groups = false, .read = [&] {
-            return query_port_counters(location, instance);
-        }};
+        .head = target.json(), .has_groups = false, .read = [&] { return target.read_counters(); }};
     return show_counters(arguments, source, output);
 }
 
@@ -240,7 +238,7 @@ std::vector<Command> port_stats_rows() {
             .verb = "stats",
             .help = "Show the counters of a port",
             .about = kAboutCounters,
-            .arguments = {kLocation, kPort, kWatch, kCount},
+            .arguments = {kPortOrCard, kPort, kWatch, kCount},
             .examples = {"kxctl port stats 03:00.4 1", "kxctl port stats 03:00.4 1 --watch 2"},
             .run = port_stats,
         },

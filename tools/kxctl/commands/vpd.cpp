@@ -10,6 +10,7 @@
 #include "files/whole_file.hpp"
 #include "library/adapter_query.hpp"
 #include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "library/vpd_decode.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -121,7 +122,7 @@ void print(const VpdContent& content, Output& output) {
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string location = arguments.get("LOCATION");
+    const std::string location = card_location(arguments);
     const std::vector<std::uint8_t> bytes = query_vpd(location);
     const VpdContent content = decode_vpd(bytes);
     if (arguments.has("--raw")) {

@@ -1,8 +1,10 @@
 #include "library/query.hpp"
 
 #include <kxlinhw/query.h>
+#include <kxlinhw/statistics.h>
 #include <kxlinhw/status.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
@@ -94,10 +96,22 @@ std::vector<StatEntry> query_card_counters(const std::string& location) {
     });
 }
 
-std::vector<StatEntry> query_port_counters(const std::string& location, std::uint32_t instance) {
-    return ask<StatEntry>([&](void* buffer, std::uint32_t* length) {
-        return GetPortStat(location.c_str(), instance, buffer, length);
-    });
+// GetPortStat would count the ports again, in a list in which the number may be another port.
+std::vector<StatEntry> query_port_counters(const std::string& interface) {
+    PortInfo port{};
+    const std::uint32_t status =
+        call_library([&] { return getTxRxStats(interface.c_str(), &port); });
+    std::vector<StatEntry> counters;
+    while (port.stats != nullptr) {
+        const std::unique_ptr<StatEntry, decltype(&std::free)> entry(port.stats, std::free);
+        port.stats = entry->next;
+        counters.push_back(*entry);
+        counters.back().next = nullptr;
+    }
+    if (status == KX_NO_MEMORY) {
+        throw Failure::of_status(status);
+    }
+    return counters;  // none when the driver has none, or did not answer
 }
 
 CardInfo query_card(const std::string& location) {
@@ -107,15 +121,6 @@ CardInfo query_card(const std::string& location) {
         }
     }
     throw Failure::of_status(KX_NO_SUCH_DEVICE);
-}
-
-PortInfo query_port(const std::string& location, std::uint32_t instance) {
-    for (const PortInfo& port : query_ports(location)) {
-        if (port.instance == instance) {
-            return port;
-        }
-    }
-    throw Failure::of_status(KX_INVALID_PORT);
 }
 
 }  // namespace kx::ctl

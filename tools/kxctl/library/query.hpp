@@ -16,12 +16,10 @@ namespace kx::ctl {
 [[nodiscard]] std::vector<PortInfo> query_ports(const std::string& location);
 [[nodiscard]] std::vector<DriverEntry> query_modules();
 [[nodiscard]] std::vector<StatEntry> query_card_counters(const std::string& location);
-[[nodiscard]] std::vector<StatEntry> query_port_counters(
-    const std::string& location, std::uint32_t instance);
+[[nodiscard]] std::vector<StatEntry> query_port_counters(const std::string& interface);
 
 // One of them; throws Failure when it is missing.
 [[nodiscard]] CardInfo query_card(const std::string& location);
-[[nodiscard]] PortInfo query_port(const std::string& location, std::uint32_t instance);
 
 // The records of a reply: flat copies, each without the pointers at its end. An incomplete copy at
 // the end of the reply is left out.
