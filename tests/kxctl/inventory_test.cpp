@@ -294,30 +294,18 @@ TEST(HostWithModules, ListsThoseThatHaveAFile) {
     EXPECT_EQ(
         result.out,
         "MODULE   LOADED  VERSION   DESCRIPTION\n"
+        "toecore  yes     -         -\n"
         "zfab3    no      2.0.0.1   Q3 driver\n"
-        "zfab4    yes     3.19.0.1  Q4 and Q5 driver\n"
-        "toecore  yes     -         -\n");
+        "zfab4    yes     3.19.0.1  Q4 and Q5 driver\n");
+    const auto module = [](const char* name, int loaded, const Json& version, const Json& text) {
+        return Json{{"module", name},      {"loaded", loaded},      {"version", version},
+                    {"description", text}, {"compressed", nullptr}, {"listed_by_library", true}};
+    };
     EXPECT_EQ(
-        json_on(host, {"module", "list"}), Json(
-                                               {{"modules",
-                                                 {{{"module", "zfab3"},
-                                                   {"loaded", 0},
-                                                   {"version", "2.0.0.1"},
-                                                   {"description", "Q3 driver"},
-                                                   {"compressed", nullptr},
-                                                   {"listed_by_library", true}},
-                                                  {{"module", "zfab4"},
-                                                   {"loaded", 1},
-                                                   {"version", "3.19.0.1"},
-                                                   {"description", "Q4 and Q5 driver"},
-                                                   {"compressed", nullptr},
-                                                   {"listed_by_library", true}},
-                                                  {{"module", "toecore"},
-                                                   {"loaded", 1},
-                                                   {"version", nullptr},
-                                                   {"description", nullptr},
-                                                   {"compressed", nullptr},
-                                                   {"listed_by_library", true}}}}}));
+        json_on(host, {"module", "list"}).at("modules"),
+        Json(
+            {module("toecore", 1, nullptr, nullptr), module("zfab3", 0, "2.0.0.1", "Q3 driver"),
+             module("zfab4", 1, "3.19.0.1", "Q4 and Q5 driver")}));
 }
 
 struct Compression {
@@ -369,14 +357,14 @@ TEST_P(HostWithCompressedModule, IsReadAndMarked) {
         HasSubstr("3.19.0.1  Q4 and Q5 RDMA driver  " + ending + GetParam().note + "\n"));
 }
 
-TEST_P(HostWithCompressedModule, StandsAmongTheOthersInTheirOrder) {
+TEST_P(HostWithCompressedModule, StandsAmongTheOthersInTheOrderOfTheirNames) {
     host_.module({.name = "kxstor", .version = "1"});
     host_.module({.name = "zfab4", .version = "2"});
     const Json modules = json_on(host_, {"module", "list"}).at("modules");
     ASSERT_EQ(modules.size(), 3U);
-    EXPECT_EQ(modules.at(0).at("module"), "zfab4");
-    EXPECT_EQ(modules.at(1).at("module"), "iw_zfab4");
-    EXPECT_EQ(modules.at(2).at("module"), "kxstor");
+    EXPECT_EQ(modules.at(0).at("module"), "iw_zfab4");
+    EXPECT_EQ(modules.at(1).at("module"), "kxstor");
+    EXPECT_EQ(modules.at(2).at("module"), "zfab4");
 }
 
 INSTANTIATE_TEST_SUITE_P(

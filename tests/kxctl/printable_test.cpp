@@ -10,6 +10,7 @@ namespace {
 using kx::ctl::display_width;
 using kx::ctl::printable;
 using kx::ctl::printable_json;
+using kx::ctl::shortened;
 
 TEST(Printable, LeavesValidTextAsItIs) {
     for (const char* text : {"", "plain", "\u00E9", "\u20AC", "\U0001F600", "\U0010FFFF"}) {
@@ -68,6 +69,15 @@ TEST(DisplayWidth, FollowsTheBlocksOfWideAndCombiningCharacters) {
     EXPECT_EQ(display_width("\uAC00"), 2U);
     EXPECT_EQ(display_width("\U0001F600"), 2U);
     EXPECT_EQ(display_width("\U0010FFFF"), 1U) << "behind the last block";
+}
+
+TEST(Shortened, EndsInAMarkWhenItIsCut) {
+    EXPECT_EQ(shortened("abc", 3), "abc");
+    EXPECT_EQ(shortened("abcd", 3), "ab\u2026");
+    EXPECT_EQ(shortened("abc", 1), "\u2026");
+    EXPECT_EQ(shortened("\u8A9E\u8A9E", 3), "\u8A9E\u2026");
+    EXPECT_EQ(shortened("\u8A9E\u8A9E", 2), "\u2026") << "half a character does not fit";
+    EXPECT_EQ(shortened("e\u0301e\u0301e", 2), "e\u0301\u2026");
 }
 
 }  // namespace

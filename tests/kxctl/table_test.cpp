@@ -1,6 +1,7 @@
 // Tables for people.
 #include "output/table.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "output/output.hpp"
@@ -8,6 +9,8 @@
 namespace {
 
 using namespace kx::ctl;
+using testing::HasSubstr;
+using testing::Not;
 
 TEST(Table, AlignsItsColumnsAndLeavesNoBlankAtALinesEnd) {
     Table table({{"NAME"}, {"COUNT", Align::kRight}, {"TEXT"}});
@@ -68,8 +71,46 @@ TEST(Table, ColoursTextsAndLeavesTheirColumnsAligned) {
     EXPECT_EQ(
         table.text(true),
         "\033[1mLINK\033[0m  \033[1mPORT\033[0m\n"
-        "\033[32mup\033[0m       1\n"
+        "\033[32mup  \033[0m     1\n"
         "\033[31mdown\033[0m     2\n");
+}
+
+TEST(Table, FitsItsWidthAndMarksWhatItCuts) {
+    Table table({{"LOCATION"}, {"MODEL"}, {"PORTS", Align::kRight}, {"FIRMWARE"}});
+    table.add_row({"0000:03:00.4", "Dual-port adapter", "123456789", "T 7.12.0 TP 1.1.0"});
+    table.add_row({"1", "\u8A9E\u8A9E\u8A9E\u8A9E\u8A9E\u8A9E", "2", "-"});
+    EXPECT_EQ(
+        table.text(false, 50),
+        "LOCATION      MODEL            PORTS  FIRMWARE\n"
+        "0000:03:00.4  Dual-port \u2026  123456789  T 7.12.0 TP\u2026\n"
+        "1             \u8A9E\u8A9E\u8A9E\u8A9E\u8A9E\u2026          2  -\n");
+    EXPECT_THAT(table.text(false), Not(HasSubstr("\u2026")));
+    EXPECT_THAT(table.text(false, 200), Not(HasSubstr("\u2026")));
+}
+
+TEST(Table, DoesNotCutWhatNamesTheRowNorNumbers) {
+    Table table({{"LOCATION"}, {"PORTS", Align::kRight}, {"TEXT"}});
+    table.add_row({"0000:03:00.4", "123456789", "a long text"});
+    EXPECT_EQ(
+        table.text(false, 10),
+        "LOCATION          PORTS  TEXT\n"
+        "0000:03:00.4  123456789  a l\u2026\n");
+}
+
+TEST(Table, WithoutHeadingContinuesLongTextsInTheNextLine) {
+    Table table({{}, {}});
+    table.add_row({"Key", "0123456789abcdef"});
+    EXPECT_EQ(table.text(false, 15), "Key  0123456789\n     abcdef\n");
+}
+
+TEST(Table, DoesNotDependOnTheLocaleOfTheUser) {
+    Table table({{"A"}, {"B"}});
+    table.add_row({"\u00FC\\x41", "%n"});
+    const locale_t latin = newlocale(LC_ALL_MASK, "C", nullptr);
+    const locale_t before = uselocale(latin);
+    EXPECT_EQ(table.text(false), "A      B\n\u00FC\\x41  %n\n");
+    EXPECT_EQ(uselocale(before), latin) << "the locale of the process is as before";
+    freelocale(latin);
 }
 
 TEST(Table, RefusesARowOfAnotherLength) {

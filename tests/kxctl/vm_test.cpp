@@ -21,19 +21,19 @@ protected:
     }
 };
 
-TEST_F(Vm, ListsTheActiveOnesByIdAndThenTheOthers) {
+TEST_F(Vm, ListsThemByName) {
     const auto machines = json({"vm", "list"})["vms"];
     ASSERT_EQ(machines.size(), 3U);
-    EXPECT_EQ(machines[0]["name"], "web");
-    EXPECT_EQ(machines[0]["id"], 1);
-    EXPECT_EQ(machines[0]["state"], "running");
-    EXPECT_EQ(machines[0]["uuid"], test::kWebUuid);
-    EXPECT_EQ(machines[1]["name"], "7");
-    EXPECT_EQ(machines[1]["id"], 2);
-    EXPECT_EQ(machines[1]["state"], "paused");
-    EXPECT_EQ(machines[2]["name"], "off one");
-    EXPECT_TRUE(machines[2]["id"].is_null());
-    EXPECT_EQ(machines[2]["state"], "shut off");
+    EXPECT_EQ(machines[0]["name"], "7");
+    EXPECT_EQ(machines[0]["id"], 2);
+    EXPECT_EQ(machines[0]["state"], "paused");
+    EXPECT_EQ(machines[1]["name"], "off one");
+    EXPECT_TRUE(machines[1]["id"].is_null());
+    EXPECT_EQ(machines[1]["state"], "shut off");
+    EXPECT_EQ(machines[2]["name"], "web");
+    EXPECT_EQ(machines[2]["id"], 1);
+    EXPECT_EQ(machines[2]["state"], "running");
+    EXPECT_EQ(machines[2]["uuid"], test::kWebUuid);
 }
 
 TEST_F(Vm, IsFoundByNameThenUuidThenId) {

@@ -2,6 +2,7 @@
 #include <fmt/core.h>
 
 #include "cli/command.hpp"
+#include "cli/list.hpp"
 #include "failure/exit_code.hpp"
 #include "parts.hpp"
 #include "settings/port_settings.hpp"
@@ -103,6 +104,14 @@ std::string settings(const Command& command) {
     return out + "\n";
 }
 
+std::string columns(const Command& command) {
+    std::string out;
+    for (const ctl::Column& column : command.columns()) {
+        out += (out.empty() ? "Columns: " : ", ") + bold(column_name(column));
+    }
+    return out.empty() ? "" : out + ".\n\n";
+}
+
 std::string examples(const Command& command) {
     std::string out = "Examples:\n\n```\n";
     for (const char* const example : command.examples) {
@@ -117,9 +126,9 @@ std::string man_commands() {
     std::string out;
     for (const Command& command : ctl::commands()) {
         out += fmt::format(
-            "{}## {}\n\n{}\n\n{}\n\n{}\n\n{}{}{}", out.empty() ? "" : "\n", command.name(),
+            "{}## {}\n\n{}\n\n{}\n\n{}\n\n{}{}{}{}", out.empty() ? "" : "\n", command.name(),
             synopsis(command), sentence(command.help), plain(command.about), arguments(command),
-            settings(command), examples(command));
+            settings(command), columns(command), examples(command));
     }
     return out;
 }

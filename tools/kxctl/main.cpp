@@ -14,6 +14,7 @@
 #include "failure/failure.hpp"
 #include "files/working_directory.hpp"
 #include "library/call.hpp"
+#include "output/live_view.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
 
@@ -65,6 +66,7 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
     output.set_colour(decide_colour(
         colour_mode(invocation.options), isatty(STDOUT_FILENO) == 1, std::getenv("NO_COLOR"),
         std::getenv("TERM")));
+    output.set_width(terminal_width());
     if (invocation.options.has("--verbose")) {
         show_library_messages();
     }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "failure/exit_code.hpp"
+#include "output/table.hpp"
 
 namespace kx::ctl {
 
@@ -24,6 +25,7 @@ struct Argument {
     const char* value = "";  // the name of an option's value, such as "FILE"; empty for a flag
     Count count = Count::kOne;
     std::vector<std::string> choices = {};  // the allowed values; empty: any value
+    bool is_list = false;                   // whether the value is several choices with commas
 
     [[nodiscard]] bool is_option() const { return name[0] == '-'; }
 };
@@ -53,6 +55,8 @@ struct Term {
 // A list that is made when it is needed.
 using Terms = std::vector<Term>();
 inline std::vector<Term> no_terms() { return {}; }
+using Columns = std::vector<Column>();
+inline std::vector<Column> no_columns() { return {}; }
 
 // The function of a command. It throws Failure when it fails.
 using Verb = ExitCode(const Arguments& arguments, Output& output);
@@ -65,7 +69,8 @@ struct Command {
     std::vector<Argument> arguments;
     std::vector<const char*> examples;  // two examples, each a whole command line
     Verb* run;
-    Terms* settings = no_terms;  // the keys that KEY=VALUE accepts
+    Terms* settings = no_terms;     // the keys that KEY=VALUE accepts
+    Columns* columns = no_columns;  // of a list, which then takes --columns and --sort
 
     [[nodiscard]] std::string name() const;  // "card list"
 };

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "cli/suggestion.hpp"
 #include "failure/failure.hpp"
 
 namespace kx::ctl {
@@ -21,6 +22,23 @@ constexpr const char* kVersion = "--version";
 // An optional word in front of KEY=VALUE is not one of those.
 std::string refuse_setting(const std::string& word) {
     return word.find('=') == word.npos ? "" : word + " is a setting";
+}
+
+// The complaint about a value that is not one of the choices; empty when there is nothing to
+// complain about.
+std::string wrong_choice(const Argument& argument, const std::string& value) {
+    std::string_view rest = value;
+    do {
+        const std::size_t comma = argument.is_list ? rest.find(',') : rest.npos;
+        const std::string_view word = rest.substr(0, comma);
+        if (std::ranges::find(argument.choices, word) == argument.choices.end()) {
+            return fmt::format(
+                "{} is none of {}{}", word, fmt::join(argument.choices, ", "),
+                did_you_mean(word, argument.choices));
+        }
+        rest.remove_prefix(comma == rest.npos ? rest.size() : comma + 1);
+    } while (!rest.empty());
+    return "";
 }
 
 CLI::Option* register_argument(CLI::App& app, const Argument& argument) {
@@ -35,12 +53,8 @@ CLI::Option* register_argument(CLI::App& app, const Argument& argument) {
     }
     option->required(!argument.is_option() && argument.count != Count::kOptional);
     if (!argument.choices.empty()) {
-        const std::vector<std::string>& choices = argument.choices;
-        option->check([&choices](const std::string& value) {
-            return std::ranges::find(choices, value) != choices.end()
-                       ? std::string()
-                       : fmt::format("{} is none of {}", value, fmt::join(choices, ", "));
-        });
+        option->check(
+            [&argument](const std::string& value) { return wrong_choice(argument, value); });
     }
     return option;
 }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/list.hpp"
+
 namespace kx::ctl {
 namespace {
 
@@ -191,10 +193,19 @@ std::string setting_section(const Command& command) {
     return section("Settings", entries);
 }
 
+// "  location, chip, ports"
+std::string column_section(const Command& command) {
+    std::string names;
+    for (const Column& column : command.columns()) {
+        names += fmt::format("{}{}", names.empty() ? "" : ", ", column_name(column));
+    }
+    return names.empty() ? "" : fmt::format("\nColumns:\n  {}", wrap(names, kIndent, kIndent));
+}
+
 std::string command_help(const Command& command) {
     return fmt::format("Usage: kxctl [OPTION...] {}\n\n", usage(command)) +
            wrap(fmt::format("{}.", command.help), 0, 0) + "\n" + wrap(command.about, 0, 0) +
-           argument_section(command) + setting_section(command) +
+           argument_section(command) + setting_section(command) + column_section(command) +
            option_section("Options of this command", command.arguments) +
            option_section("Options of all commands", global_options()) +
            example_section(command.examples) + kManualPage;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "library/adapter_fields.hpp"
@@ -149,43 +150,35 @@ void add_boot(Table& table, const AdapterInfoRecord& adapter) {
     }
 }
 
-ExitCode list(const Arguments&, Output& output) {
+std::vector<Column> list_columns() {
+    return {{"LOCATION"},      {"CHIP"}, {"PRODUCT"},
+            {"SERIAL NUMBER"}, {"MAC"},  {"PORTS", Align::kRight},
+            {"BIOS"}};
+}
+
+ExitCode list(const Arguments& arguments, Output& output) {
+    List list(arguments, output, list_columns());
     const std::vector<AdapterInfoRecord> adapters = query_adapter_infos();
     std::map<std::string, std::size_t> interfaces = interface_counts();
-    const auto ports = [&](const AdapterInfoRecord& adapter) {
-        return port_count(adapter, interfaces[location_of(adapter)]);
-    };
     Incomplete incomplete;
     for (const AdapterInfoRecord& adapter : adapters) {
         if (!was_read(adapter)) {
             incomplete.add(unread_reason(adapter));
         }
+        const auto ports = port_count(adapter, interfaces[location_of(adapter)]);
+        list.add(
+            {location_of(adapter), chip_text(adapter), product_text(adapter.product_name),
+             product_text(adapter.serial_number), mac_text(adapter), count_text(ports),
+             bios_version(adapter)},
+            identity_json(adapter, ports));
     }
     if (output.wants_json()) {
-        Json all = Json::array();
-        for (const AdapterInfoRecord& adapter : adapters) {
-            all.push_back(identity_json(adapter, ports(adapter)));
-        }
-        Json answer{{"adapters", all}};
+        Json answer{{"adapters", list.json()}};
         incomplete.put_into(answer);
         output.json(answer);
-        return incomplete.report();
+    } else {
+        output.table(list.table());
     }
-    Table table(
-        {{"LOCATION"},
-         {"CHIP"},
-         {"PRODUCT"},
-         {"SERIAL NUMBER"},
-         {"MAC"},
-         {"PORTS", Align::kRight},
-         {"BIOS"}});
-    for (const AdapterInfoRecord& adapter : adapters) {
-        table.add_row(
-            {location_of(adapter), chip_text(adapter), product_text(adapter.product_name),
-             product_text(adapter.serial_number), mac_text(adapter), count_text(ports(adapter)),
-             bios_version(adapter)});
-    }
-    output.table(table);
     return incomplete.report();
 }
 
@@ -235,6 +228,7 @@ std::vector<Command> rows() {
             .arguments = {},
             .examples = {"kxctl adapter list", "kxctl --sim adapter list --json"},
             .run = list,
+            .columns = list_columns,
         },
         {
             .noun = "adapter",

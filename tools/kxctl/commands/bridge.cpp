@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/console_passwords.hpp"
 #include "library/machines.hpp"
@@ -64,24 +65,28 @@ Json to_json(const _interfaceInfo& interface) {
     };
 }
 
-void tell(Output& output, const Machine& machine, const std::vector<_interfaceInfo>& interfaces) {
-    if (output.wants_json()) {
-        output.json(Json{{"vm", machine.name}, {"interfaces", json_array(interfaces, to_json)}});
-        return;
-    }
-    Table table({{"TARGET"}, {"TYPE"}, {"BRIDGE"}, {"MODEL"}, {"MAC"}});
-    for (const _interfaceInfo& interface : interfaces) {
-        table.add_row(
+std::vector<Column> list_columns() {
+    return {{"TARGET"}, {"TYPE"}, {"BRIDGE"}, {"MODEL"}, {"MAC"}};
+}
+
+ExitCode tell(const Arguments& arguments, Output& output, const Machine& machine) {
+    List interfaces(arguments, output, list_columns());
+    for (const _interfaceInfo& interface : interfaces_of(machine)) {
+        interfaces.add(
             {field_text(interface.targetDev), field_text(interface.type),
-             field_text(interface.bridge), model_text(interface), mac_text(interface)});
+             field_text(interface.bridge), model_text(interface), mac_text(interface)},
+            to_json(interface));
     }
-    output.table(table);
+    if (output.wants_json()) {
+        output.json(Json{{"vm", machine.name}, {"interfaces", interfaces.json()}});
+    } else {
+        output.table(interfaces.table());
+    }
+    return ExitCode::kDone;
 }
 
 ExitCode list(const Arguments& arguments, Output& output) {
-    const Machine machine = find_active(arguments);
-    tell(output, machine, interfaces_of(machine));
-    return ExitCode::kDone;
+    return tell(arguments, output, find_active(arguments));
 }
 
 ExitCode attach(const Arguments& arguments, Output& output) {
@@ -94,8 +99,7 @@ ExitCode attach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to bridge {}", machine.title(), bridge));
     }
-    tell(output, machine, interfaces_of(machine));
-    return ExitCode::kDone;
+    return tell(arguments, output, machine);
 }
 
 ExitCode detach(const Arguments& arguments, Output& output) {
@@ -140,6 +144,7 @@ std::vector<Command> rows() {
             .arguments = {kMachine},
             .examples = {"kxctl bridge list web1", "kxctl --sim bridge list web1 --json"},
             .run = list,
+            .columns = list_columns,
         },
         {
             .noun = "bridge",

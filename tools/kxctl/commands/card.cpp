@@ -3,11 +3,10 @@
 
 #include <cstring>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
 
 namespace kx::ctl::card {
 namespace {
@@ -47,28 +46,26 @@ Json to_json(const CardInfo& card) {
     };
 }
 
-ExitCode list(const Arguments&, Output& output) {
-    const std::vector<CardInfo> cards = query_cards();
-    if (output.wants_json()) {
-        output.json(Json{{"cards", json_array(cards, to_json)}});
-        return ExitCode::kDone;
-    }
-    Table table(
-        {{"LOCATION"},
-         {"CHIP"},
-         {"MODEL"},
-         {"DEVICE"},
-         {"PORTS", Align::kRight},
-         {"FIRMWARE"},
-         {"OFFLOAD"}});
-    for (const CardInfo& card : cards) {
-        table.add_row(
+std::vector<Column> list_columns() {
+    return {{"LOCATION"}, {"CHIP"},   {"MODEL"}, {"DEVICE"}, {"PORTS", Align::kRight},
+            {"FIRMWARE"}, {"OFFLOAD"}};
+}
+
+ExitCode list(const Arguments& arguments, Output& output) {
+    List cards(arguments, output, list_columns());
+    for (const CardInfo& card : query_cards()) {
+        cards.add(
             {field_text(card.pci_bus_location), field_text(card.chip_type), field_text(card.model),
              fmt::format("{:04x}", std::uint32_t{card.device_id}),
              fmt::format("{}", std::uint16_t{card.port_count}), field_text(card.firmware),
-             Offload(card).for_people()});
+             Offload(card).for_people()},
+            to_json(card));
     }
-    output.table(table);
+    if (output.wants_json()) {
+        output.json(Json{{"cards", cards.json()}});
+    } else {
+        output.table(cards.table());
+    }
     return ExitCode::kDone;
 }
 
@@ -85,6 +82,7 @@ std::vector<Command> rows() {
             .arguments = {},
             .examples = {"kxctl card list", "kxctl card list --json"},
             .run = list,
+            .columns = list_columns,
         },
     };
 }

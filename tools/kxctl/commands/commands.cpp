@@ -5,6 +5,8 @@
 #include <iterator>
 #include <utility>
 
+#include "cli/list.hpp"
+
 namespace kx::ctl {
 namespace {
 
@@ -16,6 +18,7 @@ std::vector<Command> all_commands() {
     for (const TablePart* const part : TablePart::all()) {
         std::ranges::move(part->rows(), std::back_inserter(all));
     }
+    std::ranges::for_each(all, add_list_options);
     return all;
 }
 

@@ -1,11 +1,8 @@
 // module: the driver modules of the adapters.
-#include <algorithm>
-
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/module_files.hpp"
 #include "library/record_text.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
 
 namespace kx::ctl::module {
 namespace {
@@ -45,30 +42,29 @@ std::string note(const InstalledModule& module) {
                                                          : ": the library does not list it");
 }
 
-ExitCode list(const Arguments&, Output& output) {
-    const std::vector<InstalledModule> modules = query_installed_modules();
-    if (output.wants_json()) {
-        output.json(Json{{"modules", json_array(modules, to_json)}});
-        return ExitCode::kDone;
-    }
-    const bool noted = std::ranges::any_of(
-        modules, [](const InstalledModule& module) { return !note(module).empty(); });
-    std::vector<Column> columns = {{"MODULE"}, {"LOADED"}, {"VERSION"}, {"DESCRIPTION"}};
-    if (noted) {
-        columns.push_back({"NOTE"});
-    }
-    Table table(columns);
-    for (const InstalledModule& module : modules) {
+std::vector<Column> list_columns() {
+    return {
+        {"MODULE"},
+        {"LOADED"},
+        {"VERSION"},
+        {"DESCRIPTION"},
+        {"NOTE", Align::kLeft, WhenEmpty::kLeftOut}};
+}
+
+ExitCode list(const Arguments& arguments, Output& output) {
+    List modules(arguments, output, list_columns());
+    for (const InstalledModule& module : query_installed_modules()) {
         const DriverEntry& entry = module.entry;
-        std::vector<Cell> row = {
-            field_text(entry.module), loaded_cell(entry.loaded), field_text(entry.version),
-            field_text(entry.description)};
-        if (noted) {
-            row.emplace_back(note(module));
-        }
-        table.add_row(row);
+        modules.add(
+            {field_text(entry.module), loaded_cell(entry.loaded), field_text(entry.version),
+             field_text(entry.description), note(module)},
+            to_json(module));
     }
-    output.table(table);
+    if (output.wants_json()) {
+        output.json(Json{{"modules", modules.json()}});
+    } else {
+        output.table(modules.table());
+    }
     return ExitCode::kDone;
 }
 
@@ -87,6 +83,7 @@ std::vector<Command> rows() {
             .arguments = {},
             .examples = {"kxctl module list", "kxctl --sim=lab module list"},
             .run = list,
+            .columns = list_columns,
         },
     };
 }

@@ -1,41 +1,37 @@
 // port: the ports of a card.
 #include <fmt/core.h>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "commands/port_fields.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
 
 namespace kx::ctl::port {
 
 namespace {
 
+std::vector<Column> list_columns() {
+    return {{"PORT", Align::kRight}, {"INTERFACE"}, {"LINK"}, {"SPEED", Align::kRight}, {"DUPLEX"},
+            {"MTU", Align::kRight},  {"MAC"},       {"IPV4"}};
+}
+
 ExitCode list(const Arguments& arguments, Output& output) {
+    List ports(arguments, output, list_columns());
     const std::string location = card_location(arguments);
-    const std::vector<PortInfo> ports = query_ports(location);
-    if (output.wants_json()) {
-        output.json(Json{{"location", location}, {"ports", json_array(ports, summary_json)}});
-        return ExitCode::kDone;
-    }
-    Table table(
-        {{"PORT", Align::kRight},
-         {"INTERFACE"},
-         {"LINK"},
-         {"SPEED", Align::kRight},
-         {"DUPLEX"},
-         {"MTU", Align::kRight},
-         {"MAC"},
-         {"IPV4"}});
-    for (const PortInfo& port : ports) {
-        table.add_row(
+    for (const PortInfo& port : query_ports(location)) {
+        ports.add(
             {fmt::format("{}", port.instance), field_text(port.interface_name), link_cell(port),
              setting_text("speed", port), setting_text("duplex", port), setting_text("mtu", port),
-             field_text(port.mac), field_text(port.ipv4_address)});
+             field_text(port.mac), field_text(port.ipv4_address)},
+            summary_json(port));
     }
-    output.table(table);
+    if (output.wants_json()) {
+        output.json(Json{{"location", location}, {"ports", ports.json()}});
+    } else {
+        output.table(ports.table());
+    }
     return ExitCode::kDone;
 }
 
@@ -51,6 +47,7 @@ std::vector<Command> rows() {
             .arguments = {kLocation},
             .examples = {"kxctl port list 03:00.4", "kxctl --sim port list 03:00.4 --json"},
             .run = list,
+            .columns = list_columns,
         },
     };
 }

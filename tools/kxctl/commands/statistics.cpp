@@ -153,7 +153,7 @@ void show_reading(
         return;
     }
     if (history != nullptr) {
-        const std::string text = to_table(source, now, old, true, history).text(output.colour());
+        const std::string text = output.table_text(to_table(source, now, old, true, history));
         output.text(drawing(text, terminal_height(), old == nullptr));
         return;
     }

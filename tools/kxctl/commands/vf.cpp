@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/console_passwords.hpp"
 #include "library/machines.hpp"
@@ -73,16 +74,21 @@ std::vector<std::string> functions_of(const Machine& machine) {
     return locations;
 }
 
-void tell(Output& output, const Json& machine, const std::vector<std::string>& locations) {
-    if (output.wants_json()) {
-        output.json(Json{{"vm", machine}, {"vfs", locations}});
-        return;
-    }
-    Table table({{"VF"}});
+std::vector<Column> list_columns() { return {{"VF"}}; }
+
+ExitCode tell(
+    const Arguments& arguments, Output& output, const Json& machine,
+    const std::vector<std::string>& locations) {
+    List functions(arguments, output, list_columns());
     for (const std::string& location : locations) {
-        table.add_row({location});
+        functions.add({location}, location);
     }
-    output.table(table);
+    if (output.wants_json()) {
+        output.json(Json{{"vm", machine}, {"vfs", functions.json()}});
+    } else {
+        output.table(functions.table());
+    }
+    return ExitCode::kDone;
 }
 
 // "04:01.2", or "0000:04:01.2".
@@ -109,12 +115,10 @@ _VF parse_location(const std::string& text) {
 
 ExitCode list(const Arguments& arguments, Output& output) {
     if (!arguments.has("VM")) {
-        tell(output, Json(), functions_of_host());
-        return ExitCode::kDone;
+        return tell(arguments, output, Json(), functions_of_host());
     }
     const Machine machine = find_machine(arguments.get("VM"));
-    tell(output, machine.name, functions_of(machine));
-    return ExitCode::kDone;
+    return tell(arguments, output, machine.name, functions_of(machine));
 }
 
 ExitCode attach(const Arguments& arguments, Output& output) {
@@ -128,8 +132,7 @@ ExitCode attach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to {}", location_text(vf), machine.title()));
     }
-    tell(output, machine.name, functions_of(machine));
-    return ExitCode::kDone;
+    return tell(arguments, output, machine.name, functions_of(machine));
 }
 
 ExitCode detach(const Arguments& arguments, Output& output) {
@@ -176,6 +179,7 @@ std::vector<Command> rows() {
                   .count = Count::kOptional}},
             .examples = {"kxctl vf list", "kxctl --sim vf list web1 --json"},
             .run = list,
+            .columns = list_columns,
         },
         {
             .noun = "vf",

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/machines.hpp"
 #include "output/output.hpp"
@@ -28,17 +29,22 @@ ExitCode operate(
         output.json(
             Json{{"vm", machine_json(after)}, {"state_before", machine_json(before).at("state")}});
     } else {
-        output.table(machine_table({after}));
+        Table table(machine_columns());
+        table.add_row(machine_cells(after));
+        output.table(table);
     }
     return ExitCode::kDone;
 }
 
-ExitCode list(const Arguments&, Output& output) {
-    const std::vector<Machine> machines = query_machines();
+ExitCode list(const Arguments& arguments, Output& output) {
+    List machines(arguments, output, machine_columns());
+    for (const Machine& machine : query_machines()) {
+        machines.add(machine_cells(machine), machine_json(machine));
+    }
     if (output.wants_json()) {
-        output.json(Json{{"vms", json_array(machines, machine_json)}});
+        output.json(Json{{"vms", machines.json()}});
     } else {
-        output.table(machine_table(machines));
+        output.table(machines.table());
     }
     return ExitCode::kDone;
 }
@@ -66,11 +72,12 @@ std::vector<Command> rows() {
             .verb = "list",
             .help = "Show the virtual machines of this host",
             .about =
-                "One line for each machine: libvirt's id (of active machines), name, run state "
-                "(\"?\" when virsh does not report it) and UUID. Active machines come first.",
+                "One line for each machine: name, libvirt's id (of active machines), run state "
+                "(\"?\" when virsh does not report it) and UUID.",
             .arguments = {},
             .examples = {"kxctl vm list", "kxctl --sim vm list --json"},
             .run = list,
+            .columns = machine_columns,
         },
         {
             .noun = "vm",

@@ -6,7 +6,6 @@
 #include <cctype>
 #include <charconv>
 #include <memory>
-#include <tuple>
 
 #include "library/record_text.hpp"
 
@@ -106,11 +105,6 @@ std::vector<Machine> query_machines() {
     }
     std::vector<Machine> machines;
     std::transform(records, records + count, std::back_inserter(machines), machine_of);
-    // libvirt returns them in any order.
-    std::sort(machines.begin(), machines.end(), [](const Machine& left, const Machine& right) {
-        return std::tuple(!left.is_active(), left.id, left.name) <
-               std::tuple(!right.is_active(), right.id, right.name);
-    });
     return machines;
 }
 
@@ -143,16 +137,16 @@ Json machine_json(const Machine& machine) {
     };
 }
 
-Table machine_table(const std::vector<Machine>& machines) {
-    Table table({{"ID", Align::kRight}, {"NAME"}, {"STATE"}, {"UUID"}});
-    for (const Machine& machine : machines) {
-        const std::string state = machine.state_text();
-        const Style style = machine.state == KX_VM_RUNNING ? Style::kGood : Style::kPlain;
-        table.add_row(
-            {machine.is_active() ? fmt::format("{}", machine.id) : "", machine.name,
-             Cell(state.empty() ? "?" : state, style), machine.uuid_text()});
-    }
-    return table;
+std::vector<Column> machine_columns() {
+    return {{"NAME"}, {"ID", Align::kRight}, {"STATE"}, {"UUID"}};
+}
+
+std::vector<Cell> machine_cells(const Machine& machine) {
+    const std::string state = machine.state_text();
+    const Style style = machine.state == KX_VM_RUNNING ? Style::kGood : Style::kPlain;
+    return {
+        machine.name, machine.is_active() ? fmt::format("{}", machine.id) : "",
+        Cell(state.empty() ? "?" : state, style), machine.uuid_text()};
 }
 
 Failure machine_failure(ExitCode code, const std::string& what) {

@@ -28,7 +28,7 @@ struct Machine {
     [[nodiscard]] std::string title() const;       // "web1 (running)"
 };
 
-// All machines. Throws Failure when the hypervisor does not answer.
+// All machines, in any order. Throws Failure when the hypervisor does not answer.
 [[nodiscard]] std::vector<Machine> query_machines();
 
 // The machine that a word names: by its name, otherwise its UUID (hyphens are optional), otherwise
@@ -36,7 +36,8 @@ struct Machine {
 [[nodiscard]] Machine find_machine(const std::string& word);
 
 [[nodiscard]] Json machine_json(const Machine& machine);
-[[nodiscard]] Table machine_table(const std::vector<Machine>& machines);
+[[nodiscard]] std::vector<Column> machine_columns();
+[[nodiscard]] std::vector<Cell> machine_cells(const Machine& machine);
 
 // The failure of an operation of the library, with the reasons of the library and of the
 // hypervisor.

@@ -73,6 +73,11 @@ std::size_t terminal_height() {
     return known ? size.ws_row : kUsualHeight;
 }
 
+std::size_t terminal_width() {
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 std::string drawing(std::string_view text, std::size_t height, bool first) {
     const std::vector<std::string_view> lines = lines_of(text);
     // The cursor stays below the last line.

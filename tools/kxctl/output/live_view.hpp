@@ -26,9 +26,11 @@ private:
     std::map<std::string, std::vector<std::optional<double>>> rates_;
 };
 
-// Whether standard output is a terminal that can be drawn on, and its height in lines.
+// Whether standard output is a terminal that can be drawn on, its height in lines, and its width in
+// columns; 0 when it is not known, or when standard output is not a terminal.
 [[nodiscard]] bool can_draw();
 [[nodiscard]] std::size_t terminal_height();
+[[nodiscard]] std::size_t terminal_width();
 
 // The text that replaces the previous one; first: also clear the screen. Lines are not wrapped.
 // When the terminal is too low, the last line gives the number of missing lines.

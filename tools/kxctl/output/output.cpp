@@ -42,7 +42,7 @@ bool decide_colour(
     return is_terminal && !unwanted && !incapable;
 }
 
-void Output::table(const Table& table) { text_ += table.text(colour_); }
+std::string Output::table_text(const Table& table) const { return table.text(colour_, width_); }
 
 void Output::json(const Json& value) {
     constexpr int kJsonIndent = 2;

@@ -1,6 +1,7 @@
 // The output of kxctl: collected while a command runs, written and checked at its end.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -27,10 +28,12 @@ public:
     // Whether the user requested JSON; a command then prints one JSON value and nothing else.
     [[nodiscard]] bool wants_json() const { return json_; }
     void set_colour(bool colour) { colour_ = colour; }
-    [[nodiscard]] bool colour() const { return colour_; }
+    // The width of the terminal in columns, for tables; 0: no limit.
+    void set_width(std::size_t width) { width_ = width; }
 
     void text(std::string_view text) { text_ += text; }
-    void table(const Table& table);
+    void table(const Table& table) { text_ += table_text(table); }
+    [[nodiscard]] std::string table_text(const Table& table) const;
     void json(const Json& value);
     void json_line(const Json& value);  // for commands that print one value after another
 
@@ -50,6 +53,7 @@ public:
 private:
     bool json_;
     bool colour_ = false;
+    std::size_t width_ = 0;
     std::string text_;
 };
 

@@ -2,9 +2,8 @@
 
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <iterator>
+#include <cwchar>
 
 namespace kx::ctl {
 namespace {
@@ -61,34 +60,16 @@ bool is_control(char32_t code) {
            (code >= 0x2066 && code <= 0x2069);
 }
 
-struct WidthRow {
-    char32_t first;
-    char32_t last;
-    std::size_t width;
-};
-
-// The blocks whose characters do not have a width of one column, in ascending order.
-constexpr WidthRow kWidths[] = {
-    {0x0300, 0x036F, 0},    // combining marks
-    {0x1100, 0x115F, 2},    // Hangul Jamo
-    {0x200B, 0x200F, 0},    // zero-width characters
-    {0x20D0, 0x20FF, 0},    // combining marks for symbols
-    {0x2E80, 0xA4CF, 2},    // CJK
-    {0xAC00, 0xD7A3, 2},    // Hangul
-    {0xF900, 0xFAFF, 2},    // CJK compatibility
-    {0xFE00, 0xFE0F, 0},    // variation selectors
-    {0xFE30, 0xFE6F, 2},    // CJK compatibility forms
-    {0xFF00, 0xFF60, 2},    // full-width forms
-    {0xFFE0, 0xFFE6, 2},    // full-width signs
-    {0x1F300, 0x1FAFF, 2},  // pictographs
-    {0x20000, 0x3FFFD, 2},  // CJK extensions
-};
+// The C library knows the widths of UTF-8 characters in this locale only, which every system has.
+// Without it, only the alignment of other letters suffers.
+locale_t utf8_locale() {
+    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    return locale;
+}
 
 std::size_t width_of(char32_t code) {
-    const auto* const row = std::lower_bound(
-        std::begin(kWidths), std::end(kWidths), code,
-        [](const WidthRow& candidate, char32_t wanted) { return candidate.last < wanted; });
-    return row == std::end(kWidths) || code < row->first ? 1 : row->width;
+    const int width = wcwidth(static_cast<wchar_t>(code));
+    return width < 0 ? 1 : static_cast<std::size_t>(width);
 }
 
 }  // namespace
@@ -121,7 +102,12 @@ std::string printable_json(std::string_view json) {
     return result;
 }
 
+Utf8Texts::Utf8Texts() : before_(uselocale(utf8_locale())) {}
+
+Utf8Texts::~Utf8Texts() { uselocale(before_); }
+
 std::size_t display_width(std::string_view text) {
+    const Utf8Texts utf8;
     std::size_t width = 0;
     while (!text.empty()) {
         const Character character = decode(text);
@@ -129,6 +115,24 @@ std::size_t display_width(std::string_view text) {
         text.remove_prefix(character.bytes);
     }
     return width;
+}
+
+std::string shortened(std::string_view text, std::size_t width) {
+    constexpr std::string_view kMark = "\u2026";
+    if (width == 0 || display_width(text) <= width) {
+        return std::string(text);
+    }
+    const Utf8Texts utf8;
+    std::size_t bytes = 0;
+    for (std::size_t room = width - 1; bytes < text.size();) {
+        const Character character = decode(text.substr(bytes));
+        if (width_of(character.code) > room) {
+            break;
+        }
+        room -= width_of(character.code);
+        bytes += character.bytes;
+    }
+    return fmt::format("{}{}", text.substr(0, bytes), kMark);
 }
 
 }  // namespace kx::ctl

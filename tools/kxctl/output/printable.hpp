@@ -1,6 +1,8 @@
 // Makes texts of drivers and module files safe for a terminal.
 #pragma once
 
+#include <locale.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -13,6 +15,21 @@ namespace kx::ctl {
 
 // A JSON value with escapes in place of those characters, which occur in its strings only.
 [[nodiscard]] std::string printable_json(std::string_view json);
+
+// While this object exists, the C library reads texts as UTF-8, whatever the locale of the user is.
+class Utf8Texts {
+public:
+    Utf8Texts();
+    ~Utf8Texts();
+    Utf8Texts(const Utf8Texts&) = delete;
+    Utf8Texts& operator=(const Utf8Texts&) = delete;
+
+private:
+    locale_t before_;
+};
+
+// A printable text that fits this many terminal columns: what is cut ends in "…".
+[[nodiscard]] std::string shortened(std::string_view text, std::size_t width);
 
 // The width of a printable text in terminal columns.
 [[nodiscard]] std::size_t display_width(std::string_view text);

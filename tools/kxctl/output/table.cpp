@@ -1,6 +1,12 @@
+// The only file that uses the library for tables. It aligns and cuts; what is in a cell is kxctl's.
 #include "output/table.hpp"
 
+#include <libsmartcols/libsmartcols.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
 #include <stdexcept>
 
 #include "output/printable.hpp"
@@ -8,51 +14,112 @@
 namespace kx::ctl {
 namespace {
 
-constexpr std::string_view kGap = "  ";
-constexpr std::string_view kBold = "\033[1m";
-constexpr std::string_view kGreen = "\033[32m";
-constexpr std::string_view kRed = "\033[31m";
-constexpr std::string_view kReset = "\033[0m";
+constexpr const char* kBold = "\033[1m";
+constexpr const char* kColours[] = {nullptr, "\033[32m", "\033[31m"};  // by Style
 
-std::string_view colour_of(Style style) {
-    switch (style) {
-        case Style::kGood:
-            return kGreen;
-        case Style::kBad:
-            return kRed;
-        case Style::kPlain:
-            break;
+// The library's functions fail only without memory.
+void must(int result) {
+    if (result != 0) {
+        throw std::bad_alloc();
     }
-    return "";
 }
 
-// Appends the cells of one line.
-class Line {
-public:
-    explicit Line(std::string& out) : out_(out) {}
-
-    // Blanks are written only when something follows them.
-    void add(std::string_view text, std::size_t width, Align align, std::string_view colour) {
-        const std::size_t blanks = width - std::min(width, display_width(text));
-        pending_ += align == Align::kRight ? blanks : 0;
-        out_.append(pending_, ' ');
-        out_ += colour;
-        out_ += text;
-        out_ += colour.empty() ? "" : kReset;
-        pending_ = kGap.size() + (align == Align::kLeft ? blanks : 0);
-    }
-
-    void end() { out_ += '\n'; }
-
-private:
-    std::string& out_;
-    std::size_t pending_ = 0;
-};
+template <class Object>
+Object* must(Object* object) {
+    must(object == nullptr ? -1 : 0);
+    return object;
+}
 
 bool has_heading(const std::vector<Column>& columns) {
-    return std::any_of(
-        columns.begin(), columns.end(), [](const Column& column) { return !column.title.empty(); });
+    return std::ranges::any_of(columns, [](const Column& column) { return !column.title.empty(); });
 }
+
+// A table of the library, while a Table is printed.
+class Drawing {
+public:
+    Drawing(const std::vector<Column>& columns, bool colour, std::size_t width)
+        : colour_(colour), heading_(has_heading(columns)) {
+        must(scols_table_set_column_separator(table_.get(), "  "));
+        must(scols_table_enable_noencoding(table_.get(), 1));
+        must(scols_table_enable_noheadings(table_.get(), heading_ ? 0 : 1));
+        must(scols_table_enable_colors(table_.get(), colour ? 1 : 0));
+        const bool limited = width != Table::kNoLimit;
+        must(scols_table_set_termforce(
+            table_.get(), limited ? SCOLS_TERMFORCE_ALWAYS : SCOLS_TERMFORCE_NEVER));
+        must(scols_table_set_termwidth(table_.get(), width));
+        for (const Column& column : columns) {
+            add_column(column);
+        }
+    }
+
+    void add_line(const std::vector<Cell>& cells) {
+        libscols_line* const line = must(scols_table_new_line(table_.get(), nullptr));
+        for (std::size_t k = 0; k < cells.size(); ++k) {
+            must(scols_line_set_data(line, k, cells[k].text.c_str()));
+            const char* const colour = kColours[static_cast<std::size_t>(cells[k].style)];
+            must(scols_cell_set_color(scols_line_get_cell(line, k), colour_ ? colour : nullptr));
+        }
+        lines_.push_back(line);
+    }
+
+    // Cut the texts that are wider than the library made their column.
+    void shorten() {
+        static_cast<void>(text());
+        for (std::size_t k = 0; k < columns_.size(); ++k) {
+            if (scols_column_is_trunc(columns_[k]) != 0) {
+                shorten(k, scols_column_get_width(columns_[k]));
+            }
+        }
+    }
+
+    [[nodiscard]] std::string text() {
+        if (lines_.empty() && !heading_) {
+            return "";
+        }
+        // Without a line the library prints nothing.
+        const bool only_heading = lines_.empty();
+        if (only_heading) {
+            must(scols_table_new_line(table_.get(), nullptr));
+        }
+        char* printed = nullptr;
+        must(scols_print_table_to_string(table_.get(), &printed));
+        const std::unique_ptr<char, decltype(&std::free)> owner(printed, std::free);
+        const std::string_view all(printed);
+        return std::string(only_heading ? all.substr(0, all.find('\n')) : all) + "\n";
+    }
+
+private:
+    // Numbers are shown whole, and so is what names the row.
+    int flags_of(const Column& column) const {
+        if (column.align == Align::kRight) {
+            return SCOLS_FL_RIGHT;
+        }
+        const int others = heading_ ? SCOLS_FL_TRUNC : SCOLS_FL_WRAP;
+        return columns_.empty() ? 0 : others;
+    }
+
+    void add_column(const Column& column) {
+        const std::string title = printable(column.title);
+        libscols_column* const added =
+            must(scols_table_new_column(table_.get(), title.c_str(), 0, flags_of(column)));
+        must(scols_cell_set_color(scols_column_get_header(added), colour_ ? kBold : nullptr));
+        columns_.push_back(added);
+    }
+
+    void shorten(std::size_t place, std::size_t width) {
+        for (libscols_line* const line : lines_) {
+            const std::string text = scols_cell_get_data(scols_line_get_cell(line, place));
+            must(scols_line_set_data(line, place, shortened(text, width).c_str()));
+        }
+    }
+
+    std::unique_ptr<libscols_table, decltype(&scols_unref_table)> table_{
+        must(scols_new_table()), scols_unref_table};
+    std::vector<libscols_column*> columns_;  // the table's
+    std::vector<libscols_line*> lines_;      // the table's
+    bool colour_;
+    bool heading_;
+};
 
 }  // namespace
 
@@ -66,32 +133,16 @@ void Table::add_row(std::vector<Cell> cells) {
     rows_.push_back(std::move(cells));
 }
 
-std::string Table::text(bool colour) const {
-    std::vector<std::size_t> widths;
-    for (std::size_t k = 0; k < columns_.size(); ++k) {
-        std::size_t width = display_width(columns_[k].title);
-        for (const std::vector<Cell>& row : rows_) {
-            width = std::max(width, display_width(row[k].text));
-        }
-        widths.push_back(width);
-    }
-    std::string out;
-    if (has_heading(columns_)) {
-        Line line(out);
-        for (std::size_t k = 0; k < columns_.size(); ++k) {
-            line.add(columns_[k].title, widths[k], columns_[k].align, colour ? kBold : "");
-        }
-        line.end();
-    }
+std::string Table::text(bool colour, std::size_t width) const {
+    const Utf8Texts utf8;
+    Drawing drawing(columns_, colour, width);
     for (const std::vector<Cell>& row : rows_) {
-        Line line(out);
-        for (std::size_t k = 0; k < columns_.size(); ++k) {
-            const std::string_view code = colour ? colour_of(row[k].style) : "";
-            line.add(row[k].text, widths[k], columns_[k].align, code);
-        }
-        line.end();
+        drawing.add_line(row);
     }
-    return out;
+    if (width != kNoLimit) {
+        drawing.shorten();
+    }
+    return drawing.text();
 }
 
 }  // namespace kx::ctl

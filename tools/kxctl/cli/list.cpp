@@ -1,0 +1,130 @@
+#include "cli/list.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <numeric>
+#include <stdexcept>
+
+#include "failure/failure.hpp"
+#include "output/natural_order.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr const char* kColumns = "--columns";
+constexpr const char* kSort = "--sort";
+
+std::size_t place_of(const std::vector<Column>& columns, const std::string& name) {
+    const auto found = std::ranges::find(columns, name, column_name);
+    return static_cast<std::size_t>(found - columns.begin());
+}
+
+// The places of the columns in a text such as "location,chip", or of all columns.
+std::vector<std::size_t> places_of(const std::vector<Column>& columns, const std::string& names) {
+    std::vector<std::size_t> places(names.empty() ? columns.size() : 0);
+    std::iota(places.begin(), places.end(), std::size_t{0});
+    for (std::string_view rest = names; !rest.empty();) {
+        const std::size_t end = std::min(rest.find(','), rest.size());
+        places.push_back(place_of(columns, std::string(rest.substr(0, end))));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return places;
+}
+
+}  // namespace
+
+std::string column_name(const Column& column) {
+    std::string name = column.title;
+    std::ranges::transform(name, name.begin(), [](unsigned char letter) {
+        return letter == ' ' ? '_' : static_cast<char>(std::tolower(letter));
+    });
+    return name;
+}
+
+void add_list_options(Command& command) {
+    std::vector<std::string> names;
+    std::ranges::transform(command.columns(), std::back_inserter(names), column_name);
+    if (names.empty()) {
+        return;
+    }
+    command.arguments.push_back(
+        {.name = kColumns,
+         .help = "Show only these columns of the table, in this order, such as a,b,c",
+         .value = "LIST",
+         .choices = names,
+         .is_list = true});
+    command.arguments.push_back(
+        {.name = kSort,
+         .help = "Sort by this column (default: the first one)",
+         .value = "COLUMN",
+         .choices = names});
+}
+
+List::List(const Arguments& arguments, const Output& output, const std::vector<Column>& columns)
+    : columns_(columns),
+      shown_(places_of(columns, arguments.get(kColumns))),
+      chosen_(arguments.has(kColumns)),
+      order_(arguments.has(kSort) ? place_of(columns, arguments.get(kSort)) : 0) {
+    if (output.wants_json() && chosen_) {
+        refuse_usage("--columns is for tables; --json prints everything");
+    }
+}
+
+void List::add(std::vector<Cell> cells, Json value) {
+    if (cells.size() != columns_.size()) {
+        throw std::logic_error("a row of a list needs a cell for each column");
+    }
+    rows_.push_back({std::move(cells), std::move(value)});
+}
+
+// Rows whose value is missing are last.
+std::vector<const List::Row*> List::sorted() const {
+    std::vector<const Row*> rows;
+    std::ranges::transform(rows_, std::back_inserter(rows), [](const Row& row) { return &row; });
+    std::ranges::stable_sort(rows, [this](const Row* left, const Row* right) {
+        const std::string& first = left->cells[order_].text;
+        const std::string& second = right->cells[order_].text;
+        if (first.empty() || second.empty()) {
+            return !first.empty() && second.empty();
+        }
+        return natural_order(first, second) < 0;
+    });
+    return rows;
+}
+
+bool List::is_shown(std::size_t place) const {
+    return columns_[place].when_empty == WhenEmpty::kShown ||
+           std::ranges::any_of(
+               rows_, [place](const Row& row) { return !row.cells[place].text.empty(); });
+}
+
+Table List::table() const {
+    std::vector<std::size_t> places = shown_;
+    if (!chosen_) {
+        std::erase_if(places, [this](std::size_t place) { return !is_shown(place); });
+    }
+    std::vector<Column> columns;
+    for (const std::size_t place : places) {
+        columns.push_back(columns_[place]);
+    }
+    Table table(columns);
+    for (const Row* row : sorted()) {
+        std::vector<Cell> cells;
+        for (const std::size_t place : places) {
+            cells.push_back(row->cells[place]);
+        }
+        table.add_row(std::move(cells));
+    }
+    return table;
+}
+
+Json List::json() const {
+    Json all = Json::array();
+    for (const Row* row : sorted()) {
+        all.push_back(row->value);
+    }
+    return all;
+}
+
+}  // namespace kx::ctl
