@@ -90,6 +90,7 @@ protected:
         host.toe_device({.interfaces = {"eth5"}, .of_zfab3 = true});
     }
 
+public:
     kxsim::Host host;
 };
 

@@ -50,6 +50,7 @@ protected:
         EXPECT_EQ(result.err, "kxctl: " + reason + "\n");
     }
 
+public:
     kxsim::Host host;
 };
 
