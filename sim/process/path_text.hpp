@@ -76,7 +76,7 @@ private:
 
     std::size_t length_ = 0;
     bool too_long_ = false;
-    char text_[PATH_MAX];  // as far as length_
+    char text_[PATH_MAX];  // the first length_ characters are the path
 };
 
 }  // namespace kxsim::process

@@ -19,7 +19,7 @@ struct FlashRegisters {
 inline constexpr FlashRegisters kQ3Registers{0x6D8, 0x6DC};
 inline constexpr FlashRegisters kQ4Registers{0x193F8, 0x193FC};
 
-// Erasing counts in sectors of 64 KiB, whatever the sectors of the flash are.
+// Erase commands use units of 64 KiB, whatever the sector size of the flash is.
 inline constexpr uint32_t kSectorShift = 16;
 
 inline constexpr uint32_t kRomStart = 0;                  // the boot option ROM of every generation

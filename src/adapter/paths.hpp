@@ -1,4 +1,4 @@
-// Every path of the host that the adapters need, beside those of libpci.
+// Every path of the host that the adapter functions use, except those of libpci.
 #pragma once
 
 namespace kx::adapter {

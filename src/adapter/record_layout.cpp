@@ -18,7 +18,7 @@ constexpr bool at(std::size_t actual, std::size_t expected, std::size_t width) {
 #define KX_FIELD(record, field, offset, width)                                       \
     static_assert(                                                                   \
         at<record, decltype(record::field)>(offsetof(record, field), offset, width), \
-        #record "::" #field " must stand at " #offset " and be " #width " bytes wide")
+        #record "::" #field " must be at " #offset " and be " #width " bytes wide")
 
 KX_FIELD(Q4BootConfig, signature, 0, 4);
 KX_FIELD(Q4BootConfig, byte10, 10, 1);

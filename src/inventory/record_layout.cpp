@@ -11,7 +11,7 @@ namespace {
 #define KX_FIELD(record, field, offset, width)                                   \
     static_assert(                                                               \
         offsetof(record, field) == (offset) && sizeof(record::field) == (width), \
-        #record "::" #field " must stand at " #offset " and be " #width " bytes wide")
+        #record "::" #field " must be at " #offset " and be " #width " bytes wide")
 
 KX_FIELD(CardList, card_count, 0, 1);
 KX_FIELD(CardList, drivers, 1, 8);

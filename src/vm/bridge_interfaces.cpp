@@ -72,14 +72,14 @@ private:
     struct sigaction before_ {};
 };
 
-// Copy a whole text, with its NUL, to a field of a record: into the fields behind it if need be,
-// up to the record's end.
+// Copy a whole text with its NUL to a field of a record. A longer text continues into the next
+// fields, up to the end of the record.
 void copy_whole(_interfaceInfo& record, std::size_t offset, const char* text) {
     const std::size_t length = std::min(std::strlen(text) + 1, sizeof record - offset);
     std::memcpy(reinterpret_cast<char*>(&record) + offset, text, length);
 }
 
-// The six bytes of "52:54:00:12:34:56". Of a shorter text, the missing digits add nothing.
+// The six bytes of "52:54:00:12:34:56". Digits that are missing at the end count as nothing.
 void read_mac(_interfaceInfo& record, const char* text) {
     char digits[18] = {};
     std::memcpy(digits, text, strnlen(text, sizeof digits - 1));
@@ -88,7 +88,8 @@ void read_mac(_interfaceInfo& record, const char* text) {
     }
 }
 
-// The fields in their order: a text that runs on is overwritten by the texts behind it.
+// In the order of the fields: a text that is longer than its field is overwritten by the next
+// texts.
 void fill_record(_interfaceInfo& record, const kx::machines::InterfaceTexts& texts) {
     copy_whole(record, offsetof(_interfaceInfo, type), texts.type);
     read_mac(record, texts.mac);

@@ -44,8 +44,8 @@ constexpr DlopenNote note_of(const char (&text)[sizeof kOptionalLibraries]) {
 [[gnu::used, gnu::aligned(4), gnu::section(".note.dlopen")]] constexpr DlopenNote kDlopenNote =
     note_of(kOptionalLibraries);
 
-// The directory of the file that this code was loaded from, with a "/" behind it. The linker knows
-// it from when it loaded the file, whatever the working directory is now; links to the file are
+// The directory of the file that contains this code, with a "/" at the end. The linker has known it
+// since it loaded the file, so the working directory may have changed; links to the file are
 // followed.
 std::string own_directory() {
     Dl_info info;

@@ -1,5 +1,5 @@
-// The private library libkxlinhw-machines.so, which lies beside this one: the work on descriptions
-// that takes Xerces, and by its own dependencies libvirt. Hosts without machines never load it.
+// The private library libkxlinhw-machines.so, in the directory of this one. It works on
+// descriptions with Xerces, and depends on libvirt. Hosts without machines never load it.
 #pragma once
 
 namespace kx::machines {
@@ -8,8 +8,8 @@ class Documents;
 
 namespace kx::vm {
 
-// What the private library does; null when it, libvirt or Xerces cannot be loaded. A failure is
-// tried again by the next call.
+// The functions of the private library; null when it, libvirt or Xerces cannot be loaded. After a
+// failure the next call tries again.
 [[nodiscard]] const machines::Documents* documents();
 
 // A name of the private library or of what it is linked with; null when there is none.

@@ -33,7 +33,7 @@ Json to_json(const InstalledModule& module) {
     };
 }
 
-// What other agents, which have only the library, see less of.
+// A note about what the library, and so other agents, cannot read from the module's file.
 std::string note(const InstalledModule& module) {
     if (module.compressed.empty()) {
         return "";

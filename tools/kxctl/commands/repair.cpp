@@ -98,8 +98,8 @@ std::string leftovers_of(const Names& names) {
     return text.empty() ? "" : text + " left behind; the next rewrite replaces them";
 }
 
-// The library leaves a file that is a symbolic link one: it rewrites the file at the end of the
-// links, which may be absent.
+// When the file is a symbolic link, the library keeps the link and rewrites the file at the end of
+// the links, which may be absent.
 std::string end_of_links(std::filesystem::path path) {
     constexpr int kMostLinks = 40;  // as many as the kernel follows
     std::array<char, PATH_MAX> text;

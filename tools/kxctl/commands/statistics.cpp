@@ -99,7 +99,7 @@ std::string history_name(const StatEntry& counter) {
     return fmt::format("{} {}", counter.group, field_text(counter.name));
 }
 
-// history: the history of the rates, for a view that shows graphs.
+// history: the rates of earlier readings, for a view that shows graphs.
 Table to_table(
     const Source& source, const Reading& now, const Reading* before, bool watching,
     RateHistory* history = nullptr) {

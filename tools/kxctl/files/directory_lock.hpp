@@ -16,7 +16,7 @@ public:
     // directory cannot be opened or locked.
     explicit DirectoryLock(const std::string& path);
 
-    // Names that are changed are safe only after this.
+    // Changed names are on the disk only after this.
     void flush() const;
 
 private:

@@ -12,8 +12,8 @@ class LockedDirectory;
 namespace kx::ctl {
 
 // While this object exists, the working directory is a new empty directory, which is then removed,
-// also when SIGINT, SIGTERM or SIGHUP ends the process. What a killed process left, the next one
-// removes. Throws Failure when it cannot be created.
+// also when SIGINT, SIGTERM or SIGHUP ends the process. The next process
+// removes the directory of a process that was killed. Throws Failure when it cannot be created.
 class ScratchDirectory {
 public:
     ScratchDirectory();

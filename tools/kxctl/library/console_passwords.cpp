@@ -18,8 +18,8 @@ namespace {
 constexpr char kLibvirt[] = "libvirt.so.0";
 constexpr unsigned kWithPasswords = VIR_DOMAIN_XML_INACTIVE | VIR_DOMAIN_XML_SECURE;
 
-// A function of libvirt, which only commands on machines load. What stands in front of libvirt in
-// this process (a simulated host) is found first.
+// A function of libvirt, which only commands on machines load. A simulated host in this process
+// replaces libvirt's functions; its functions are found first.
 template <class Function>
 Function* libvirt(const char* name) {
     static void* const library = dlopen(kLibvirt, RTLD_LAZY | RTLD_GLOBAL);

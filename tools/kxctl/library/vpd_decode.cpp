@@ -56,8 +56,8 @@ private:
         return std::min(length, left);
     }
 
-    // Decode the tag at a position and its data, and move behind it. False when the following data
-    // cannot be decoded.
+    // Decode the tag at a position and its data, and move the position to the next tag. False when
+    // the data after it cannot be decoded.
     bool decode_tag(std::size_t& place) {
         const std::uint8_t tag = bytes_[place];
         if (tag != kIdentifierTag && tag != kReadOnlyTag && tag != kReadWriteTag) {
