@@ -81,6 +81,12 @@ void name_open_file(int descriptor, const char* path, PathText& name) {
     name.append(path);
 }
 
+// A program may call them on a stack that is too small for looking them up.
+__attribute__((constructor)) void look_up_early() {
+    static_cast<void>(next<"execve", decltype(::execve)>());
+    static_cast<void>(next<"execvpe", decltype(::execvpe)>());
+}
+
 }  // namespace
 
 extern "C" {

@@ -26,6 +26,8 @@ namespace {
 constexpr int kMostInterpreters = 5;
 constexpr std::size_t kLineSize = 256;
 
+constexpr std::size_t kLoaderSize = 256;  // of the path of a dynamic loader
+
 using ElfHeader = ElfW(Ehdr);
 using ProgramHeader = ElfW(Phdr);
 
@@ -113,7 +115,7 @@ const char* own_loader() {
 }
 
 // The dynamic loader of a program; false for a program that is linked statically.
-bool read_loader(const File& file, const ElfHeader& header, char (&loader)[PATH_MAX]) {
+bool read_loader(const File& file, const ElfHeader& header, char (&loader)[kLoaderSize]) {
     ProgramHeader part{};
     for (unsigned k = 0; k < header.e_phnum; ++k) {
         if (file.read_at(header.e_phoff + k * sizeof part, part) && part.p_type == PT_INTERP &&
@@ -132,7 +134,7 @@ const char* why_not(const char* path, const File& file, const ElfHeader& header)
         header.e_phentsize != sizeof(ProgramHeader)) {
         return "it is built for another processor than kxsim";
     }
-    char loader[PATH_MAX];
+    char loader[kLoaderSize];
     if (!read_loader(file, header, loader)) {
         return same_file(path, own_loader()) ? nullptr : "it is linked statically";
     }

@@ -27,7 +27,7 @@ struct Collected {
 };
 
 int run_script(
-    const std::string& script, Collected& output, milliseconds limit = kx::ctl::kChildLimit) {
+    const std::string& script, Collected& output, milliseconds limit = kx::ctl::time_limit()) {
     return kx::ctl::run_child({"/bin/sh", "-c", script}, std::ref(output), limit);
 }
 

@@ -13,6 +13,7 @@
 #include "cli/simulation.hpp"
 #include "failure/failure.hpp"
 #include "files/working_directory.hpp"
+#include "library/answer_limit.hpp"
 #include "library/call.hpp"
 #include "output/live_view.hpp"
 #include "output/output.hpp"
@@ -62,6 +63,7 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
         run_simulated(*simulation.scenario, simulation.words);
     }
     require_simulated_host();
+    check_time_limit();
     leave_working_directory();
     output.set_colour(decide_colour(
         colour_mode(invocation.options), isatty(STDOUT_FILENO) == 1, std::getenv("NO_COLOR"),
@@ -98,5 +100,7 @@ int main(int argc, char** argv) {
     prepare_standard_streams();
     const std::vector<std::string> words(argc > 0 ? argv + 1 : argv, argv + argc);
     Output output(asks_for_json(words));
+    report_late_answers_to(
+        [&output](const Failure& failure) { return output.finish(output.report(failure)); });
     return static_cast<int>(output.finish(execute_and_report(words, output)));
 }

@@ -31,7 +31,7 @@ Machine find_active(const Arguments& arguments) {
 std::vector<_interfaceInfo> interfaces_of(const Machine& machine) {
     _interfaceInfo* records = nullptr;
     int count = 0;
-    const int result = call_machines([&](VMUtils& library) {
+    const int result = call_machines(Effect::kNone, [&](VMUtils& library) {
         return library.listInterfacesForVM(machine.id, &records, &count);
     });
     const std::unique_ptr<_interfaceInfo, decltype(&std::free)> owner(records, std::free);
@@ -92,8 +92,9 @@ ExitCode list(const Arguments& arguments, Output& output) {
 ExitCode attach(const Arguments& arguments, Output& output) {
     const Machine machine = find_active(arguments);
     std::string bridge = arguments.get("BRIDGE");
-    const int result = call_machines(
-        [&](VMUtils& library) { return library.attachBrdgToVM(machine.id, bridge.data()); });
+    const int result = call_machines(Effect::kChange, [&](VMUtils& library) {
+        return library.attachBrdgToVM(machine.id, bridge.data());
+    });
     if (result != 0) {
         throw machine_failure(
             ExitCode::kFailed,

@@ -33,8 +33,8 @@ std::string host_location_text(const _VF& vf) {
 
 std::vector<std::string> functions_of_host() {
     _VF* records = nullptr;
-    const int count =
-        call_machines([&](VMUtils& library) { return library.listVFsForVM(kHostId, &records); });
+    const int count = call_machines(
+        Effect::kNone, [&](VMUtils& library) { return library.listVFsForVM(kHostId, &records); });
     const std::unique_ptr<_VF, decltype(&std::free)> owner(records, std::free);
     if (records == nullptr) {  // a count of 1 is also the status of a failure
         throw machine_failure(ExitCode::kFailed, "Cannot list the virtual functions of this host");
@@ -54,7 +54,7 @@ std::vector<std::string> functions_of(const Machine& machine) {
     std::string description = "domain.xml";
     _VF* records = nullptr;
     KxVFNode* node = nullptr;
-    const int result = call_machines([&](VMUtils& library) {
+    const int result = call_machines(Effect::kNone, [&](VMUtils& library) {
         const int listed = library.listVFsForVM(uuid.data(), &records);
         node = listed == 0 ? library.getVFsFromDomainInfo(description.data()) : nullptr;
         return listed;

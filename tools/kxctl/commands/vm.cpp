@@ -17,7 +17,7 @@ ExitCode operate(
     const Machine before = find_machine(arguments.get("VM"));
     std::string uuid = before.uuid;
     std::string time = "0";  // a suspension lasts until the machine is resumed
-    const int result = call_machines([&](VMUtils& library) {
+    const int result = call_machines(Effect::kChange, [&](VMUtils& library) {
         errno = 0;  // an older error would make the suspension fail
         return library.VMStateOperation(uuid.data(), operation, time.data());
     });

@@ -42,11 +42,7 @@ void remove_files(int directory) {
 }
 
 void remove_and_end(int signal) {
-    const int directory = open(directory_in_use, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (directory >= 0) {
-        remove_files(directory);
-        rmdir(directory_in_use);
-    }
+    remove_scratch_directory();
     ::signal(signal, SIG_DFL);
     raise(signal);
 }
@@ -85,6 +81,14 @@ std::unique_ptr<LockedDirectory> new_directory() {
 }
 
 }  // namespace
+
+void remove_scratch_directory() {
+    const int directory = open(directory_in_use, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (directory >= 0) {
+        remove_files(directory);
+        rmdir(directory_in_use);
+    }
+}
 
 ScratchDirectory::ScratchDirectory() : before_(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     directory_ = new_directory();

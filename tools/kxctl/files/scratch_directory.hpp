@@ -26,4 +26,7 @@ private:
     Descriptor before_;  // empty when the process may not read its old working directory
 };
 
+// Remove the directory of the object that exists, if any, when no destructor will run.
+void remove_scratch_directory();
+
 }  // namespace kx::ctl

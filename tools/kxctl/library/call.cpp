@@ -46,7 +46,8 @@ void flush_stdio() {
     static_cast<void>(std::fflush(stderr));
 }
 
-// The user's standard error, also during a call.
+// The user's standard output and error, also during a call.
+int standard_output = STDOUT_FILENO;
 int error_output = STDERR_FILENO;
 
 void tell_of_sudden_end() {
@@ -79,6 +80,11 @@ void note_library_failure(const std::string& message) { last_failure() = message
 
 const std::string& library_failure() { return last_failure(); }
 
+void restore_output() {
+    dup2(standard_output, STDOUT_FILENO);
+    dup2(error_output, STDERR_FILENO);
+}
+
 Redirection::Redirection(int descriptor, const Descriptor& target)
     : descriptor_(descriptor), saved_(duplicate(descriptor)) {
     must(dup2(target.get(), descriptor_));
@@ -92,10 +98,12 @@ LibraryCall::LibraryCall()
       errors_(STDERR_FILENO, target_) {
     last_failure().clear();
     watch_for_sudden_end();
+    standard_output = output_.saved();
     error_output = errors_.saved();
 }
 
 LibraryCall::~LibraryCall() {
+    standard_output = STDOUT_FILENO;
     error_output = STDERR_FILENO;
     flush_stdio();
 }

@@ -21,6 +21,9 @@ void note_library_failure(const std::string& message);
 // may be called during a library call.
 [[noreturn]] void end_with(std::string_view line);
 
+// The user's standard output and error, also during a call that will not return.
+void restore_output();
+
 // While this object exists, a descriptor is redirected to the file of another one.
 class Redirection {
 public:

@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "files/descriptor.hpp"
+#include "library/time_limit.hpp"
 
 namespace kx::ctl {
-
-inline constexpr std::chrono::seconds kChildLimit{60};
 
 // Reads from `in` when it has something; false stops the run.
 using ChildReader = std::function<bool(const Descriptor& in)>;
@@ -21,6 +20,6 @@ using ChildReader = std::function<bool(const Descriptor& in)>;
 // standard error.
 [[nodiscard]] int run_child(
     std::vector<std::string> words, const ChildReader& read,
-    std::chrono::milliseconds limit = kChildLimit);
+    std::chrono::milliseconds limit = time_limit());
 
 }  // namespace kx::ctl

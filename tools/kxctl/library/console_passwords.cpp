@@ -121,24 +121,31 @@ std::string with_consoles_of(const std::string& before, std::string after) {
     return after;
 }
 
+Failure lost_passwords(const Machine& machine) {
+    return {
+        ExitCode::kPartly,
+        fmt::format(
+            "The definition of {} was changed and lost its console passwords: set them again",
+            machine.title())};
+}
+
 }  // namespace
 
-ConsolePasswords::ConsolePasswords(const Machine& machine)
-    : machine_(machine), before_(read_definition(connect(), machine)) {}
+ConsolePasswords::ConsolePasswords(const Machine& machine) : machine_(machine) {
+    const AnswerLimit limit(late_answer(Effect::kNone));
+    before_ = read_definition(connect(), machine);
+}
 
 void ConsolePasswords::put_back() const {
     if (!has_password(before_)) {
         return;
     }
+    const AnswerLimit limit(lost_passwords(machine_));
     const Connection connection = connect();
     const std::string after = read_definition(connection, machine_);
     const std::string complete = with_consoles_of(before_, after);
     if (complete != after && (complete.empty() || !define(connection, complete))) {
-        throw Failure(
-            ExitCode::kPartly,
-            fmt::format(
-                "The definition of {} was changed and lost its console passwords: set them again",
-                machine_.title()));
+        throw lost_passwords(machine_);
     }
 }
 

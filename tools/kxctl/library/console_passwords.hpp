@@ -26,7 +26,7 @@ private:
 template <class Function>
 auto call_redefining(const Machine& machine, Function function) {
     const ConsolePasswords passwords(machine);
-    auto result = call_machines(function);
+    auto result = call_machines(Effect::kChange, function);
     passwords.put_back();
     return result;
 }

@@ -39,6 +39,8 @@ constexpr StateName kStateNames[] = {
     {KX_VM_SHUT_OFF, "shut off"},
 };
 
+bool change_answered = false;
+
 std::string uuid_digits(const unsigned char (&bytes)[16]) {
     std::string digits;
     for (const unsigned char byte : bytes) {
@@ -97,8 +99,8 @@ std::string Machine::title() const {
 std::vector<Machine> query_machines() {
     _KVMInfo* records = nullptr;
     int count = 0;
-    const int result =
-        call_machines([&](VMUtils& library) { return library.listVMs(&records, &count); });
+    const int result = call_machines(
+        Effect::kNone, [&](VMUtils& library) { return library.listVMs(&records, &count); });
     const std::unique_ptr<_KVMInfo, decltype(&std::free)> owner(records, std::free);
     if (result != 0) {
         throw machine_failure(ExitCode::kFailed, "Cannot list the virtual machines");
@@ -148,6 +150,19 @@ std::vector<Cell> machine_cells(const Machine& machine) {
         machine.name, machine.is_active() ? fmt::format("{}", machine.id) : "",
         Cell(state.empty() ? "?" : state, style), machine.uuid_text()};
 }
+
+Failure late_answer(Effect effect) {
+    const char* const change = effect == Effect::kChange
+                                   ? "; whether it makes the change is not known"
+                               : change_answered ? "; it made the change before"
+                                                 : "";
+    return {
+        ExitCode::kFailed,
+        fmt::format(
+            "The hypervisor did not answer within {} seconds{}", time_limit().count(), change)};
+}
+
+void note_answered_change() { change_answered = true; }
 
 Failure machine_failure(ExitCode code, const std::string& what) {
     const std::string& logged = library_failure();

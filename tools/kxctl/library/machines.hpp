@@ -8,6 +8,7 @@
 
 #include "failure/failure.hpp"
 #include "files/scratch_directory.hpp"
+#include "library/answer_limit.hpp"
 #include "library/call.hpp"
 #include "library/hypervisor_messages.hpp"
 #include "output/json.hpp"
@@ -43,15 +44,29 @@ struct Machine {
 // hypervisor.
 [[nodiscard]] Failure machine_failure(ExitCode code, const std::string& what);
 
+enum class Effect { kNone, kChange };
+
+// The failure of an operation that the hypervisor does not answer in time.
+[[nodiscard]] Failure late_answer(Effect effect);
+
+// The hypervisor answered a change; what is read after it may still be late.
+void note_answered_change();
+
 // The result of a function of the library's class, called with its messages kept out of the way.
+// The process ends when the hypervisor does not answer in time.
 template <class Function>
-auto call_machines(Function function) {
+auto call_machines(Effect effect, Function function) {
     const ScratchDirectory scratch;
-    return call_library([&] {
+    const AnswerLimit limit(late_answer(effect));
+    const auto result = call_library([&] {
         const HypervisorMessages messages;
         VMUtils library;
         return function(library);
     });
+    if (effect == Effect::kChange) {
+        note_answered_change();
+    }
+    return result;
 }
 
 }  // namespace kx::ctl
