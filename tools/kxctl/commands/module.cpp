@@ -33,7 +33,7 @@ Json to_json(const InstalledModule& module) {
     };
 }
 
-// A note about what the library, and so other agents, cannot read from the module's file.
+// What the library, and so every other agent, cannot do with a compressed module.
 std::string note(const InstalledModule& module) {
     if (module.compressed.empty()) {
         return "";

@@ -199,8 +199,7 @@ std::string hint(const std::optional<std::string>& backup) {
     return backup ? fmt::format("; what was there is in {}", *backup) : "";
 }
 
-// The flash must contain exactly the bytes that the library sent, and these must be those of the
-// plan.
+// The flash must contain the bytes that the library sent and the content of the change, no others.
 void verify(const FlashChange& change, const WriteWatch& watch, const std::string& what) {
     const Range range = change.plan.erased;
     const std::vector<std::uint8_t> now = change.card->read(range, "Verifying");
