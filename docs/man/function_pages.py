@@ -10,9 +10,12 @@ import re
 import sys
 
 COMMENT = re.compile(r"/\*(.*?)\*/", re.S)
-# A comment, a declaration, or a blank line, which ends what the comment before it describes.
+# A comment, a declaration with the comment behind it in its line, or a blank line, which ends what the
+# comment before it describes.
 PIECE = re.compile(
-    r"/\*(?P<comment>.*?)\*/|(?P<declaration>(?:extern )?KX_EXPORT\b[^;]*;)|(?P<blank>\n[ \t]*\n)", re.S
+    r"/\*(?P<comment>.*?)\*/|(?P<declaration>(?:extern )?KX_EXPORT\b[^;]*;)"
+    r"(?:[ \t]*/\*(?P<own>.*?)\*/)?|(?P<blank>\n[ \t]*\n)",
+    re.S,
 )
 CLASS = re.compile(r"^class KX_EXPORT (\w+) \{(.*?)^\};", re.S | re.M)
 
@@ -29,7 +32,8 @@ def name_of(declaration):
 
 
 def declarations_of(text):
-    """Each declaration of a header with the comment that describes it."""
+    """Each declaration of a header with the comment that describes it and its neighbours, and with
+    the comment in its own line."""
     comment, closed = "", False
     for piece in PIECE.finditer(CLASS.sub("\n\n", text)):
         if piece["comment"] is not None:
@@ -38,7 +42,8 @@ def declarations_of(text):
             closed = True
         else:
             text = re.sub(r"^(extern )?KX_EXPORT ", r"\1", piece["declaration"])
-            yield name_of(text), text, "" if closed else comment
+            own = plain(piece["own"]) if piece["own"] is not None else ""
+            yield name_of(text), text, "" if closed else comment, own
 
 
 def members_of(exports):
@@ -61,17 +66,23 @@ def roff(text):
 
 
 def first_sentence(text):
-    sentence = re.split(r"(?<=[a-z0-9)])[.;:](?:\s|$)", " ".join(text.split()), maxsplit=1)[0]
-    return sentence if sentence else "declared by the library for network adapters"
+    sentence = re.split(r"(?<=[a-z0-9)])[.;:](?:\s|$)|\?(?:\s|$)", " ".join(text.split()), maxsplit=1)[0]
+    return sentence.rsplit(" (", 1)[0] if sentence.count("(") > sentence.count(")") else sentence
 
 
-def page(name, header, declaration, description, about):
-    paragraphs = [f".PP\n{roff(part)}" for part in (description, about) if part]
+def summary(description, own, about):
+    """The line behind the name: of several declarations with one comment, also what is its own."""
+    parts = [first_sentence(part) for part in (description, own) if part]
+    return ": ".join(parts) or first_sentence(about) or "declared by the library for network adapters"
+
+
+def page(name, header, declaration, description, own, about):
+    paragraphs = [f".PP\n{roff(part)}" for part in (own, description, about) if part]
     return "\n".join(
         [
             f'.TH "{name}" "3" "" "libkxlinhw" "Library Functions"',
             ".SH NAME",
-            f"{name} \\- {roff(first_sentence(description or about))}",
+            f"{name} \\- {roff(summary(description, own, about))}",
             ".SH SYNOPSIS",
             ".nf",
             f"#include <kxlinhw/{header}>",
@@ -95,10 +106,10 @@ def main():
         text = path.read_text()
         first = COMMENT.match(text)
         about = plain(first[1]) if first else ""
-        for name, declaration, description in declarations_of(text):
-            made[name] = page(name, path.name, declaration, description, about)
+        for name, declaration, description, own in declarations_of(text):
+            made[name] = page(name, path.name, declaration, description, own, about)
         for found in CLASS.finditer(text):
-            made[found[1]] = page(found[1], path.name, found[0].replace("KX_EXPORT ", ""), "", about)
+            made[found[1]] = page(found[1], path.name, found[0].replace("KX_EXPORT ", ""), "", "", about)
     wanted = {name for name in exports if not name.startswith("_Z")}
     for owner, member in members_of(exports):
         wanted |= {owner, f"{owner}::{member}"}

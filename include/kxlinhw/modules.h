@@ -11,7 +11,7 @@ KX_BEGIN_DECLS
    A long line is compared in pieces of 63 characters, each of which may match. Prints nothing. */
 KX_EXPORT uint32_t lsmod(const char* name);
 
-/* One function for each module; results as for lsmod. */
+/* Is one module loaded? Results as for lsmod. */
 KX_EXPORT uint32_t isFCOELoaded(void);    /* kxstor, storage driver */
 KX_EXPORT uint32_t isOffedLoaded(void);   /* iw_zfab3, iWARP of Q3 */
 KX_EXPORT uint32_t isq4OffedLoaded(void); /* iw_zfab4, iWARP of Q4 and Q5 */

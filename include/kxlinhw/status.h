@@ -46,7 +46,7 @@ extern KX_EXPORT const ErrStrEntry ErrStr[KX_ERRSTR_ROWS];
    the text when it has found its target, and then appends messages. GetErrStr(70) returns it. */
 extern KX_EXPORT char errStr[KX_DETAIL_SIZE];
 
-/* Always 0: the library neither reads nor writes it. */
+/* Not used: the library neither reads nor writes it. It is 0. */
 extern KX_EXPORT uint32_t g_err;
 
 /* The text of a status. The library owns the result, which is valid while the library is loaded.

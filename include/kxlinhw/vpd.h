@@ -58,8 +58,8 @@ KX_EXPORT void vpd_init_Q3(void* vpd);
 KX_EXPORT void vpd_chksum_Q4(void* vpd);
 KX_EXPORT void vpd_chksum_Q3(void* vpd);
 
-/* All of the above: read the EEPROM into eeprom (an image), copy VPD and serial configuration out
-   of it, write the template over the VPD, store the checksum. */
+/* Read the EEPROM into eeprom (an image), copy VPD and serial configuration out of it, write the
+   template over the VPD, and store the checksum: all of the above in one call. */
 KX_EXPORT void get_Q4(
     uint8_t adapter, uint32_t cap, void* eeprom, void* vpd, void* serial_configuration);
 KX_EXPORT void get_Q3(

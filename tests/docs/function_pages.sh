@@ -45,5 +45,7 @@ expect() {
 expect GetCardInfo 'uint32_t GetCardInfo(void* buffer, uint32_t* length);'
 expect GetCardInfo '555 bytes each'
 expect scan_hbas 'Scan all PCI buses'
+expect isIscsiQ3Loaded 'Is one module loaded: kxiscsi_q3'
+expect mmapd_len 'its length in bytes'
 expect VMUtils::attachVFToVM 'int attachVFToVM('
 exit $failed
