@@ -59,7 +59,7 @@ _kxctl_words_of_kind() {
     LOCATION) _kxctl_column 1 card list ;;
     PORT) _kxctl_column 1 port list "${taken[0]}" ;;
     MODULE) _kxctl_column 1 module list | grep '^iw_' ;;
-    VM) _kxctl_column 2 vm list ;;
+    VM) _kxctl_column 1 vm list ;;
     VF) _kxctl_functions ;;
     BRIDGE) _kxctl_bridges | sort -u ;;
     TARGET) _kxctl_column 1 bridge list "${taken[0]}" ;;

@@ -47,7 +47,7 @@ function __kxctl_words_of_kind --no-scope-shadowing
         case MODULE
             __kxctl_column 1 module list | string match 'iw_*'
         case VM
-            __kxctl_column 2 vm list
+            __kxctl_column 1 vm list
         case VF
             __kxctl_functions
         case BRIDGE
