@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -12,24 +11,16 @@
 #include "cli/simulation.hpp"
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
-#include "kxctl/process.hpp"
+#include "kxctl/every_command.hpp"
 #include "output/printable.hpp"
 
 namespace {
 
 using namespace kx::ctl;
+using test::words_of;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-
-std::vector<std::string> words_of(const std::string& line) {
-    std::istringstream stream(line);
-    std::vector<std::string> words;
-    for (std::string word; stream >> word;) {
-        words.push_back(word);
-    }
-    return words;
-}
 
 // "-j,--json" and the like as its single names.
 std::vector<std::string> names_of(const Argument& argument) {
@@ -114,21 +105,8 @@ TEST_P(EveryCommand, PrintsItsOwnHelp) {
     }
 }
 
-std::string test_name(const testing::TestParamInfo<const Command*>& info) {
-    std::string name = std::string(info.param->noun) + "_" + info.param->verb;
-    std::ranges::replace(name, '-', '_');
-    return name;
-}
-
-std::vector<const Command*> all_commands() {
-    std::vector<const Command*> all;
-    for (const Command& command : commands()) {
-        all.push_back(&command);
-    }
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, EveryCommand, testing::ValuesIn(all_commands()), test_name);
+INSTANTIATE_TEST_SUITE_P(
+    Table, EveryCommand, testing::ValuesIn(test::all_commands()), test::name_of_command);
 
 TEST(CommandTable, NamesEachCommandOnceAndKeepsNounsTogether) {
     std::set<std::string> names;

@@ -16,10 +16,12 @@
 #include "flash/lock.hpp"
 #include "kxctl/every_command.hpp"
 #include "settings/configuration_lock.hpp"
+#include "support/shell.hpp"
 
 namespace {
 
 using namespace kx::ctl;
+using test::lines_of;
 using testing::AllOf;
 using testing::Not;
 using testing::StartsWith;
@@ -216,15 +218,6 @@ kxsim::Host& host_of(Trouble trouble) {
         found->second.directory("/etc/kestrix-plexo");
     }
     return found->second;
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 class ExitCodes : public testing::TestWithParam<Row> {

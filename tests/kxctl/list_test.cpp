@@ -5,15 +5,16 @@
 
 #include <algorithm>
 #include <set>
-#include <sstream>
 
 #include "kxctl/terminal.hpp"
 #include "output/natural_order.hpp"
 #include "output/printable.hpp"
+#include "support/shell.hpp"
 
 namespace {
 
 using namespace kx::ctl;
+using test::lines_of;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -148,15 +149,6 @@ test::Result run_on_lab(std::vector<std::string> words, std::vector<std::string>
     words.insert(words.begin(), "--sim=lab");
     words.insert(words.end(), more.begin(), more.end());
     return test::run(words);
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 TEST(Lists, TakeColumnsAndAnOrder) {

@@ -10,29 +10,21 @@
 #include <cstdio>
 #include <functional>
 #include <kxsim/host.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/output.hpp"
+#include "support/shell.hpp"
 
 namespace {
 
+using test::lines_of;
 using testing::AnyOf;
 using testing::StartsWith;
 using testing::UnorderedElementsAreArray;
 
 constexpr char kPortFile[] = "/etc/kestrix-plexo/kxportparams.conf";
 constexpr char kSysctlFile[] = "/etc/sysctl.conf";
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
 
 class Recording : public testing::Test {
 protected:
