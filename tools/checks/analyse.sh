@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Static analysis in addition to clang-tidy: cppcheck over the library's sources, shellcheck over
 # all scripts, codespell over all texts, the compiler's own analyser over what it understands; plain
-# English, the folders' includes, and headers and sources that compile alone. Ends with 1 when one of
-# them reports something.
+# English, the folders' includes, the paths that pages name, and headers and sources that compile
+# alone. Ends with 1 when one of them reports something.
 # shellcheck disable=SC2317 # functions are called through check()
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
@@ -81,5 +81,6 @@ check shellcheck run_shellcheck
 check codespell run_codespell
 check 'plain English' run_turns
 check folders tools/checks/folders.py
+check 'paths in pages' tools/checks/page_paths.py
 check 'compiled alone' tools/checks/alone.py build/release
 exit "$status"
