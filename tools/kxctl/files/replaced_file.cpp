@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "failure/failure.hpp"
@@ -29,6 +28,20 @@ constexpr mode_t kEverybodyReads = 0644;
         fmt::format("{}: {}", path, std::strerror(reason)));
 }
 
+// A new file next to the place. Names of processes that were killed may be left behind.
+Descriptor open_beside(const std::string& place, std::string& name) {
+    constexpr int kMostNames = 1000;
+    int file = -1;
+    for (int i = 0; i < kMostNames; ++i) {
+        name = fmt::format("{}.{}-{}", place, getpid(), i);
+        file = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+        if (file >= 0 || errno != EEXIST) {
+            break;
+        }
+    }
+    return Descriptor(file);
+}
+
 // Returns 0, or the errno of the failed step.
 int fill(int file, std::string_view text) {
     if (const int reason = write_text(file, text); reason != 0) {
@@ -41,8 +54,8 @@ int fill(int file, std::string_view text) {
 
 void replace_file(const std::string& path, std::string_view text) {
     const std::string place = user_path(path);
-    std::string fresh = place + ".XXXXXX";
-    const Descriptor file(mkostemp(fresh.data(), O_CLOEXEC));
+    std::string fresh;
+    const Descriptor file = open_beside(place, fresh);
     if (!file) {
         fail_to_replace(path, errno);
     }
