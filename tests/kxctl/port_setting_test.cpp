@@ -82,7 +82,7 @@ TEST_P(PortSetting, IsSetSavedRestoredAndShown) {
     restart();
     EXPECT_EQ(shown(setting_), fresh);
     for (const TestJson& line : test::json_on(host_, {"restore"}).at("settings")) {
-        EXPECT_EQ(line.at("result"), "applied") << line;
+        EXPECT_THAT(line.at("result"), testing::AnyOf("applied", "unchanged")) << line;
         EXPECT_NO_THROW(static_cast<void>(port_setting(line.at("key").get<std::string>())));
     }
     EXPECT_EQ(port(), before);

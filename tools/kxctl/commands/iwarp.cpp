@@ -14,6 +14,7 @@
 #include "output/output.hpp"
 #include "output/table.hpp"
 #include "settings/change_report.hpp"
+#include "settings/module_parameters.hpp"
 
 namespace kx::ctl::iwarp {
 namespace {
@@ -125,17 +126,21 @@ ExitCode set(const Arguments& arguments, Output& output) {
     const std::vector<Change> changes = parse_changes(settings, arguments.all("KEY=VALUE"));
     IwarpProps props = query_props(module);
     check_parameters(changes, module);
-    const ChangeReport report(Json{{"module", module}}, changes, &props);
-    props.change_mask = apply_changes(changes, &props);
+    ChangeReport report(Json{{"module", module}}, changes, &props);
+    refuse_missing_parameters(report.lines(), module);
+    const auto missing = missing_privilege(Privilege::kOwnFiles, read_security_context());
+    if (missing) {
+        refuse_changes(report.lines(), *missing);
+    }
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
     }
-    if (const auto missing = missing_privilege(Privilege::kOwnFiles, read_security_context())) {
-        return report.tell_without_privilege(output, &props, *missing);
+    props.change_mask = apply_changes(report.accepted(), &props);
+    if (!missing && props.change_mask != 0) {
+        check(call_library([&] { return SetIwarpProps(&props); }));
     }
-    check(call_library([&] { return SetIwarpProps(&props); }));
     const IwarpProps after = query_props(module);
-    return report.tell_result(output, &after, {}, Privilege::kOwnFiles);
+    return report.tell_result(output, &after);
 }
 
 const Argument kModule{.name = "MODULE", .help = "RDMA driver: iw_zfab3 or iw_zfab4"};

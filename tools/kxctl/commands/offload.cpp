@@ -11,10 +11,12 @@
 #include "failure/permission.hpp"
 #include "library/call.hpp"
 #include "library/query.hpp"
+#include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
 #include "settings/change_report.hpp"
 #include "settings/configuration_lock.hpp"
+#include "settings/module_parameters.hpp"
 
 namespace kx::ctl::offload {
 namespace {
@@ -95,6 +97,24 @@ void check_credits(std::span<const Change> changes, std::uint64_t mask) {
     }
 }
 
+// The control files appear when the engine is activated.
+void refuse_unsupported(std::span<ChangeLine> lines, const CardInfo& card, std::uint64_t mask) {
+    const bool has_no_files =
+        card.params.state == kNoControlFiles && (mask & KX_CARD_ACTIVATED) == 0;
+    for (ChangeLine& line : lines) {
+        if (line.setting->change_bit == KX_CARD_TX_COAL) {
+            refuse_missing_parameters({&line, 1}, "zfab4");
+        } else if (has_no_files) {
+            line.before.reset();
+            line.refused = Refusal{
+                ExitCode::kNotFound,
+                fmt::format(
+                    "{} cannot be set: the offload engine of {} has no control files",
+                    line.setting->key, field_text(card.pci_bus_location))};
+        }
+    }
+}
+
 ExitCode set(const Arguments& arguments, Output& output) {
     std::string location = card_location(arguments);
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
@@ -102,29 +122,33 @@ ExitCode set(const Arguments& arguments, Output& output) {
     const auto lock = lock_for_change(arguments, missing);
     const CardInfo card = query_card(location);
     CardParams params = card.params;
-    const ChangeReport report(Json{{"location", location}}, changes, &params);
+    ChangeReport report(Json{{"location", location}}, changes, &params);
     const std::uint64_t mask = apply_changes(changes, &params);
     check_credits(changes, mask);
     if ((mask & KX_CARD_OFFLOAD_BITS) != 0) {
         must_have_engine(card);
     }
-    params.change_mask = static_cast<std::uint32_t>(mask);
+    refuse_unsupported(report.lines(), card, mask);
+    if (missing) {
+        refuse_changes(report.lines(), *missing);
+    }
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
     }
-    if (missing) {
-        return report.tell_without_privilege(output, &params, *missing);
+    params = card.params;
+    params.change_mask = static_cast<std::uint32_t>(apply_changes(report.accepted(), &params));
+    if (!missing && params.change_mask != 0) {
+        const std::uint32_t status =
+            call_library([&] { return SetCardParam(&params, location.data()); });
+        if (status != KX_SUCCESS && status != KX_SET_FAILED) {
+            throw Failure::of_status(status);
+        }
+        if (status == KX_SET_FAILED) {
+            report.take_messages(split_detail(GetErrStr(KX_SET_FAILED)));
+        }
     }
-    const std::uint32_t status =
-        call_library([&] { return SetCardParam(&params, location.data()); });
-    if (status != KX_SUCCESS && status != KX_SET_FAILED) {
-        throw Failure::of_status(status);
-    }
-    const std::vector<std::string> messages = status == KX_SET_FAILED
-                                                  ? split_detail(GetErrStr(KX_SET_FAILED))
-                                                  : std::vector<std::string>();
     const CardParams after = query_card(location).params;
-    return report.tell_result(output, &after, messages, Privilege::kOwnFiles);
+    return report.tell_result(output, &after);
 }
 
 }  // namespace

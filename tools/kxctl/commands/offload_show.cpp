@@ -17,8 +17,6 @@
 namespace kx::ctl::offload {
 namespace {
 
-constexpr std::uint8_t kNoControlFiles = 2;
-
 // The library leaves the parameters of a card empty when it cannot find the engine's device, so the
 // device is checked here. For a card without a port it is the first device.
 int device_of(const CardInfo& card, const std::string& location) {

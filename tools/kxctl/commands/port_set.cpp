@@ -4,15 +4,18 @@
 #include <kxlinhw/settings.h>
 #include <kxlinhw/status.h>
 
+#include <algorithm>
+
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
-#include "library/call.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
 #include "settings/change_report.hpp"
 #include "settings/configuration_lock.hpp"
+#include "settings/interface_records.hpp"
+#include "settings/port_driver.hpp"
 #include "settings/port_settings.hpp"
 
 namespace kx::ctl::port {
@@ -29,59 +32,38 @@ void check_forced_link(std::span<const Change> changes, const PortSettings& sett
     }
 }
 
-}  // namespace
-
-std::vector<std::string> split_set_messages(std::string_view text) {
-    constexpr std::string_view kMtu = "Set MTU for interface ";
-    constexpr std::string_view kFailed = "failed: ";
-    std::vector<std::string> messages;
-    const std::size_t failed = text.starts_with(kMtu) ? text.find(kFailed) : text.npos;
-    if (failed != text.npos) {
-        for (const KxStatus status : {KX_UNKNOWN_ERROR, KX_INVALID_SET_VALUE}) {
-            const std::string_view reason = GetErrStr(status);
-            const std::size_t start = failed + kFailed.size();
-            if (text.substr(start).starts_with(reason)) {
-                messages.emplace_back(text.substr(0, start + reason.size()));
-                text.remove_prefix(start + reason.size());
-                break;
-            }
-        }
-    }
-    const std::vector<std::string> others = split_detail(text);
-    messages.insert(messages.end(), others.begin(), others.end());
-    return messages;
-}
-
-namespace {
+bool is_saved(const ChangeLine& line) { return !line.refused && *line.setting->saved_as != '\0'; }
 
 ExitCode set(const Arguments& arguments, Output& output) {
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
     const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
     const auto lock = lock_for_change(arguments, missing);
     const PortTarget target(arguments);
-    PortInfo port = target.record();
-    const ChangeReport report(target.json(), changes, &port.settings);
-    port.settings.change_mask = static_cast<std::uint32_t>(apply_changes(changes, &port.settings));
-    port.settings.port_instance = target.instance();
-    check_forced_link(changes, port.settings);
+    const PortInfo& port = target.record();
+    ChangeReport report(target.json(), changes, &port.settings);
+    PortSettings wanted = port.settings;
+    apply_changes(report.accepted(), &wanted);
+    check_forced_link(changes, wanted);
+    const PortDriver driver(target.interface());
+    driver.refuse(report.lines(), port, wanted);
+    if (missing) {
+        refuse_changes(report.lines(), *missing);
+    }
     if (arguments.has("--dry-run")) {
         return report.tell_plan(output);
     }
     if (missing) {
-        return report.tell_without_privilege(output, &port.settings, *missing);
+        return report.tell_result(output, &port.settings);
     }
     target.check_before_change();
     // SetPortParam would look for the number in a list of its own, in which it may be another port.
-    // This function applies the same settings in the same order to the interface of the record.
-    const std::uint32_t status = call_library([&] { return setPortParams(&port); });
-    if (status != KX_SUCCESS && status != KX_SET_FAILED) {
-        throw Failure::of_status(status);
+    wanted.port_instance = target.instance();
+    driver.apply(report.lines(), wanted);
+    if (std::ranges::any_of(report.lines(), is_saved)) {
+        record_interface(target.interface());
     }
-    const std::vector<std::string> messages = status == KX_SET_FAILED
-                                                  ? split_set_messages(GetErrStr(KX_SET_FAILED))
-                                                  : std::vector<std::string>();
     const PortInfo after = target.read_again();
-    return report.tell_result(output, &after.settings, messages, Privilege::kNetworkAdmin);
+    return report.tell_result(output, &after.settings);
 }
 
 std::vector<Command> set_rows() {

@@ -9,79 +9,56 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
+#include <optional>
+#include <span>
 
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "files/working_directory.hpp"
-#include "library/call.hpp"
 #include "library/recording.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
 #include "output/table.hpp"
+#include "settings/change_line.hpp"
 #include "settings/configuration_lock.hpp"
+#include "settings/interface_records.hpp"
+#include "settings/port_driver.hpp"
 #include "settings/port_settings.hpp"
 #include "settings/saved_settings.hpp"
 
 namespace kx::ctl::restore {
 namespace {
 
-enum class Result : std::uint8_t { kApplied, kSkipped, kRefused };
-
-struct Outcome {
-    Result result;
-    std::string reason;  // empty when applied
-};
-
 // One saved setting; its number counts the file's lines from 1.
-struct Line {
+struct SavedLine : ChangeLine {
     std::string interface;
-    std::string key;
-    std::int64_t value;
+    std::int64_t value;  // as saved
     std::size_t number;
-    Outcome outcome;
 };
-
-const char* name_of(Result result) {
-    switch (result) {
-        case Result::kApplied:
-            return "applied";
-        case Result::kSkipped:
-            return "skipped";
-        case Result::kRefused:
-            break;
-    }
-    return "refused";
-}
-
-Style style_of(Result result) {
-    return result == Result::kApplied   ? Style::kGood
-           : result == Result::kRefused ? Style::kBad
-                                        : Style::kPlain;
-}
 
 bool has_interface(const std::string& name) {
     std::error_code error;
     return std::filesystem::exists("/sys/class/net/" + name, error);
 }
 
-// The library's reason why a setter refused. setMTU gives none.
-std::string reason_of(int status) {
-    const std::vector<std::string> messages = split_detail(GetErrStr(KX_SET_FAILED));
-    if (!messages.empty()) {
-        return messages.front();
-    }
-    const char* const text = GetErrStr(status);
-    return text != nullptr ? text : GetErrStr(KX_UNKNOWN_ERROR);
+// Files contain all values as signed 32-bit numbers.
+std::int64_t value_of_saved(const Setting& setting, std::int64_t saved) {
+    const bool wraps =
+        setting.form == Form::kUnsigned && setting.width == 4 && saved < 0 && saved >= INT32_MIN;
+    return wraps ? static_cast<std::uint32_t>(saved) : saved;
 }
 
 class Restorer {
 public:
-    std::vector<Line> lines;
+    std::vector<SavedLine> lines;
     std::vector<DamagedLine> damaged;
+    std::vector<std::string> other_ports;  // interfaces that are not the ports that were saved
 
-    explicit Restorer(const SavedSettings& saved) : damaged(saved.damaged) {
+    Restorer(
+        const SavedSettings& saved, const InterfaceRecords& records,
+        const std::optional<std::string>& missing, bool force)
+        : damaged(saved.damaged), records_(records), missing_(missing), force_(force) {
         for (const SavedInterface& interface : saved.interfaces) {
             restore(interface);
         }
@@ -90,66 +67,103 @@ public:
 
 private:
     void restore(const SavedInterface& interface) {
-        PortSettings settings{};
-        std::vector<const Setting*> saved;
+        std::vector<ChangeLine> changes;
         for (const auto& [key, value] : interface.values) {
-            if (const Setting* const setting = take(key, value, settings)) {
-                saved.push_back(setting);
+            if (const Setting* const setting = setting_of(key, value)) {
+                changes.push_back(
+                    {.setting = setting, .wanted = value_of_saved(*setting, value.value)});
             }
         }
-        std::ranges::sort(saved);  // converts the order of keys into that of the table
-        const bool present = has_interface(interface.name);
-        std::map<const Setting*, Outcome> outcomes;
-        for (const Setting* setting : saved) {
-            const Outcome outcome = present ? apply(*setting, interface.name, settings, outcomes)
-                                            : Outcome{Result::kSkipped, "no such interface"};
-            outcomes[setting] = outcome;
-            const SavedValue& value = interface.values.at(setting->saved_as);
-            lines.push_back({interface.name, setting->key, value.value, value.line, outcome});
+        std::ranges::sort(changes, {}, &ChangeLine::setting);  // from the order of keys to that of
+                                                               // the table
+        std::string remark;
+        if (!has_interface(interface.name)) {
+            remark = "no such interface";
+        } else if (!force_) {
+            remark = other_port(interface.name);
+        }
+        if (remark.empty()) {
+            apply(interface.name, changes);
+        }
+        for (ChangeLine& change : changes) {
+            if (!remark.empty()) {
+                change.skipped = remark;
+            }
+            const SavedValue& saved = interface.values.at(change.setting->saved_as);
+            lines.push_back({{change}, interface.name, saved.value, saved.line});
         }
     }
 
-    // Store a saved value in the settings; null for a damaged line, which no setting accepts.
-    const Setting* take(const std::string& key, const SavedValue& saved, PortSettings& settings) {
+    // The setting of a saved value; null for a damaged line, which no setting accepts.
+    const Setting* setting_of(const std::string& key, const SavedValue& saved) {
         const Setting* const setting = saved_port_setting(key);
         if (setting == nullptr) {
             damaged.push_back({saved.line, fmt::format("unknown setting {}", key)});
-            return nullptr;
-        }
-        // Files contain all values as signed 32-bit numbers.
-        const std::int64_t value = setting->form == Form::kUnsigned && setting->width == 4 &&
-                                           saved.value < 0 && saved.value >= INT32_MIN
-                                       ? static_cast<std::uint32_t>(saved.value)
-                                       : saved.value;
-        if (!setting->holds(value)) {
+        } else if (!setting->holds(value_of_saved(*setting, saved.value))) {
             damaged.push_back({saved.line, fmt::format("{} cannot be {}", key, saved.value)});
             return nullptr;
         }
-        setting->put_into(&settings, value);
         return setting;
     }
 
-    // Settings with one change bit were saved together, and are applied with the first of them.
-    static Outcome apply(
-        const Setting& setting, const std::string& interface, PortSettings& settings,
-        const std::map<const Setting*, Outcome>& outcomes) {
-        const Setting& leader = leader_of(setting);
-        if (&leader != &setting) {
-            const auto found = outcomes.find(&leader);
-            return found != outcomes.end()
-                       ? found->second
-                       : Outcome{
-                             Result::kSkipped, fmt::format("saved without {}", leader.saved_as)};
+    // Why an interface is not the port whose settings were saved; empty when it is, or when nothing
+    // was recorded about it.
+    std::string other_port(const std::string& name) {
+        const auto record = records_.by_name.find(name);
+        const auto now = identify(name);
+        if (record == records_.by_name.end() || !now || record->second.mac == now->mac) {
+            return "";
         }
-        std::memset(errStr, 0, KX_DETAIL_SIZE);
-        const int status = call_library([&] {
-            const RecordingPause pause;  // the file already contains the setting
-            return setting.setter(
-                interface.c_str(), &settings, static_cast<std::uint32_t>(setting.change_bit));
-        });
-        return status == 0 ? Outcome{Result::kApplied, ""}
-                           : Outcome{Result::kRefused, reason_of(status)};
+        other_ports.push_back(name);
+        return fmt::format(
+            "saved for {} at {}; {} is {} at {} now", record->second.mac, record->second.location,
+            name, now->mac, now->location);
     }
+
+    void apply(const std::string& name, std::span<ChangeLine> changes) {
+        const PortDriver driver(name);
+        const PortInfo port = driver.read();
+        PortSettings wanted = port.settings;
+        for (ChangeLine& change : changes) {
+            change.before = change.setting->known_value_in(&port.settings);
+            change.refused = refusal_of_value(*change.setting, change.wanted);
+            if (!change.refused) {
+                change.setting->put_into(&wanted, change.wanted);
+            }
+        }
+        skip_followers(changes, wanted);
+        driver.refuse(changes, port, wanted);
+        if (missing_) {
+            refuse_changes(changes, *missing_);
+            read_back(changes, &port.settings);
+            return;
+        }
+        {
+            const RecordingPause pause;  // the file already contains the settings
+            driver.apply(changes, wanted);
+        }
+        const PortInfo after = driver.read();
+        read_back(changes, &after.settings);
+    }
+
+    // Speed and duplex are applied with auto-negotiation, under whose change bit they were saved,
+    // and only when it is off.
+    static void skip_followers(std::span<ChangeLine> changes, const PortSettings& wanted) {
+        for (ChangeLine& change : changes) {
+            const Setting& leader = leader_of(*change.setting);
+            const bool has_leader = std::ranges::any_of(
+                changes, [&](const ChangeLine& other) { return other.setting == &leader; });
+            if (!has_leader) {
+                change.skipped = fmt::format("saved without {}", leader.saved_as);
+            } else if (change.setting != &leader && wanted.autoneg == 1) {
+                change.skipped = "auto-negotiation is on";
+            }
+        }
+    }
+
+    const InterfaceRecords& records_;
+    const std::optional<std::string>& missing_;
+    bool force_;
 };
 
 // The default file is missing when nothing was ever saved; a file that the user names must exist.
@@ -175,27 +189,51 @@ std::string read_file(const std::string& path, bool named) {
     }
 }
 
-std::size_t count(const std::vector<Line>& lines, Result result) {
+std::size_t count(const std::vector<SavedLine>& lines, Result result) {
     return static_cast<std::size_t>(std::ranges::count_if(
-        lines, [result](const Line& line) { return line.outcome.result == result; }));
+        lines, [result](const SavedLine& line) { return line.result() == result; }));
+}
+
+std::string reason_of(const SavedLine& line) {
+    switch (line.result()) {
+        case Result::kSkipped:
+            return line.skipped;
+        case Result::kRefused:
+            return line.refused->reason;
+        case Result::kDiffers:
+            return fmt::format("reads back as {}", line.setting->text_of(*line.now));
+        default:
+            return "";
+    }
+}
+
+std::vector<ChangeLine> changes_of(const Restorer& restorer) {
+    return {restorer.lines.begin(), restorer.lines.end()};
 }
 
 void tell_json(Output& output, const std::string& path, const Restorer& restorer) {
     Json settings = Json::array();
-    for (const Line& line : restorer.lines) {
+    for (const SavedLine& line : restorer.lines) {
+        const std::string reason = reason_of(line);
         settings.push_back(
             {{"interface", line.interface},
-             {"key", line.key},
+             {"key", line.setting->key},
              {"value", line.value},
+             {"before", line.before ? Json(*line.before) : Json()},
+             {"now", line.now ? Json(*line.now) : Json()},
              {"line", line.number},
-             {"result", name_of(line.outcome.result)},
-             {"reason", line.outcome.reason.empty() ? Json() : Json(line.outcome.reason)}});
+             {"result", name_of(line.result())},
+             {"reason", reason.empty() ? Json() : Json(reason)}});
     }
     Json damaged = Json::array();
     for (const DamagedLine& line : restorer.damaged) {
         damaged.push_back({{"line", line.line}, {"reason", line.reason}});
     }
-    output.json(Json{{"file", path}, {"settings", settings}, {"damaged", damaged}});
+    output.json(Json{
+        {"file", path},
+        {"changed", has_changed(changes_of(restorer))},
+        {"settings", settings},
+        {"damaged", damaged}});
 }
 
 void tell_people(Output& output, const Restorer& restorer) {
@@ -204,37 +242,43 @@ void tell_people(Output& output, const Restorer& restorer) {
         return;
     }
     Table table({{"INTERFACE"}, {"SETTING"}, {"VALUE", Align::kRight}, {"RESULT"}, {"REASON"}});
-    for (const Line& line : restorer.lines) {
-        const Result result = line.outcome.result;
+    for (const SavedLine& line : restorer.lines) {
+        const Result result = line.result();
         table.add_row(
-            {line.interface, line.key, fmt::format("{}", line.value),
-             Cell(name_of(result), style_of(result)), line.outcome.reason});
+            {line.interface, line.setting->key, fmt::format("{}", line.value),
+             Cell(name_of(result), style_of(result)), reason_of(line)});
     }
     output.table(table);
+    const auto counted = [&](Result result) { return count(restorer.lines, result); };
     output.text(fmt::format(
-        "{} applied, {} skipped, {} refused, {} damaged\n", count(restorer.lines, Result::kApplied),
-        count(restorer.lines, Result::kSkipped), count(restorer.lines, Result::kRefused),
-        restorer.damaged.size()));
+        "{} applied, {} unchanged, {} differ, {} skipped, {} refused, {} damaged\n",
+        counted(Result::kApplied), counted(Result::kUnchanged), counted(Result::kDiffers),
+        counted(Result::kSkipped), counted(Result::kRefused), restorer.damaged.size()));
 }
 
-// When all settings fail because the process lacks the privilege, it is one failure.
-ExitCode verdict(const Restorer& restorer) {
-    const std::size_t refused = count(restorer.lines, Result::kRefused);
-    if (restorer.damaged.empty() && refused == 0) {
-        return ExitCode::kDone;
+// When all settings fail for one reason of the host, such as a missing privilege, it is one
+// failure.
+ExitCode verdict(const Restorer& restorer, const std::optional<std::string>& missing) {
+    const std::vector<ChangeLine> changes = changes_of(restorer);
+    const ExitCode code = verdict_of(changes);
+    if (code == ExitCode::kNoPermission && missing) {
+        complain(*missing);
     }
-    const auto known = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
-    if (refused > 0 && count(restorer.lines, Result::kApplied) == 0 && known) {
-        complain(*known);
-        return ExitCode::kNoPermission;
+    const bool whole = restorer.damaged.empty() && restorer.other_ports.empty();
+    if (code == ExitCode::kDone) {
+        return whole ? ExitCode::kDone : ExitCode::kPartly;
     }
-    return ExitCode::kPartly;
+    return code == ExitCode::kFailed || code == ExitCode::kVerification ? ExitCode::kPartly : code;
 }
 
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, lock_timeout_option(arguments));
-    const Restorer restorer(parse_saved_settings(read_file(path, arguments.has("FILE"))));
+    const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
+    const InterfaceRecords records = read_interface_records();
+    const Restorer restorer(
+        parse_saved_settings(read_file(path, arguments.has("FILE"))), records, missing,
+        arguments.has("--force"));
     if (output.wants_json()) {
         tell_json(output, path, restorer);
     } else {
@@ -243,7 +287,11 @@ ExitCode run(const Arguments& arguments, Output& output) {
     for (const DamagedLine& line : restorer.damaged) {
         complain(fmt::format("{}:{}: {}", path, line.line, line.reason));
     }
-    return verdict(restorer);
+    for (const DamagedLine& line : records.damaged) {
+        complain(fmt::format("{}:{}: {}", kInterfaceRecordFile, line.line, line.reason));
+    }
+    const ExitCode code = verdict(restorer, missing);
+    return code == ExitCode::kDone && !records.damaged.empty() ? ExitCode::kPartly : code;
 }
 
 std::vector<Command> rows() {
@@ -253,11 +301,15 @@ std::vector<Command> rows() {
             .verb = "",
             .help = "Apply the saved port settings again",
             .about = "Reads " KX_PORT_PARAMETER_FILE
-                     " and reports for each saved setting whether it was applied, skipped "
-                     "because its interface is missing, or refused; and the number of each "
-                     "damaged line. The service kxlinhw-restore runs it at start-up.",
+                     " and reports for each saved setting whether it was applied, was so already "
+                     "(unchanged), reads back differently (differs), was refused, or was skipped: "
+                     "its interface is missing, or is another port than the one whose settings "
+                     "\"kxctl port set\" saved. The number of each damaged line follows. The "
+                     "service kxlinhw-restore runs it at start-up.",
             .arguments = with_lock_options(
-                {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional}}),
+                {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional},
+                 {.name = "--force",
+                  .help = "Also apply settings that were saved for another port"}}),
             .examples = {"kxctl restore", "kxctl restore --json"},
             .run = run,
         },

@@ -1,25 +1,15 @@
-// Parts of the commands that set settings: the settings that each knows, what a card must have, and
-// the messages of a failure.
+// Parts of the commands that set settings: the settings that each knows, and what a card must have.
 #pragma once
 
 #include <kxlinhw/records.h>
 
 #include <span>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "settings/setting.hpp"
 
-namespace kx::ctl::port {
-
-// The messages of a failed set call, one for each setting. The message about the MTU has no ";" at
-// its end.
-[[nodiscard]] std::vector<std::string> split_set_messages(std::string_view text);
-
-}  // namespace kx::ctl::port
-
 namespace kx::ctl::offload {
+
+inline constexpr std::uint8_t kNoControlFiles = 2;  // the state of a card's parameters
 
 [[nodiscard]] std::span<const Setting> settings();
 

@@ -1,5 +1,4 @@
-// The report of a set command: each setting before and after, and one line for each message of the
-// library.
+// The report of a set command: each setting before and after, and one line for each failure.
 #pragma once
 
 #include <span>
@@ -7,9 +6,8 @@
 #include <vector>
 
 #include "failure/exit_code.hpp"
-#include "failure/permission.hpp"
 #include "output/json.hpp"
-#include "settings/setting.hpp"
+#include "settings/change_line.hpp"
 
 namespace kx::ctl {
 
@@ -18,35 +16,31 @@ class Output;
 class ChangeReport {
 public:
     // subject: the changed object, as the first members of the JSON answer. before: the record as
-    // read. Changes must outlive the report.
+    // read. Values out of their range are refused. The settings must outlive the report.
     ChangeReport(Json subject, std::span<const Change> changes, const void* before);
 
-    // Report what would be changed.
+    // To refuse what the driver lacks, and to apply the rest.
+    [[nodiscard]] std::span<ChangeLine> lines() { return lines_; }
+
+    // The changes that are not refused.
+    [[nodiscard]] std::vector<Change> accepted() const;
+
+    // Refuse the settings that messages of the library name ("Set mss for 03:00.4 failed: ..."). A
+    // message that names none belongs to all.
+    void take_messages(const std::vector<std::string>& messages);
+
+    // Report what would be changed, with the exit code that the change would have.
     ExitCode tell_plan(Output& output) const;
 
-    // Report what was changed, as read back. messages: the library's messages about failed
-    // settings; when there is none and a value differs from the requested one, the driver ignored
-    // it silently. privilege: what a change needs; when no setting was applied and the privilege is
-    // missing, it is reported as the reason.
-    ExitCode tell_result(
-        Output& output, const void* after, std::vector<std::string> messages,
-        Privilege privilege) const;
-
-    // For a process that lacks the privilege for changes. Where the record has all the values
-    // already, report that as a result; otherwise throw Failure (kNoPermission). missing: what it
-    // lacks.
-    ExitCode tell_without_privilege(
-        Output& output, const void* record, const std::string& missing) const;
+    // Report what was changed. after: the record as read again.
+    ExitCode tell_result(Output& output, const void* after);
 
 private:
-    struct Line {
-        const Setting* setting;
-        std::optional<std::int64_t> before;
-        std::int64_t wanted;
-    };
+    [[nodiscard]] Json answer(const char* last_value) const;
 
     Json subject_;
-    std::vector<Line> lines_;
+    std::vector<ChangeLine> lines_;
+    std::vector<std::string> remarks_;
 };
 
 }  // namespace kx::ctl

@@ -87,6 +87,11 @@ std::optional<std::int64_t> Setting::value_in(const void* record) const {
                                  : static_cast<std::int64_t>(std::uint64_t(value) >> unused);
 }
 
+std::optional<std::int64_t> Setting::known_value_in(const void* record) const {
+    const auto value = value_in(record);
+    return value && known.contains(*value) ? value : std::nullopt;
+}
+
 std::optional<std::int64_t> Setting::limit_in(const PortInfo& port) const {
     if (limit == kNoLimit) {
         return std::nullopt;

@@ -69,6 +69,7 @@ struct Setting {
 
     // Of a port's setting.
     std::size_t limit = kNoLimit;  // offset of the driver's limit in the PortInfo, 32 bits wide
+    std::uint32_t reads = 0;       // the driver's command (ETHTOOL_G...) that reads it; 0 for none
     PortSetter* setter = nullptr;  // sets it, and what has the same change bit
     const char* saved_as = "";     // its key in the file of saved settings; empty when not saved
 
@@ -77,6 +78,8 @@ struct Setting {
     // Whether a record has a known value.
     [[nodiscard]] bool is_shown() const { return readable && form != Form::kAction; }
     [[nodiscard]] std::optional<std::int64_t> value_in(const void* record) const;
+    // The same; nothing when the driver does not know the value.
+    [[nodiscard]] std::optional<std::int64_t> known_value_in(const void* record) const;
     // Requests a value that fits the field.
     void put_into(void* record, std::int64_t value) const;
 
