@@ -24,7 +24,7 @@ FOLDERS = {
                    r"fuzz_(vpd_.*|boot_config|option_rom)|"
                    r"sim_(adapter.*|boot.*|bus_table|config_space|cost|damaged_vpd|"
                    r"default_config_file|find_mac|lspci_vpd|q3_.*|q4_flash|register_window|"
-                   r"power_cut)|kxsim_(hardware_keys|machines)",
+                   r"power_cut)|kxsim_hardware_keys",
     "src/host": r"agent_.*|sim_(addresses|card_fill)|kxsim_machines|vm_.*",
     "src/inventory": r"unit_(addresses|link_texts|offload_table|stat_chain|status)|agent_.*|"
                      r"fuzz_(proc_modules|counter_files|agent_texts|offload_devices)|"
