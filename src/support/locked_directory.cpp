@@ -13,6 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Earlier versions made PREFIX-XXXXXX without a lock: one of them may still use such a directory.
+constexpr std::string_view kLockedMark = "-locked";
 constexpr std::string_view kRandomPart = "-XXXXXX";
 
 Descriptor open_directory(const fs::path& path) {
@@ -49,8 +51,9 @@ void remove_entry(int parent, const char* name, unsigned type) {
 }
 
 bool has_form(const std::string& name, std::string_view prefix) {
-    return name.size() == prefix.size() + kRandomPart.size() && name.starts_with(prefix) &&
-           name[prefix.size()] == kRandomPart[0];
+    const std::string start = std::string(prefix).append(kLockedMark);
+    return name.size() == start.size() + kRandomPart.size() && name.starts_with(start) &&
+           name[start.size()] == kRandomPart[0];
 }
 
 }  // namespace
@@ -58,7 +61,7 @@ bool has_form(const std::string& name, std::string_view prefix) {
 LockedDirectory::LockedDirectory(std::string_view prefix, const fs::path& parent) {
     // Another run may remove a new directory before it is locked. Then create another one.
     do {
-        std::string path = (parent / prefix).string().append(kRandomPart);
+        std::string path = (parent / prefix).string().append(kLockedMark).append(kRandomPart);
         if (::mkdtemp(path.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), path);
         }

@@ -13,7 +13,8 @@ namespace kx {
 // even when the process crashes.
 class LockedDirectory {
 public:
-    // Make the directory PREFIX-XXXXXX with mode 0700 below `parent`. Throws std::system_error.
+    // Make the directory PREFIX-locked-XXXXXX with mode 0700 below `parent`. Throws
+    // std::system_error.
     LockedDirectory(std::string_view prefix, const std::filesystem::path& parent);
 
     // Remove the directory and its content. Links are not followed, and failures are ignored.
@@ -23,8 +24,8 @@ public:
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
-    // Remove the directories PREFIX-XXXXXX of this user below `parent` that no process has locked.
-    // Directories that cannot be removed stay.
+    // Remove the directories PREFIX-locked-XXXXXX of this user below `parent` that no process has
+    // locked. Directories that cannot be removed stay.
     static void remove_abandoned(std::string_view prefix, const std::filesystem::path& parent);
 
 private:

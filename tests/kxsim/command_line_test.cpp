@@ -304,22 +304,26 @@ TEST(Program, RemovesTheHostOfARunThatWasKilled) {
 TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
     const test::ScratchDirectory temporary;
     fs::create_directory(
-        temporary / "kxsim-abcdef");  // others can look into it: not a host of a run
+        temporary / "kxsim-locked-abcdef");  // others can look into it: not a host of a run
     fs::create_directory(temporary / "kxsim-longer-name");
+    // An earlier version, which locks nothing, may be using it.
+    fs::create_directory(temporary / "kxsim-earlie");
+    fs::permissions(temporary / "kxsim-earlie", fs::perms::owner_all);
     fs::create_directory(temporary / "elsewhere");
     std::ofstream(temporary / "elsewhere/precious") << "kept";
     fs::permissions(temporary / "elsewhere", fs::perms::owner_all);
-    fs::create_directory_symlink("elsewhere", temporary / "kxsim-linked");
-    fs::create_directory(temporary / "kxsim-GHIJKL");
-    fs::permissions(temporary / "kxsim-GHIJKL", fs::perms::owner_all);
-    fs::create_directory_symlink("../elsewhere", temporary / "kxsim-GHIJKL/link");
+    fs::create_directory_symlink("elsewhere", temporary / "kxsim-locked-linked");
+    fs::create_directory(temporary / "kxsim-locked-GHIJKL");
+    fs::permissions(temporary / "kxsim-locked-GHIJKL", fs::perms::owner_all);
+    fs::create_directory_symlink("../elsewhere", temporary / "kxsim-locked-GHIJKL/link");
     EXPECT_EQ(
         shell("TMPDIR='" + temporary / "" + "' " + kxsim() + " run -s empty -- true").status, 0);
-    EXPECT_TRUE(fs::exists(temporary / "kxsim-abcdef"));
+    EXPECT_TRUE(fs::exists(temporary / "kxsim-locked-abcdef"));
+    EXPECT_TRUE(fs::exists(temporary / "kxsim-earlie"));
     EXPECT_TRUE(fs::exists(temporary / "kxsim-longer-name"));
     EXPECT_TRUE(fs::exists(temporary / "elsewhere/precious"));
-    EXPECT_TRUE(fs::is_symlink(temporary / "kxsim-linked"));
-    EXPECT_FALSE(fs::exists(temporary / "kxsim-GHIJKL"));
+    EXPECT_TRUE(fs::is_symlink(temporary / "kxsim-locked-linked"));
+    EXPECT_FALSE(fs::exists(temporary / "kxsim-locked-GHIJKL"));
 }
 
 TEST(Program, TheLibraryAloneChangesNothing) {
