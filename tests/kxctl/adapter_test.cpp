@@ -203,6 +203,32 @@ TEST_F(AdapterCommands, RefusedWindowIsToldInOneLine) {
     EXPECT_THAT(result.err, EndsWith("\n"));
 }
 
+// The library's list of the adapters does not say that one window among several was refused.
+TEST_F(AdapterCommands, OneRefusedWindowOfSeveralLeavesNullAndItsReason) {
+    for (const char* chip : {"Q3", "Q4", "Q5"}) {
+        kxsim::Host host;
+        host.adapter(adapter(chip, 3));
+        host.adapter(adapter("Q5", 5));
+        const std::string location = chip == std::string("Q3") ? "03:00.0" : "03:00.4";
+        const std::string reason =
+            location + ": The register window of an adapter cannot be opened";
+        for (const std::vector<std::string>& words :
+             {std::vector<std::string>{"adapter", "list"}, {"adapter", "show", location}}) {
+            host.fail({.call = "mmap", .error = EPERM, .object = "/dev/mem"});
+            const Json answer = json_on(host, words, 4);
+            EXPECT_EQ(answer.at("incomplete"), Json{reason}) << chip;
+            const Json& first = words.size() == 2 ? answer.at("adapters").at(0) : answer;
+            EXPECT_TRUE(first.at("option_rom").is_null()) << chip;
+            EXPECT_EQ(first.at("serial_number"), "SERIAL") << chip;
+        }
+        host.fail({.call = "mmap", .error = EPERM, .object = "/dev/mem"});
+        const test::Result text = run_on(host, {"adapter", "show", location});
+        EXPECT_EQ(text.exit, 4);
+        EXPECT_EQ(text.err, "kxctl: " + reason + "\n");
+        EXPECT_THAT(text.out, HasSubstr("The flash, because the register window was not opened"));
+    }
+}
+
 TEST_F(AdapterCommands, LibrarysOwnLinesStayOutOfTheOutput) {
     host_.adapter(adapter("Q4", 4));
     const test::Result quiet = run_on(host_, {"adapter", "show", "04:00.4"});

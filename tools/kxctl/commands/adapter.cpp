@@ -11,6 +11,7 @@
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
 #include "library/query.hpp"
+#include "library/register_windows.hpp"
 #include "library/target.hpp"
 #include "output/incomplete.hpp"
 #include "output/output.hpp"
@@ -51,9 +52,22 @@ std::string count_text(std::optional<std::size_t> count) {
 
 Json count_json(std::optional<std::size_t> count) { return count ? Json(*count) : Json(); }
 
-// For an adapter that was not read, only its location and ids are known.
+// For an adapter that was not read, only its location and ids are known; without its registers,
+// also its product data.
+bool flash_was_read(const AdapterInfoRecord& adapter) {
+    return was_read(adapter) && !window_was_refused(adapter.adapter);
+}
+
 Json when_read(const AdapterInfoRecord& adapter, const Json& value) {
-    return was_read(adapter) ? value : Json();
+    return flash_was_read(adapter) ? value : Json();
+}
+
+void add_unread(Incomplete& incomplete, const AdapterInfoRecord& adapter) {
+    if (!was_read(adapter)) {
+        incomplete.add(unread_reason(adapter));
+    } else if (window_was_refused(adapter.adapter)) {
+        incomplete.add(refused_reason(adapter));
+    }
 }
 
 std::string presence(bool present) { return present ? "present" : "none"; }
@@ -136,6 +150,10 @@ void add_boot(Table& table, const AdapterInfoRecord& adapter) {
             {"Not read", "The vital product data, on which the rest depends, are not there"});
         return;
     }
+    if (!flash_was_read(adapter)) {
+        table.add_row({"Not read", "The flash, because the register window was not opened"});
+        return;
+    }
     table.add_row({"Option ROM", presence(has_option_rom(adapter))});
     table.add_row({"BIOS version", bios_version(adapter)});
     if (adapter.chip_class == KX_CLASS_Q3) {
@@ -162,9 +180,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     std::map<std::string, std::size_t> interfaces = interface_counts();
     Incomplete incomplete;
     for (const AdapterInfoRecord& adapter : adapters) {
-        if (!was_read(adapter)) {
-            incomplete.add(unread_reason(adapter));
-        }
+        add_unread(incomplete, adapter);
         const auto ports = port_count(adapter, interfaces[location_of(adapter)]);
         list.add(
             {location_of(adapter), chip_text(adapter), product_text(adapter.product_name),
@@ -185,7 +201,13 @@ ExitCode list(const Arguments& arguments, Output& output) {
 ExitCode show(const Arguments& arguments, Output& output) {
     const std::string location = card_location(arguments);
     AdapterInfoRecord adapter = query_adapter_info(location);
-    complete(adapter);
+    if (!window_was_refused(adapter.adapter)) {
+        complete(adapter);
+    }
+    Incomplete incomplete;
+    if (window_was_refused(adapter.adapter)) {
+        incomplete.add(refused_reason(adapter));
+    }
     const std::vector<std::string> interfaces = interfaces_of(location);
     const std::optional<std::size_t> ports = port_count(adapter, interfaces.size());
     if (output.wants_json()) {
@@ -201,8 +223,9 @@ ExitCode show(const Arguments& arguments, Output& output) {
             {"boot_configuration", boot_json(boot_config(adapter))},
             {"settings", when_read(adapter, is_q3 ? Json(has_settings(adapter)) : Json())},
         });
+        incomplete.put_into(all);
         output.json(all);
-        return ExitCode::kDone;
+        return incomplete.report();
     }
     Table table({{}, {}});
     add_identity(table, adapter);
@@ -212,7 +235,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
     table.add_row({adapter.chip_class == KX_CLASS_Q3 ? "V7" : "V5", product_text(adapter.v5)});
     add_boot(table, adapter);
     output.table(table);
-    return ExitCode::kDone;
+    return incomplete.report();
 }
 
 std::vector<Command> rows() {

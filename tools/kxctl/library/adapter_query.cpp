@@ -18,6 +18,7 @@ extern "C" {
 #include "failure/permission.hpp"
 #include "files/descriptor.hpp"
 #include "library/call.hpp"
+#include "library/register_windows.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -87,6 +88,7 @@ template <class Record>
 std::vector<Record> copy_list(std::uint32_t (*build)(Record**)) {
     const AdapterState state;
     Record* first = nullptr;
+    forget_refused_windows();
     check_list(call_library([&] { return build(&first); }));
     std::vector<Record> records;
     for (const Record* record = first; record != nullptr; record = record->next) {
@@ -167,6 +169,19 @@ std::string unread_reason(const AdapterInfoRecord& adapter) {
         return fmt::format("{}: {}", location, failure.what());
     }
     return location + ": The vital product data could not be read";
+}
+
+std::string refused_reason(const AdapterInfoRecord& adapter) {
+    const AdapterState state;
+    const std::string location = location_of(adapter);
+    const Descriptor memory(open("/dev/mem", O_RDWR | O_CLOEXEC));
+    if (!memory) {
+        return failed_memory(location, errno).what();
+    }
+    const pci_dev& device = *kestrix_hbas[find_adapter(location)];
+    const int reason = mapping_error(memory, device);
+    return reason == 0 ? fmt::format("{}: {}", location, kNoWindow)
+                       : failed_registers(location, full_location_of(device), reason).what();
 }
 
 std::size_t query_adapter_count() {

@@ -28,6 +28,9 @@ template <class Record>
 // Why an adapter of the list was not read, with its location in front.
 [[nodiscard]] std::string unread_reason(const AdapterInfoRecord& adapter);
 
+// Why the register window of an adapter of the list was not opened, with its location in front.
+[[nodiscard]] std::string refused_reason(const AdapterInfoRecord& adapter);
+
 // The number of adapters on the bus; nothing else of them is read.
 [[nodiscard]] std::size_t query_adapter_count();
 
