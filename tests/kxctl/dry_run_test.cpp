@@ -31,10 +31,10 @@ protected:
 
     std::vector<std::string> words_for(std::int64_t value) const {
         std::vector<std::string> words = {"port", "set", kDryRunPlace, "1"};
-        if (const Setting& leader = leader_of(setting); &leader != &setting) {
+        if (const Setting& leader = leader_of(setting_); &leader != &setting_) {
             words.push_back(std::string(leader.key) + "=0");
         }
-        words.push_back(std::string(setting.key) + "=" + std::to_string(value));
+        words.push_back(std::string(setting_.key) + "=" + std::to_string(value));
         return words;
     }
 
@@ -45,42 +45,42 @@ protected:
         words.emplace_back("--dry-run");
         const test::Result planned = test::run_on(planned_, words);
         EXPECT_EQ(planned.exit, done.exit)
-            << setting.key << "=" << value << "\nplanned: " << planned.err << "done: " << done.err;
-        EXPECT_EQ(planned.err, done.err) << setting.key << "=" << value;
+            << setting_.key << "=" << value << "\nplanned: " << planned.err << "done: " << done.err;
+        EXPECT_EQ(planned.err, done.err) << setting_.key << "=" << value;
         EXPECT_FALSE(planned_.exists("/etc/kestrix-plexo/kxportparams.conf"));
         return done.exit;
     }
 
-    const Setting& setting = *GetParam();
+    const Setting& setting_ = *GetParam();
     kxsim::Host planned_;
     kxsim::Host done_;
 };
 
 TEST_P(DryRun, EndsAsTheRunDoesAtTheEndsOfTheRange) {
-    if (setting.words.zero != nullptr) {
+    if (setting_.words.zero != nullptr) {
         EXPECT_EQ(both(0), 0);
         EXPECT_EQ(both(1), 0);
         EXPECT_EQ(both(2), 1);
     }
-    for (const std::int64_t choice : setting.choices) {
+    for (const std::int64_t choice : setting_.choices) {
         EXPECT_EQ(both(choice), 0);
         EXPECT_EQ(both(choice + 1), 1);
     }
-    if (setting.range.is_limited()) {
-        const auto [least, most] = setting.range;
+    if (setting_.range.is_limited()) {
+        const auto [least, most] = setting_.range;
         EXPECT_EQ(both(least), 0);
         EXPECT_EQ(both(most), 0);
         EXPECT_NE(both(least - 1), 0);
         EXPECT_NE(both(most + 1), 0);
     }
-    if (setting.form == Form::kAction) {
+    if (setting_.form == Form::kAction) {
         EXPECT_EQ(both(1), 0);
     }
 }
 
 TEST_P(DryRun, EndsAsTheRunDoesBeyondTheDriversMaximum) {
-    if (setting.limit == kNoLimit) {
-        GTEST_SKIP() << setting.key << " has no maximum of the driver";
+    if (setting_.limit == kNoLimit) {
+        GTEST_SKIP() << setting_.key << " has no maximum of the driver";
     }
     for (kxsim::Host* const host : {&planned_, &done_}) {
         kxsim::Nic nic = host->nic("eth2");
@@ -101,19 +101,19 @@ TEST_P(DryRun, EndsAsTheRunDoesBeyondTheDriversMaximum) {
 }
 
 TEST_P(DryRun, EndsAsTheRunDoesWhenTheDriverLacksTheSetting) {
-    if (setting.reads == 0) {
-        GTEST_SKIP() << setting.key << " is there with every driver";
+    if (setting_.reads == 0) {
+        GTEST_SKIP() << setting_.key << " is there with every driver";
     }
-    refuse(setting.reads, EOPNOTSUPP);
-    const std::int64_t value = setting.choices.empty() ? 1 : setting.choices[0];
+    refuse(setting_.reads, EOPNOTSUPP);
+    const std::int64_t value = setting_.choices.empty() ? 1 : setting_.choices[0];
     EXPECT_EQ(both(value), 14);
-    refuse(setting.reads, EBUSY);
+    refuse(setting_.reads, EBUSY);
     EXPECT_EQ(both(value), 5);
 }
 
 TEST_P(DryRun, EndsAsTheRunDoesWhenThePortDoesNotHaveTheSpeed) {
-    if (std::string(setting.key) != "speed") {
-        GTEST_SKIP() << setting.key << " does not depend on the port's link modes";
+    if (std::string(setting_.key) != "speed") {
+        GTEST_SKIP() << setting_.key << " does not depend on the port's link modes";
     }
     for (kxsim::Host* const host : {&planned_, &done_}) {
         kxsim::Nic nic = host->nic("eth2");
