@@ -1,6 +1,7 @@
 #include "scenario/table_reader.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <sstream>
 
 #include "scenario/names.hpp"
@@ -28,11 +29,60 @@ std::string shown(const toml::node& node) {
     return out.str();
 }
 
+bool is_part_of_word(char letter) {
+    return std::isalnum(static_cast<unsigned char>(letter)) != 0 || letter == '_';
+}
+
+// Whether a message contains a value: in quotes, or as a word that is too long to be one by chance.
+bool mentions(const std::string& message, const std::string& text) {
+    if (message.find('"' + text + '"') != message.npos) {
+        return true;
+    }
+    constexpr std::size_t kShortestWord = 4;
+    if (text.size() < kShortestWord) {
+        return false;
+    }
+    for (std::size_t at = message.find(text); at != message.npos; at = message.find(text, at + 1)) {
+        const std::size_t end = at + text.size();
+        if ((at == 0 || !is_part_of_word(message[at - 1])) &&
+            (end == message.size() || !is_part_of_word(message[end]))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The longest value that a message mentions, and its place.
+struct Mentioned {
+    std::size_t length = 0;
+    toml::source_position place;
+};
+
+// key: of the node, where it has one; an element of an array has its own place.
+void find_mentioned(
+    const toml::node& node, const toml::source_position& key, const std::string& message,
+    Mentioned& found) {
+    if (const toml::table* const table = node.as_table(); table != nullptr) {
+        for (const auto& [name, value] : *table) {
+            find_mentioned(value, name.source().begin, message, found);
+        }
+    } else if (const toml::array* const array = node.as_array(); array != nullptr) {
+        for (const toml::node& element : *array) {
+            find_mentioned(element, element.source().begin, message, found);
+        }
+    } else if (const auto text = node.value<std::string>();
+               text && text->size() > found.length && mentions(message, *text)) {
+        found = {text->size(), key};
+    }
+}
+
 }  // namespace
 
 void complain_at(
     const std::string& file, const toml::source_position& place, const std::string& message) {
-    throw ScenarioError(file + ":" + std::to_string(place.line) + ": " + message);
+    throw ScenarioError(
+        file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) + ": " +
+        message);
 }
 
 const toml::node* TableReader::take(std::string_view key) {
@@ -40,21 +90,23 @@ const toml::node* TableReader::take(std::string_view key) {
     return table_.get(key);
 }
 
+toml::source_position TableReader::place_of(std::string_view key) const {
+    const auto found = table_.find(key);
+    return (found == table_.end() ? table_.source() : found->first.source()).begin;
+}
+
 void TableReader::complain(std::string_view key, const std::string& message) const {
-    const toml::node* const node = table_.get(key);
-    complain_at(
-        file_, (node == nullptr ? table_.source() : node->source()).begin,
-        std::string(key) + " " + message);
+    complain_at(file_, place_of(key), std::string(key) + " " + message);
 }
 
 void TableReader::checked(
-    const toml::node& node, const std::string& value, const Check& check) const {
+    const toml::source_position& place, const std::string& value, const Check& check) const {
     try {
         if (check) {
             check(value);
         }
     } catch (const std::invalid_argument& mistake) {
-        complain_at(file_, node.source().begin, mistake.what());
+        complain_at(file_, place, mistake.what());
     }
 }
 
@@ -64,7 +116,7 @@ TableReader& TableReader::text(std::string_view key, std::string& value, const C
             complain(key, "is " + shown(*node) + ", expected a text");
         }
         value = *node->value<std::string>();
-        checked(*node, value, check);
+        checked(place_of(key), value, check);
     }
     return *this;
 }
@@ -86,7 +138,7 @@ TableReader& TableReader::texts(
                 std::string(key) + " holds " + shown(element) + ", expected texts only");
         }
         values.push_back(*element.value<std::string>());
-        checked(element, values.back(), check);
+        checked(element.source().begin, values.back(), check);
     }
     return *this;
 }
@@ -281,7 +333,9 @@ void TableReader::build(const std::function<void()>& body) const {
     try {
         body();
     } catch (const std::invalid_argument& mistake) {
-        complain_at(file_, table_.source().begin, mistake.what());
+        Mentioned wrong{.place = table_.source().begin};
+        find_mentioned(table_, wrong.place, mistake.what(), wrong);
+        complain_at(file_, wrong.place, mistake.what());
     }
 }
 

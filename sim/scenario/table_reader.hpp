@@ -24,7 +24,7 @@ public:
     TableReader(const std::string& file, const toml::table& table, std::string what)
         : file_(file), table_(table), what_(std::move(what)) {}
 
-    // A std::invalid_argument becomes a mistake at the position of the value.
+    // A std::invalid_argument becomes a mistake at the key, or at the element of an array.
     using Check = std::function<void(const std::string&)>;
 
     // Each stores the value of a key, if the key exists.
@@ -56,7 +56,7 @@ public:
     void finish() const;
 
     // Run the code that builds from this table; an exception of the builder becomes a mistake at
-    // the position of this table.
+    // the key whose value it mentions, or else at this table.
     void build(const std::function<void()>& body) const;
 
     // The scenario's file, as messages name it.
@@ -67,7 +67,10 @@ public:
 
 private:
     const toml::node* take(std::string_view key);
-    void checked(const toml::node& node, const std::string& value, const Check& check) const;
+    void checked(
+        const toml::source_position& place, const std::string& value, const Check& check) const;
+    // Of the key, or of the table when the key is missing.
+    [[nodiscard]] toml::source_position place_of(std::string_view key) const;
 
     const std::string& file_;
     const toml::table& table_;

@@ -367,7 +367,7 @@ TEST(Scenarios, OfUnknownNamesAreRefused) {
         outcome.output,
         "scenario \"nosuch\", expected damaged-vpd, empty, guest-vfs-only, lab, "
         "many-ports, nic-only-q3, no-driver or a file\n");
-    EXPECT_THAT(run("run -s /no/such.toml -- true").output, StartsWith("/no/such.toml:1: "));
+    EXPECT_THAT(run("run -s /no/such.toml -- true").output, StartsWith("/no/such.toml:1:1: "));
 }
 
 struct Mistake {
@@ -387,7 +387,7 @@ const Mistake kMistakes[] = {
     {"adapter = [1]", "1", "adapter holds 1, expected tables [[adapter]]"},
     {"[[adapter]]\nchip = 'Q5'", "1", "[[adapter]] has no location, expected one"},
     {"[[adapter]]\nlocation = '03:00.4'", "1", "[[adapter]] has no chip, expected one"},
-    {"[[adapter]]\nchip = 'Q9'\nlocation = '03:00.4'", "1", "chip \"Q9\" is none of Q3, Q4, Q5"},
+    {"[[adapter]]\nchip = 'Q9'\nlocation = '03:00.4'", "2", "chip \"Q9\" is none of Q3, Q4, Q5"},
     {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00:4'", "3", "is not of the form 03:00.4"},
     {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\ndevice_id = 65536", "4",
      "device_id is 65536, expected a number from 0 to 65535"},
@@ -399,12 +399,12 @@ const Mistake kMistakes[] = {
      "[[adapter]] has the unknown key colour, expected chip, location, "},
     {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[[adapter]]\nchip = 'Q4'\n"
      "location = '03:00.4'",
-     "4", "PCI location 0000:03:00.4 is taken"},
+     "6", "PCI location 0000:03:00.4 is taken"},
     {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[[adapter.port]]\nnmae = 'eth0'", "4",
      "[[port]] has no name, expected one"},
     {"[[adapter]]\nchip = 'Q5'\nlocation = '03:00.4'\n[[adapter.port]]\nname = 'eth0'\n"
      "[[adapter.port]]\nname = 'eth0'",
-     "6", "interface name eth0 is taken"},
+     "7", "interface name eth0 is taken"},
     {"[[interface]]\nname = 'a name'", "2", "is no interface name of 1 to 15 characters"},
     {"[[interface]]\nname = 'eth0'\nmac = '00:11'", "3", "is no MAC address like"},
     {"[[interface]]\nname = 'eth0'\nipv4 = [\n'192.0.2.1/24',\n'192.0.2/24']", "5",
@@ -423,7 +423,7 @@ const Mistake kMistakes[] = {
     {"[[toe_device]]\ninterfaces = ['eth0']", "1", "[[toe_device]] has no index"},
     {"[[file]]\npath = 'etc/x'", "2", "expected one that begins with /"},
     {"[[file]]\npath = '/etc/../x'", "2", "expected one that begins with / and has no .."},
-    {"[[directory]]\npath = '/etc/x'\n[[link]]\npath = '/etc/x'\ntarget = 'y'", "3",
+    {"[[directory]]\npath = '/etc/x'\n[[link]]\npath = '/etc/x'\ntarget = 'y'", "4",
      "is there already"},
     {"[[missing]]\npath = '/etc/..'", "2", "expected one that begins with / and has no .."},
     {"[[directory]]\npath = '/etc/x'\norder = ['a', 'b/c']", "3", "expected a name without /"},
@@ -439,20 +439,20 @@ const Mistake kMistakes[] = {
     {"[[file]]\npath = '/etc/x'\nmode = '999'", "3", "expected an octal text such as 0644"},
     {"[[file]]\npath = '/etc/x'\ncontent = 'a'\nbytes = [1]", "4", "expected one of them"},
     {"[[file]]\npath = '/etc/x'\nbytes = [256]", "3", "bytes holds 256"},
-    {"[[refusal]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_GSET'", "1", "has no interface \"eth0\""},
+    {"[[refusal]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_GSET'", "2", "has no interface \"eth0\""},
     {"[[refusal]]\ninterface = 'eth0'\nrequest = 'GSET'", "3", "expected a request name such as"},
-    {"[[ignored]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_SSG'", "1", "has no interface \"eth0\""},
-    {"[[interface]]\nname = 'eth0'\n[[ignored]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_GSET'", "3",
+    {"[[ignored]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_SSG'", "2", "has no interface \"eth0\""},
+    {"[[interface]]\nname = 'eth0'\n[[ignored]]\ninterface = 'eth0'\nrequest = 'ETHTOOL_GSET'", "5",
      "request is \"ETHTOOL_GSET\", expected one that changes something"},
     {"[[ignored]]\nrequest = 'ETHTOOL_SSG'", "1", "has no interface, expected one"},
     {"[[interface]]\nname = 'eth0'\n[interface.nic]\nring_multiple = 0", "4",
      "ring_multiple is 0, expected at least 1"},
     {"[[interface]]\nname = 'eth0'\n[interface.nic]\nusecs_multiple = 0", "4",
      "usecs_multiple is 0, expected at least 1"},
-    {"[[fault]]\ncall = 'frob'", "1", "\"frob\" is no kind of call"},
+    {"[[fault]]\ncall = 'frob'", "2", "\"frob\" is no kind of call"},
     {"[[fault]]\ncall = 'open'\nerror = 'EWHAT'", "3", "expected an error name such as EBUSY"},
     {"[[fault]]\ncall = 'open'\nmost = 1", "1", "only reads and writes are cut short"},
-    {"[[fault]]\ncall = 'malloc'", "1", "expected one that fails outside of tests too"},
+    {"[[fault]]\ncall = 'malloc'", "2", "expected one that fails outside of tests too"},
 };
 
 TEST(Scenarios, MistakesAreToldInOneLineWithTheirPlace) {
@@ -463,7 +463,7 @@ TEST(Scenarios, MistakesAreToldInOneLineWithTheirPlace) {
         EXPECT_EQ(outcome.code, 2) << mistake.text;
         EXPECT_THAT(
             outcome.output, AllOf(
-                                StartsWith(file + ":" + mistake.line + ": "),
+                                StartsWith(file + ":" + mistake.line + ":"),
                                 HasSubstr(mistake.message), EndsWith("\n")))
             << mistake.text;
         EXPECT_EQ(test::lines_of(outcome.output).size(), 1U) << outcome.output;
@@ -605,7 +605,8 @@ TEST(Scenarios, KeepTheirFlashBesideThemselves) {
         const std::string file = scratch.write("flash.toml", adapter + ("file = '" + name + "'\n"));
         const Outcome outcome = run("run -s " + file + " -- echo ran");
         EXPECT_EQ(outcome.code, 2) << name;
-        EXPECT_THAT(outcome.output, AllOf(StartsWith(file + ":5: file is "), Not(HasSubstr("ran"))))
+        EXPECT_THAT(
+            outcome.output, AllOf(StartsWith(file + ":5:1: file is "), Not(HasSubstr("ran"))))
             << name;
         EXPECT_TRUE(precious.untouched()) << name;
     }

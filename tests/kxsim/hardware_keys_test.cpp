@@ -174,7 +174,7 @@ TEST_F(HardwareKeys, FaultsAreInForceFromTheStart) {
 }
 
 TEST_F(HardwareKeys, MistakesAreToldWithTheirPlace) {
-    EXPECT_THAT(complaint("[adapter.flash]\nmanufacturer = 256\n"), HasSubstr("one.toml:5: "));
+    EXPECT_THAT(complaint("[adapter.flash]\nmanufacturer = 256\n"), HasSubstr("one.toml:5:1: "));
     EXPECT_THAT(complaint("[adapter.flash]\ncolour = 1\n"), HasSubstr("colour"));
     EXPECT_THAT(complaint("[adapter.eeprom]\ncolour = 1\n"), HasSubstr("colour"));
     EXPECT_THAT(complaint("[[adapter.flash.piece]]\ntext = \"x\"\n"), HasSubstr("address"));

@@ -146,7 +146,17 @@ TEST_F(Machines, MistakesOfScenariosAreToldAtTheirPlace) {
         kxsim::load_scenario_text(host_, "\n[[vm]]\nname = \"x\"\nstate = \"off\"\n", "s.toml");
         FAIL();
     } catch (const kxsim::ScenarioError& error) {
-        EXPECT_THAT(error.what(), HasSubstr("s.toml:2: state is \"off\", expected \"running\""));
+        EXPECT_THAT(error.what(), HasSubstr("s.toml:4:1: state is \"off\", expected \"running\""));
+    }
+}
+
+TEST_F(Machines, MistakesInAnArrayAreToldAtTheElement) {
+    try {
+        kxsim::load_scenario_text(
+            host_, "[[vm]]\nname = \"x\"\nvfs = [\n  \"04:01.0\",\n  \"09:01.0\",\n]\n", "s.toml");
+        FAIL();
+    } catch (const kxsim::ScenarioError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("s.toml:5:3: the host has no PCI function at"));
     }
 }
 
