@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <numeric>
 
+#include "output/counted.hpp"
+
 namespace kx::ctl {
 namespace {
 
@@ -51,7 +53,9 @@ private:
     std::size_t fitting(
         std::size_t length, std::size_t left, const std::string& what, std::size_t at) {
         if (length > left) {
-            problem(fmt::format("{} at {} claims {} bytes, {} are left", what, at, length, left));
+            problem(fmt::format(
+                "{} at {} claims {}, {} left", what, at, counted(length, "byte"),
+                left == 1 ? "1 is" : fmt::format("{} are", left)));
         }
         return std::min(length, left);
     }
