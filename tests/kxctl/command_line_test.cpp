@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -62,28 +63,52 @@ const Row kRows[] = {
      ""},
     {{"flash", "--help"}, 0, "Usage: kxctl [OPTION...] flash VERB [ARGUMENT...]\n", ""},
     {{"version", "-h"}, 0, "Usage: kxctl [OPTION...] version\n", ""},
+    {{"help"}, 0, "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n", ""},
+    {{"help", "port"}, 0, "Usage: kxctl [OPTION...] port VERB [ARGUMENT...]\n", ""},
+    {{"help", "port", "list"}, 0, "Usage: kxctl [OPTION...] port list", ""},
+    {{"help", "help"}, 0, "Usage: kxctl [OPTION...] help [NOUN] [VERB]\n", ""},
+    {{"help", "--json"}, 0, "{\n  \"commands\"", ""},
     {{"--help", "--json"}, 0, "{\n  \"commands\"", ""},
     // wrong
-    {{}, 2, "", "kxctl: No command given (see --help)\n"},
     {{""}, 2, "", "kxctl: Unknown command  (see --help)\n"},
-    {{"-v"}, 2, "", "kxctl: No command given (see --help)\n"},
-    {{"--sim"}, 2, "", "kxctl: No command given (see --help)\n"},
-    {{"crad", "list"}, 2, "", "kxctl: Unknown command crad (see --help)\n"},
-    {{"crad", "--help"}, 2, "", "kxctl: Unknown command crad (see --help)\n"},
+    {{"crad", "list"}, 2, "", "kxctl: Unknown command crad; did you mean card? (see --help)\n"},
+    {{"crad", "--help"}, 2, "", "kxctl: Unknown command crad; did you mean card? (see --help)\n"},
     {{"list", "card"}, 2, "", "kxctl: Unknown command list (see --help)\n"},
-    {{"Card", "list"}, 2, "", "kxctl: Unknown command Card (see --help)\n"},
+    {{"Card", "list"}, 2, "", "kxctl: Unknown command Card; did you mean card? (see --help)\n"},
     {{"\033[2J"}, 2, "", "kxctl: Unknown command \uFFFD[2J (see --help)\n"},
+    {{"help", "prot"}, 2, "", "kxctl: Unknown command prot; did you mean port? (see --help)\n"},
+    {{"help", "port", "lisst"},
+     2,
+     "",
+     "kxctl: port knows list, show, stats, set, not lisst; did you mean list? (see --help)\n"},
+    {{"help", "port", "list", "x"}, 2, "", "kxctl: help does not take x (see --help)\n"},
+    {{"--verion"}, 2, "", "kxctl: Unknown option --verion; did you mean --version? (see --help)\n"},
+    {{"version", "--colour=never"},
+     2,
+     "",
+     "kxctl: version does not take --colour=never; did you mean --color? (see --help)\n"},
+    {{"flash", "dump", "03:00.4", "x", "--region", "bot"},
+     2,
+     "",
+     "kxctl: flash dump: --region: bot is none of boot, config, firmware, all; did you mean boot? "
+     "(see --help)\n"},
+    {{"port", "set", "03:00.4", "1", "mut=9000"},
+     2,
+     "",
+     "kxctl: Unknown setting mut; did you mean mtu? (see --help)\n"},
     {{"--bogus"}, 2, "", "kxctl: Unknown option --bogus (see --help)\n"},
     {{"-x", "card", "list"}, 2, "", "kxctl: card list does not take -x (see --help)\n"},
     {{"card"}, 2, "", "kxctl: card needs a verb: list, stats (see --help)\n"},
-    {{"card", "lst"}, 2, "", "kxctl: card knows list, stats, not lst (see --help)\n"},
+    {{"card", "lst"},
+     2,
+     "",
+     "kxctl: card knows list, stats, not lst; did you mean list? (see --help)\n"},
     {{"card", "--all"}, 2, "", "kxctl: Unknown option --all (see --help)\n"},
     {{"card", "list", "03:00.4"}, 2, "", "kxctl: card list does not take 03:00.4 (see --help)\n"},
     {{"card", "list", "port", "list"}, 2, "", "kxctl: card list does not take port (see --help)\n"},
     {{"card", "list", "list"}, 2, "", "kxctl: card list does not take list (see --help)\n"},
     {{"version", "--", "x"}, 2, "", "kxctl: version does not take x (see --help)\n"},
     {{"port", "list", "--", "-x", "-y"}, 2, "", "kxctl: port list does not take -y (see --help)\n"},
-    {{"--", "version"}, 2, "", "kxctl: No command given (see --help)\n"},
     {{"port", "list"}, 2, "", "kxctl: port list: LOCATION is required (see --help)\n"},
     {{"port", "list", "--all"}, 2, "", "kxctl: port list does not take --all (see --help)\n"},
     {{"port", "list", "a", "b"}, 2, "", "kxctl: port list does not take b (see --help)\n"},
@@ -125,7 +150,10 @@ const Row kRows[] = {
      2,
      "",
      "kxctl: version: json was given a disallowed flag override (see --help)\n"},
-    {{"version", "--verbos"}, 2, "", "kxctl: version does not take --verbos (see --help)\n"},
+    {{"version", "--verbos"},
+     2,
+     "",
+     "kxctl: version does not take --verbos; did you mean --verbose? (see --help)\n"},
     {{"metrics", "--help"}, 0, "Usage: kxctl [OPTION...] metrics [OPTION...]\n", ""},
     {{"metrics", "list"}, 2, "", "kxctl: metrics does not take list (see --help)\n"},
     {{"metrics", "--output"},
@@ -220,6 +248,35 @@ INSTANTIATE_TEST_SUITE_P(Rows, WrongCommandLine, testing::ValuesIn(wrong_rows())
 
 TEST(WrongCommandLines, AreAboutHalfOfTheRows) {
     EXPECT_GE(wrong_rows().size() * 2, std::size(kRows));
+}
+
+TEST(NoCommand, IsAnsweredWithAShortUsage) {
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{}, {"-v"}, {"--sim"}, {"--", "version"}}) {
+        const test::Result result = test::run(words);
+        EXPECT_EQ(result.exit, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err, StartsWith("Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n"));
+        EXPECT_THAT(result.err, HasSubstr("Nouns: card, port, "));
+        EXPECT_LE(std::ranges::count(result.err, '\n'), 6);
+    }
+    const test::Result json = test::run({"-j"});
+    EXPECT_EQ(json.exit, 2);
+    EXPECT_EQ(Json::parse(json.out).at("error").at("text"), "No command given (see --help)");
+}
+
+TEST(Help, IsTheSameByWordAndByOption) {
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{}, {"port"}, {"port", "list"}, {"flash", "write-boot"}}) {
+        std::vector<std::string> by_word = words;
+        by_word.insert(by_word.begin(), "help");
+        std::vector<std::string> by_option = words;
+        by_option.emplace_back("--help");
+        EXPECT_EQ(test::run(by_word).out, test::run(by_option).out);
+        by_word.emplace_back("--json");
+        by_option.emplace_back("--json");
+        EXPECT_EQ(test::run(by_word).out, test::run(by_option).out);
+    }
 }
 
 TEST(JsonOption, BehindTheEndOfOptionsIsAWordLikeAnyOther) {

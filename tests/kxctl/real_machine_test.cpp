@@ -37,8 +37,13 @@ TEST(MachineWithoutAdapters, IsToldSoAndPointedToTheSimulatedOne) {
     const int status = may_have_a_driver() ? 60 : 62;
     const std::string text =
         status == 60 ? "No Kestrix cards" : "Kestrix driver not loaded/installed";
+    const test::Result cards = test::run({"card", "list"});
+    EXPECT_EQ(cards.exit, 0);
+    EXPECT_EQ(
+        cards.err,
+        "kxctl: This host has no Kestrix adapter (--sim runs the command on a simulated host)\n");
     for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"card", "list"}, {"port", "list", "03:00.4"}}) {
+         {std::vector<std::string>{"port", "list", "03:00.4"}, {"port", "list", "04:00.4"}}) {
         const test::Result people = test::run(words);
         EXPECT_EQ(people.exit, 3);
         EXPECT_EQ(people.out, "");

@@ -171,7 +171,7 @@ TEST(Changes, AreRefusedWithTheirReason) {
     EXPECT_EQ(refusal({"byte"}), "byte is not of the form key=value");
     EXPECT_EQ(refusal({""}), " is not of the form key=value");
     EXPECT_EQ(refusal({"=1"}), "Unknown setting  (see --help)");
-    EXPECT_EQ(refusal({"bytes=1"}), "Unknown setting bytes (see --help)");
+    EXPECT_EQ(refusal({"bytes=1"}), "Unknown setting bytes; did you mean byte? (see --help)");
     EXPECT_EQ(refusal({"byte=1", "byte=1"}), "byte is given twice");
     EXPECT_EQ(refusal({"byte=256"}), "byte cannot be \"256\": ");
     EXPECT_EQ(refusal({"byte=1=2"}), "byte cannot be \"1=2\": ");

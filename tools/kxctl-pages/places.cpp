@@ -82,6 +82,20 @@ void add_meanings(std::vector<Place>& all) {
     }
 }
 
+// "help" takes the words of the other commands.
+void add_help(std::vector<Place>& all) {
+    const std::vector<Place> others = all;
+    Place& help = *std::ranges::find(all, "help", &Place::words);
+    help.slots.clear();
+    help.next = all.front().next;
+    for (const Offer& noun : others.front().next) {
+        Place place = *std::ranges::find(others, noun.word, &Place::words);
+        place = {.words = "help " + noun.word, .next = place.next};
+        add_global_options(place);
+        all.push_back(place);
+    }
+}
+
 }  // namespace
 
 std::vector<Place> places() {
@@ -99,6 +113,7 @@ std::vector<Place> places() {
         all.push_back(place_of(command));
     }
     add_meanings(all);
+    add_help(all);
     return all;
 }
 

@@ -12,6 +12,7 @@
 #include "cli/help.hpp"
 #include "cli/simulation.hpp"
 #include "failure/failure.hpp"
+#include "files/descriptor.hpp"
 #include "files/working_directory.hpp"
 #include "library/answer_limit.hpp"
 #include "library/call.hpp"
@@ -30,13 +31,12 @@ ColourMode colour_mode(const Arguments& options) {
                              : ColourMode::kAuto;
 }
 
-ExitCode show_help(const Invocation& invocation, Output& output) {
+ExitCode show_usage(Output& output) {
     if (output.wants_json()) {
-        output.json(help_json(invocation));
-    } else {
-        output.text(help_text(invocation));
+        return output.report(Failure(ExitCode::kUsage, "No command given (see --help)"));
     }
-    return ExitCode::kDone;
+    static_cast<void>(write_text(STDERR_FILENO, short_usage()));
+    return ExitCode::kUsage;
 }
 
 ExitCode show_version(Output& output) {
@@ -53,9 +53,12 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
     const Invocation invocation = parse(simulation.words);
     switch (invocation.action) {
         case Action::kHelp:
-            return show_help(invocation, output);
+            print_help(invocation, output);
+            return ExitCode::kDone;
         case Action::kVersion:
             return show_version(output);
+        case Action::kNothing:
+            return show_usage(output);
         case Action::kRun:
             break;
     }

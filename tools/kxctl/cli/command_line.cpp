@@ -171,15 +171,41 @@ private:
     std::map<const CLI::App*, const Command*> leaves_;
 };
 
-// "list, set, show"
-std::string verbs_of(std::string_view noun) {
+std::vector<std::string> nouns() {
+    std::vector<std::string> nouns;
+    for (const Command& command : commands()) {
+        if (nouns.empty() || nouns.back() != command.noun) {
+            nouns.emplace_back(command.noun);
+        }
+    }
+    return nouns;
+}
+
+std::vector<std::string> verbs_of(std::string_view noun) {
     std::vector<std::string> verbs;
     for (const Command& command : commands()) {
         if (noun == command.noun) {
             verbs.emplace_back(command.verb);
         }
     }
-    return fmt::format("{}", fmt::join(verbs, ", "));
+    return verbs;
+}
+
+// The names of all options that a command takes, with their dashes; without a command, of those
+// that every command takes.
+std::vector<std::string> options_of(const Command* command) {
+    std::vector<std::string> names;
+    const auto add = [&names](std::span<const Argument> arguments) {
+        for (const Argument& argument : arguments) {
+            const std::string_view name = argument.name;
+            names.emplace_back(name.substr(name.find(',') + 1));
+        }
+    };
+    add(global_options());
+    if (command != nullptr) {
+        add(command->arguments);
+    }
+    return names;
 }
 
 // The unknown words. They include the "--" that ends the options, unless no positional word could
@@ -198,17 +224,21 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
 }
 
 [[noreturn]] void refuse_word(const Invocation& invocation, const std::string& word) {
+    const std::string option = word.starts_with('-') ? word.substr(0, word.find('=')) : "";
+    const std::string meant = did_you_mean(option, options_of(invocation.command));
     if (invocation.command != nullptr) {
-        refuse_usage(fmt::format("{} does not take {}", invocation.command->name(), word));
+        refuse_usage(fmt::format("{} does not take {}{}", invocation.command->name(), word, meant));
     }
-    if (word.starts_with('-')) {
-        refuse_usage(fmt::format("Unknown option {}", word));
+    if (!option.empty()) {
+        refuse_usage(fmt::format("Unknown option {}{}", word, meant));
     }
     if (invocation.noun.empty()) {
-        refuse_usage(fmt::format("Unknown command {}", word));
+        refuse_usage(fmt::format("Unknown command {}{}", word, did_you_mean(word, nouns())));
     }
-    refuse_usage(
-        fmt::format("{} knows {}, not {}", invocation.noun, verbs_of(invocation.noun), word));
+    const std::vector<std::string> verbs = verbs_of(invocation.noun);
+    refuse_usage(fmt::format(
+        "{} knows {}, not {}{}", invocation.noun, fmt::join(verbs, ", "), word,
+        did_you_mean(word, verbs)));
 }
 
 }  // namespace
@@ -236,11 +266,11 @@ Invocation parse(const std::vector<std::string>& words) {
                 : fmt::format("{}: {}", invocation.command->name(), complaint));
     }
     if (invocation.action == Action::kRun && invocation.noun.empty()) {
-        refuse_usage("No command given");
+        invocation.action = Action::kNothing;
     }
     if (invocation.action == Action::kRun && invocation.command == nullptr) {
-        refuse_usage(
-            fmt::format("{} needs a verb: {}", invocation.noun, verbs_of(invocation.noun)));
+        refuse_usage(fmt::format(
+            "{} needs a verb: {}", invocation.noun, fmt::join(verbs_of(invocation.noun), ", ")));
     }
     return invocation;
 }

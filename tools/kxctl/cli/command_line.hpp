@@ -9,14 +9,16 @@
 
 namespace kx::ctl {
 
-enum class Action : std::uint8_t { kRun, kHelp, kVersion };
+// kNothing: no command was given, which is wrong usage.
+enum class Action : std::uint8_t { kRun, kHelp, kVersion, kNothing };
 
 struct Invocation {
     Action action = Action::kRun;
-    const Command* command = nullptr;  // null only when help or the version was requested
-    std::string noun;                  // the given noun, perhaps without a verb
-    Arguments arguments;               // of the command
-    Arguments options;                 // of all commands
+    const Command* command =
+        nullptr;          // null for a help of several, for the version, or when there is none
+    std::string noun;     // the given noun, perhaps without a verb
+    Arguments arguments;  // of the command
+    Arguments options;    // of all commands
 };
 
 // The words are those after the program's name. Throws Failure with kUsage.

@@ -16,6 +16,8 @@ constexpr std::size_t kIndent = 2;
 constexpr std::size_t kColumnGap = 2;
 constexpr std::size_t kWidestTerm = 30;  // the explanation of a longer term is on the next line
 
+constexpr const char* kUsageOfTheProgram = "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n";
+
 constexpr const char* kProgramExamples[] = {
     "kxctl card list",
     "kxctl --sim port list 03:00.4 --json",
@@ -164,8 +166,8 @@ std::string example_section(std::span<const char* const> examples) {
 constexpr const char* kManualPage = "\nManual page: kxctl(8)\n";
 
 std::string program_help() {
-    return "Usage: kxctl [OPTION...] NOUN [VERB] [ARGUMENT...]\n\n"
-           "Inspect and configure Kestrix network adapters and the drivers that run them.\n"
+    return std::string(kUsageOfTheProgram) +
+           "\nInspect and configure Kestrix network adapters and the drivers that run them.\n"
            "A card is served by a driver; an adapter is found on the PCI bus, with or\n"
            "without a driver.\n" +
            command_section("") + option_section("Options", global_options()) + exit_code_section() +
@@ -269,6 +271,30 @@ Json help_json(const Invocation& invocation) {
         }
     }
     return {{"commands", wanted}, {"options", to_json(global_options())}};
+}
+
+void print_help(const Invocation& invocation, Output& output) {
+    if (output.wants_json()) {
+        output.json(help_json(invocation));
+    } else {
+        output.text(help_text(invocation));
+    }
+}
+
+std::string short_usage() {
+    std::string nouns;
+    const char* last = "";
+    for (const Command& command : commands()) {
+        if (std::string_view(command.noun) != last) {
+            last = command.noun;
+            nouns += fmt::format("{}{}", nouns.empty() ? "" : ", ", last);
+        }
+    }
+    constexpr std::string_view kTitle = "Nouns: ";
+    return fmt::format(
+        "{}{}{}Try \"kxctl card list\", or \"kxctl --sim card list\" on a simulated host.\n"
+        "\"kxctl help\" shows all commands, \"kxctl help NOUN VERB\" one of them.\n",
+        kUsageOfTheProgram, kTitle, wrap(nouns, kTitle.size(), kTitle.size()));
 }
 
 }  // namespace kx::ctl

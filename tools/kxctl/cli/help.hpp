@@ -5,6 +5,7 @@
 
 #include "cli/command_line.hpp"
 #include "output/json.hpp"
+#include "output/output.hpp"
 
 namespace kx::ctl {
 
@@ -13,5 +14,11 @@ namespace kx::ctl {
 
 // The same commands as data, for completions and documentation.
 [[nodiscard]] Json help_json(const Invocation& invocation);
+
+// Print one of the two.
+void print_help(const Invocation& invocation, Output& output);
+
+// A few lines for who gave no command.
+[[nodiscard]] std::string short_usage();
 
 }  // namespace kx::ctl

@@ -8,6 +8,7 @@
 
 #include "failure/failure.hpp"
 #include "output/natural_order.hpp"
+#include "output/standard_streams.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -117,6 +118,14 @@ Table List::table() const {
         table.add_row(std::move(cells));
     }
     return table;
+}
+
+void List::print(Output& output, std::string_view when_empty) const {
+    if (rows_.empty()) {
+        complain(when_empty);
+    } else {
+        output.table(table());
+    }
 }
 
 Json List::json() const {

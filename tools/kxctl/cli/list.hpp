@@ -28,6 +28,8 @@ public:
     void add(std::vector<Cell> cells, Json value);
 
     [[nodiscard]] Table table() const;
+    // Print the table. Of an empty list, print the sentence on standard error.
+    void print(Output& output, std::string_view when_empty) const;
     [[nodiscard]] Json json() const;  // an array
 
 private:

@@ -49,7 +49,7 @@ std::string closest(std::string_view word, std::span<const std::string> candidat
         return "";
     }
     std::string best;
-    std::size_t least = std::max<std::size_t>(word.size() / 3, 1) + 1;
+    std::size_t least = word.size() / 3 + 1;  // one mistake for three letters
     for (const std::string& candidate : candidates) {
         const std::size_t mistakes = distance(word, candidate);
         if (mistakes < least && mistakes < candidate.size()) {

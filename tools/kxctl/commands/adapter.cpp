@@ -10,6 +10,7 @@
 #include "failure/failure.hpp"
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
+#include "library/no_adapter.hpp"
 #include "library/query.hpp"
 #include "library/register_windows.hpp"
 #include "library/target.hpp"
@@ -176,7 +177,7 @@ std::vector<Column> list_columns() {
 
 ExitCode list(const Arguments& arguments, Output& output) {
     List list(arguments, output, list_columns());
-    const std::vector<AdapterInfoRecord> adapters = query_adapter_infos();
+    const std::vector<AdapterInfoRecord> adapters = none_without_adapter(query_adapter_infos);
     std::map<std::string, std::size_t> interfaces = interface_counts();
     Incomplete incomplete;
     for (const AdapterInfoRecord& adapter : adapters) {
@@ -193,7 +194,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
         incomplete.put_into(answer);
         output.json(answer);
     } else {
-        output.table(list.table());
+        list.print(output, no_adapter_text());
     }
     return incomplete.report();
 }

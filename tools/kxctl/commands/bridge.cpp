@@ -80,7 +80,7 @@ ExitCode tell(const Arguments& arguments, Output& output, const Machine& machine
     if (output.wants_json()) {
         output.json(Json{{"vm", machine.name}, {"interfaces", interfaces.json()}});
     } else {
-        output.table(interfaces.table());
+        interfaces.print(output, machine.name + " has no interface");
     }
     return ExitCode::kDone;
 }

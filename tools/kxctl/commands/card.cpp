@@ -5,6 +5,7 @@
 
 #include "cli/list.hpp"
 #include "commands/commands.hpp"
+#include "library/no_adapter.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 
@@ -53,7 +54,7 @@ std::vector<Column> list_columns() {
 
 ExitCode list(const Arguments& arguments, Output& output) {
     List cards(arguments, output, list_columns());
-    for (const CardInfo& card : query_cards()) {
+    for (const CardInfo& card : none_without_adapter(query_cards)) {
         cards.add(
             {field_text(card.pci_bus_location), field_text(card.chip_type), field_text(card.model),
              fmt::format("{:04x}", std::uint32_t{card.device_id}),
@@ -64,7 +65,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     if (output.wants_json()) {
         output.json(Json{{"cards", cards.json()}});
     } else {
-        output.table(cards.table());
+        cards.print(output, no_adapter_text());
     }
     return ExitCode::kDone;
 }

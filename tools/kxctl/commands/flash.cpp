@@ -166,11 +166,21 @@ ExitCode info(const Arguments& arguments, Output& output) {
 ExitCode dump(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE");
     const std::string region = arguments.get("--region", "all");
-    must_be_free(path);
+    const bool to_output = Output::is_named(path);
+    if (to_output) {
+        output.must_be_free(Content::kBytes);
+    } else {
+        must_be_free(path);
+    }
     const FlashCard card(arguments.get("LOCATION"));
     const Range range = range_named(card, region);
     const std::string label = "Reading " + (region == "all" ? std::string("flash") : region);
-    write_new_file(path, card.read(range, label));
+    const std::vector<std::uint8_t> bytes = card.read(range, label);
+    if (to_output) {
+        output.bytes(bytes);
+        return ExitCode::kDone;
+    }
+    write_new_file(path, bytes);
     if (output.wants_json()) {
         Json json = card.json();
         json["file"] = path;
@@ -206,7 +216,7 @@ std::vector<Command> rows() {
                      "no file when the copy is incomplete.",
             .arguments =
                 {kLocation,
-                 {.name = "FILE", .help = "New file for the bytes"},
+                 {.name = "FILE", .help = "New file for the bytes, or - for standard output"},
                  {.name = "--region",
                   .help = "boot, config, firmware or all (default: all)",
                   .value = "NAME",

@@ -280,7 +280,8 @@ private:
 
 ExitCode run(const Arguments& arguments, Output& output) {
     const Collection collection(arguments.has("--all"));
-    const std::string file = arguments.get("--output");
+    const std::string given = arguments.get("--output");
+    const std::string file = Output::is_named(given) ? "" : given;
     const std::string text = exposition_text(collection.metrics());
     if (!file.empty()) {
         replace_file(file, text);

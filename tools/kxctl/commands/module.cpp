@@ -2,6 +2,7 @@
 #include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/module_files.hpp"
+#include "library/no_adapter.hpp"
 #include "library/record_text.hpp"
 
 namespace kx::ctl::module {
@@ -53,7 +54,7 @@ std::vector<Column> list_columns() {
 
 ExitCode list(const Arguments& arguments, Output& output) {
     List modules(arguments, output, list_columns());
-    for (const InstalledModule& module : query_installed_modules()) {
+    for (const InstalledModule& module : none_without_adapter(query_installed_modules)) {
         const DriverEntry& entry = module.entry;
         modules.add(
             {field_text(entry.module), loaded_cell(entry.loaded), field_text(entry.version),
@@ -63,7 +64,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     if (output.wants_json()) {
         output.json(Json{{"modules", modules.json()}});
     } else {
-        output.table(modules.table());
+        modules.print(output, "No driver module is installed");
     }
     return ExitCode::kDone;
 }

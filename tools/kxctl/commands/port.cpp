@@ -30,7 +30,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     if (output.wants_json()) {
         output.json(Json{{"location", location}, {"ports", ports.json()}});
     } else {
-        output.table(ports.table());
+        ports.print(output, location + " has no port");
     }
     return ExitCode::kDone;
 }

@@ -10,6 +10,7 @@
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/replaced_file.hpp"
+#include "output/counted.hpp"
 #include "output/output.hpp"
 #include "report/answers.hpp"
 #include "report/page.hpp"
@@ -121,8 +122,15 @@ ExitCode run(const Arguments& arguments, Output& output) {
     if (file.empty()) {
         refuse_usage("report: expected --html FILE");
     }
+    if (Output::is_named(file)) {
+        output.must_be_free(Content::kText);
+    }
     const Json host = host_answers();
     const std::string text = page::report_page(host);
+    if (Output::is_named(file)) {
+        output.text(text);
+        return ExitCode::kDone;
+    }
     replace_file(file, text);
     const std::size_t cards = host.at("cards").is_array() ? host.at("cards").size() : 0;
     if (output.wants_json()) {
@@ -131,7 +139,8 @@ ExitCode run(const Arguments& arguments, Output& output) {
         output.json(Json{
             {"file", file}, {"size_bytes", text.size()}, {"cards", cards}, {"failures", failures}});
     } else {
-        output.text(fmt::format("{} cards, {} bytes written to {}\n", cards, text.size(), file));
+        output.text(fmt::format(
+            "{}, {} written to {}\n", counted(cards, "card"), counted(text.size(), "byte"), file));
     }
     return ExitCode::kDone;
 }
@@ -147,7 +156,9 @@ std::vector<Command> rows() {
                      "with their virtual functions. Where something cannot be read, the page "
                      "says why.",
             .arguments =
-                {{.name = "--html", .help = "The file, which is replaced", .value = "FILE"}},
+                {{.name = "--html",
+                  .help = "The file, which is replaced, or - for standard output",
+                  .value = "FILE"}},
             .examples = {"kxctl report --html host.html", "kxctl --sim report --html lab.html"},
             .run = run,
         },

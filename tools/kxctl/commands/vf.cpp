@@ -86,7 +86,9 @@ ExitCode tell(
     if (output.wants_json()) {
         output.json(Json{{"vm", machine}, {"vfs", functions.json()}});
     } else {
-        output.table(functions.table());
+        functions.print(
+            output, (machine.is_null() ? "This host" : machine.get<std::string>()) +
+                        std::string(" has no virtual function"));
     }
     return ExitCode::kDone;
 }

@@ -44,7 +44,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
     if (output.wants_json()) {
         output.json(Json{{"vms", machines.json()}});
     } else {
-        output.table(machines.table());
+        machines.print(output, "This host has no virtual machine");
     }
     return ExitCode::kDone;
 }

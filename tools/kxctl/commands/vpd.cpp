@@ -2,17 +2,20 @@
 #include <fcntl.h>
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
 #include "files/whole_file.hpp"
+#include "files/working_directory.hpp"
 #include "library/adapter_query.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "library/vpd_decode.hpp"
 #include "output/output.hpp"
+#include "output/standard_streams.hpp"
 #include "output/table.hpp"
 
 namespace kx::ctl::vpd {
@@ -20,7 +23,8 @@ namespace {
 
 void write_raw(const std::string& file, std::span<const std::uint8_t> bytes) {
     constexpr mode_t kMode = 0666;
-    const Descriptor out(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
+    const Descriptor out(
+        open(user_path(file).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
     if (!out) {
         throw file_failure(file, errno);
     }
@@ -122,13 +126,20 @@ void print(const VpdContent& content, Output& output) {
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
+    const std::string file = arguments.get("--raw");
+    if (Output::is_named(file)) {
+        output.must_be_free(Content::kBytes);
+    }
     const std::string location = card_location(arguments);
     const std::vector<std::uint8_t> bytes = query_vpd(location);
     const VpdContent content = decode_vpd(bytes);
-    if (arguments.has("--raw")) {
-        write_raw(arguments.get("--raw"), bytes);
+    if (arguments.has("--raw") && !Output::is_named(file)) {
+        write_raw(file, bytes);
     }
-    if (output.wants_json()) {
+    if (Output::is_named(file)) {
+        output.bytes(bytes);
+        std::ranges::for_each(content.problems, complain);
+    } else if (output.wants_json()) {
         output.json(
             {{"location", location},
              {"product", text_json(content.product)},
@@ -154,7 +165,8 @@ std::vector<Command> rows() {
             .arguments =
                 {kAdapter,
                  {.name = "--raw",
-                  .help = "Also write the data to this file, byte for byte",
+                  .help = "Also write the data to this file, byte for byte; with -, print only "
+                          "the data, on standard output",
                   .value = "FILE"}},
             .examples = {"kxctl vpd show 04:00.4", "kxctl --sim vpd show 04:00.4 --raw vpd.bin"},
             .run = show,

@@ -28,11 +28,8 @@ std::string text_of_status(std::uint32_t status) {
     return text == nullptr ? fmt::format("The library returned status {}", status) : text;
 }
 
-// On a real host without adapters, suggest the simulated host; not on a simulated host.
-bool should_offer_simulation(std::uint32_t status) {
-    const bool no_adapter =
-        status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;
-    return no_adapter && std::getenv("KXSIM_ROOT") == nullptr;
+bool is_about_missing_adapters(std::uint32_t status) {
+    return status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;
 }
 
 // The list that may show something when another one is empty.
@@ -65,10 +62,13 @@ std::string Failure::line() const {
         line += fmt::format(": {}", fmt::join(detail_, "; "));
     }
     line += other_list(status_.value_or(KX_SUCCESS));
-    if (should_offer_simulation(status_.value_or(KX_SUCCESS))) {
-        line += " (--sim runs the command on a simulated host)";
-    }
-    return line;
+    return is_about_missing_adapters(status_.value_or(KX_SUCCESS)) ? with_simulation_offer(line)
+                                                                   : line;
+}
+
+std::string with_simulation_offer(std::string text) {
+    const bool is_simulated = std::getenv("KXSIM_ROOT") != nullptr;
+    return text + (is_simulated ? "" : " (--sim runs the command on a simulated host)");
 }
 
 void refuse_usage(const std::string& text) {

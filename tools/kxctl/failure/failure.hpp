@@ -32,6 +32,9 @@ private:
     std::vector<std::string> detail_;
 };
 
+// A text about a missing adapter. On a real host it also offers the simulated one.
+[[nodiscard]] std::string with_simulation_offer(std::string text);
+
 // Throw the failure of a wrong command line; it refers to the help.
 [[noreturn]] void refuse_usage(const std::string& text);
 

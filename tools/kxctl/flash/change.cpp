@@ -242,6 +242,9 @@ void check_change_options(const std::string& command, const Arguments& arguments
     if (!arguments.has("--dry-run")) {
         static_cast<void>(Confirmation(arguments.has("--yes"), command));
     }
+    if (arguments.get("--backup") == "-") {
+        throw Failure(ExitCode::kUsage, command + ": --backup needs a file");
+    }
     if (arguments.has("--backup")) {
         must_be_free(arguments.get("--backup"));
     }

@@ -210,11 +210,6 @@ InstalledModule module_in(const CompressedFile& file) {
     return module;
 }
 
-std::ptrdiff_t place_of(const InstalledModule& module) {
-    return std::ranges::find(kMakersModules, field_text(module.entry.module)) -
-           kMakersModules.begin();
-}
-
 }  // namespace
 
 CompressedName compressed_name(std::string_view file) {
@@ -256,7 +251,6 @@ std::vector<InstalledModule> query_installed_modules() {
     if (modules.empty() && failure) {
         throw Failure(*failure);
     }
-    std::ranges::stable_sort(modules, {}, place_of);
     return modules;
 }
 

@@ -55,6 +55,19 @@ void Output::json_line(const Json& value) {
     text_ += '\n';
 }
 
+void Output::must_be_free(Content content) const {
+    if (json_) {
+        refuse_usage("The file - is standard output, to which --json prints");
+    }
+    if (content == Content::kBytes && isatty(STDOUT_FILENO) == 1) {
+        refuse_usage("Standard output is a terminal, which cannot show bytes: name a file");
+    }
+}
+
+void Output::bytes(std::span<const std::uint8_t> bytes) {
+    text_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
 bool Output::flush() {
     const int reason = write_text(STDOUT_FILENO, text_);
     text_.clear();

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,6 +22,8 @@ enum class ColourMode : std::uint8_t { kAuto, kAlways, kNever };
 [[nodiscard]] bool decide_colour(
     ColourMode mode, bool is_terminal, const char* no_colour, const char* terminal_type);
 
+enum class Content : std::uint8_t { kText, kBytes };
+
 class Output {
 public:
     explicit Output(bool json) : json_(json) {}
@@ -36,6 +39,13 @@ public:
     [[nodiscard]] std::string table_text(const Table& table) const;
     void json(const Json& value);
     void json_line(const Json& value);  // for commands that print one value after another
+
+    // A file of the user as the whole output: the name "-" means standard output. must_be_free
+    // throws Failure (wrong usage) when JSON was requested too, or, for bytes that are not text,
+    // when standard output is a terminal; call it before the work.
+    [[nodiscard]] static bool is_named(std::string_view file) { return file == "-"; }
+    void must_be_free(Content content) const;
+    void bytes(std::span<const std::uint8_t> bytes);
 
     // The output so far, which is not written afterwards.
     [[nodiscard]] std::string take() { return std::exchange(text_, {}); }

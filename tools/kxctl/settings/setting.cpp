@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
+#include "cli/suggestion.hpp"
 #include "failure/failure.hpp"
 
 namespace kx::ctl {
@@ -33,7 +35,9 @@ std::optional<std::int64_t> number_of(std::string_view text) {
 const Setting& find(std::span<const Setting> settings, const std::string& key) {
     const auto found = std::ranges::find(settings, std::string_view(key), &Setting::key);
     if (found == settings.end()) {
-        refuse_usage(fmt::format("Unknown setting {}", key));
+        std::vector<std::string> keys;
+        std::ranges::transform(settings, std::back_inserter(keys), &Setting::key);
+        refuse_usage(fmt::format("Unknown setting {}{}", key, did_you_mean(key, keys)));
     }
     return *found;
 }
@@ -50,7 +54,9 @@ Change parse_change(std::span<const Setting> settings, const std::string& word) 
     if (!value || !setting.holds(*value)) {
         throw Failure(
             ExitCode::kUsage,
-            fmt::format("{} cannot be \"{}\": {}", setting.key, text, setting.description()));
+            fmt::format(
+                "{} cannot be \"{}\": {}{}", setting.key, text, setting.description(),
+                did_you_mean(text, setting.value_words())));
     }
     return {&setting, *value};
 }
@@ -169,6 +175,16 @@ std::vector<Change> parse_changes(
     return changes;
 }
 
+std::vector<std::string> Setting::value_words() const {
+    std::vector<std::string> all;
+    for (const char* const word : {words.zero, words.one}) {
+        if (word != nullptr) {
+            all.emplace_back(word);
+        }
+    }
+    return all;
+}
+
 std::uint64_t apply_changes(std::span<const Change> changes, void* record) {
     std::uint64_t mask = 0;
     for (const Change& change : changes) {
@@ -181,13 +197,7 @@ std::uint64_t apply_changes(std::span<const Change> changes, void* record) {
 std::vector<Term> terms_of(std::span<const Setting> settings) {
     std::vector<Term> terms;
     for (const Setting& setting : settings) {
-        Term term{setting.key, setting.description()};
-        for (const char* const word : {setting.words.zero, setting.words.one}) {
-            if (word != nullptr) {
-                term.values.emplace_back(word);
-            }
-        }
-        terms.push_back(std::move(term));
+        terms.push_back({setting.key, setting.description(), setting.value_words()});
     }
     return terms;
 }

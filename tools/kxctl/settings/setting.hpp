@@ -91,6 +91,8 @@ struct Setting {
     // The driver's limit, for a setting that has one. port: the port's record.
     [[nodiscard]] std::optional<std::int64_t> limit_in(const PortInfo& port) const;
 
+    // The words for its values, such as "off" and "on".
+    [[nodiscard]] std::vector<std::string> value_words() const;
     // A value as text: its word, or the number.
     [[nodiscard]] std::string text_of(std::int64_t value) const;
     // A value as users write it: a word, a decimal or 0x hexadecimal number.
