@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <set>
 
 #include "kxctl/on_host.hpp"
 #include "report/html.hpp"
@@ -93,8 +94,8 @@ TEST_F(Report, IsWellFormedOnEveryHost) {
 TEST_F(Report, NeedsNothingFromOutside) {
     const std::string page = page_of("lab");
     for (const char* reference :
-         {"http:", "https:", "src=", "href=", "url(", "@import", "<script", "<link", "<iframe",
-          "//"}) {
+         {"http:", "https:", "src=", "href=\"h", "href=\"/", "url(", "@import", "<script", "<link",
+          "<iframe", "//"}) {
         EXPECT_THAT(page, Not(HasSubstr(reference)));
     }
     EXPECT_THAT(page, HasSubstr("default-src 'none'"));
@@ -115,6 +116,69 @@ TEST_F(Report, ShowsTheWholeHost) {
           "version 1.0.0.84"}) {
         EXPECT_THAT(page, HasSubstr(text));
     }
+}
+
+// The ids that links of the page name, and the ids that the page has.
+std::vector<std::string> all_of(const std::string& page, const std::string& before) {
+    std::vector<std::string> found;
+    for (std::size_t at = page.find(before); at != page.npos; at = page.find(before, at + 1)) {
+        const std::size_t begin = at + before.size();
+        found.push_back(page.substr(begin, page.find('"', begin) - begin));
+    }
+    return found;
+}
+
+TEST_F(Report, BeginsWithTheProblemsAndLinksToTheirPlaces) {
+    for (const char* scenario : {"lab", "many-ports", "no-driver", "damaged-vpd", "empty"}) {
+        const std::string page = page_of(scenario);
+        const std::vector<std::string> places = all_of(page, " id=\"");
+        EXPECT_EQ(std::set<std::string>(places.begin(), places.end()).size(), places.size());
+        for (const std::string& link : all_of(page, "href=\"#")) {
+            EXPECT_THAT(places, testing::Contains(link)) << scenario;
+        }
+    }
+    const std::string page = page_of("lab");
+    const std::size_t problem = page.find("<a href=\"#ports-2\">eth7: the link is down</a>");
+    ASSERT_NE(problem, page.npos);
+    EXPECT_LT(problem, page.find("id=\"card-1\""));
+    EXPECT_THAT(page_of("damaged-vpd"), HasSubstr("href=\"#vpd-"));
+    EXPECT_THAT(page_of("empty"), HasSubstr("<h2>No problems found</h2>"));
+}
+
+// A card with these counters on one port, and images.
+Json host_with(const Json& counters) {
+    Json host = Json::parse(R"({"name": "n", "time": "t", "version": {},
+        "cards": [{"location": "03:00.4", "card": {}, "adapter": {},
+          "ports": [{"instance": 1, "interface": "eth2", "link_detected": 1}],
+          "counters": {"counters": []},
+          "flash": {"flash": {"size_bytes": 1000}, "regions": [
+            {"name": "boot", "address": 0, "size_bytes": 10, "valid": false}]},
+          "vpd": {"checksum": "good", "fields": []}}],
+        "modules": {"modules": []}, "vms": {"failure": "No connection"}})");
+    host["cards"][0]["ports"][0]["counters"] = Json{{"counters", counters}};
+    return host;
+}
+
+TEST(Problems, AreErrorsMissingImagesAndFailures) {
+    const std::string page = kx::ctl::page::report_page(host_with(
+        {{{"name", "rx_crc_errors"}, {"value", 3}},
+         {{"name", "tx_errors"}, {"value", 0}},
+         {{"name", "rx_frames"}, {"value", 9}}}));
+    EXPECT_EQ(fault_in(page), "");
+    EXPECT_THAT(page, HasSubstr("<h2>3 problems</h2>"));
+    EXPECT_THAT(page, HasSubstr("<a href=\"#counters-1-1\">eth2: rx_crc_errors is 3</a>"));
+    EXPECT_THAT(
+        page, HasSubstr("<a href=\"#flash-1\">03:00.4: nothing valid in region boot of the flash"));
+    EXPECT_THAT(page, HasSubstr("<a href=\"#machines\">Virtual machines: No connection</a>"));
+    EXPECT_THAT(page, Not(HasSubstr("tx_errors is")));
+}
+
+TEST(Bars, CompareCountersOfOneUnitOnly) {
+    const std::string page = kx::ctl::page::report_page(host_with(
+        {{{"name", "rx_bytes"}, {"value", 1000000}},
+         {{"name", "rx_frames"}, {"value", 10}},
+         {{"name", "link_changes"}, {"value", 7}}}));
+    EXPECT_EQ(all_of(page, "<rect width=\""), (std::vector<std::string>{"100.0", "100.0"}));
 }
 
 TEST_F(Report, DrawsTheFlashToScale) {

@@ -151,7 +151,9 @@ std::vector<Command> rows() {
             .noun = "report",
             .verb = "",
             .help = "Write a page about the whole host",
-            .about = "One HTML file that needs no other files and no network: cards with ports, "
+            .about = "One HTML file that needs no other files and no network: first the problems "
+                     "(links that are down, counted errors, missing images, damaged product "
+                     "data), each with a link to its place; then cards with ports, "
                      "links, counters, flash and product data, driver modules, virtual machines "
                      "with their virtual functions. Where something cannot be read, the page "
                      "says why.",

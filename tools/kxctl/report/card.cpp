@@ -3,9 +3,12 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cctype>
+#include <map>
 
 #include "report/drawing.hpp"
 #include "report/html.hpp"
+#include "report/problems.hpp"
 
 namespace kx::ctl::page {
 namespace {
@@ -36,8 +39,8 @@ std::string speed_text(const std::string& speed) {
     return speed.empty() || speed == "0" || speed == "65535" ? "" : speed + " Mb/s";
 }
 
-std::string ports_of(const Json& entry) {
-    const std::string heading = "<h3>Ports</h3>\n";
+std::string ports_of(const Json& entry, std::size_t card) {
+    const std::string heading = fmt::format("<h3 id=\"{}\">Ports</h3>\n", place_id("ports", card));
     PageTable table(
         {{"Port", "n"},
          {"Interface"},
@@ -61,42 +64,70 @@ std::string ports_of(const Json& entry) {
     return table.empty() ? "" : heading + table.html();
 }
 
+// Drivers name a counter's unit in its name. Nothing when the name has none.
+std::string_view unit_of(std::string name) {
+    struct Row {
+        std::string_view part;
+        std::string_view unit;
+    };
+    constexpr Row kUnits[] = {{"octet", "bytes"},   {"byte", "bytes"}, {"frame", "frames"},
+                              {"packet", "frames"}, {"pkt", "frames"}, {"seg", "segments"}};
+    std::ranges::transform(name, name.begin(), [](unsigned char letter) {
+        return static_cast<char>(std::tolower(letter));
+    });
+    for (const Row& row : kUnits) {
+        if (name.find(row.part) != name.npos) {
+            return row.unit;
+        }
+    }
+    return {};
+}
+
+// A bar compares a counter with the others of its unit.
 std::string counter_table(const Json& counters) {
-    std::uint64_t most = 0;
+    std::map<std::string_view, std::uint64_t> most;
     for (const Json& counter : counters) {
-        most = std::max(most, number_of(counter, "value"));
+        std::uint64_t& value = most[unit_of(text_of(counter, "name"))];
+        value = std::max(value, number_of(counter, "value"));
     }
     PageTable table(
-        {{"Counter"}, {"Value", "n"}, {"Logarithmic scale", "bar"}}, PageTable::Width::kNarrow);
+        {{"Counter"}, {"Value", "n"}, {"Logarithmic scale for each unit", "bar"}},
+        PageTable::Width::kNarrow);
     for (const Json& counter : counters) {
+        const std::string_view unit = unit_of(text_of(counter, "name"));
         table.add_row(
             {text_of(counter, "name"), text_of(counter, "value"),
-             PageCell::of_markup(counter_bar(number_of(counter, "value"), most))});
+             unit.empty()
+                 ? PageCell::of_markup("&#160;")
+                 : PageCell::of_markup(counter_bar(number_of(counter, "value"), most[unit]))});
     }
     return table.html();
 }
 
 // Nothing for a card without such counters.
-std::string counters_titled(const std::string& title, const Json& answer) {
+std::string counters_titled(const std::string& id, const std::string& title, const Json& answer) {
     const Json& counters = list_in(answer, "counters");
     if (!failed(answer) && counters.empty()) {
         return "";
     }
     return fmt::format(
-        "<details open=\"open\"><summary>{}</summary>\n{}</details>\n", html_text(title),
-        failed(answer) ? failure_line(answer) : counter_table(counters));
+        "<details id=\"{}\" open=\"open\"><summary>{}</summary>\n{}</details>\n", id,
+        html_text(title), failed(answer) ? failure_line(answer) : counter_table(counters));
 }
 
-std::string counters_of(const Json& entry) {
+std::string counters_of(const Json& entry, std::size_t card) {
     std::string text;
+    std::size_t number = 0;
     for (const Json& port : entry.at("ports")) {
         if (!failed(port)) {
             text += counters_titled(
+                place_id("counters", card, ++number),
                 "Counters of port " + text_of(port, "instance") + ", " + text_of(port, "interface"),
                 port.value("counters", Json::object()));
         }
     }
-    text += counters_titled("Counters of the offload engine", entry.at("counters"));
+    text += counters_titled(
+        place_id("counters", card), "Counters of the offload engine", entry.at("counters"));
     return text.empty() ? "" : "<div class=\"counters\">\n" + text + "</div>\n";
 }
 
@@ -114,10 +145,11 @@ std::string region_state(const Json& region) {
                                            : "valid, version " + version;
 }
 
-std::string flash_of(const Json& entry) {
+std::string flash_of(const Json& entry, std::size_t card) {
     const Json& answer = entry.at("flash");
+    const std::string id = place_id("flash", card);
     if (failed(answer)) {
-        return "<h3>Flash</h3>\n" + failure_line(answer);
+        return fmt::format("<h3 id=\"{}\">Flash</h3>\n{}", id, failure_line(answer));
     }
     const std::uint64_t size = number_of(answer.value("flash", Json::object()), "size_bytes");
     if (size == 0) {
@@ -130,13 +162,14 @@ std::string flash_of(const Json& entry) {
              fmt::format("{:#x}", number_of(region, "address")),
              size_text_of(number_of(region, "size_bytes")), region_state(region)});
     }
-    return fmt::format("<h3>Flash, {}</h3>\n", size_text_of(size)) +
+    return fmt::format("<h3 id=\"{}\">Flash, {}</h3>\n", id, size_text_of(size)) +
            flash_drawing(list_in(answer, "regions"), size) + table.html();
 }
 
-std::string product_data_of(const Json& entry) {
+std::string product_data_of(const Json& entry, std::size_t card) {
     const Json& answer = entry.at("vpd");
-    const std::string heading = "<details><summary>Vital product data</summary>\n";
+    const std::string heading = fmt::format(
+        "<details id=\"{}\"><summary>Vital product data</summary>\n", place_id("vpd", card));
     if (failed(answer)) {
         return heading + failure_line(answer) + "</details>\n";
     }
@@ -155,14 +188,14 @@ std::string product_data_of(const Json& entry) {
 
 }  // namespace
 
-std::string card_section(const Json& entry) {
+std::string card_section(const Json& entry, std::size_t number) {
     const std::string chip =
         first_of(text_of(entry.at("card"), "chip_type"), text_of(entry.at("adapter"), "chip_type"));
     return fmt::format(
-               "<section>\n<h2>{} {}</h2>\n", html_text(chip),
+               "<section id=\"{}\">\n<h2>{} {}</h2>\n", place_id("card", number), html_text(chip),
                html_text(text_of(entry, "location"))) +
-           facts_of(entry) + ports_of(entry) + counters_of(entry) + flash_of(entry) +
-           product_data_of(entry) + "</section>\n";
+           facts_of(entry) + ports_of(entry, number) + counters_of(entry, number) +
+           flash_of(entry, number) + product_data_of(entry, number) + "</section>\n";
 }
 
 }  // namespace kx::ctl::page

@@ -7,7 +7,7 @@
 
 namespace kx::ctl::page {
 
-// entry: one of the cards of report_page().
-[[nodiscard]] std::string card_section(const Json& entry);
+// entry: one of the cards of report_page(); number: its place among them, from 1 on.
+[[nodiscard]] std::string card_section(const Json& entry, std::size_t number);
 
 }  // namespace kx::ctl::page

@@ -4,13 +4,14 @@
 
 #include "report/card.hpp"
 #include "report/html.hpp"
+#include "report/problems.hpp"
 #include "report/style.hpp"
 
 namespace kx::ctl::page {
 namespace {
 
-std::string section_titled(const char* title, const std::string& content) {
-    return fmt::format("<section>\n<h2>{}</h2>\n{}</section>\n", title, content);
+std::string section_titled(const char* id, const char* title, const std::string& content) {
+    return fmt::format("<section id=\"{}\">\n<h2>{}</h2>\n{}</section>\n", id, title, content);
 }
 
 // The table, or why there is none.
@@ -29,7 +30,7 @@ std::string modules_section(const Json& answer) {
              PageCell(loaded ? "loaded" : "not loaded", loaded ? "good" : ""),
              text_of(module, "version"), text_of(module, "description")});
     }
-    return section_titled("Driver modules", table_or_failure(table, answer));
+    return section_titled("modules", "Driver modules", table_or_failure(table, answer));
 }
 
 std::string functions_text(const Json& machine) {
@@ -52,7 +53,7 @@ std::string machines_section(const Json& answer) {
             {text_of(machine, "name"), PageCell(state, state == "running" ? "good" : ""),
              functions_text(machine)});
     }
-    return section_titled("Virtual machines", table_or_failure(table, answer));
+    return section_titled("machines", "Virtual machines", table_or_failure(table, answer));
 }
 
 }  // namespace
@@ -67,11 +68,13 @@ std::string report_page(const Json& host) {
         name, html_text(text_of(host, "time")),
         html_text(text_of(
             host.value("version", Json::object()).value("kxctl", Json::object()), "version")));
+    page += problems_section(host);
     if (failed(host.at("cards"))) {
-        page += section_titled("Cards", failure_line(host.at("cards")));
+        page += section_titled("cards", "Cards", failure_line(host.at("cards")));
     } else {
+        std::size_t number = 0;
         for (const Json& entry : host.at("cards")) {
-            page += card_section(entry);
+            page += card_section(entry, ++number);
         }
     }
     page += modules_section(host.at("modules")) + machines_section(host.at("vms"));

@@ -47,6 +47,8 @@ svg { display: block; width: 100%; }
 .firmware { fill: var(--firmware); background: var(--firmware); }
 .chip { display: inline-block; width: .8rem; height: .8rem; border-radius: .2rem; }
 .good { color: var(--good); font-weight: 600; } .bad { color: var(--bad); font-weight: 600; }
+.problems { margin: 0; padding-left: 1.25rem; overflow-wrap: anywhere; }
+.problems a { color: var(--bad); } :target { outline: 2px solid var(--accent); }
 .failure { color: var(--bad); overflow-wrap: anywhere; }
 dl { display: grid; grid-template-columns: repeat(auto-fill, minmax(10rem, 1fr)); gap: .75rem;
   margin: 0; }
