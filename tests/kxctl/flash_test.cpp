@@ -402,7 +402,7 @@ TEST_P(EachFamily, CopyThatCannotBeSavedStopsTheChange) {
 
 TEST_P(EachFamily, NothingIsChangedUnasked) {
     const std::string rom = file("rom", make_image(1024));
-    const std::string end = " asks first, and there is no terminal (--yes answers it)";
+    const std::string end = " asks for a confirmation, but there is no terminal (use --yes)";
     expect_refusal({"write-boot", location_, rom}, 2, "flash write-boot" + end);
     expect_refusal({"erase-boot", location_}, 2, "flash erase-boot" + end);
     expect_refusal({"config-default", location_}, 2, "flash config-default" + end);

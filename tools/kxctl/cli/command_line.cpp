@@ -33,7 +33,7 @@ std::string wrong_choice(const Argument& argument, const std::string& value) {
         const std::string_view word = rest.substr(0, comma);
         if (std::ranges::find(argument.choices, word) == argument.choices.end()) {
             return fmt::format(
-                "{} is none of {}{}", word, fmt::join(argument.choices, ", "),
+                "{} is not one of {}{}", word, fmt::join(argument.choices, ", "),
                 did_you_mean(word, argument.choices));
         }
         rest.remove_prefix(comma == rest.npos ? rest.size() : comma + 1);
@@ -241,6 +241,23 @@ std::vector<std::string> left_over(const CLI::App& root, const std::vector<std::
         did_you_mean(word, verbs)));
 }
 
+// What the parser says about a missing value and about a value of a flag, in plain words.
+std::string plain_mismatch(std::string text) {
+    constexpr std::string_view kMissing = ": 1 required ";
+    constexpr std::string_view kMissingEnd = " missing";
+    constexpr std::string_view kFlag = " was given a disallowed flag override";
+    if (text.ends_with(kFlag)) {
+        return fmt::format("--{} takes no value", text.substr(0, text.size() - kFlag.size()));
+    }
+    const std::size_t at = text.find(kMissing);
+    if (at == text.npos || !text.ends_with(kMissingEnd)) {
+        return text;
+    }
+    const std::size_t begin = at + kMissing.size();
+    const std::string value = text.substr(begin, text.size() - kMissingEnd.size() - begin);
+    return fmt::format("{} needs a value, {}", text.substr(0, at), value);
+}
+
 }  // namespace
 
 Invocation parse(const std::vector<std::string>& words) {
@@ -251,6 +268,8 @@ Invocation parse(const std::vector<std::string>& words) {
         tree.root().parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::CallForHelp&) {
         action = Action::kHelp;
+    } catch (const CLI::ArgumentMismatch& error) {
+        complaint = plain_mismatch(error.what());
     } catch (const CLI::ParseError& error) {
         complaint = error.what();
     }

@@ -39,7 +39,8 @@ Confirmation::Confirmation(bool given, const std::string& command) : given_(give
     if (!given && (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1)) {
         throw Failure(
             ExitCode::kUsage,
-            fmt::format("{} asks first, and there is no terminal (--yes answers it)", command));
+            fmt::format(
+                "{} asks for a confirmation, but there is no terminal (use --yes)", command));
     }
 }
 
