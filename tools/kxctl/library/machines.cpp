@@ -7,6 +7,7 @@
 #include <charconv>
 #include <memory>
 
+#include "library/machine_states.hpp"
 #include "library/record_text.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -99,6 +100,7 @@ std::string Machine::title() const {
 std::vector<Machine> query_machines() {
     _KVMInfo* records = nullptr;
     int count = 0;
+    const MachineStates states;
     const int result = call_machines(
         Effect::kNone, [&](VMUtils& library) { return library.listVMs(&records, &count); });
     const std::unique_ptr<_KVMInfo, decltype(&std::free)> owner(records, std::free);
