@@ -37,8 +37,8 @@ std::vector<const TablePart*> TablePart::all() {
 }
 
 std::span<const Command> commands() {
-    static const std::vector<Command> table = all_commands();
-    return table;
+    static const auto* const table = new std::vector<Command>(all_commands());  // until the end
+    return *table;
 }
 
 std::span<const Argument> global_options() {

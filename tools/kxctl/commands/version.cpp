@@ -11,7 +11,7 @@
 #include "library/call.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
-#include "output/table.hpp"
+#include "output/printable.hpp"
 
 namespace kx::ctl::version {
 namespace {
@@ -46,11 +46,11 @@ ExitCode show(const Arguments&, Output& output) {
             {"pci_vendor_id", KESTRIX_PCI_VENDOR_ID}});
         return ExitCode::kDone;
     }
-    Table table({{""}, {""}});
-    table.add_row({"kxctl", KXCTL_VERSION});
-    table.add_row({field_text(library.name), library.text()});
-    table.add_row({"PCI vendor id", fmt::format("{:04x}", KESTRIX_PCI_VENDOR_ID)});
-    output.table(table);
+    constexpr const char* kLine = "{:<13}  {}\n";
+    output.text(
+        fmt::format(kLine, "kxctl", KXCTL_VERSION) +
+        fmt::format(kLine, printable(field_text(library.name)), library.text()) +
+        fmt::format(kLine, "PCI vendor id", fmt::format("{:04x}", KESTRIX_PCI_VENDOR_ID)));
     return ExitCode::kDone;
 }
 

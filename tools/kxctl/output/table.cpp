@@ -1,6 +1,8 @@
 // The only file that uses the library for tables. It aligns and cuts; what is in a cell is kxctl's.
 #include "output/table.hpp"
 
+#include <dlfcn.h>
+#include <fmt/core.h>
 #include <libsmartcols/libsmartcols.h>
 
 #include <algorithm>
@@ -9,6 +11,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "failure/failure.hpp"
 #include "output/printable.hpp"
 
 namespace kx::ctl {
@@ -16,6 +19,32 @@ namespace {
 
 constexpr const char* kBold = "\033[1m";
 constexpr const char* kColours[] = {nullptr, "\033[32m", "\033[31m"};  // by Style
+
+// The library is loaded with the first table: it takes a tenth of the time of a command without
+// one.
+void* table_library() {
+    static void* const library = dlopen("libsmartcols.so.1", RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        throw Failure(ExitCode::kFailed, fmt::format("Cannot draw a table: {}", dlerror()));
+    }
+    return library;
+}
+
+template <class Function>
+Function* function_of_library(const char* name) {
+    auto* const function = reinterpret_cast<Function*>(dlsym(table_library(), name));
+    if (function == nullptr) {
+        throw Failure(ExitCode::kFailed, fmt::format("Cannot draw a table: {}", dlerror()));
+    }
+    return function;
+}
+
+// One of its functions, looked up once.
+#define KX_SCOLS(name)                                                                          \
+    ([] {                                                                                       \
+        static auto* const found = function_of_library<decltype(scols_##name)>("scols_" #name); \
+        return found;                                                                           \
+    }())
 
 // The library's functions fail only without memory.
 void must(int result) {
@@ -39,25 +68,26 @@ class Drawing {
 public:
     Drawing(const std::vector<Column>& columns, bool colour, std::size_t width)
         : colour_(colour), heading_(has_heading(columns)) {
-        must(scols_table_set_column_separator(table_.get(), "  "));
-        must(scols_table_enable_noencoding(table_.get(), 1));
-        must(scols_table_enable_noheadings(table_.get(), heading_ ? 0 : 1));
-        must(scols_table_enable_colors(table_.get(), colour ? 1 : 0));
+        must(KX_SCOLS(table_set_column_separator)(table_.get(), "  "));
+        must(KX_SCOLS(table_enable_noencoding)(table_.get(), 1));
+        must(KX_SCOLS(table_enable_noheadings)(table_.get(), heading_ ? 0 : 1));
+        must(KX_SCOLS(table_enable_colors)(table_.get(), colour ? 1 : 0));
         const bool limited = width != Table::kNoLimit;
-        must(scols_table_set_termforce(
+        must(KX_SCOLS(table_set_termforce)(
             table_.get(), limited ? SCOLS_TERMFORCE_ALWAYS : SCOLS_TERMFORCE_NEVER));
-        must(scols_table_set_termwidth(table_.get(), width));
+        must(KX_SCOLS(table_set_termwidth)(table_.get(), width));
         for (const Column& column : columns) {
             add_column(column);
         }
     }
 
     void add_line(const std::vector<Cell>& cells) {
-        libscols_line* const line = must(scols_table_new_line(table_.get(), nullptr));
+        libscols_line* const line = must(KX_SCOLS(table_new_line)(table_.get(), nullptr));
         for (std::size_t k = 0; k < cells.size(); ++k) {
-            must(scols_line_set_data(line, k, cells[k].text.c_str()));
+            must(KX_SCOLS(line_set_data)(line, k, cells[k].text.c_str()));
             const char* const colour = kColours[static_cast<std::size_t>(cells[k].style)];
-            must(scols_cell_set_color(scols_line_get_cell(line, k), colour_ ? colour : nullptr));
+            must(KX_SCOLS(cell_set_color)(
+                KX_SCOLS(line_get_cell)(line, k), colour_ ? colour : nullptr));
         }
         lines_.push_back(line);
     }
@@ -66,8 +96,8 @@ public:
     void shorten() {
         static_cast<void>(text());
         for (std::size_t k = 0; k < columns_.size(); ++k) {
-            if (scols_column_is_trunc(columns_[k]) != 0) {
-                shorten(k, scols_column_get_width(columns_[k]));
+            if (KX_SCOLS(column_is_trunc)(columns_[k]) != 0) {
+                shorten(k, KX_SCOLS(column_get_width)(columns_[k]));
             }
         }
     }
@@ -79,10 +109,10 @@ public:
         // Without a line the library prints nothing.
         const bool only_heading = lines_.empty();
         if (only_heading) {
-            must(scols_table_new_line(table_.get(), nullptr));
+            must(KX_SCOLS(table_new_line)(table_.get(), nullptr));
         }
         char* printed = nullptr;
-        must(scols_print_table_to_string(table_.get(), &printed));
+        must(KX_SCOLS(print_table_to_string)(table_.get(), &printed));
         const std::unique_ptr<char, decltype(&std::free)> owner(printed, std::free);
         const std::string_view all(printed);
         return std::string(only_heading ? all.substr(0, all.find('\n')) : all) + "\n";
@@ -101,20 +131,23 @@ private:
     void add_column(const Column& column) {
         const std::string title = printable(column.title);
         libscols_column* const added =
-            must(scols_table_new_column(table_.get(), title.c_str(), 0, flags_of(column)));
-        must(scols_cell_set_color(scols_column_get_header(added), colour_ ? kBold : nullptr));
+            must(KX_SCOLS(table_new_column)(table_.get(), title.c_str(), 0, flags_of(column)));
+        must(KX_SCOLS(cell_set_color)(
+            KX_SCOLS(column_get_header)(added), colour_ ? kBold : nullptr));
         columns_.push_back(added);
     }
 
     void shorten(std::size_t place, std::size_t width) {
         for (libscols_line* const line : lines_) {
-            const std::string text = scols_cell_get_data(scols_line_get_cell(line, place));
-            must(scols_line_set_data(line, place, shortened(text, width).c_str()));
+            const std::string text = KX_SCOLS(cell_get_data)(KX_SCOLS(line_get_cell)(line, place));
+            must(KX_SCOLS(line_set_data)(line, place, shortened(text, width).c_str()));
         }
     }
 
-    std::unique_ptr<libscols_table, decltype(&scols_unref_table)> table_{
-        must(scols_new_table()), scols_unref_table};
+    struct Release {
+        void operator()(libscols_table* table) const { KX_SCOLS(unref_table)(table); }
+    };
+    std::unique_ptr<libscols_table, Release> table_{must(KX_SCOLS(new_table)())};
     std::vector<libscols_column*> columns_;  // the table's
     std::vector<libscols_line*> lines_;      // the table's
     bool colour_;
