@@ -128,6 +128,20 @@ for arguments in "card list" "port show 04:00.4 1" "module list"; do
     diff <("$kxctl" --sim lab $arguments) <(chroot "$root" kxctl --sim lab $arguments)
     echo "kxctl --sim lab $arguments: as in the build tree"
 done
+
+begin "virtual machines, without libvirt"
+if compgen -G "$root/usr/lib/*/libvirt.so.0" >/dev/null; then
+    echo "a package depends on libvirt0, which is only recommended"
+    exit 1
+fi
+said=$(chroot "$root" kxctl --sim lab vm list 2>&1) && status=0 || status=$?
+if [[ $status != 1 || $said != *"LibVirt connection failure"* ]]; then
+    echo "without libvirt0, kxctl vm list ends with $status and says: $said"
+    exit 1
+fi
+echo "without libvirt0: $said"
+
+begin "the example"
 diff "$source/examples/list_cards.c" \
     "$root/usr/share/doc/libkxlinhw-dev/examples/list_cards.c"
 
