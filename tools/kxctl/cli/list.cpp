@@ -5,6 +5,7 @@
 #include <iterator>
 #include <numeric>
 #include <stdexcept>
+#include <utility>
 
 #include "failure/failure.hpp"
 #include "output/natural_order.hpp"
@@ -49,6 +50,7 @@ void add_list_options(Command& command) {
     if (names.empty()) {
         return;
     }
+    command.arguments.reserve(command.arguments.size() + 2);
     command.arguments.push_back(
         {.name = kColumns,
          .help = "Show only these columns of the table, in this order, such as a,b,c",
@@ -59,7 +61,7 @@ void add_list_options(Command& command) {
         {.name = kSort,
          .help = "Sort by this column (default: the first one)",
          .value = "COLUMN",
-         .choices = names});
+         .choices = std::move(names)});
 }
 
 List::List(const Arguments& arguments, const Output& output, const std::vector<Column>& columns)

@@ -15,6 +15,7 @@ const TablePart* last_part = nullptr;
 
 std::vector<Command> all_commands() {
     std::vector<Command> all;
+    all.reserve(64);
     for (const TablePart* const part : TablePart::all()) {
         std::ranges::move(part->rows(), std::back_inserter(all));
     }
