@@ -117,7 +117,6 @@ constexpr Unseen kUnseen[] = {
     {"", "/proc/modules", "a list that cannot be read counts as one with the module in it"},
     {"", "/lib/modules", "a module whose file is not found is left out"},
     {"", "/lib/firmware/", "a file without a version has version 0"},
-    {"", "/dev/mem", "fields of an adapter that cannot be reached are blank"},
     {"unlink", "/etc/", "the old text stays beside the new one; repair removes it"},
     {"calloc", "", "a record that gets no memory is left out"},
     {"malloc", "", "a record that gets no memory is left out"},
