@@ -295,6 +295,7 @@ TEST_P(EachFamily, WriteBootReplacesTheRomAndSavesTheOldOne) {
     EXPECT_EQ(content("backup"), before.substr(0, region));
     EXPECT_EQ(reply.at("region"), "boot");
     EXPECT_EQ(reply.at("dry_run"), false);
+    EXPECT_EQ(reply.at("changed"), true);
     EXPECT_EQ(reply.at("verified"), true);
     EXPECT_EQ(
         reply.at("erased"),
@@ -323,6 +324,7 @@ TEST_P(EachFamily, DryRunTellsSectorsAndPagesAndTouchesNothing) {
     const Json reply =
         json({"write-boot", location_, rom, "--dry-run", "--backup", path("backup")});
     EXPECT_EQ(reply.at("dry_run"), true);
+    EXPECT_EQ(reply.at("changed"), false);
     EXPECT_EQ(reply.at("verified"), false);
     EXPECT_EQ(reply.at("erased").at("numbers"), Json({0, 1}));
     if (location_ == kQ3) {

@@ -4,10 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <optional>
 
 #include "kxctl/on_host.hpp"
 #include "support/scratch_directory.hpp"
@@ -198,6 +205,39 @@ TEST_F(RefusedHere, RootWithoutCapabilitiesIsToldWhichOne) {
     const test::Result result = restore_with({"--bounding-set=-all", "--inh-caps=-all"});
     EXPECT_EQ(result.exit, 13);
     EXPECT_THAT(result.err, HasSubstr(": Permission denied: root lacks CAP_DAC_OVERRIDE here"));
+}
+
+// Generic segmentation offload of the loopback interface; nothing when its driver does not tell it.
+std::optional<std::uint32_t> gso_of_loopback() {
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ethtool_value value{};
+    value.cmd = ETHTOOL_GGSO;
+    ifreq request{};
+    std::strcpy(request.ifr_name, "lo");
+    request.ifr_data = reinterpret_cast<char*>(&value);
+    const bool told = ioctl(descriptor, SIOCETHTOOL, &request) == 0;
+    close(descriptor);
+    return told ? std::optional(value.data) : std::nullopt;
+}
+
+TEST_F(RefusedHere, RestoringWhatIsSoAlreadyNeedsNoPrivilege) {
+    const auto gso = gso_of_loopback();
+    if (!gso) {
+        GTEST_SKIP() << "the loopback interface does not tell its offloads here";
+    }
+    const std::vector<std::string> nobody = {"--reuid=65534", "--regid=65534", "--clear-groups"};
+    const std::string same = "lo.gso = " + std::to_string(*gso) + "\n";
+    directory_.write("saved.conf", same);
+    const test::Result result = restore_with(nobody);
+    EXPECT_EQ(result.exit, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("unchanged"));
+
+    directory_.write("saved.conf", same + "lo.mtu = 1499\n");
+    const test::Result partial = restore_with(nobody);
+    EXPECT_EQ(partial.exit, 13);
+    EXPECT_THAT(partial.out, HasSubstr("unchanged"));
+    EXPECT_THAT(partial.err, HasSubstr("the user is not root and lacks CAP_NET_ADMIN"));
+    EXPECT_EQ(gso_of_loopback(), gso);
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ protected:
         const Json answer = test::json_on(host_, {"repair"}, expected_exit);
         for (const Json& file : answer["files"]) {
             if (file["file"] == path_) {
+                EXPECT_EQ(answer["changed"], file["state"] == "repaired") << answer;
                 return file;
             }
         }

@@ -65,6 +65,7 @@ TEST_F(Vf, IsDetachedFromTheDefinitionAlone) {
     const auto detached = json({"vf", "detach", "web", "04:01.1"});
     EXPECT_EQ(detached["vf"], "0000:04:01.1");
     EXPECT_EQ(detached["kept_until_next_start"], true);
+    EXPECT_EQ(detached["changed"], true);
     EXPECT_EQ(json({"vf", "list", "web"})["vfs"], functions({0, 1})) << "it runs with both";
     json({"vm", "shutdown", "web"});
     EXPECT_EQ(json({"vf", "list", "web"})["vfs"], functions({0}));

@@ -69,7 +69,9 @@ std::vector<Column> list_columns() {
     return {{"TARGET"}, {"TYPE"}, {"BRIDGE"}, {"MODEL"}, {"MAC"}};
 }
 
-ExitCode tell(const Arguments& arguments, Output& output, const Machine& machine) {
+enum class After : std::uint8_t { kQuery, kChange };
+
+ExitCode tell(const Arguments& arguments, Output& output, const Machine& machine, After after) {
     List interfaces(arguments, output, list_columns());
     for (const _interfaceInfo& interface : interfaces_of(machine)) {
         interfaces.add(
@@ -78,7 +80,11 @@ ExitCode tell(const Arguments& arguments, Output& output, const Machine& machine
             to_json(interface));
     }
     if (output.wants_json()) {
-        output.json(Json{{"vm", machine.name}, {"interfaces", interfaces.json()}});
+        Json all = {{"vm", machine.name}, {"interfaces", interfaces.json()}};
+        if (after == After::kChange) {
+            all["changed"] = true;
+        }
+        output.json(all);
     } else {
         interfaces.print(output, machine.name + " has no interface");
     }
@@ -86,7 +92,7 @@ ExitCode tell(const Arguments& arguments, Output& output, const Machine& machine
 }
 
 ExitCode list(const Arguments& arguments, Output& output) {
-    return tell(arguments, output, find_active(arguments));
+    return tell(arguments, output, find_active(arguments), After::kQuery);
 }
 
 ExitCode attach(const Arguments& arguments, Output& output) {
@@ -100,7 +106,7 @@ ExitCode attach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to bridge {}", machine.title(), bridge));
     }
-    return tell(arguments, output, machine);
+    return tell(arguments, output, machine, After::kChange);
 }
 
 ExitCode detach(const Arguments& arguments, Output& output) {
@@ -124,8 +130,11 @@ ExitCode detach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed, fmt::format("Cannot detach {} from {}", target, machine.title()));
     }
     if (output.wants_json()) {
-        output.json(
-            Json{{"vm", machine.name}, {"target", target}, {"kept_until_next_start", true}});
+        output.json(Json{
+            {"vm", machine.name},
+            {"changed", true},
+            {"target", target},
+            {"kept_until_next_start", true}});
     } else {
         output.text(fmt::format(
             "{} is out of the definition of {}, which keeps it until its next start\n",

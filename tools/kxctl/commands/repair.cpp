@@ -143,8 +143,10 @@ ExitCode run(const Arguments& arguments, Output& output) {
     Json files = Json::array();
     Table table({{"FILE"}, {"STATE"}, {"REMARK"}});
     ExitCode code = ExitCode::kDone;
+    bool changed = false;
     for (const char* path : kFiles) {
         const Finding finding = repair(path);
+        changed |= finding.state == State::kFinished || finding.state == State::kTakenBack;
         if (finding.state == State::kUnclear) {
             code = ExitCode::kPartly;
         }
@@ -158,7 +160,7 @@ ExitCode run(const Arguments& arguments, Output& output) {
              finding.text});
     }
     if (output.wants_json()) {
-        output.json(Json{{"files", files}});
+        output.json(Json{{"changed", changed}, {"files", files}});
     } else {
         output.table(table);
     }

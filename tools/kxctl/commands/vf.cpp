@@ -76,15 +76,17 @@ std::vector<std::string> functions_of(const Machine& machine) {
 
 std::vector<Column> list_columns() { return {{"VF"}}; }
 
+// The first members of the answer, and the functions.
 ExitCode tell(
-    const Arguments& arguments, Output& output, const Json& machine,
+    const Arguments& arguments, Output& output, Json answer,
     const std::vector<std::string>& locations) {
     List functions(arguments, output, list_columns());
     for (const std::string& location : locations) {
         functions.add({location}, location);
     }
     if (output.wants_json()) {
-        output.json(Json{{"vm", machine}, {"vfs", functions.json()}});
+        answer["vfs"] = functions.json();
+        output.json(answer);
     } else {
         functions.print(
             output, (machine.is_null() ? "This host" : machine.get<std::string>()) +
@@ -117,10 +119,10 @@ _VF parse_location(const std::string& text) {
 
 ExitCode list(const Arguments& arguments, Output& output) {
     if (!arguments.has("VM")) {
-        return tell(arguments, output, Json(), functions_of_host());
+        return tell(arguments, output, Json{{"vm", nullptr}}, functions_of_host());
     }
     const Machine machine = find_machine(arguments.get("VM"));
-    return tell(arguments, output, machine.name, functions_of(machine));
+    return tell(arguments, output, Json{{"vm", machine.name}}, functions_of(machine));
 }
 
 ExitCode attach(const Arguments& arguments, Output& output) {
@@ -134,7 +136,8 @@ ExitCode attach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to {}", location_text(vf), machine.title()));
     }
-    return tell(arguments, output, machine.name, functions_of(machine));
+    return tell(
+        arguments, output, Json{{"vm", machine.name}, {"changed", true}}, functions_of(machine));
 }
 
 ExitCode detach(const Arguments& arguments, Output& output) {
@@ -152,6 +155,7 @@ ExitCode detach(const Arguments& arguments, Output& output) {
     if (output.wants_json()) {
         output.json(Json{
             {"vm", machine.name},
+            {"changed", true},
             {"vf", location_text(vf)},
             {"kept_until_next_start", machine.is_active()}});
     } else {

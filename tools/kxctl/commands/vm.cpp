@@ -26,8 +26,12 @@ ExitCode operate(
     }
     const Machine after = find_machine(uuid);
     if (output.wants_json()) {
-        output.json(
-            Json{{"vm", machine_json(after)}, {"state_before", machine_json(before).at("state")}});
+        const bool changed =
+            operation == KX_VM_OP_REBOOT || machine_json(after) != machine_json(before);
+        output.json(Json{
+            {"vm", machine_json(after)},
+            {"changed", changed},
+            {"state_before", machine_json(before).at("state")}});
     } else {
         Table table(machine_columns());
         table.add_row(machine_cells(after));

@@ -139,6 +139,7 @@ void report(
         Json json = change.card->json();
         json["region"] = plan.region->name;
         json["dry_run"] = !done;
+        json["changed"] = done;
         json["erased"] = sector_list(plan);
         json["also_erased"] = regions_lost(change);
         json["written"] = page_list(plan);
