@@ -14,6 +14,7 @@
 
 #include "host/fail_with_errno.hpp"
 #include "host/quiet.hpp"
+#include "support/handle.hpp"
 
 namespace kxsim {
 namespace {
@@ -117,7 +118,7 @@ std::string Tree::place_of_directory(const std::string& path) const {
 }
 
 std::string Tree::place(std::string_view path, LastLink last) const {
-    const std::string whole = normal(path);
+    std::string whole = normal(path);
     if (whole.empty()) {
         return whole;
     }

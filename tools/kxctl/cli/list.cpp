@@ -91,7 +91,7 @@ std::vector<const List::Row*> List::sorted() const {
         if (first.empty() || second.empty()) {
             return !first.empty() && second.empty();
         }
-        return natural_order(first, second) < 0;
+        return std::is_lt(natural_order(first, second));
     });
     return rows;
 }
@@ -108,12 +108,14 @@ Table List::table() const {
         std::erase_if(places, [this](std::size_t place) { return !is_shown(place); });
     }
     std::vector<Column> columns;
+    columns.reserve(places.size());
     for (const std::size_t place : places) {
         columns.push_back(columns_[place]);
     }
     Table table(columns);
     for (const Row* row : sorted()) {
         std::vector<Cell> cells;
+        cells.reserve(places.size());
         for (const std::size_t place : places) {
             cells.push_back(row->cells[place]);
         }

@@ -25,7 +25,7 @@ std::string_view take_number(std::string_view& text, std::string_view digits) {
 
 std::weak_ordering order_of_numbers(std::string_view left, std::string_view right) {
     const std::weak_ordering order = left.size() <=> right.size();
-    return order != 0 ? order : left <=> right;
+    return std::is_neq(order) ? order : left <=> right;
 }
 
 }  // namespace
@@ -41,7 +41,7 @@ std::weak_ordering natural_order(std::string_view left, std::string_view right) 
         if (is_digit(left[0]) && is_digit(right[0])) {
             const std::string_view first = take_number(left, digits);
             const std::string_view second = take_number(right, digits);
-            if (const auto order = order_of_numbers(first, second); order != 0) {
+            if (const auto order = order_of_numbers(first, second); std::is_neq(order)) {
                 return order;
             }
             continue;

@@ -47,15 +47,15 @@ Function* function_of_library(const char* name) {
     }())
 
 // The library's functions fail only without memory.
-void must(int result) {
+void need_memory(int result) {
     if (result != 0) {
         throw std::bad_alloc();
     }
 }
 
 template <class Object>
-Object* must(Object* object) {
-    must(object == nullptr ? -1 : 0);
+Object* need_memory(Object* object) {
+    need_memory(object == nullptr ? -1 : 0);
     return object;
 }
 
@@ -68,25 +68,25 @@ class Drawing {
 public:
     Drawing(const std::vector<Column>& columns, bool colour, std::size_t width)
         : colour_(colour), heading_(has_heading(columns)) {
-        must(KX_SCOLS(table_set_column_separator)(table_.get(), "  "));
-        must(KX_SCOLS(table_enable_noencoding)(table_.get(), 1));
-        must(KX_SCOLS(table_enable_noheadings)(table_.get(), heading_ ? 0 : 1));
-        must(KX_SCOLS(table_enable_colors)(table_.get(), colour ? 1 : 0));
+        need_memory(KX_SCOLS(table_set_column_separator)(table_.get(), "  "));
+        need_memory(KX_SCOLS(table_enable_noencoding)(table_.get(), 1));
+        need_memory(KX_SCOLS(table_enable_noheadings)(table_.get(), heading_ ? 0 : 1));
+        need_memory(KX_SCOLS(table_enable_colors)(table_.get(), colour ? 1 : 0));
         const bool limited = width != Table::kNoLimit;
-        must(KX_SCOLS(table_set_termforce)(
+        need_memory(KX_SCOLS(table_set_termforce)(
             table_.get(), limited ? SCOLS_TERMFORCE_ALWAYS : SCOLS_TERMFORCE_NEVER));
-        must(KX_SCOLS(table_set_termwidth)(table_.get(), width));
+        need_memory(KX_SCOLS(table_set_termwidth)(table_.get(), width));
         for (const Column& column : columns) {
             add_column(column);
         }
     }
 
     void add_line(const std::vector<Cell>& cells) {
-        libscols_line* const line = must(KX_SCOLS(table_new_line)(table_.get(), nullptr));
+        libscols_line* const line = need_memory(KX_SCOLS(table_new_line)(table_.get(), nullptr));
         for (std::size_t k = 0; k < cells.size(); ++k) {
-            must(KX_SCOLS(line_set_data)(line, k, cells[k].text.c_str()));
+            need_memory(KX_SCOLS(line_set_data)(line, k, cells[k].text.c_str()));
             const char* const colour = kColours[static_cast<std::size_t>(cells[k].style)];
-            must(KX_SCOLS(cell_set_color)(
+            need_memory(KX_SCOLS(cell_set_color)(
                 KX_SCOLS(line_get_cell)(line, k), colour_ ? colour : nullptr));
         }
         lines_.push_back(line);
@@ -109,10 +109,10 @@ public:
         // Without a line the library prints nothing.
         const bool only_heading = lines_.empty();
         if (only_heading) {
-            must(KX_SCOLS(table_new_line)(table_.get(), nullptr));
+            need_memory(KX_SCOLS(table_new_line)(table_.get(), nullptr));
         }
         char* printed = nullptr;
-        must(KX_SCOLS(print_table_to_string)(table_.get(), &printed));
+        need_memory(KX_SCOLS(print_table_to_string)(table_.get(), &printed));
         const std::unique_ptr<char, decltype(&std::free)> owner(printed, std::free);
         const std::string_view all(printed);
         return std::string(only_heading ? all.substr(0, all.find('\n')) : all) + "\n";
@@ -130,9 +130,9 @@ private:
 
     void add_column(const Column& column) {
         const std::string title = printable(column.title);
-        libscols_column* const added =
-            must(KX_SCOLS(table_new_column)(table_.get(), title.c_str(), 0, flags_of(column)));
-        must(KX_SCOLS(cell_set_color)(
+        libscols_column* const added = need_memory(
+            KX_SCOLS(table_new_column)(table_.get(), title.c_str(), 0, flags_of(column)));
+        need_memory(KX_SCOLS(cell_set_color)(
             KX_SCOLS(column_get_header)(added), colour_ ? kBold : nullptr));
         columns_.push_back(added);
     }
@@ -140,14 +140,14 @@ private:
     void shorten(std::size_t place, std::size_t width) {
         for (libscols_line* const line : lines_) {
             const std::string text = KX_SCOLS(cell_get_data)(KX_SCOLS(line_get_cell)(line, place));
-            must(KX_SCOLS(line_set_data)(line, place, shortened(text, width).c_str()));
+            need_memory(KX_SCOLS(line_set_data)(line, place, shortened(text, width).c_str()));
         }
     }
 
     struct Release {
         void operator()(libscols_table* table) const { KX_SCOLS(unref_table)(table); }
     };
-    std::unique_ptr<libscols_table, Release> table_{must(KX_SCOLS(new_table)())};
+    std::unique_ptr<libscols_table, Release> table_{need_memory(KX_SCOLS(new_table)())};
     std::vector<libscols_column*> columns_;  // the table's
     std::vector<libscols_line*> lines_;      // the table's
     bool colour_;
