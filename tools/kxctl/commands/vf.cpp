@@ -88,6 +88,7 @@ ExitCode tell(
         answer["vfs"] = functions.json();
         output.json(answer);
     } else {
+        const Json machine = answer.at("vm");
         functions.print(
             output, (machine.is_null() ? "This host" : machine.get<std::string>()) +
                         std::string(" has no virtual function"));
