@@ -46,6 +46,7 @@ void furnish(Tree& tree) {
     tree.make_directory("/sys/class/net");
     tree.make_directory("/sys/module");
     tree.make_directory("/etc");
+    tree.make_directory("/var/lib");
     furnish_hypervisor(tree);
     for (const char* index : {"dep", "alias", "symbols", "builtin", "builtin.alias"}) {
         tree.write(module_tree() + "/modules." + index + ".bin", empty_module_index(), 0644);

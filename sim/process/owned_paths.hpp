@@ -26,6 +26,7 @@ inline constexpr std::string_view kOwnedPaths[] = {
     "/sys/module",
     "/usr/share/misc/pci.ids",
     "/usr/share/misc/pci.ids.gz",
+    "/var/lib/kxctl",
 };
 
 // Whether a path is that directory or file, or is below it.

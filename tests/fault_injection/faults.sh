@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Make the calls of every exported function, of every member of the class and of every command of
 # kxctl fail: the first calls one by one, later ones at growing distances. Call each function many
-# times. Print how many failures and calls there were; end with 1 when a test failed. Needs a
-# release build with tests.
+# times. Cut changes of a flash at every position. Print how many failures, calls and cuts there were;
+# end with 1 when a test failed. Needs a release build with tests.
 #
 #     tests/fault_injection/faults.sh [COUNT]    COUNT: failures for each command of kxctl (40)
 set -euo pipefail
@@ -29,7 +29,7 @@ run() {
         wait "$process" || failed=1
     done
     # "12 failures, 3 commands" of each shard
-    cat "$output"/* | tr -d '\0' | grep -a -o -E '[0-9]+ (failures|calls), .*' |
+    cat "$output"/* | tr -d '\0' | grep -a -o -E '[0-9]+ (failures|calls|cuts), .*' |
         awk -v name="$1" '{ sum += $1; $1 = ""; what = $0 } END { print name ": " sum what }'
     if ((failed)); then
         cat "$output"/* | tr -d '\0' | grep -a -A12 Failure >&2 ||
@@ -39,7 +39,7 @@ run() {
 }
 
 status=0
-for program in fault_injection_failing_calls fault_injection_failing_machines fault_injection_failing_commands fault_injection_released; do
+for program in fault_injection_failing_calls fault_injection_failing_machines fault_injection_failing_commands fault_injection_released kxctl_flash_cut; do
     run "$program" || status=1
 done
 exit "$status"

@@ -109,6 +109,11 @@ const Row kRows[] = {
     {5, "flash config-write 03:00.4 config.bin --yes", Trouble::kFlashLocked},
     {6, "flash config-write 04:00.4 config.bin --yes --no-backup", Trouble::kFlippedBit},
     {13, "flash config-write 03:00.4 config.bin --yes", Trouble::kNoMemory},
+    {2, "flash recover 03:00.4 --continue --roll-back"},
+    {2, "flash recover 03:00.4 --keep many"},
+    {5, "flash recover 03:00.4 --continue", Trouble::kFlashLocked},
+    {13, "flash recover 03:00.4 --continue", Trouble::kNoMemory},
+    {13, "flash status 03:00.4", Trouble::kNoMemory},
     {1, "vm start web1"},
     {1, "vm suspend web2"},
     {1, "vm resume web1"},
@@ -248,6 +253,7 @@ protected:
         words.emplace_back(more);
         if (is_of_hardware(GetParam().trouble)) {
             const bool busy = GetParam().trouble == Trouble::kBusyController;
+            host_.remove("/var/lib/kxctl");  // an unfinished change
             host_.hardware(words.at(2))
                 .faults({.stuck_busy_at = busy ? 1U : 0U, .flipped_bit_at = busy ? 0U : 1U});
         }

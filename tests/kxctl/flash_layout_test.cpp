@@ -67,13 +67,13 @@ TEST(FlashPlan, LargestBootImageOfQ4ReachesOverTheConfiguration) {
     EXPECT_EQ(plan.touched(), (Range{0, 0x80000}));
 }
 
-TEST(FlashPlan, BootImageOfQ3IsWrittenAsItComes) {
+TEST(FlashPlan, BootImageOfQ3EndsWithItsFirstPageToo) {
     const FlashLayout layout = q3_flash_layout();
     const FlashPlan plan = plan_boot_image(layout, 0x10001);
     EXPECT_THAT(plan.sectors, ElementsAre(0, 1));
-    ASSERT_EQ(plan.pages.size(), 1U);
-    EXPECT_EQ(plan.pages[0].bytes, (Range{0, 0x10001}));
-    EXPECT_EQ(plan.pages[0].count, 257U);
+    ASSERT_EQ(plan.pages.size(), 2U);
+    EXPECT_EQ(plan.pages[0].bytes, (Range{0x100, 0x10100}));
+    EXPECT_EQ(plan.pages[1].bytes, (Range{0, 0x100}));
     EXPECT_EQ(plan_boot_image(layout, 0x30000).erased, (Range{0, 0x30000}));
 }
 
@@ -81,13 +81,14 @@ TEST(FlashPlan, RecordsTakeOneSectorAndTheirPages) {
     const FlashLayout q4 = q4_flash_layout(4 * kMiB, 64);
     const FlashPlan config = plan_record(q4, 1664);
     EXPECT_THAT(config.sectors, ElementsAre(7));
-    EXPECT_EQ(config.pages[0].count, 7U);
+    EXPECT_EQ(config.page_count(), 7U);
     EXPECT_EQ(config.touched(), (Range{0x70000, 0x80000}));
+    EXPECT_TRUE(config.put_back().empty());
     const FlashLayout q3 = q3_flash_layout();
     const FlashPlan settings = plan_record(q3, 448);
     EXPECT_THAT(settings.sectors, ElementsAre(3));
-    EXPECT_EQ(settings.pages[0].bytes, (Range{0x30000, 0x301C0}));
-    EXPECT_EQ(settings.pages[0].count, 2U);
+    EXPECT_EQ(settings.written(), (Range{0x30000, 0x30200}));
+    EXPECT_EQ(settings.page_count(), 2U);
 }
 
 TEST(FlashPlan, ErasesOfRegionsWriteNothing) {
@@ -99,21 +100,23 @@ TEST(FlashPlan, ErasesOfRegionsWriteNothing) {
     EXPECT_THAT(plan_erase(layout, "config").sectors, ElementsAre(7));
 }
 
-// Commands count in 64 KiB, their number in sectors of the flash: two commands for the option ROM
-// erase the same sector of 256 KiB.
-TEST(FlashPlan, LargeSectorsTakeTheirNeighboursWithThem) {
+// Erase commands count in 64 KiB, and each erases a whole sector of 256 KiB.
+TEST(FlashPlan, LargeSectorsPutTheirNeighboursBack) {
     const FlashLayout layout = q4_flash_layout(16 * kMiB, 64);
     EXPECT_EQ(layout.sector_size(), 0x40000U);
     const FlashPlan boot = plan_erase(layout, "boot");
-    EXPECT_THAT(boot.sectors, ElementsAre(0, 1));
-    EXPECT_EQ(boot.erased, (Range{0, 0x40000}));
+    EXPECT_THAT(boot.sectors, ElementsAre(0, 4));
+    EXPECT_EQ(boot.erased, (Range{0, 0x80000}));
+    EXPECT_EQ(boot.replaced, (Range{0, 0x60000}));
+    EXPECT_THAT(boot.put_back(), ElementsAre(Range{0x60000, 0x80000}));
     const FlashPlan config = plan_record(layout, 1664);
-    EXPECT_THAT(config.sectors, ElementsAre(7));
+    EXPECT_THAT(config.sectors, ElementsAre(4));
     EXPECT_EQ(config.erased, (Range{0x40000, 0x80000}));
+    EXPECT_THAT(config.put_back(), ElementsAre(Range{0x40000, 0x70000}));
     EXPECT_EQ(config.touched(), (Range{0x40000, 0x80000}))
         << "the copy contains everything that is erased";
     const FlashPlan image = plan_boot_image(layout, 0x50000);
-    EXPECT_FALSE(image.erased.holds(image.written()));
+    EXPECT_TRUE(image.replaced.holds(image.written()));
 }
 
 TEST(FlashPlan, UnknownSectorsCannotBeErased) {

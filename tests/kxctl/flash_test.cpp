@@ -10,6 +10,7 @@
 #include "kxctl/on_host.hpp"
 #include "support/file_text.hpp"
 #include "support/scratch_directory.hpp"
+#include "support/shell.hpp"
 
 namespace {
 
@@ -327,15 +328,10 @@ TEST_P(EachFamily, DryRunTellsSectorsAndPagesAndTouchesNothing) {
     EXPECT_EQ(reply.at("changed"), false);
     EXPECT_EQ(reply.at("verified"), false);
     EXPECT_EQ(reply.at("erased").at("numbers"), Json({0, 1}));
-    if (location_ == kQ3) {
-        EXPECT_EQ(
-            reply.at("written"), Json({{{"address", 0}, {"size_bytes", 70001}, {"count", 274}}}));
-    } else {
-        EXPECT_EQ(
-            reply.at("written"), Json(
-                                     {{{"address", 256}, {"size_bytes", 69888}, {"count", 273}},
-                                      {{"address", 0}, {"size_bytes", 256}, {"count", 1}}}));
-    }
+    EXPECT_EQ(
+        reply.at("written"), Json(
+                                 {{{"address", 256}, {"size_bytes", 69888}, {"count", 273}},
+                                  {{"address", 0}, {"size_bytes", 256}, {"count", 1}}}));
     EXPECT_EQ(whole(location_), before);
     EXPECT_EQ(hardware(location_).counts().erases, 0U);
     EXPECT_EQ(hardware(location_).counts().programs, 0U);
@@ -371,6 +367,7 @@ TEST_P(EachFamily, BackupIsWholeBeforeTheFirstErase) {
     constexpr unsigned kCuts = 24;
     for (unsigned i = 0; i < kCuts; ++i) {
         hardware(location_).write_flash(0, before);
+        host_.remove("/var/lib/kxctl");
         const auto erases = hardware(location_).counts().erases;
         hardware(location_).faults({.power_cut_at = 1 + taken / kCuts * i});
         const std::string copy = "copy" + std::to_string(i);
@@ -448,22 +445,31 @@ TEST_F(Flash, LargestImageOfEachFamily) {
     EXPECT_EQ(files(), 3U);
 }
 
+// As sha256sum prints it.
+std::string sha256_of(const std::string& bytes) {
+    const test::ScratchDirectory directory;
+    const std::string file = directory.write("bytes", bytes);
+    return test::shell("sha256sum " + file).output.substr(0, 64);
+}
+
 TEST_F(Flash, WriteBootTellsPeopleWhatItDid) {
+    const std::string before = whole(kQ5).substr(0, kSector);
     const test::Result result =
         run({"write-boot", kQ5, file("rom", make_image(1000)), "--yes", "--backup", path("b")});
     EXPECT_EQ(
         result.out,
-        "Card       03:00.4 (Q5, Q520-CR, serial number PT05160001)\n"
-        "Region     boot\n"
-        "Erased     sector 0, 0x0-0xffff\n"
-        "Written    3 pages, 0x100-0x3ff; then 1 page, 0x0-0xff\n"
-        "Copy       " +
-            path("b") +
+        "Card            03:00.4 (Q5, Q520-CR, serial number PT05160001)\n"
+        "Region          boot\n"
+        "Erased          sector 0, 0x0-0xffff\n"
+        "Written         3 pages, 0x100-0x3ff; then 1 page, 0x0-0xff\n"
+        "Copy            " +
+            path("b") + "\nSHA-256 before  " + sha256_of(before) + "\nSHA-256 now     " +
+            sha256_of(whole(kQ5).substr(0, kSector)) +
             "\n"
-            "Read back  as it should be\n");
+            "Read back       as it should be\n");
     EXPECT_THAT(
         result.err, AllOf(
-                        StartsWith("Copying boot: 96 of 384 KiB (25%)\n"),
+                        StartsWith("Reading boot: 96 of 384 KiB (25%)\n"),
                         HasSubstr("Erasing boot: 64 of 64 KiB (100%)\n"
                                   "Writing boot: 256 of 1024 bytes (25%)\n"),
                         HasSubstr("Verifying: 64 of 64 KiB (100%)\n")));
@@ -472,7 +478,7 @@ TEST_F(Flash, WriteBootTellsPeopleWhatItDid) {
 TEST_F(Flash, EndlessEraseIsToldAndNamesTheCopy) {
     hardware(kQ5).faults({.endless_write_at = 1});
     const test::Result result = run({"erase-boot", kQ5, "--yes", "--backup", path("b")});
-    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.exit, 4);
     EXPECT_THAT(result.err, HasSubstr("kxctl: 03:00.4: erasing the boot option ROM: "));
     EXPECT_THAT(result.err, HasSubstr("; what was there is in " + path("b") + "\n"));
 }
@@ -618,23 +624,37 @@ protected:
     }
 };
 
-TEST_F(LargeSectors, ConfigurationTakesPartOfTheRomWithItAndTheCopyHoldsIt) {
-    const std::string before = hardware("07:00.4").flash(0x40000, 0x40000);
+TEST_F(LargeSectors, WhatSharesASectorIsPutBack) {
+    const std::string before = whole("07:00.4");
     const Json reply = json({"config-default", "07:00.4", "--yes", "--backup", path("b")});
-    EXPECT_EQ(reply.at("also_erased"), Json({"boot"}));
+    EXPECT_EQ(reply.at("also_erased"), Json::array());
+    EXPECT_EQ(reply.at("put_back"), Json({"boot"}));
     EXPECT_EQ(reply.at("erased").at("address"), 0x40000);
-    EXPECT_EQ(content("b"), before);
+    EXPECT_EQ(content("b"), before.substr(0x40000, 0x40000));
+    const std::string after = whole("07:00.4");
+    EXPECT_TRUE(after.substr(0, kConfig) == before.substr(0, kConfig));
+    EXPECT_THAT(after.substr(kConfig, 4), "CBIO");
+    EXPECT_TRUE(after.substr(kFirmware) == before.substr(kFirmware));
     EXPECT_THAT(
-        run({"config-erase", "07:00.4", "--dry-run"}).out, HasSubstr("Would also erase  boot\n"));
+        run({"config-erase", "07:00.4", "--dry-run"}).out,
+        HasSubstr("Would put back  part of boot\n"));
 }
 
-TEST_F(LargeSectors, ImageThatTheEraseDoesNotCoverIsRefused) {
-    expect_refusal(
-        {"write-boot", "07:00.4", file("rom", make_image(0x40001)), "--yes"}, 14,
-        "07:00.4: with sectors of 256 KiB the library does not erase all that is to be written");
-    const std::string image = make_image(0x40000);
-    EXPECT_EQ(run({"write-boot", "07:00.4", file("fits", image), "--yes", "--no-backup"}).exit, 0);
-    EXPECT_EQ(hardware("07:00.4").flash(0, 0x40000), image);
+TEST_F(LargeSectors, EraseBootErasesTheWholeRegion) {
+    hardware("07:00.4").write_flash(kConfig, "CBIO");
+    hardware("07:00.4").write_flash(kFirmware, "firmware");
+    const std::string before = whole("07:00.4");
+    EXPECT_EQ(run({"erase-boot", "07:00.4", "--yes", "--no-backup"}).exit, 0);
+    EXPECT_TRUE(whole("07:00.4") == std::string(0x60000, '\xFF') + before.substr(0x60000));
+}
+
+TEST_F(LargeSectors, ImageMayEndInASectorWithTheConfiguration) {
+    hardware("07:00.4").write_flash(kConfig, "CBIO");
+    const std::string image = make_image(0x40001);
+    const Json reply = json({"write-boot", "07:00.4", file("rom", image), "--yes", "--no-backup"});
+    EXPECT_EQ(reply.at("put_back"), Json({"config"}));
+    EXPECT_TRUE(hardware("07:00.4").flash(0, image.size()) == image);
+    EXPECT_EQ(hardware("07:00.4").flash(kConfig, 4), "CBIO");
 }
 
 }  // namespace

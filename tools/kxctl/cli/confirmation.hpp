@@ -23,4 +23,9 @@ private:
     bool given_;
 };
 
+// Shows a text on standard error and returns the word that the user typed, without blanks. Without
+// a terminal throws Failure (wrong usage), which names the options that replace the answer.
+[[nodiscard]] std::string ask_word(
+    const std::string& command, const std::string& options, const std::string& text);
+
 }  // namespace kx::ctl

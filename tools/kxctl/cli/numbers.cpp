@@ -50,6 +50,15 @@ std::uint32_t port_number(const std::string& word) {
     return *instance;
 }
 
+std::size_t number_option(const Arguments& arguments, const std::string& option, std::size_t most) {
+    const std::string word = arguments.get(option);
+    const auto number = parse<std::size_t>(word);
+    if (!number || *number > most) {
+        refuse_usage(fmt::format("{} {}: expected a number from 0 to {}", option, word, most));
+    }
+    return *number;
+}
+
 std::chrono::nanoseconds seconds_option(const Arguments& arguments, const std::string& option) {
     return parse_seconds(option, arguments.get(option));
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +14,10 @@ namespace kx::ctl {
 
 // A port's number within its card.
 [[nodiscard]] std::uint32_t port_number(const std::string& word);
+
+// The value of a given option: a number from 0 to `most`.
+[[nodiscard]] std::size_t number_option(
+    const Arguments& arguments, const std::string& option, std::size_t most);
 
 // The value of a given option in seconds.
 [[nodiscard]] std::chrono::nanoseconds seconds_option(

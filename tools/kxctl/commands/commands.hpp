@@ -61,6 +61,11 @@ inline const Argument kDryRun{
     .name = "--dry-run",
     .help = "Show old and new values, change nothing",
 };
+inline const Argument kKeep{
+    .name = "--keep",
+    .help = "Changes of this adapter that stay in the journal, 0 to 1000 (default: 5)",
+    .value = "N",
+};
 inline const Argument kMachine{
     .name = "VM",
     .help = "Name, UUID or id of the virtual machine, as \"vm list\" shows them",

@@ -10,7 +10,9 @@
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/whole_file.hpp"
+#include "flash/boot_record.hpp"
 #include "flash/change.hpp"
+#include "flash/transaction.hpp"
 #include "library/call.hpp"
 
 namespace kx::ctl::flash {
@@ -106,47 +108,30 @@ std::uint32_t port_count(const FlashCard& card, const Arguments& arguments) {
     return known;
 }
 
-FlashChange erase(const FlashCard& card, const char* region) {
-    const bool boot = std::string_view(region) == "boot";
-    const std::uint8_t index = card.index();
-    const auto own = card.is_q3() ? (boot ? erase_option_rom : erase_hba_settings)
-                                  : (boot ? q4_erase_boot : q4_erase_config);
-    return {
-        .card = &card,
-        .plan = plan_erase(card.layout(), region),
-        .doing = boot ? "erasing the boot option ROM" : "erasing the configuration",
-        .carry_out = [index, own] { return own(index); },
-    };
-}
-
 ExitCode run_erase(
     const char* command, const char* region, const Arguments& arguments, Output& output) {
     check_change_options(command, arguments);
     const FlashCard card = card_to_change(command, arguments);
     must_have(card, region);
-    return run_change(command, erase(card, region), arguments, output);
+    const FlashChange change{
+        .card = &card,
+        .plan = plan_erase(card.layout(), region),
+        .doing = std::string_view(region) == "boot" ? "erasing the boot option ROM"
+                                                    : "erasing the configuration",
+    };
+    return run_change(command, change, arguments, output);
 }
 
-// The library changes a Q3 record when it writes it.
-FlashChange write_record(const FlashCard& card, FileBytes* record) {
-    const std::uint8_t index = card.index();
-    const auto size =
-        static_cast<std::uint32_t>(card.is_q3() ? sizeof(Q3Settings) : sizeof(Q4BootConfig));
-    FlashChange change{
+ExitCode run_write_record(
+    const char* command, const FlashCard& card, const FileBytes& record, const Arguments& arguments,
+    Output& output) {
+    const FlashChange change{
         .card = &card,
-        .plan = plan_record(card.layout(), size),
+        .plan = plan_record(card.layout(), static_cast<std::uint32_t>(record.size())),
         .doing = "writing the configuration",
-        .carry_out = {},
-        .content = *record,
+        .content = record,
     };
-    if (card.is_q3()) {
-        change.carry_out = [index, record] { return save_hba_settings(index, record->data()); };
-    } else {
-        change.carry_out = [index, record] {
-            return write_flash_for_config(index, record->data());
-        };
-    }
-    return change;
+    return run_change(command, change, arguments, output);
 }
 
 ExitCode write_boot(const Arguments& arguments, Output& output) {
@@ -157,17 +142,10 @@ ExitCode write_boot(const Arguments& arguments, Output& output) {
     const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "boot");
     must_fit(card, path, image);
-    const std::uint8_t index = card.index();
-    const auto size = static_cast<std::uint32_t>(image.size());
     const FlashChange change{
         .card = &card,
-        .plan = plan_boot_image(card.layout(), size),
+        .plan = plan_boot_image(card.layout(), static_cast<std::uint32_t>(image.size())),
         .doing = "writing the boot image",
-        .carry_out =
-            [&] {
-                return card.is_q3() ? q3_load_boot(index, image.data(), size)
-                                    : q4_load_boot(index, image.data(), 0, size);
-            },
         .content = image,
     };
     return run_change(kCommand, change, arguments, output);
@@ -181,22 +159,20 @@ ExitCode config_erase(const Arguments& arguments, Output& output) {
     return run_erase("flash config-erase", "config", arguments, output);
 }
 
-// The default of Q3 adapters is an empty block, whose header the library sets. The library creates
-// the default record of the other adapters.
+// The default of Q3 adapters is an empty block. The library creates the default record of the other
+// adapters.
 ExitCode config_default(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash config-default";
     check_change_options(kCommand, arguments);
     const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "config");
-    FileBytes empty(sizeof(Q3Settings), 0);
-    FlashChange change = write_record(card, &empty);
-    if (!card.is_q3()) {
-        must_have_option_rom(card);
-        const std::uint32_t ports = port_count(card, arguments);
-        change.carry_out = [&card, ports] { return q4_load_default_config(card.index(), ports); };
-        change.content = {};
+    if (card.is_q3()) {
+        return run_write_record(kCommand, card, settings_block({}), arguments, output);
     }
-    return run_change(kCommand, change, arguments, output);
+    refuse_unfinished(card);  // which may be why there is no option ROM
+    must_have_option_rom(card);
+    const FileBytes record = default_record(card, port_count(card, arguments));
+    return run_write_record(kCommand, card, record, arguments, output);
 }
 
 ExitCode config_write(const Arguments& arguments, Output& output) {
@@ -205,7 +181,10 @@ ExitCode config_write(const Arguments& arguments, Output& output) {
     const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "config");
     FileBytes record = read_record_file(card, arguments.get("FILE"));
-    return run_change(kCommand, write_record(card, &record), arguments, output);
+    if (card.is_q3()) {
+        record = settings_block(std::move(record));
+    }
+    return run_write_record(kCommand, card, record, arguments, output);
 }
 
 const Argument kYes{.name = "--yes", .help = "Do not ask; required without a terminal"};
@@ -229,15 +208,16 @@ std::vector<Command> boot_rows() {
             .verb = "write-boot",
             .help = "Write a boot option ROM",
             .about = "Erases the sectors for the image, writes the image and reads it back. Asks "
-                     "first, and saves everything that may change. On Q4 and Q5 the first page "
-                     "is written last, so that an interrupted write leaves no valid option ROM "
-                     "instead of a partial one.",
+                     "first, and saves everything that may change. The first page is written "
+                     "last, so that an interrupted write leaves no valid option ROM instead of a "
+                     "partial one; \"flash recover\" then finishes the write or takes it back.",
             .arguments =
                 {kLocation,
                  {.name = "FILE", .help = "The image, which begins with 55 aa"},
                  kYes,
                  kBackup,
                  kNoBackup,
+                 kKeep,
                  kFlashDryRun},
             .examples =
                 {"kxctl flash write-boot 03:00.4 rom.bin",
@@ -250,7 +230,7 @@ std::vector<Command> boot_rows() {
             .help = "Erase the boot option ROM",
             .about = "Erases the region \"boot\" and reads it back. Asks first, and saves "
                      "everything that may change.",
-            .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
+            .arguments = {kLocation, kYes, kBackup, kNoBackup, kKeep, kFlashDryRun},
             .examples =
                 {"kxctl flash erase-boot 03:00.4", "kxctl flash erase-boot 03:00.4 --dry-run"},
             .run = erase_boot,
@@ -279,6 +259,7 @@ std::vector<Command> config_rows() {
                  kYes,
                  kBackup,
                  kNoBackup,
+                 kKeep,
                  kFlashDryRun},
             .examples =
                 {"kxctl flash config-default 03:00.4",
@@ -291,7 +272,7 @@ std::vector<Command> config_rows() {
             .help = "Erase the boot configuration",
             .about = "Erases the region \"config\" and reads it back. Asks first, and saves "
                      "everything that may change.",
-            .arguments = {kLocation, kYes, kBackup, kNoBackup, kFlashDryRun},
+            .arguments = {kLocation, kYes, kBackup, kNoBackup, kKeep, kFlashDryRun},
             .examples =
                 {"kxctl flash config-erase 03:00.4",
                  "kxctl flash config-erase 05:00.0 --yes --no-backup"},
@@ -310,6 +291,7 @@ std::vector<Command> config_rows() {
                  kYes,
                  kBackup,
                  kNoBackup,
+                 kKeep,
                  kFlashDryRun},
             .examples =
                 {"kxctl flash config-write 03:00.4 config.bin",

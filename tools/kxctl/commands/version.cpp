@@ -1,38 +1,15 @@
 // version: the versions of kxctl and of the library.
 #include <fmt/core.h>
 #include <kxlinhw/export.h>
-#include <kxlinhw/status.h>
-
-#include <array>
-#include <cstring>
 
 #include "commands/commands.hpp"
-#include "failure/failure.hpp"
-#include "library/call.hpp"
+#include "library/library_version.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
 #include "output/printable.hpp"
 
 namespace kx::ctl::version {
 namespace {
-
-// The record that GetLibVersion writes.
-struct LibraryVersion {
-    char name[11];
-    std::array<char, 9> untouched;
-    std::uint32_t word;  // major in the high half, minor in the low half
-
-    [[nodiscard]] std::string text() const {
-        return fmt::format("{}.{}", word >> 16U, word & 0xFFFFU);
-    }
-};
-static_assert(sizeof(LibraryVersion) == 24 && offsetof(LibraryVersion, word) == 20);
-
-LibraryVersion query_version() {
-    LibraryVersion version{};
-    check(call_library([&] { return GetLibVersion(&version); }));
-    return version;
-}
 
 ExitCode show(const Arguments&, Output& output) {
     const LibraryVersion library = query_version();

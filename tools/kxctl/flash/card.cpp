@@ -39,6 +39,31 @@ std::string full_bus_location_of(const pci_dev& device) {
     return fmt::format("{:04x}:{}", static_cast<unsigned>(device.domain), bus_location_of(device));
 }
 
+struct Product {
+    std::string name;
+    std::string serial;
+};
+
+// An adapter whose product data cannot be read is known by its location only.
+Product product_of(std::uint8_t index) {
+    const int revision = get_chip_revision(index);
+    AdapterInfoRecord record{};
+    record.adapter = index;
+    record.device_id = kestrix_hbas[index]->device_id;
+    record.chip_class = static_cast<std::uint8_t>(revision - 3);
+    call_library([&] {
+        std::uint32_t cap = 0;
+        if (vpd_setup(index, &cap) != 0) {
+            return;
+        }
+        const auto read = revision == 3   ? q3_get_adapterinfo
+                          : revision == 4 ? q4_get_adapterinfo
+                                          : q5_get_adapterinfo;
+        static_cast<void>(read(index, cap, &record));
+    });
+    return {product_text(record.product_name), product_text(record.serial_number)};
+}
+
 struct FlashStatusRow {
     std::int32_t status;
     ExitCode code;
@@ -73,8 +98,10 @@ FlashCard::FlashCard(std::string location, const std::string& writer)
     : location_(std::move(location)) {
     try {
         find();
-        lock_.emplace(location_, full_bus_location_of(*kestrix_hbas[index_]), writer);
-        read_product_data();
+        lock_.emplace(location_, full_location(), writer);
+        Product product = product_of(index_);
+        product_ = std::move(product.name);
+        serial_ = std::move(product.serial);
         measure();
     } catch (...) {
         call_library([] { return cleanup_and_exit(0); });
@@ -118,31 +145,15 @@ void FlashCard::find() {
 
 const char* FlashCard::chip() const { return revision_ == 3 ? "Q3" : revision_ == 4 ? "Q4" : "Q5"; }
 
-// An adapter whose product data cannot be read is known by its location only.
-void FlashCard::read_product_data() {
-    AdapterInfoRecord record{};
-    record.adapter = index_;
-    record.device_id = device_id_;
-    record.chip_class = static_cast<std::uint8_t>(revision_ - 3);
-    call_library([&] {
-        std::uint32_t cap = 0;
-        if (vpd_setup(index_, &cap) != 0) {
-            return;
+std::string FlashCard::full_location() const { return full_bus_location_of(*kestrix_hbas[index_]); }
+
+std::string FlashCard::serial_at(const std::string& full_location) const {
+    for (std::uint8_t i = 0; i < std::min<unsigned>(g_adapter_count, KX_MOST_ADAPTERS); ++i) {
+        if (i != index_ && full_bus_location_of(*kestrix_hbas[i]) == full_location) {
+            return product_of(i).serial;
         }
-        switch (revision_) {
-            case 3:
-                static_cast<void>(q3_get_adapterinfo(index_, cap, &record));
-                break;
-            case 4:
-                static_cast<void>(q4_get_adapterinfo(index_, cap, &record));
-                break;
-            default:
-                static_cast<void>(q5_get_adapterinfo(index_, cap, &record));
-                break;
-        }
-    });
-    product_ = product_text(record.product_name);
-    serial_ = product_text(record.serial_number);
+    }
+    return {};
 }
 
 void FlashCard::measure() {
@@ -198,9 +209,8 @@ void FlashCard::open_window() const {
     });
     if (status != 0) {
         const bool memory_was_open = memfd >= 0;
-        throw memory_was_open
-            ? failed_registers(location_, full_bus_location_of(*kestrix_hbas[index_]), reason)
-            : failed_memory(location_, reason);
+        throw memory_was_open ? failed_registers(location_, full_location(), reason)
+                              : failed_memory(location_, reason);
     }
 }
 

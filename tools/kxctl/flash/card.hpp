@@ -29,6 +29,12 @@ public:
 
     [[nodiscard]] std::uint8_t index() const { return index_; }
     [[nodiscard]] const std::string& location() const { return location_; }
+    // With the PCI domain: "0000:03:00.4".
+    [[nodiscard]] std::string full_location() const;
+    // Empty when it is unknown.
+    [[nodiscard]] const std::string& serial() const { return serial_; }
+    // The serial number of the adapter at another full location; empty when there is none.
+    [[nodiscard]] std::string serial_at(const std::string& full_location) const;
     [[nodiscard]] const char* chip() const;
     [[nodiscard]] unsigned device_id() const { return device_id_; }
     [[nodiscard]] const FlashLayout& layout() const { return layout_; }
@@ -49,7 +55,6 @@ public:
 
 private:
     void find();
-    void read_product_data();
     void measure();
 
     std::string location_;

@@ -2,43 +2,28 @@
 
 #include <fmt/chrono.h>
 #include <fmt/core.h>
-#include <kxlinhw/flash.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <csignal>
 #include <ctime>
 #include <optional>
 
 #include "cli/confirmation.hpp"
+#include "cli/numbers.hpp"
 #include "failure/failure.hpp"
+#include "files/digest.hpp"
 #include "files/whole_file.hpp"
-#include "flash/write_watch.hpp"
-#include "library/call.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
+#include "flash/change_report.hpp"
+#include "flash/rewrite.hpp"
+#include "flash/transaction.hpp"
+#include "output/printable.hpp"
 
 namespace kx::ctl {
 namespace {
 
-// A partly written flash cannot boot, so signals that end the process wait.
-class SignalsHeld {
-public:
-    SignalsHeld() {
-        sigset_t held;
-        sigemptyset(&held);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
-            sigaddset(&held, signal);
-        }
-        sigprocmask(SIG_BLOCK, &held, &before_);
-    }
-    ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-
-private:
-    sigset_t before_;
-};
+constexpr std::uint8_t kErased = 0xFF;
+constexpr std::size_t kKeptChanges = 5;
+constexpr std::size_t kMostKeptChanges = 1000;
 
 bool is_there(const std::string& path) {
     struct stat status {};
@@ -68,131 +53,31 @@ std::optional<std::string> backup_name(const FlashChange& change, const Argument
                                      : default_backup_name(*change.card, *change.plan.region);
 }
 
-std::string sectors_text(const FlashPlan& plan) {
-    const std::uint32_t first = plan.sectors.front();
-    const std::uint32_t last = plan.sectors.back();
-    const std::string numbers =
-        first == last ? fmt::format("sector {}", first) : fmt::format("sectors {}-{}", first, last);
-    return numbers + ", " + range_text(plan.erased);
-}
-
-std::string pages_text(const FlashPlan& plan) {
-    std::string text;
-    for (const PageRun& run : plan.pages) {
-        text += fmt::format(
-            "{}{} page{}, {}", text.empty() ? "" : "; then ", run.count, run.count == 1 ? "" : "s",
-            range_text(run.bytes));
-    }
-    return text;
-}
-
-// Other regions that the erase affects too.
-std::vector<std::string> regions_lost(const FlashChange& change) {
-    std::vector<std::string> names;
-    for (const FlashRegion& region : change.card->layout().regions) {
-        if (&region != change.plan.region && region.range.meets(change.plan.erased)) {
-            names.emplace_back(region.name);
-        }
-    }
-    return names;
-}
-
-std::string joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names) {
-        text += (text.empty() ? "" : ", ") + name;
-    }
-    return text;
-}
-
-Json sector_list(const FlashPlan& plan) {
-    return {
-        {"numbers", plan.sectors},
-        {"address", plan.erased.begin},
-        {"size_bytes", plan.erased.size()}};
-}
-
-Json page_list(const FlashPlan& plan) {
-    Json runs = Json::array();
-    for (const PageRun& run : plan.pages) {
-        runs.push_back(
-            {{"address", run.bytes.begin}, {"size_bytes", run.bytes.size()}, {"count", run.count}});
-    }
-    return runs;
-}
-
-Json backup_json(const FlashPlan& plan, const std::optional<std::string>& backup) {
-    if (!backup) {
-        return nullptr;
-    }
-    return {
-        {"file", *backup},
-        {"address", plan.touched().begin},
-        {"size_bytes", plan.touched().size()}};
-}
-
-void report(
-    const FlashChange& change, const std::optional<std::string>& backup, bool done,
-    Output& output) {
+ChangeContents contents_of(const FlashChange& change) {
     const FlashPlan& plan = change.plan;
-    if (output.wants_json()) {
-        Json json = change.card->json();
-        json["region"] = plan.region->name;
-        json["dry_run"] = !done;
-        json["changed"] = done;
-        json["erased"] = sector_list(plan);
-        json["also_erased"] = regions_lost(change);
-        json["written"] = page_list(plan);
-        json["backup"] = backup_json(plan, backup);
-        json["verified"] = done;
-        output.json(json);
-        return;
-    }
-    Table table({{}, {}});
-    table.add_row({"Card", change.card->name()});
-    table.add_row({"Region", plan.region->name});
-    table.add_row({done ? "Erased" : "Would erase", sectors_text(plan)});
-    if (const std::vector<std::string> lost = regions_lost(change); !lost.empty()) {
-        table.add_row({done ? "Also erased" : "Would also erase", Cell(joined(lost), Style::kBad)});
-    }
-    if (!plan.pages.empty()) {
-        table.add_row({done ? "Written" : "Would write", pages_text(plan)});
-    }
-    table.add_row({done ? "Copy" : "Would copy to", backup.value_or("")});
-    if (done) {
-        table.add_row({"Read back", Cell("as it should be", Style::kGood)});
-    }
-    output.table(table);
-}
-
-std::string question(const FlashChange& change, const std::optional<std::string>& backup) {
-    const FlashPlan& plan = change.plan;
-    std::string text = fmt::format(
-        "Card {}\nregion {}: erase {}", change.card->name(), plan.region->name, sectors_text(plan));
-    if (const std::vector<std::string> lost = regions_lost(change); !lost.empty()) {
-        text += fmt::format(" (this also erases part of {})", joined(lost));
-    }
-    if (!plan.pages.empty()) {
-        text += fmt::format(", write {}", pages_text(plan));
-    }
-    return text + "\n" + (backup ? "copy before: " + *backup : "no copy is made before");
+    const Range touched = plan.touched();
+    ChangeContents contents;
+    contents.whole = change.card->read(touched, fmt::format("Reading {}", plan.region->name));
+    const auto at = [&](std::uint32_t address) { return address - touched.begin; };
+    contents.old_bytes.assign(
+        contents.whole.begin() + at(plan.erased.begin),
+        contents.whole.begin() + at(plan.erased.end));
+    contents.new_bytes = contents.old_bytes;
+    const auto begin = contents.new_bytes.begin() - plan.erased.begin;
+    std::fill(begin + plan.replaced.begin, begin + plan.replaced.end, kErased);
+    std::ranges::copy(change.content, begin + plan.written().begin);
+    return contents;
 }
 
 // A change must not leave old bytes between those that it writes.
 void check_plan(const FlashChange& change) {
     const FlashLayout& layout = change.card->layout();
-    if (change.plan.sectors.empty()) {
+    const FlashPlan& plan = change.plan;
+    if (plan.sectors.empty() || !plan.replaced.holds(plan.written()) ||
+        plan.touched().end > layout.size) {
         throw Failure(
             ExitCode::kNotSupported,
             fmt::format("{}: the flash's sectors are not known", change.card->location()));
-    }
-    if (!change.plan.erased.holds(change.plan.written()) ||
-        change.plan.touched().end > layout.size) {
-        throw Failure(
-            ExitCode::kNotSupported,
-            fmt::format(
-                "{}: with sectors of {} KiB the library does not erase all that is to be written",
-                change.card->location(), layout.sector_size() / 1024));
     }
 }
 
@@ -200,37 +85,40 @@ std::string hint(const std::optional<std::string>& backup) {
     return backup ? fmt::format("; what was there is in {}", *backup) : "";
 }
 
-// The flash must contain the bytes that the library sent and the content of the change, no others.
-void verify(const FlashChange& change, const WriteWatch& watch, const std::string& what) {
-    const Range range = change.plan.erased;
-    const std::vector<std::uint8_t> now = change.card->read(range, "Verifying");
-    std::vector<std::uint8_t> wanted(watch.expected().begin(), watch.expected().end());
-    if (!change.content.empty()) {
-        std::ranges::copy(
-            change.content, wanted.begin() + (change.plan.written().begin - range.begin));
-    }
-    const auto difference = std::ranges::mismatch(now, wanted).in1;
-    if (difference != now.end()) {
-        throw Failure(
-            ExitCode::kVerification,
-            fmt::format(
-                "{}: verification failed at {:#x}", what,
-                range.begin + static_cast<std::uint32_t>(difference - now.begin())));
-    }
+FlashRecord record_of(const std::string& command, const FlashChange& change) {
+    const FlashCard& card = *change.card;
+    FlashRecord record;
+    record.command = command;
+    record.location = card.full_location();
+    record.serial = printable(card.serial());
+    record.chip = card.chip();
+    record.device_id = card.device_id();
+    record.region = change.plan.region->name;
+    record.range = change.plan.erased;
+    record.sector_size = card.layout().sector_size();
+    record.first_page = change.plan.region->range.begin;
+    return record;
 }
 
-void carry_out(const FlashChange& change, const std::optional<std::string>& backup) {
+void carry_out(
+    const std::string& command, const FlashChange& change, const ChangeContents& contents,
+    const std::optional<std::string>& backup, std::size_t keep) {
     const FlashCard& card = *change.card;
-    const std::string what = card.location() + ": " + change.doing;
+    Journal journal = journal_of(card);
+    journal.lock();
+    FlashRecord record = record_of(command, change);
     card.open_window();
     const SignalsHeld held;
-    WriteWatch watch(change.plan);
-    const std::int32_t status = call_library(change.carry_out);
+    open_change(journal, record, contents.old_bytes, contents.new_bytes);
     try {
-        check_flash(watch.saw_mismatch() ? KX_FLASH_MISMATCH : status, what);
-        verify(change, watch, what);
+        const SectorContent content{
+            record.range, record.sector_size, record.first_page, contents.new_bytes};
+        rewrite(
+            card, content, content.sectors(), record.region, card.location() + ": " + change.doing);
+        journal.close(record.number, kWritten, keep);
     } catch (const Failure& failure) {
-        throw Failure(failure.code(), failure.what() + hint(backup));
+        const Failure unfinished = left_unfinished(failure, card.location());
+        throw Failure(unfinished.code(), unfinished.what() + hint(backup));
     }
 }
 
@@ -243,12 +131,14 @@ void check_change_options(const std::string& command, const Arguments& arguments
     if (!arguments.has("--dry-run")) {
         static_cast<void>(Confirmation(arguments.has("--yes"), command));
     }
-    if (arguments.get("--backup") == "-") {
-        throw Failure(ExitCode::kUsage, command + ": --backup needs a file");
-    }
     if (arguments.has("--backup")) {
         must_be_free(arguments.get("--backup"));
     }
+}
+
+std::size_t kept_changes(const Arguments& arguments) {
+    return arguments.has("--keep") ? number_option(arguments, "--keep", kMostKeptChanges)
+                                   : kKeptChanges;
 }
 
 FlashCard card_to_change(const std::string& command, const Arguments& arguments) {
@@ -259,17 +149,23 @@ ExitCode run_change(
     const std::string& command, const FlashChange& change, const Arguments& arguments,
     Output& output) {
     check_plan(change);
-    const std::optional<std::string> backup = backup_name(change, arguments);
+    const std::size_t keep = kept_changes(arguments);
+    refuse_unfinished(*change.card);
+    const ChangeContents contents = contents_of(change);
     const bool dry = arguments.has("--dry-run");
-    if (!dry) {
-        Confirmation(arguments.has("--yes"), command).ask(question(change, backup));
-        if (backup) {
-            const std::string label = fmt::format("Copying {}", change.plan.region->name);
-            write_new_file(*backup, change.card->read(change.plan.touched(), label));
-        }
-        carry_out(change, backup);
+    if (!contents.differ()) {
+        report_no_change(change, contents, dry, output);
+        return ExitCode::kDone;
     }
-    report(change, backup, !dry, output);
+    const std::optional<std::string> backup = backup_name(change, arguments);
+    if (!dry) {
+        Confirmation(arguments.has("--yes"), command).ask(change_question(change, backup));
+        if (backup) {
+            write_new_file(*backup, contents.whole);
+        }
+        carry_out(command, change, contents, backup, keep);
+    }
+    report_change(change, contents, backup, dry, output);
     return ExitCode::kDone;
 }
 

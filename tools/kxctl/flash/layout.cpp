@@ -14,18 +14,24 @@ constexpr std::uint32_t kEraseUnit = 0x10000;  // the unit in which erase comman
 constexpr const char* kBootMeaning = "boot option ROM";
 constexpr const char* kConfigMeaning = "boot configuration record";
 
-// The number of flash sectors for the bytes, counted in erase units from the first sector: in a
-// flash with larger sectors, several commands erase the same sector.
-void take_sectors(
-    FlashPlan& plan, const FlashLayout& layout, std::uint32_t begin, std::uint32_t size) {
+std::uint32_t rounded_down(std::uint32_t address, std::uint32_t unit) {
+    return address / unit * unit;
+}
+
+std::uint32_t rounded_up(std::uint32_t address, std::uint32_t unit) {
+    return (address + unit - 1) / unit * unit;
+}
+
+// The sectors that contain the bytes. Whole erase units lose their content; a sector may be larger.
+void take_sectors(FlashPlan& plan, const FlashLayout& layout, const Range& bytes) {
     const std::uint32_t sector = layout.sector_size();
-    const std::uint32_t count = sector == 0 ? 0 : (size + sector - 1) / sector;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        plan.sectors.push_back(begin / kEraseUnit + i);
+    if (sector < kEraseUnit || bytes.empty()) {
+        return;
     }
-    if (count > 0) {
-        plan.erased.begin = plan.sectors.front() * kEraseUnit / sector * sector;
-        plan.erased.end = plan.sectors.back() * kEraseUnit / sector * sector + sector;
+    plan.replaced = {rounded_down(bytes.begin, kEraseUnit), rounded_up(bytes.end, kEraseUnit)};
+    plan.erased = {rounded_down(bytes.begin, sector), rounded_up(bytes.end, sector)};
+    for (std::uint32_t at = plan.erased.begin; at < plan.erased.end; at += sector) {
+        plan.sectors.push_back(at / kEraseUnit);
     }
 }
 
@@ -34,6 +40,20 @@ Range range_of(const FlashRegion* region) { return region == nullptr ? Range{} :
 
 PageRun run_of(std::uint32_t begin, std::uint32_t end) {
     return {{begin, end}, (end - begin + KX_FLASH_PAGE - 1) / KX_FLASH_PAGE};
+}
+
+// Only whole pages are written, and the first page last: until then there is no signature.
+FlashPlan plan_content(const FlashLayout& layout, std::string_view region, std::uint32_t size) {
+    constexpr std::uint32_t kPage = KX_FLASH_PAGE;
+    FlashPlan plan{.region = layout.region(region)};
+    const std::uint32_t begin = range_of(plan.region).begin;
+    const std::uint32_t end = begin + rounded_up(size, kPage);
+    take_sectors(plan, layout, {begin, end});
+    if (end > begin + kPage) {
+        plan.pages.push_back(run_of(begin + kPage, end));
+    }
+    plan.pages.push_back(run_of(begin, begin + kPage));
+    return plan;
 }
 
 }  // namespace
@@ -102,36 +122,29 @@ std::uint32_t FlashPlan::page_count() const {
     return count;
 }
 
+std::vector<Range> FlashPlan::put_back() const {
+    std::vector<Range> parts;
+    for (const Range& part :
+         {Range{erased.begin, replaced.begin}, Range{replaced.end, erased.end}}) {
+        if (!part.empty()) {
+            parts.push_back(part);
+        }
+    }
+    return parts;
+}
+
 FlashPlan plan_erase(const FlashLayout& layout, std::string_view region) {
     FlashPlan plan{.region = layout.region(region)};
-    const Range range = range_of(plan.region);
-    take_sectors(plan, layout, range.begin, range.size());
+    take_sectors(plan, layout, range_of(plan.region));
     return plan;
 }
 
-// Q4 and Q5 fill the last page and write the first page last; Q3 writes the pages in order.
 FlashPlan plan_boot_image(const FlashLayout& layout, std::uint32_t size) {
-    FlashPlan plan{.region = layout.region("boot")};
-    take_sectors(plan, layout, 0, size);
-    if (layout.family == FlashFamily::kQ3) {
-        plan.pages.push_back(run_of(0, size));
-        return plan;
-    }
-    constexpr std::uint32_t kPage = KX_FLASH_PAGE;
-    const std::uint32_t end = (size + kPage - 1) / kPage * kPage;
-    if (end > kPage) {
-        plan.pages.push_back(run_of(kPage, end));
-    }
-    plan.pages.push_back(run_of(0, kPage));
-    return plan;
+    return plan_content(layout, "boot", size);
 }
 
 FlashPlan plan_record(const FlashLayout& layout, std::uint32_t size) {
-    FlashPlan plan{.region = layout.region("config")};
-    const std::uint32_t begin = range_of(plan.region).begin;
-    take_sectors(plan, layout, begin, size);
-    plan.pages.push_back(run_of(begin, begin + size));
-    return plan;
+    return plan_content(layout, "config", size);
 }
 
 }  // namespace kx::ctl

@@ -60,13 +60,16 @@ struct PageRun {
 struct FlashPlan {
     const FlashRegion* region = nullptr;
     std::vector<std::uint32_t> sectors = {};  // of the erase commands, in units of 64 KiB
-    Range erased = {};                        // the sectors of the flash that contain them
+    Range erased = {};                        // these sectors of the flash
+    Range replaced = {};  // what loses its content; the rest of the sectors is put back
     std::vector<PageRun> pages = {};
 
     [[nodiscard]] Range written() const;
     // Everything that may change, and the whole region: the content of a copy.
     [[nodiscard]] Range touched() const;
     [[nodiscard]] std::uint32_t page_count() const;
+    // Parts of the sectors that are put back.
+    [[nodiscard]] std::vector<Range> put_back() const;
 };
 
 // Erasing a region; writing `size` bytes of a boot image, or a record of the configuration. The

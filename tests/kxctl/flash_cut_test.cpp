@@ -1,0 +1,241 @@
+// Changes of a flash that are cut: at transfers of the flash, at operations on files with the loss
+// of what was not flushed, and by SIGKILL at system calls. After "flash recover" the flash has
+// exactly the old content or exactly the new one. KX_THOROUGH (./run faults): at every position.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ptrace.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdio>
+
+#include "kxctl/flash_changes.hpp"
+
+namespace {
+
+using test::FlashCommand;
+using test::FlashHost;
+
+constexpr const char* kWays[] = {"--continue", "--roll-back"};
+constexpr unsigned kSamples = 3;
+constexpr unsigned kKillStep = 16;  // a run that is traced takes long
+
+class CutChange : public testing::TestWithParam<FlashCommand> {
+protected:
+    CutChange() {
+        const unsigned start = bench_.transfers();
+        std::vector<std::string> plan = words_;
+        plan.emplace_back("--dry-run");
+        const auto planned = test::json_on(bench_.host, plan);
+        reading_ = bench_.transfers() - start;
+        EXPECT_EQ(bench_.run(words_).exit, 0);
+        all_ = bench_.transfers() - start - reading_;
+        const auto erased = planned.at("erased").at("size_bytes").get<unsigned>();
+        written_ = all_ - erased / 4;  // the rest reads the sectors back
+        new_content_ = bench_.whole();
+        EXPECT_FALSE(new_content_ == bench_.old_content);
+    }
+
+    // What must be true after a cut, and recovers.
+    void expect_recovery(unsigned position) {
+        const testing::ScopedTrace trace(
+            __FILE__, __LINE__, "position " + std::to_string(position));
+        bench_.hardware().restore_power();
+        bench_.hardware().faults({});
+        ++cuts_;
+        if (!bench_.is_unfinished()) {
+            const std::string now = bench_.whole();
+            EXPECT_TRUE(now == bench_.old_content || now == new_content_);
+            return;
+        }
+        const bool rolls_back = cuts_ % 2 != 0;
+        const test::Result result = bench_.recover(kWays[rolls_back ? 1 : 0]);
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_TRUE(bench_.whole() == (rolls_back ? bench_.old_content : new_content_));
+        EXPECT_FALSE(bench_.is_unfinished());
+        ++recovered_;
+    }
+
+    // The positions from 1 to count: a sample, and between dense_begin and dense_end more of them.
+    static std::vector<unsigned> positions(
+        unsigned count, unsigned dense_begin, unsigned dense_end, unsigned thorough_step = 1) {
+        std::vector<unsigned> all;
+        const unsigned sparse = 1 + count / kSamples;
+        const unsigned dense =
+            test::thorough() ? thorough_step : 1 + (dense_end - dense_begin) / kSamples;
+        for (unsigned at = 1; at < dense_begin; at += sparse) {
+            all.push_back(at);
+        }
+        for (unsigned at = dense_begin; at < dense_end; at += dense) {
+            all.push_back(at);
+        }
+        for (unsigned at = dense_end; at <= count; at += sparse) {
+            all.push_back(at);
+        }
+        return all;
+    }
+
+    void TearDown() override { std::printf("%u cuts, flash changes\n", cuts_); }
+
+    FlashHost bench_{*GetParam().chip};
+    const std::vector<std::string> words_ = GetParam().words();
+    std::string new_content_;
+    unsigned reading_ = 0;  // transfers until the question
+    unsigned written_ = 0;  // until all is written
+    unsigned all_ = 0;      // of the whole command
+    unsigned cuts_ = 0;
+    unsigned recovered_ = 0;
+};
+
+// Between reading what is there and verifying, each transfer may change the flash.
+TEST_P(CutChange, AtATransferIsFinishedOrTakenBack) {
+    for (const unsigned at : positions(all_, reading_, written_)) {
+        bench_.begin_again();
+        bench_.host.watch_flushes();
+        bench_.hardware().faults({.power_cut_at = at});
+        const test::Result result = bench_.run(words_);
+        EXPECT_NE(result.exit, 0) << at;
+        if (bench_.is_unfinished()) {
+            EXPECT_EQ(result.exit, 4) << at;
+            EXPECT_THAT(
+                result.err, testing::HasSubstr(
+                                std::string("\"kxctl flash recover ") + GetParam().chip->location +
+                                "\" continues it or takes it back"));
+        }
+        if (at >= written_) {
+            EXPECT_TRUE(bench_.whole() == new_content_) << at;
+        }
+        bench_.host.lose_unflushed();
+        expect_recovery(at);
+    }
+    EXPECT_GT(recovered_, 1U);
+}
+
+TEST_P(CutChange, AtAFileOperationIsFinishedOrTakenBack) {
+    bench_.begin_again();
+    kxsim::FaultRule observer =
+        bench_.host.fail({.call = "file", .nth = UINT_MAX, .error = EIO, .program = "kxctl"});
+    ASSERT_EQ(bench_.run(words_).exit, 0);
+    const unsigned operations = observer.seen();
+    observer.remove();
+    ASSERT_GT(operations, 20U);
+    const unsigned late = operations - std::min(operations, 60U);
+    for (const unsigned at : positions(operations, late, operations)) {
+        bench_.begin_again();
+        bench_.host.watch_flushes();
+        kxsim::Fault cut = kxsim::power_cut(at);
+        cut.program = "kxctl";
+        bench_.host.fail(cut);
+        static_cast<void>(bench_.run(words_));
+        bench_.host.clear_faults();
+        bench_.host.lose_unflushed();
+        expect_recovery(at);
+    }
+}
+
+// Starts kxctl and kills it when it enters a system call; returns how many it entered.
+unsigned run_killed(std::vector<std::string> words, unsigned nth) {
+    words.insert(words.begin(), KXCTL_PROGRAM);
+    const std::vector<char*> arguments = test::detail::pointers(words);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int nothing = open("/dev/null", O_RDWR);
+        dup2(nothing, STDIN_FILENO);
+        dup2(nothing, STDOUT_FILENO);
+        dup2(nothing, STDERR_FILENO);
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+    unsigned entered = 0;
+    bool entering = true;
+    int status = 0;
+    int signal = 0;
+    while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
+        constexpr int kOptions = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+        if (entered == 0) {
+            ptrace(PTRACE_SETOPTIONS, child, nullptr, kOptions);
+        }
+        if (WSTOPSIG(status) == (SIGTRAP | 0x80)) {
+            entered += entering ? 1 : 0;
+            if (entering && entered == nth) {
+                kill(child, SIGKILL);
+            }
+            entering = !entering;
+            signal = 0;
+        } else {
+            signal = WSTOPSIG(status) == SIGTRAP ? 0 : WSTOPSIG(status);
+        }
+        ptrace(PTRACE_SYSCALL, child, nullptr, signal);
+    }
+    return entered;
+}
+
+TEST_P(CutChange, ByAKillIsFinishedOrTakenBack) {
+    bench_.begin_again();
+    const auto attached = bench_.host.attach();
+    const unsigned calls = run_killed(words_, 0);
+    if (calls < 100) {
+        GTEST_SKIP() << "this machine allows no ptrace";
+    }
+    ASSERT_TRUE(bench_.whole() == new_content_);
+    const unsigned late = calls - std::min(calls, 400U);
+    for (const unsigned at : positions(calls, late, calls, kKillStep)) {
+        bench_.begin_again();
+        run_killed(words_, at);
+        expect_recovery(at);
+    }
+    EXPECT_GT(recovered_, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryChange, CutChange, testing::ValuesIn(test::flash_commands()), [](const auto& row) {
+        std::string name = std::string(row.param.chip->name) + "_" + row.param.verb;
+        std::ranges::replace(name, '-', '_');
+        return name;
+    });
+
+// --- a recovery that is cut itself ---
+
+class CutRecovery : public testing::TestWithParam<const test::FlashChip*> {};
+
+TEST_P(CutRecovery, IsUnfinishedAndCanBeRepeatedBothWays) {
+    FlashHost bench(*GetParam());
+    const std::vector<std::string> words = FlashCommand{GetParam(), "write-boot"}.words();
+    ASSERT_EQ(bench.run(words).exit, 0);
+    const std::string new_content = bench.whole();
+    const auto cut_change = [&] {
+        bench.begin_again();
+        bench.hardware().faults({.endless_write_at = 3});
+        EXPECT_EQ(bench.run(words).exit, 4);
+        bench.hardware().restore_power();
+        bench.hardware().faults({});
+    };
+    cut_change();
+    const unsigned before = bench.transfers();
+    ASSERT_EQ(bench.recover("--continue").exit, 0);
+    const unsigned all = bench.transfers() - before;
+    const unsigned step = test::thorough() ? 1 + all / 500 : 1 + all / 8;
+    unsigned unfinished = 0;
+    for (unsigned at = 1; at <= all; at += step) {
+        cut_change();
+        bench.hardware().faults({.power_cut_at = at});
+        EXPECT_NE(bench.recover(kWays[at / step % 2]).exit, 0) << at;
+        bench.hardware().restore_power();
+        bench.hardware().faults({});
+        unfinished += bench.is_unfinished() ? 1 : 0;
+        const bool back = at / step / 2 % 2 != 0;
+        const test::Result result = bench.recover(kWays[back ? 1 : 0]);
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_TRUE(bench.whole() == (back ? bench.old_content : new_content)) << at;
+    }
+    EXPECT_GT(unfinished, 2U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryChip, CutRecovery,
+    testing::Values(
+        &test::kFlashChips[0], &test::kFlashChips[1], &test::kFlashChips[2], &test::kFlashChips[3]),
+    [](const auto& row) { return row.param->name; });
+
+}  // namespace

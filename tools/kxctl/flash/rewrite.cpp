@@ -1,0 +1,112 @@
+#include "flash/rewrite.hpp"
+
+#include <fmt/core.h>
+#include <kxlinhw/flash.h>
+
+#include <algorithm>
+
+#include "failure/failure.hpp"
+#include "library/call.hpp"
+#include "output/progress.hpp"
+
+namespace kx::ctl {
+namespace {
+
+constexpr std::uint8_t kErasedByte = 0xFF;
+constexpr std::uint32_t kEraseCommandUnit = 0x10000;
+
+void erase_sectors(
+    const FlashCard& card, const std::vector<Range>& sectors, const std::string& region,
+    const std::string& what) {
+    std::uint64_t total = 0;
+    for (const Range& sector : sectors) {
+        total += sector.size();
+    }
+    const auto erase = card.is_q3() ? q3_flash_erase_sectors : q4_flash_erase_sectors;
+    Progress progress("Erasing " + region, total);
+    for (const Range& sector : sectors) {
+        const auto number = static_cast<int>(sector.begin / kEraseCommandUnit);
+        check_flash(call_library([&] { return erase(card.index(), number, number); }), what);
+        progress.add(sector.size());
+    }
+}
+
+// The pages that are not erased, in order; the page with the signature is the last one.
+std::vector<Range> pages_to_write(const SectorContent& content, const std::vector<Range>& sectors) {
+    std::vector<Range> pages;
+    for (const Range& sector : sectors) {
+        for (std::uint32_t at = sector.begin; at < sector.end; at += KX_FLASH_PAGE) {
+            const Range page{at, at + KX_FLASH_PAGE};
+            const auto bytes = content.part(page);
+            if (!std::ranges::all_of(bytes, [](auto byte) { return byte == kErasedByte; })) {
+                pages.push_back(page);
+            }
+        }
+    }
+    std::ranges::stable_partition(
+        pages, [&](const Range& page) { return page.begin != content.first_page; });
+    return pages;
+}
+
+void write_pages(
+    const FlashCard& card, const SectorContent& content, const std::vector<Range>& pages,
+    const std::string& region, const std::string& what) {
+    Progress progress("Writing " + region, pages.size() * KX_FLASH_PAGE);
+    for (const Range& page : pages) {
+        const std::uint8_t* const bytes = content.part(page).data();
+        const std::int32_t status = call_library([&] {
+            return card.is_q3() ? q3_write_flash(card.index(), page.begin, KX_FLASH_PAGE, bytes)
+                                : q4_write_flash(card.index(), page.begin, KX_FLASH_PAGE, bytes, 0);
+        });
+        check_flash(status, what);
+        progress.add(KX_FLASH_PAGE);
+    }
+}
+
+void read_back(const FlashCard& card, const SectorContent& content, const std::string& what) {
+    const std::vector<std::uint8_t> now = card.read(content.range, "Verifying");
+    const auto difference = std::ranges::mismatch(now, content.bytes).in1;
+    if (difference != now.end()) {
+        throw Failure(
+            ExitCode::kVerification,
+            fmt::format(
+                "{}: verification failed at {:#x}", what,
+                content.range.begin + static_cast<std::uint32_t>(difference - now.begin())));
+    }
+}
+
+}  // namespace
+
+SignalsHeld::SignalsHeld() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+        sigaddset(&held, signal);
+    }
+    sigprocmask(SIG_BLOCK, &held, &before_);
+}
+
+SignalsHeld::~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+std::vector<Range> SectorContent::sectors() const {
+    std::vector<Range> all;
+    for (std::uint32_t at = range.begin; at < range.end; at += sector_size) {
+        all.push_back({at, at + sector_size});
+    }
+    return all;
+}
+
+std::span<const std::uint8_t> SectorContent::part(const Range& part) const {
+    return bytes.subspan(part.begin - range.begin, part.size());
+}
+
+void rewrite(
+    const FlashCard& card, const SectorContent& content, const std::vector<Range>& sectors,
+    const std::string& region, const std::string& what) {
+    card.open_window();
+    erase_sectors(card, sectors, region, what);
+    write_pages(card, content, pages_to_write(content, sectors), region, what);
+    read_back(card, content, what);
+}
+
+}  // namespace kx::ctl
