@@ -38,6 +38,13 @@ std::string make_image(std::size_t size, unsigned seed = 1) {
     return image;
 }
 
+// As sha256sum prints it.
+std::string sha256_of(const std::string& bytes) {
+    const test::ScratchDirectory directory;
+    const std::string file = directory.write("bytes", bytes);
+    return test::shell("sha256sum " + file).output.substr(0, 64);
+}
+
 class Flash : public testing::Test {
 protected:
     Flash() {
@@ -279,6 +286,47 @@ TEST_F(Flash, DumpThatFailsLeavesNoFile) {
     EXPECT_FALSE(fs::exists(path("second")));
 }
 
+// --- verify ---
+
+TEST_P(EachFamily, VerifyComparesAFileWithTheFlash) {
+    const std::string before = whole(location_);
+    const std::string same = file("same", before.substr(0, 1001));
+    EXPECT_EQ(
+        run({"verify", location_, same}).out, "1001 bytes from 0x0 are those of " + same + "\n");
+    std::string changed = before.substr(0, 1001);
+    changed[40] = static_cast<char>(changed[40] ^ 1);
+    changed[1000] = static_cast<char>(changed[1000] ^ 1);
+    const std::string other = file("other", changed);
+    const test::Result result = run({"verify", location_, other});
+    EXPECT_EQ(result.exit, 4);
+    EXPECT_EQ(result.out, "2 of 1001 bytes differ from " + other + ", the first at 0x28\n");
+    const Json reply = json({"verify", location_, other}, 4);
+    EXPECT_EQ(reply.at("equal"), false);
+    EXPECT_EQ(reply.at("different_bytes"), 2);
+    EXPECT_EQ(reply.at("first_difference"), 40);
+    EXPECT_EQ(reply.at("file_sha256"), sha256_of(changed));
+    EXPECT_EQ(reply.at("flash_sha256"), sha256_of(before.substr(0, 1001)));
+    EXPECT_TRUE(whole(location_) == before);
+}
+
+TEST_F(Flash, VerifyBeginsAtTheRegion) {
+    hardware(kQ5).write_flash(kConfig, "CBIO");
+    const std::string record = file("record", "CBIO");
+    EXPECT_EQ(run({"verify", kQ5, record, "--region", "config"}).exit, 0);
+    EXPECT_EQ(json({"verify", kQ5, record, "--region", "config"}).at("address"), kConfig);
+    EXPECT_EQ(run({"verify", kQ5, record}).exit, 4);
+}
+
+TEST_F(Flash, VerifyRefusesFilesThatDoNotFit) {
+    const std::string empty = file("empty", "");
+    const std::string large = file("large", std::string(kSector + 1, 'x'));
+    expect_refusal({"verify", kQ5, empty}, 2, empty + " has 0 bytes, the region has 4194304");
+    expect_refusal(
+        {"verify", kQ5, large, "--region", "config"}, 2,
+        large + " has 65537 bytes, the region has 65536");
+    expect_refusal({"verify", kQ5, path("none")}, 3, path("none") + ": No such file or directory");
+}
+
 // --- write-boot ---
 
 TEST_P(EachFamily, WriteBootReplacesTheRomAndSavesTheOldOne) {
@@ -443,13 +491,6 @@ TEST_F(Flash, LargestImageOfEachFamily) {
     EXPECT_EQ(reply.at("backup"), nullptr);
     EXPECT_EQ(hardware(kQ4).flash(0, 0x80000), make_image(0x80000));
     EXPECT_EQ(files(), 3U);
-}
-
-// As sha256sum prints it.
-std::string sha256_of(const std::string& bytes) {
-    const test::ScratchDirectory directory;
-    const std::string file = directory.write("bytes", bytes);
-    return test::shell("sha256sum " + file).output.substr(0, 64);
 }
 
 TEST_F(Flash, WriteBootTellsPeopleWhatItDid) {

@@ -1,4 +1,4 @@
-// flash info, flash dump: the identification and the content of an adapter's flash.
+// flash info, flash dump, flash verify: the identification and the content of an adapter's flash.
 #include <fmt/core.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/flash_images.h>
@@ -8,6 +8,7 @@
 
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
+#include "files/digest.hpp"
 #include "files/whole_file.hpp"
 #include "flash/card.hpp"
 #include "library/call.hpp"
@@ -17,6 +18,8 @@
 
 namespace kx::ctl::flash {
 namespace {
+
+constexpr std::size_t kMostFlashBytes = std::size_t{1} << 24U;
 
 // The versions of the two boot images; empty when there is no image.
 struct Contents {
@@ -195,6 +198,68 @@ ExitCode dump(const Arguments& arguments, Output& output) {
     return ExitCode::kDone;
 }
 
+// How a file differs from the flash.
+struct Comparison {
+    std::size_t different = 0;  // bytes
+    std::size_t first = 0;      // of them, in the file
+};
+
+Comparison compare(const std::vector<std::uint8_t>& file, const std::vector<std::uint8_t>& flash) {
+    Comparison comparison;
+    for (std::size_t at = 0; at < file.size(); ++at) {
+        if (file[at] != flash[at]) {
+            comparison.first = comparison.different == 0 ? at : comparison.first;
+            ++comparison.different;
+        }
+    }
+    return comparison;
+}
+
+// The part of a region that a file is compared with. The flash is read in words.
+Range range_for(const Range& region, const std::string& path, std::size_t bytes) {
+    constexpr std::uint32_t kWord = sizeof(std::uint32_t);
+    if (bytes == 0 || bytes > region.size()) {
+        throw Failure(
+            ExitCode::kUsage,
+            fmt::format("{} has {} bytes, the region has {}", path, bytes, region.size()));
+    }
+    const auto size = static_cast<std::uint32_t>(bytes);
+    return {region.begin, region.begin + (size + kWord - 1) / kWord * kWord};
+}
+
+ExitCode verify(const Arguments& arguments, Output& output) {
+    const std::string path = arguments.get("FILE");
+    const std::string region = arguments.get("--region", "all");
+    const std::vector<std::uint8_t> file = read_whole_file(path, kMostFlashBytes);
+    const FlashCard card(arguments.get("LOCATION"));
+    const Range range = range_for(range_named(card, region), path, file.size());
+    std::vector<std::uint8_t> flash = card.read(range, "Reading flash");
+    flash.resize(file.size());
+    const Comparison comparison = compare(file, flash);
+    const bool equal = comparison.different == 0;
+    if (output.wants_json()) {
+        Json json = card.json();
+        json["file"] = path;
+        json["region"] = region;
+        json["address"] = range.begin;
+        json["size_bytes"] = file.size();
+        json["equal"] = equal;
+        json["different_bytes"] = comparison.different;
+        json["first_difference"] = equal ? Json() : Json(range.begin + comparison.first);
+        json["file_sha256"] = sha256(file);
+        json["flash_sha256"] = sha256(flash);
+        output.json(json);
+    } else if (equal) {
+        output.text(
+            fmt::format("{} bytes from {:#x} are those of {}\n", file.size(), range.begin, path));
+    } else {
+        output.text(fmt::format(
+            "{} of {} bytes differ from {}, the first at {:#x}\n", comparison.different,
+            file.size(), path, range.begin + comparison.first));
+    }
+    return equal ? ExitCode::kDone : ExitCode::kPartly;
+}
+
 std::vector<Command> rows() {
     return {
         {
@@ -225,6 +290,25 @@ std::vector<Command> rows() {
                 {"kxctl flash dump 03:00.4 flash.bin",
                  "kxctl flash dump 03:00.4 rom.bin --region boot"},
             .run = dump,
+        },
+        {
+            .noun = "flash",
+            .verb = "verify",
+            .help = "Compare the flash with a file",
+            .about = "Compares the bytes of the file with the flash, from the first byte of the "
+                     "flash or of a region on: a boot image, or what dump wrote. Ends with exit "
+                     "status 4 when they differ. Changes nothing.",
+            .arguments =
+                {kLocation,
+                 {.name = "FILE", .help = "The bytes to compare with"},
+                 {.name = "--region",
+                  .help = "boot, config, firmware or all (default: all)",
+                  .value = "NAME",
+                  .choices = {"boot", "config", "firmware", "all"}}},
+            .examples =
+                {"kxctl flash verify 03:00.4 rom.bin",
+                 "kxctl flash verify 03:00.4 config.bin --region config"},
+            .run = verify,
         },
     };
 }
