@@ -273,7 +273,7 @@ TEST_F(FailingCollectors, TellThatTheListOfModulesCannotBeRead) {
 }
 
 TEST_F(FailingCollectors, TellThatTheBusCannotBeRead) {
-    host_.fail({.call = "open", .times = 0, .error = EIO, .object = "/sys/bus/pci/devices"});
+    host_.fail({.call = "opendir", .times = 0, .error = EIO, .object = "/sys/bus/pci/devices"});
     EXPECT_THAT(
         expect_incomplete("adapters", "modules"),
         HasSubstr("kxctl: adapters: /sys/bus/pci/devices: Input/output error\n"));

@@ -43,6 +43,10 @@ kxsim::Nic odd_nic() {
     return nic;
 }
 
+Json one_ipv6(const char* address, int prefix_length, const char* scope) {
+    return {{"address", address}, {"prefix_length", prefix_length}, {"scope", scope}};
+}
+
 class PortShow : public testing::Test {
 protected:
     PortShow() {
@@ -83,7 +87,7 @@ TEST_F(PortShow, ShowsEveryFieldToPeople) {
         "PHY address             9\n"
         "MAC                     00:11:22:33:44:55\n"
         "IPv4                    192.0.2.1 netmask 255.255.255.0\n"
-        "IPv6                    2001:db8::1\n"
+        "IPv6                    2001:db8::1/64\n"
         "MTU                     9000 bytes\n"
         "Receive checksum        on\n"
         "Transmit checksum       off\n"
@@ -110,32 +114,33 @@ TEST_F(PortShow, ShowsEveryFieldToMachines) {
             {{"location", "03:00.4"},
              {"instance", 1},
              {"interface", "eth2"},
-             {"link_detected", 1},
-             {"link_detected_again", 1},
+             {"link_detected", true},
+             {"link_detected_again", true},
              {"speed", 1000},
-             {"duplex", 0},
-             {"autoneg", 0},
-             {"autoneg_supported", 1},
-             {"autoneg_advertised", 0},
-             {"supported_modes", "10000baseT/Full"},
-             {"advertised_modes", "10000baseT/Full"},
+             {"duplex", "half"},
+             {"autoneg", false},
+             {"autoneg_supported", true},
+             {"autoneg_advertised", false},
+             {"supported_modes", {"10000baseT/Full"}},
+             {"advertised_modes", {"10000baseT/Full"}},
              {"connector", "FIBRE"},
-             {"supported_connectors", "FIBRE"},
+             {"supported_connectors", {"FIBRE"}},
              {"transceiver", "External"},
              {"phy_address", 9},
              {"mac", "00:11:22:33:44:55"},
              {"ipv4_address", "192.0.2.1"},
              {"ipv4_netmask", "255.255.255.0"},
              {"ipv6_address", "2001:db8::1"},
+             {"ipv6_addresses", Json::array({one_ipv6("2001:db8::1", 64, "global")})},
              {"mtu", 9000},
-             {"rx_checksum", 1},
-             {"tx_checksum", 0},
-             {"scatter_gather", 1},
-             {"tso", 0},
-             {"gso", 1},
-             {"pause_autoneg", 0},
-             {"rx_pause", 1},
-             {"tx_pause", 0},
+             {"rx_checksum", true},
+             {"tx_checksum", false},
+             {"scatter_gather", true},
+             {"tso", false},
+             {"gso", true},
+             {"pause_autoneg", false},
+             {"rx_pause", true},
+             {"tx_pause", false},
              {"rx_usecs", 33},
              {"message_level", 0x21},
              {"ring_rx", 101},
@@ -146,8 +151,8 @@ TEST_F(PortShow, ShowsEveryFieldToMachines) {
              {"ring_rx_jumbo_maximum", 203},
              {"ring_tx", 104},
              {"ring_tx_maximum", 204},
-             {"wake_on_lan_enabled", "g"},
-             {"wake_on_lan_supported", "pg"}}));
+             {"wake_on_lan_enabled", {"g"}},
+             {"wake_on_lan_supported", {"p", "g"}}}));
 }
 
 TEST_F(PortShow, TakesThePortByItsNumber) {
@@ -170,6 +175,106 @@ TEST_F(PortShow, ShowsADashForWhatTheDriverDoesNotTell) {
     for (const char* const key : {"connector", "rx_checksum", "rx_pause", "wake_on_lan_enabled"}) {
         EXPECT_TRUE(port.at(key).is_null()) << key;
     }
+}
+
+// Which keys of the answer one request fills.
+struct RequestKeys {
+    std::uint32_t request;
+    const char* what;
+    std::vector<const char*> keys;
+};
+
+const std::vector<RequestKeys>& request_keys() {
+    static const std::vector<RequestKeys> rows = {
+        {ETHTOOL_GSET,
+         "link settings",
+         {"speed", "duplex", "autoneg", "connector", "autoneg_supported", "autoneg_advertised",
+          "supported_modes", "advertised_modes", "supported_connectors", "transceiver",
+          "phy_address"}},
+        {ETHTOOL_GLINK, "link", {"link_detected", "link_detected_again"}},
+        {ETHTOOL_GMSGLVL, "message level", {"message_level"}},
+        {ETHTOOL_GRXCSUM, "receive checksum", {"rx_checksum"}},
+        {ETHTOOL_GTXCSUM, "transmit checksum", {"tx_checksum"}},
+        {ETHTOOL_GSG, "scatter-gather", {"scatter_gather"}},
+        {ETHTOOL_GTSO, "TCP segmentation", {"tso"}},
+        {ETHTOOL_GGSO, "generic segmentation", {"gso"}},
+        {ETHTOOL_GWOL, "wake-on-LAN", {"wake_on_lan_supported", "wake_on_lan_enabled"}},
+        {ETHTOOL_GCOALESCE, "coalescing", {"rx_usecs"}},
+        {ETHTOOL_GRINGPARAM,
+         "rings",
+         {"ring_rx", "ring_rx_mini", "ring_rx_jumbo", "ring_tx", "ring_rx_maximum",
+          "ring_rx_mini_maximum", "ring_rx_jumbo_maximum", "ring_tx_maximum"}},
+        {ETHTOOL_GPAUSEPARAM, "pause", {"pause_autoneg", "tx_pause", "rx_pause"}},
+    };
+    return rows;
+}
+
+TEST_F(PortShow, HasNullForWhatTheDriverDoesNotHave) {
+    for (const RequestKeys& row : request_keys()) {
+        host_.refuse("eth2", row.request, EOPNOTSUPP);
+    }
+    const Json port = json_on(host_, {"port", "show", "03:00.4", "1"});
+    for (const RequestKeys& row : request_keys()) {
+        for (const char* const key : row.keys) {
+            EXPECT_EQ(port.at(key), nullptr) << key;
+        }
+    }
+    EXPECT_FALSE(port.contains("incomplete"));
+}
+
+TEST_F(PortShow, HasNullAndTheReasonForWhatCouldNotBeRead) {
+    for (const RequestKeys& row : request_keys()) {
+        host_.refuse("eth2", row.request, EIO);
+        const Json port = json_on(host_, {"port", "show", "03:00.4", "1"}, 4);
+        for (const char* const key : row.keys) {
+            EXPECT_EQ(port.at(key), nullptr) << key;
+        }
+        const std::string reason = std::string("eth2: ") + row.what + ": Input/output error";
+        EXPECT_EQ(port.value("incomplete", Json()), Json::array({reason}));
+        EXPECT_EQ(run_on(host_, {"port", "show", "03:00.4", "1"}).err, "kxctl: " + reason + "\n");
+        host_.refuse("eth2", row.request, 0);
+    }
+}
+
+TEST_F(PortShow, ShowsSpeedsThatTheRecordHasNoRoomFor) {
+    const auto speed_of = [this](unsigned high, unsigned low) {
+        kxsim::Nic nic = odd_nic();
+        nic.link_settings.speed_hi = static_cast<std::uint16_t>(high);
+        nic.link_settings.speed = static_cast<std::uint16_t>(low);
+        kxsim::Host host;
+        host.module({.name = "zfab4", .loaded = true});
+        host.adapter(
+            {.chip = "Q5", .location = "03:00.4", .ports = {{.name = "eth2", .nic = nic}}});
+        return json_on(host, {"port", "show", "03:00.4", "1"}).at("speed");
+    };
+    EXPECT_EQ(speed_of(1, 34464), 100000);
+    EXPECT_EQ(speed_of(3, 3392), 200000);
+    EXPECT_EQ(speed_of(0, 40000), 40000);
+    EXPECT_EQ(speed_of(0xFFFF, 0xFFFF), nullptr);
+    EXPECT_EQ(speed_of(0, 0xFFFF), nullptr);
+    EXPECT_EQ(speed_of(0, 0), nullptr);
+}
+
+TEST_F(PortShow, HasAllIpv6Addresses) {
+    kxsim::Host host;
+    host.module({.name = "zfab4", .loaded = true});
+    host.adapter(
+        {.chip = "Q5",
+         .location = "03:00.4",
+         .ports = {
+             {.name = "eth2",
+              .ipv6 = {"2001:db8:1111:2222:3333:4444:5555:6666/128", "fec0::1/10", "fe80::1/64"}},
+             {.name = "eth3"}}});
+    const Json port = json_on(host, {"port", "show", "03:00.4", "1"});
+    EXPECT_EQ(port.at("ipv6_address"), "fe80::1");
+    EXPECT_EQ(
+        port.at("ipv6_addresses"),
+        Json::array(
+            {one_ipv6("2001:db8:1111:2222:3333:4444:5555:6666", 128, "global"),
+             one_ipv6("fec0::1", 10, "site"), one_ipv6("fe80::1", 64, "link")}));
+    EXPECT_EQ(json_on(host, {"port", "show", "03:00.4", "2"}).at("ipv6_addresses"), Json::array());
+    host.fail({.call = "getifaddrs", .times = 0, .error = ENOMEM});
+    EXPECT_EQ(json_on(host, {"port", "show", "03:00.4", "1"}, 4).at("ipv6_addresses"), nullptr);
 }
 
 TEST_F(PortShow, OfNoSuchCardOrPortIsNotFound) {

@@ -220,14 +220,14 @@ TEST(ReportPage, HostileTextsStayTexts) {
     Json host = Json::parse(R"({"name": "n", "time": "t", "version": {"kxctl": {"version": "1"}},
         "cards": [{"location": "l", "card": {"chip_type": "c", "model": "m", "firmware": "f"},
           "adapter": {"serial_number": "s", "mac": "m"},
-          "ports": [{"instance": 1, "interface": "i", "link_detected": 0, "speed": 65535,
-            "duplex": 255, "mtu": null, "mac": null, "ipv4_address": "a",
+          "ports": [{"instance": 1, "interface": "i", "link_detected": false, "speed": null,
+            "duplex": null, "mtu": null, "mac": null, "ipv4_address": "a",
             "counters": {"counters": [{"name": "n", "value": 18446744073709551615}]}}],
           "counters": {"failure": "no"},
           "flash": {"flash": {"size_bytes": 1000}, "regions": [
             {"name": "r", "address": 0, "size_bytes": 10, "valid": true, "version": "v"}]},
           "vpd": {"checksum": "b", "fields": [{"keyword": "k", "meaning": "m", "text": "t"}]}}],
-        "modules": {"modules": [{"module": "m", "loaded": 1, "version": "v", "description": "d"}]},
+        "modules": {"modules": [{"module": "m", "loaded": true, "version": "v", "description": "d"}]},
         "vms": {"vms": [{"name": "n", "state": "s", "functions": {"vfs": ["f"]}}]}})");
     poison(host);
     const std::string page = kx::ctl::page::report_page(host);

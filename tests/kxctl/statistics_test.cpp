@@ -180,8 +180,9 @@ TEST_F(Statistics, WatchingEndsWithTheFailureOfAReading) {
     host_.fail({.call = "open", .nth = 3, .times = 0, .error = EIO, .object = kFile});
     const test::Result result =
         run_on(host_, {"card", "stats", "03:00.4", "--watch", "0.01", "--count", "9"});
-    EXPECT_EQ(result.exit, 14);
+    EXPECT_EQ(result.exit, 1);
     EXPECT_THAT(result.out, HasSubstr("InSegs"));
+    EXPECT_THAT(result.err, HasSubstr(std::string("kxctl: ") + kFile + ": Input/output error\n"));
 }
 
 TEST_F(Statistics, TakesOnlySensibleIntervalsAndCounts) {

@@ -173,7 +173,8 @@ TEST_F(Target, NoOtherPortIsShownWhenOneDoesNotAnswer) {
         EXPECT_EQ(result.out, "");
         EXPECT_THAT(result.err, HasSubstr("the kernel lists eth2, eth3, of which eth3 answered"));
     }
-    EXPECT_EQ(test::json_on(host_, {"port", "show", "eth3"})["interface"], "eth3");
+    // The number of eth3 is not certain then.
+    EXPECT_EQ(test::json_on(host_, {"port", "show", "eth3"}, 4)["interface"], "eth3");
     EXPECT_EQ(run({"port", "set", "eth3", "mtu=9000"}).exit, 0);
     EXPECT_EQ(run({"port", "set", "eth2", "mtu=9000"}).exit, 4);
     EXPECT_EQ(host_.mtu("eth2"), 1500U);

@@ -19,14 +19,20 @@ std::string property(const std::string& key, const Json& schema) {
     return line(Json(key).dump() + ": " + schema.dump());
 }
 
+// A switch is true or false, a setting with other words is a word.
 Json setting_schema(const Setting& setting) {
-    std::string text = setting.description_of_numbers();
-    if (setting.known.is_limited()) {
-        text += fmt::format(
-            "; a reading outside {} to {} means not known", setting.known.least,
-            setting.known.most);
+    Json schema = {
+        {"type", Json::array({"integer", "null"})},
+        {"title", setting.title},
+        {"description", setting.description()}};
+    if (setting.words.zero != nullptr) {
+        const Json zero = setting.json_of(0);
+        schema["type"][0] = zero.is_boolean() ? "boolean" : "string";
+        if (zero.is_string()) {
+            schema["enum"] = {zero, setting.json_of(1), nullptr};
+        }
     }
-    return {{"type", {"integer", "null"}}, {"title", setting.title}, {"description", text}};
+    return schema;
 }
 
 bool has_limit(const Setting& setting) { return setting.limit != ctl::kNoLimit; }
@@ -55,7 +61,7 @@ std::string port_setting_schemas() {
         if (has_limit(setting)) {
             out += property(
                 limit_key(setting),
-                {{"type", "integer"}, {"description", "the driver's own limit"}});
+                {{"type", {"integer", "null"}}, {"description", "the driver's own limit"}});
         }
     }
     return out;

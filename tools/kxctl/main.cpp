@@ -75,6 +75,9 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
     if (invocation.options.has("--verbose")) {
         show_library_messages();
     }
+    if (invocation.command->only_reads()) {
+        output.tell_unread();
+    }
     return invocation.command->run(invocation.arguments, output);
 }
 

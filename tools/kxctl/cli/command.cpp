@@ -1,10 +1,20 @@
 // Names of commands, and the given values of their arguments.
 #include "cli/command.hpp"
 
+#include <algorithm>
+#include <iterator>
+
 namespace kx::ctl {
 
 std::string Command::name() const {
     return *verb == '\0' ? std::string(noun) : std::string(noun) + " " + verb;
+}
+
+bool Command::only_reads() const {
+    constexpr std::string_view kReadingVerbs[] = {"list", "show", "stats", "info", "config-show"};
+    constexpr std::string_view kReadingNouns[] = {"metrics", "report", "version"};
+    return *verb == '\0' ? std::ranges::find(kReadingNouns, noun) != std::end(kReadingNouns)
+                         : std::ranges::find(kReadingVerbs, verb) != std::end(kReadingVerbs);
 }
 
 void Arguments::add(std::string_view name, std::vector<std::string> values) {

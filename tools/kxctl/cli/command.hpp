@@ -73,6 +73,9 @@ struct Command {
     Columns* columns = no_columns;  // of a list, which then takes --columns and --sort
 
     [[nodiscard]] std::string name() const;  // "card list"
+    // Whether it changes nothing on the host, so that what it cannot read makes its answer
+    // incomplete.
+    [[nodiscard]] bool only_reads() const;
 };
 
 // Every command, in the order of the help.

@@ -14,7 +14,6 @@
 #include "library/query.hpp"
 #include "library/register_windows.hpp"
 #include "library/target.hpp"
-#include "output/incomplete.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 
@@ -179,9 +178,8 @@ ExitCode list(const Arguments& arguments, Output& output) {
     List list(arguments, output, list_columns());
     const std::vector<AdapterInfoRecord> adapters = none_without_adapter(query_adapter_infos);
     std::map<std::string, std::size_t> interfaces = interface_counts();
-    Incomplete incomplete;
     for (const AdapterInfoRecord& adapter : adapters) {
-        add_unread(incomplete, adapter);
+        add_unread(output.incomplete(), adapter);
         const auto ports = port_count(adapter, interfaces[location_of(adapter)]);
         list.add(
             {location_of(adapter), chip_text(adapter), product_text(adapter.product_name),
@@ -190,13 +188,11 @@ ExitCode list(const Arguments& arguments, Output& output) {
             identity_json(adapter, ports));
     }
     if (output.wants_json()) {
-        Json answer{{"adapters", list.json()}};
-        incomplete.put_into(answer);
-        output.json(answer);
+        output.json(Json{{"adapters", list.json()}});
     } else {
         list.print(output, no_adapter_text());
     }
-    return incomplete.report();
+    return ExitCode::kDone;
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
@@ -205,9 +201,8 @@ ExitCode show(const Arguments& arguments, Output& output) {
     if (!window_was_refused(adapter.adapter)) {
         complete(adapter);
     }
-    Incomplete incomplete;
     if (window_was_refused(adapter.adapter)) {
-        incomplete.add(refused_reason(adapter));
+        output.incomplete().add(refused_reason(adapter));
     }
     const std::vector<std::string> interfaces = interfaces_of(location);
     const std::optional<std::size_t> ports = port_count(adapter, interfaces.size());
@@ -224,9 +219,8 @@ ExitCode show(const Arguments& arguments, Output& output) {
             {"boot_configuration", boot_json(boot_config(adapter))},
             {"settings", when_read(adapter, is_q3 ? Json(has_settings(adapter)) : Json())},
         });
-        incomplete.put_into(all);
         output.json(all);
-        return incomplete.report();
+        return ExitCode::kDone;
     }
     Table table({{}, {}});
     add_identity(table, adapter);
@@ -236,7 +230,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
     table.add_row({adapter.chip_class == KX_CLASS_Q3 ? "V7" : "V5", product_text(adapter.v5)});
     add_boot(table, adapter);
     output.table(table);
-    return incomplete.report();
+    return ExitCode::kDone;
 }
 
 std::vector<Command> rows() {

@@ -5,6 +5,7 @@
 
 #include "cli/list.hpp"
 #include "commands/commands.hpp"
+#include "failure/unread.hpp"
 #include "library/no_adapter.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
@@ -31,17 +32,30 @@ struct Offload {
     bool covers_class;
 };
 
+// A file of the card's function on the PCI bus.
+bool has_unread(const CardInfo& card, const char* file) {
+    return is_unread(fmt::format("{}/{}", field_text(card.pci_bus_location), file));
+}
+
+// An interface that did not answer may be one more port.
+bool knows_ports() { return !is_unread_interface(); }
+
+std::string port_count_text(const CardInfo& card) {
+    return knows_ports() ? fmt::format("{}", std::uint16_t{card.port_count}) : "";
+}
+
 Json to_json(const CardInfo& card) {
     const Offload offload(card);
+    const bool class_is_known = !offload.covers_class && !has_unread(card, "class");
     return {
         {"location", field_text(card.pci_bus_location)},
         {"chip_type", field_text(card.chip_type)},
         {"model", text_or_null(field_text(card.model))},
         {"vendor_id", std::uint32_t{card.vendor_id}},
         {"device_id", std::uint32_t{card.device_id}},
-        {"pci_class", offload.covers_class ? Json() : Json(std::uint32_t{card.pci_class})},
-        {"irq", std::uint32_t{card.irq}},
-        {"port_count", std::uint16_t{card.port_count}},
+        {"pci_class", class_is_known ? Json(std::uint32_t{card.pci_class}) : Json()},
+        {"irq", has_unread(card, "irq") ? Json() : Json(std::uint32_t{card.irq})},
+        {"port_count", knows_ports() ? Json(std::uint16_t{card.port_count}) : Json()},
         {"firmware", text_or_null(field_text(card.firmware))},
         {"offload_device", text_or_null(offload.device)},
     };
@@ -57,9 +71,8 @@ ExitCode list(const Arguments& arguments, Output& output) {
     for (const CardInfo& card : none_without_adapter(query_cards)) {
         cards.add(
             {field_text(card.pci_bus_location), field_text(card.chip_type), field_text(card.model),
-             fmt::format("{:04x}", std::uint32_t{card.device_id}),
-             fmt::format("{}", std::uint16_t{card.port_count}), field_text(card.firmware),
-             Offload(card).for_people()},
+             fmt::format("{:04x}", std::uint32_t{card.device_id}), port_count_text(card),
+             field_text(card.firmware), Offload(card).for_people()},
             to_json(card));
     }
     if (output.wants_json()) {

@@ -184,21 +184,18 @@ ExitCode status(const Arguments& arguments, Output& output) {
         const FlashCard card(arguments.get("LOCATION"));
         std::erase_if(entries, [&](const FlashEntry& entry) { return !is_of(entry, card); });
     }
-    Incomplete incomplete;
     for (const FlashEntry& entry : entries) {
-        add_damage(entry, incomplete);
+        add_damage(entry, output.incomplete());
         changes.add(status_row(entry), entry_json(entry));
     }
     if (output.wants_json()) {
-        Json json{{"changes", changes.json()}};
-        incomplete.put_into(json);
-        output.json(json);
+        output.json(Json{{"changes", changes.json()}});
     } else if (entries.empty()) {
         output.text("The journal has no change of a flash\n");
     } else {
         output.table(changes.table());
     }
-    return incomplete.report();
+    return ExitCode::kDone;
 }
 
 std::vector<Command> recover_rows() {

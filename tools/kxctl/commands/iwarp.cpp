@@ -10,6 +10,7 @@
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
+#include "failure/unread.hpp"
 #include "library/call.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -108,8 +109,9 @@ ExitCode show(const Arguments& arguments, Output& output) {
     Table table({{"PARAMETER"}, {"VALUE", Align::kRight}});
     for (const Setting& setting : settings_of(module)) {
         if (const auto value = setting.value_in(&props)) {
-            parameters[setting.key] = *value;
-            table.add_row({setting.key, fmt::format("{}", *value)});
+            const bool read = !is_unread(fmt::format("/{}", setting.key));
+            parameters[setting.key] = read ? Json(*value) : Json();
+            table.add_row({setting.key, read ? fmt::format("{}", *value) : ""});
         }
     }
     if (output.wants_json()) {

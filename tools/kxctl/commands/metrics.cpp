@@ -1,19 +1,17 @@
 // metrics: the state and the counters of the host's cards, for monitoring.
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/status.h>
+#include <linux/ethtool.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <optional>
 #include <set>
 
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
-#include "files/descriptor.hpp"
+#include "failure/unread.hpp"
 #include "files/replaced_file.hpp"
 #include "library/adapter_query.hpp"
 #include "library/module_files.hpp"
@@ -27,10 +25,6 @@ namespace kx::ctl::metrics {
 namespace {
 
 constexpr std::uint64_t kBytesOfMegabit = 1'000'000 / 8;
-constexpr std::uint16_t kUnknownSpeedMbps = 0xFFFF;
-
-constexpr char kLoadedModules[] = "/proc/modules";
-constexpr char kPciDevices[] = "/sys/bus/pci/devices";
 
 enum Which : std::size_t {
     kBuild,
@@ -97,29 +91,14 @@ bool is_empty_list(const Failure& failure) {
     return status == KX_NO_CARDS || status == KX_NO_ADAPTERS || status == KX_DRIVER_NOT_LOADED;
 }
 
-// A file or directory without which the library takes the list as empty or guesses. A host may lack
-// it, but a process must be able to read it.
-void must_be_readable(const char* path) {
-    if (!Descriptor(open(path, O_RDONLY | O_CLOEXEC))) {
-        const int reason = errno;
-        if (reason != ENOENT) {
-            throw Failure(ExitCode::kFailed, fmt::format("{}: {}", path, std::strerror(reason)));
-        }
-    }
-}
-
 class Collection {
 public:
-    explicit Collection(bool all) : all_(all) {
+    Collection(bool all, Incomplete& incomplete) : all_(all), incomplete_(incomplete) {
         add(kBuild, {{"version", KXCTL_VERSION}}, std::uint64_t{1});
-        collect("adapters", [this] {
-            must_be_readable(kPciDevices);
-            add(kAdapters, {}, query_adapter_count());
-        });
+        collect("adapters", [this] { add_count(kAdapters, query_adapter_count()); });
         collect("cards", [this] {
-            must_be_readable(kLoadedModules);
             cards_ = list_or_none(query_cards);
-            add(kCards, {}, cards_->size());
+            add_count(kCards, cards_->size());
             for (const CardInfo& card : *cards_) {
                 add_card(card);
             }
@@ -132,16 +111,13 @@ public:
             });
         }
         collect("modules", [this] {
-            must_be_readable(kLoadedModules);
             for (const InstalledModule& module : list_or_none(query_installed_modules)) {
-                add(kModule, {{"module", field_text(module.entry.module)}},
-                    std::uint64_t{module.entry.loaded == 1});
+                add_module(module.entry);
             }
         });
     }
 
     [[nodiscard]] const std::vector<Metric>& metrics() const { return metrics_; }
-    [[nodiscard]] const Incomplete& incomplete() const { return incomplete_; }
 
 private:
     // What a collector added before it failed stays.
@@ -152,6 +128,9 @@ private:
         collector_ = name;
         success_ = true;
         attempt(function);
+        for (const std::string& reason : take_unread_reasons()) {
+            add_reason(reason);
+        }
         const Labels labels = {{"collector", name}};
         add(kSuccess, labels, std::uint64_t{success_});
         add(kDuration, labels, Seconds(std::chrono::steady_clock::now() - start).count());
@@ -162,9 +141,13 @@ private:
         try {
             function();
         } catch (const Failure& failure) {
-            incomplete_.add(fmt::format("{}: {}", collector_, failure.what()));
-            success_ = false;
+            add_reason(failure.what());
         }
+    }
+
+    void add_reason(std::string_view reason) {
+        incomplete_.add(fmt::format("{}: {}", collector_, reason));
+        success_ = false;
     }
 
     // A card that fails does not keep the others from being read.
@@ -197,6 +180,20 @@ private:
         }
     }
 
+    // Nobody knows how many there are when something could not be read.
+    void add_count(Which which, std::size_t count) {
+        if (unread_reasons().empty()) {
+            add(which, {}, count);
+        }
+    }
+
+    // Another state: the list of loaded modules could not be read.
+    void add_module(const DriverEntry& entry) {
+        if (entry.loaded <= 1) {
+            add(kModule, {{"module", field_text(entry.module)}}, std::uint64_t{entry.loaded});
+        }
+    }
+
     void add_card(const CardInfo& card) {
         add(kCard,
             {{"location", field_text(card.pci_bus_location)},
@@ -209,13 +206,13 @@ private:
     void add_ports(const CardInfo& card) {
         const std::string location = field_text(card.pci_bus_location);
         if (card.port_count > 0) {
-            for (const PortInfo& port : query_ports(location)) {
+            for (const Port& port : query_ports(location)) {
                 add_port(location, port);
             }
         }
     }
 
-    void add_port(const std::string& location, const PortInfo& port) {
+    void add_port(const std::string& location, const Port& port) {
         const std::string interface = field_text(port.interface_name);
         const Labels labels = {
             {"location", location},
@@ -224,10 +221,14 @@ private:
         Labels identity = labels;
         identity.emplace_back("mac", field_text(port.mac));
         add(kPort, identity, std::uint64_t{1});
-        add(kLink, labels, std::uint64_t{port.link_detected != 0});
-        const std::uint16_t mbps = port.settings.speed;
-        if (mbps != 0 && mbps != kUnknownSpeedMbps) {
-            add(kSpeed, labels, mbps * kBytesOfMegabit);
+        if (port.answers.to(ETHTOOL_GLINK) == Answered::kGiven) {
+            add(kLink, labels, std::uint64_t{port.link_detected != 0});
+        }
+        if (const auto mbps = port.answers.speed_mbps()) {
+            add(kSpeed, labels, *mbps * kBytesOfMegabit);
+        }
+        for (const std::string& reason : port.unread({ETHTOOL_GLINK, ETHTOOL_GSET})) {
+            add_reason(reason);
         }
         const std::string mtu = field_text(port.settings.mtu);
         if (!mtu.empty() && mtu.size() < 10 && mtu.find_first_not_of("0123456789") == mtu.npos) {
@@ -272,14 +273,14 @@ private:
     bool all_;
     const char* collector_ = "";
     bool success_ = true;
-    Incomplete incomplete_;
+    Incomplete& incomplete_;
     std::optional<std::vector<CardInfo>> cards_;
     std::vector<Metric> metrics_ = empty_metrics();
     std::set<std::pair<Which, Labels>> seen_;
 };
 
 ExitCode run(const Arguments& arguments, Output& output) {
-    const Collection collection(arguments.has("--all"));
+    const Collection collection(arguments.has("--all"), output.incomplete());
     const std::string given = arguments.get("--output");
     const std::string file = Output::is_named(given) ? "" : given;
     const std::string text = exposition_text(collection.metrics());
@@ -287,13 +288,12 @@ ExitCode run(const Arguments& arguments, Output& output) {
         replace_file(file, text);
     }
     if (output.wants_json()) {
-        Json answer{{"file", text_or_null(file)}, {"metrics", metrics_json(collection.metrics())}};
-        collection.incomplete().put_into(answer);
-        output.json(answer);
+        output.json(
+            Json{{"file", text_or_null(file)}, {"metrics", metrics_json(collection.metrics())}});
     } else if (file.empty()) {
         output.text(text);
     }
-    return collection.incomplete().report();
+    return ExitCode::kDone;
 }
 
 std::vector<Command> rows() {

@@ -22,11 +22,16 @@ Cell loaded_cell(std::uint8_t state) {
     }
 }
 
+// Another state: the list of loaded modules could not be read.
+Json loaded_json(std::uint8_t state) {
+    return state == kLoaded || state == kNotLoaded ? Json(state == kLoaded) : Json();
+}
+
 Json to_json(const InstalledModule& module) {
     const DriverEntry& entry = module.entry;
     return {
         {"module", field_text(entry.module)},
-        {"loaded", entry.loaded},
+        {"loaded", loaded_json(entry.loaded)},
         {"version", text_or_null(field_text(entry.version))},
         {"description", text_or_null(field_text(entry.description))},
         {"compressed", text_or_null(module.compressed)},

@@ -6,6 +6,7 @@
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
+#include "failure/unread.hpp"
 #include "library/call.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
@@ -26,6 +27,12 @@ int device_of(const CardInfo& card, const std::string& location) {
         check(call_library([&] { return getTOEDeviceIndex(interface.c_str(), &index); }));
     }
     return index;
+}
+
+// A parameter of the engine, or of the Ethernet driver, which all cards share.
+bool has_unread(const char* key, int device) {
+    return is_unread(fmt::format("/toe{}_tom/{}", device, key)) ||
+           is_unread(fmt::format("/parameters/{}", key));
 }
 
 }  // namespace
@@ -50,9 +57,12 @@ ExitCode show(const Arguments& arguments, Output& output) {
     Table table({{"PARAMETER"}, {"VALUE", Align::kRight}, {"UNIT"}});
     for (const Setting& setting : settings()) {
         if (const auto value = setting.value_in(&card.params)) {
+            const bool read = !has_unread(setting.key, device);
             parameters.push_back(
-                {{"name", setting.key}, {"value", *value}, {"unit", text_or_null(setting.unit)}});
-            table.add_row({setting.key, fmt::format("{}", *value), setting.unit});
+                {{"name", setting.key},
+                 {"value", read ? Json(*value) : Json()},
+                 {"unit", text_or_null(setting.unit)}});
+            table.add_row({setting.key, read ? fmt::format("{}", *value) : "", setting.unit});
         }
     }
     if (output.wants_json()) {

@@ -20,7 +20,8 @@ std::vector<Column> list_columns() {
 ExitCode list(const Arguments& arguments, Output& output) {
     List ports(arguments, output, list_columns());
     const std::string location = card_location(arguments);
-    for (const PortInfo& port : query_ports(location)) {
+    for (const Port& port : query_ports(location)) {
+        add_unread_summary(port, output.incomplete());
         ports.add(
             {fmt::format("{}", port.instance), field_text(port.interface_name), link_cell(port),
              setting_text("speed", port), setting_text("duplex", port), setting_text("mtu", port),

@@ -12,27 +12,42 @@
 namespace kx::ctl::port {
 namespace {
 
-std::string address_text(const PortInfo& port) {
+std::string address_text(const Port& port) {
     const std::string netmask = field_text(port.ipv4_netmask);
     return field_text(port.ipv4_address) + (netmask.empty() ? "" : " netmask " + netmask);
 }
 
-std::string negotiation_note(const PortInfo& port) {
+// All addresses, each with its prefix length.
+std::string ipv6_text(const Port& port) {
+    std::string text;
+    for (const Ipv6Address& address : port.ipv6_addresses.value_or(std::vector<Ipv6Address>())) {
+        text += fmt::format(
+            "{}{}/{}", text.empty() ? "" : ", ", address.address, address.prefix_length);
+    }
+    return text;
+}
+
+std::string phy_address_text(const Port& port) {
+    const auto address = known_phy_address(port);
+    return address ? fmt::format("{}", *address) : "";
+}
+
+std::string negotiation_note(const Port& port) {
     return fmt::format(
         " ({}supported, {}advertised)", port.autoneg_supported != 0 ? "" : "not ",
         port.autoneg_advertised != 0 ? "" : "not ");
 }
 
 // "1024 of 16384 descriptors", "0x7", "on"; empty when the driver does not know.
-std::string full_text(const Setting& setting, const PortInfo& port) {
+std::string full_text(const Setting& setting, const Port& port) {
     std::string text = setting_text(setting, port);
     if (text.empty()) {
         return "";
     }
     if (setting.is_bit_set) {
-        text = fmt::format("{:#x}", setting.value_in(&port.settings).value_or(0));
+        text = fmt::format("{:#x}", known_value(setting, port).value_or(0));
     }
-    if (const auto limit = setting.limit_in(port)) {
+    if (const auto limit = known_limit(setting, port)) {
         text += fmt::format(" of {}", *limit);
     }
     if (std::string_view(setting.key) == "autoneg") {
@@ -44,7 +59,7 @@ std::string full_text(const Setting& setting, const PortInfo& port) {
 // The settings of the link are shown next to its other properties.
 bool is_of_link(const Setting& setting) { return setting.change_bit == KX_PORT_LINK; }
 
-void add_settings(Table& table, const PortInfo& port, bool of_link) {
+void add_settings(Table& table, const Port& port, bool of_link) {
     for (const Setting& setting : port_settings()) {
         if (setting.is_shown() && is_of_link(setting) == of_link) {
             table.add_row({setting.title, full_text(setting, port)});
@@ -52,7 +67,7 @@ void add_settings(Table& table, const PortInfo& port, bool of_link) {
     }
 }
 
-void add_link(Table& table, const PortInfo& port) {
+void add_link(Table& table, const Port& port) {
     table.add_row({"Link", link_cell(port)});
     add_settings(table, port, true);
     table.add_row({"Supported modes", field_text(port.supported_modes)});
@@ -60,18 +75,19 @@ void add_link(Table& table, const PortInfo& port) {
     table.add_row({"Connector", field_text(port.connector)});
     table.add_row({"Supported connectors", field_text(port.supported_connectors)});
     table.add_row({"Transceiver", field_text(port.transceiver)});
-    table.add_row({"PHY address", fmt::format("{}", std::uint32_t{port.phy_address})});
+    table.add_row({"PHY address", phy_address_text(port)});
 }
 
-void add_addresses(Table& table, const PortInfo& port) {
+void add_addresses(Table& table, const Port& port) {
     table.add_row({"MAC", field_text(port.mac)});
     table.add_row({"IPv4", address_text(port)});
-    table.add_row({"IPv6", field_text(port.ipv6_address)});
+    table.add_row({"IPv6", ipv6_text(port)});
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
     const PortTarget target(arguments);
-    const PortInfo& port = target.record();
+    const Port& port = target.record();
+    add_unread_fields(port, output.incomplete());
     if (output.wants_json()) {
         Json all = target.json();
         all.update(complete_json(port));

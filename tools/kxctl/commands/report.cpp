@@ -117,6 +117,18 @@ void collect_failures(const Json& value, Json& failures) {
     }
 }
 
+// What the answers say that they lack.
+void add_incomplete(const Json& value, Incomplete& incomplete) {
+    if (value.is_object() && value.contains("incomplete")) {
+        incomplete.add(value.at("incomplete").get<std::vector<std::string>>());
+    }
+    if (value.is_structured()) {
+        for (const Json& part : value) {
+            add_incomplete(part, incomplete);
+        }
+    }
+}
+
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string file = arguments.get("--html");
     if (file.empty()) {
@@ -126,6 +138,7 @@ ExitCode run(const Arguments& arguments, Output& output) {
         output.must_be_free(Content::kText);
     }
     const Json host = host_answers();
+    add_incomplete(host, output.incomplete());
     const std::string text = page::report_page(host);
     if (Output::is_named(file)) {
         output.text(text);

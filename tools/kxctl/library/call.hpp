@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "files/descriptor.hpp"
+#include "library/host_watch.hpp"
 
 namespace kx::ctl {
 
@@ -56,6 +57,7 @@ private:
     Descriptor target_;
     Redirection output_;
     Redirection errors_;
+    HostWatch watch_;
 };
 
 // The result of a function that is called with its messages redirected.

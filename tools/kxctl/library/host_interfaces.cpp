@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "failure/failure.hpp"
+#include "library/host_watch.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -60,6 +61,7 @@ bool is_plain_name(const std::string& name) {
 }  // namespace
 
 std::vector<HostInterface> host_interfaces() {
+    const HostWatch watch;
     std::vector<HostInterface> all;
     std::error_code error;
     fs::directory_iterator entry(kInterfaces, error);
@@ -77,6 +79,7 @@ std::optional<HostInterface> host_interface(const std::string& name) {
     if (!is_plain_name(name)) {
         return std::nullopt;
     }
+    const HostWatch watch;
     std::error_code error;
     const fs::path path = fs::path(kInterfaces) / name;
     // bonding_masters is a file beside the interfaces.

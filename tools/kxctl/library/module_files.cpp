@@ -118,6 +118,7 @@ std::vector<CompressedFile> compressed_files() {
     if (uname(&kernel) != 0) {
         return {};
     }
+    const HostWatch watch;
     std::vector<CompressedFile> files;
     std::error_code error;
     fs::recursive_directory_iterator entry(
@@ -190,6 +191,7 @@ void read_texts(const CompressedFile& file, DriverEntry& entry) {
 
 // As the library tells it: 1, 0, or the status of an unreadable list.
 std::uint8_t loaded_state(std::string_view module) {
+    const HostWatch watch;
     std::ifstream list("/proc/modules");
     if (!list) {
         return KX_RESOURCE_UNAVAILABLE;

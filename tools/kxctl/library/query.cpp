@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <memory>
 
 #include "failure/failure.hpp"
@@ -39,9 +38,14 @@ void forget_pointers(DriverEntry&) {}
 void forget_pointers(StatEntry&) {}
 
 std::size_t interface_count() {
+    const HostWatch watch;
     std::error_code error;
-    const std::filesystem::directory_iterator interfaces("/sys/class/net", error);
-    return error ? 0 : static_cast<std::size_t>(std::distance(begin(interfaces), end(interfaces)));
+    std::size_t count = 0;
+    for (std::filesystem::directory_iterator entry("/sys/class/net", error);
+         !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        ++count;
+    }
+    return count;
 }
 
 // The query functions do not know the size of the buffer, so it must hold every possible result.
@@ -82,10 +86,11 @@ template std::vector<StatEntry> records_of<StatEntry>(std::span<const std::byte>
 
 std::vector<CardInfo> query_cards() { return ask<CardInfo>(GetCardInfo); }
 
-std::vector<PortInfo> query_ports(const std::string& location) {
-    return ask<PortInfo>([&](void* buffer, std::uint32_t* length) {
+std::vector<Port> query_ports(const std::string& location) {
+    forget_driver_answers();
+    return ports_of(ask<PortInfo>([&](void* buffer, std::uint32_t* length) {
         return GetPortInfo(location.c_str(), buffer, length);
-    });
+    }));
 }
 
 std::vector<DriverEntry> query_modules() { return ask<DriverEntry>(GetDriverDetails); }

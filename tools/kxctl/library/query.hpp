@@ -9,11 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "library/port.hpp"
+
 namespace kx::ctl {
 
 // Each throws Failure with the library's status.
 [[nodiscard]] std::vector<CardInfo> query_cards();
-[[nodiscard]] std::vector<PortInfo> query_ports(const std::string& location);
+[[nodiscard]] std::vector<Port> query_ports(const std::string& location);
 [[nodiscard]] std::vector<DriverEntry> query_modules();
 [[nodiscard]] std::vector<StatEntry> query_card_counters(const std::string& location);
 [[nodiscard]] std::vector<StatEntry> query_port_counters(const std::string& interface);

@@ -46,6 +46,7 @@ bool is_kestrix(const fs::path& function) {
 
 // The functions of the maker in the kernel's list of PCI functions, in every domain.
 std::vector<PciLocation> functions_in_all_domains(const PciLocation& wanted) {
+    const HostWatch watch;
     std::vector<PciLocation> found;
     std::error_code error;
     fs::directory_iterator entry("/sys/bus/pci/devices", error);
@@ -145,7 +146,7 @@ std::string find_card(const std::string& word) {
 }
 
 // The ports at a location; none for a card without a port.
-std::vector<PortInfo> ports_at(const std::string& location) {
+std::vector<Port> ports_at(const std::string& location) {
     try {
         return query_ports(location);
     } catch (const Failure& failure) {
@@ -157,11 +158,10 @@ std::vector<PortInfo> ports_at(const std::string& location) {
 }
 
 // Throws Failure unless the library's ports are the kernel's.
-void check_numbers(const std::string& location, const std::vector<PortInfo>& ports) {
+void check_numbers(const std::string& location, const std::vector<Port>& ports) {
     std::vector<std::string> answering(ports.size());
-    std::ranges::transform(ports, answering.begin(), [](const PortInfo& port) {
-        return field_text(port.interface_name);
-    });
+    std::ranges::transform(
+        ports, answering.begin(), [](const Port& port) { return field_text(port.interface_name); });
     std::ranges::sort(answering);
     const std::vector<std::string> listed = interfaces_at(*PciLocation::parse(location));
     if (answering != listed) {
@@ -174,9 +174,9 @@ void check_numbers(const std::string& location, const std::vector<PortInfo>& por
     }
 }
 
-const PortInfo* find_record(const std::vector<PortInfo>& ports, const std::string& interface) {
+const Port* find_record(const std::vector<Port>& ports, const std::string& interface) {
     const auto found = std::ranges::find_if(
-        ports, [&](const PortInfo& port) { return field_text(port.interface_name) == interface; });
+        ports, [&](const Port& port) { return field_text(port.interface_name) == interface; });
     return found == ports.end() ? nullptr : &*found;
 }
 
@@ -219,8 +219,8 @@ void PortTarget::find(const std::string& word) {
             fmt::format("{} is not a port of an adapter", described(*interface)));
     }
     location_ = interface->location->text();
-    const std::vector<PortInfo> ports = ports_at(location_);
-    const PortInfo* const record = find_record(ports, word);
+    const std::vector<Port> ports = ports_at(location_);
+    const Port* const record = find_record(ports, word);
     if (record == nullptr) {
         throw Failure(
             ExitCode::kPartly,
@@ -231,10 +231,10 @@ void PortTarget::find(const std::string& word) {
 
 void PortTarget::find(const std::string& card, std::uint32_t instance) {
     location_ = find_card(card);
-    const std::vector<PortInfo> ports = ports_at(location_);
+    const std::vector<Port> ports = ports_at(location_);
     check_numbers(location_, ports);
     const auto found = std::ranges::find_if(
-        ports, [instance](const PortInfo& port) { return port.instance == instance; });
+        ports, [instance](const Port& port) { return port.instance == instance; });
     if (found == ports.end()) {
         check(ports.empty() ? KX_NO_PORT : KX_INVALID_PORT);
     }
@@ -242,7 +242,7 @@ void PortTarget::find(const std::string& card, std::uint32_t instance) {
 }
 
 // What the kernel says about the port that the library has found.
-void PortTarget::identify(const PortInfo& record) {
+void PortTarget::identify(const Port& record) {
     record_ = record;
     const std::string name = field_text(record_.interface_name);
     const std::string mac = field_text(record_.mac);
@@ -295,9 +295,9 @@ std::vector<StatEntry> PortTarget::read_counters() const {
     return counters;
 }
 
-PortInfo PortTarget::read_again() const {
-    const std::vector<PortInfo> ports = ports_at(location_);
-    const PortInfo* const record = find_record(ports, interface());
+Port PortTarget::read_again() const {
+    const std::vector<Port> ports = ports_at(location_);
+    const Port* const record = find_record(ports, interface());
     const std::optional<HostInterface> now = host_interface(interface());
     if (now != identity_) {
         throw Failure(

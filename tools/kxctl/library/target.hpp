@@ -6,14 +6,13 @@
 // function.
 #pragma once
 
-#include <kxlinhw/records.h>
-
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/command.hpp"
 #include "library/host_interfaces.hpp"
+#include "library/port.hpp"
 #include "output/json.hpp"
 
 namespace kx::ctl {
@@ -33,7 +32,7 @@ public:
     [[nodiscard]] std::uint32_t instance() const { return record_.instance; }
     [[nodiscard]] const std::string& interface() const { return identity_.name; }
     // The library's record of the port.
-    [[nodiscard]] const PortInfo& record() const { return record_; }
+    [[nodiscard]] const Port& record() const { return record_; }
 
     // The first members of every answer: location, instance, interface and MAC.
     [[nodiscard]] Json json() const;
@@ -48,16 +47,16 @@ public:
 
     // The library's record after a change. Throws Failure (kPartly) when the interface is no longer
     // the same one.
-    [[nodiscard]] PortInfo read_again() const;
+    [[nodiscard]] Port read_again() const;
 
 private:
     void find(const std::string& interface);
     void find(const std::string& card, std::uint32_t instance);
-    void identify(const PortInfo& record);
+    void identify(const Port& record);
     [[nodiscard]] std::string movement(const std::optional<HostInterface>& now) const;
 
     std::string location_;
-    PortInfo record_{};
+    Port record_{};
     HostInterface identity_;
 };
 

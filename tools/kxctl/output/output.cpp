@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "failure/failure.hpp"
+#include "failure/unread.hpp"
 #include "files/descriptor.hpp"
 #include "output/printable.hpp"
 #include "output/standard_streams.hpp"
@@ -15,13 +16,27 @@
 namespace kx::ctl {
 namespace {
 
-Json to_json(const Failure& failure) {
+Json to_json(const Failure& failure, ExitCode code, const std::vector<std::string>& unread) {
+    std::vector<std::string> detail = failure.detail();
+    detail.insert(detail.end(), unread.begin(), unread.end());
     return {
         {"error",
-         {{"code", static_cast<int>(failure.code())},
+         {{"code", static_cast<int>(code)},
           {"status", failure.status() ? Json(*failure.status()) : Json()},
           {"text", failure.what()},
-          {"detail", failure.detail()}}}};
+          {"detail", detail}}}};
+}
+
+// What is missing may be what could not be read.
+bool is_uncertain(ExitCode code) {
+    return code == ExitCode::kNotFound || code == ExitCode::kNotSupported;
+}
+
+constexpr int kJsonIndent = 2;
+constexpr int kOneLine = -1;
+
+std::string json_text(const Json& value, int indent) {
+    return printable_json(value.dump(indent, ' ', false, Json::error_handler_t::replace)) + '\n';
 }
 
 // Some file systems report a failed write only when the file is closed.
@@ -44,15 +59,22 @@ bool decide_colour(
 
 std::string Output::table_text(const Table& table) const { return table.text(colour_, width_); }
 
-void Output::json(const Json& value) {
-    constexpr int kJsonIndent = 2;
-    text_ += printable_json(value.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace));
-    text_ += '\n';
+void Output::add_unread() {
+    if (tells_unread_) {
+        incomplete_.add(take_unread_reasons());
+    }
 }
 
-void Output::json_line(const Json& value) {
-    text_ += printable_json(value.dump(-1, ' ', false, Json::error_handler_t::replace));
-    text_ += '\n';
+void Output::json(Json value) {
+    add_unread();
+    incomplete_.put_into(value);
+    text_ += json_text(value, kJsonIndent);
+}
+
+void Output::json_line(Json value) {
+    add_unread();
+    incomplete_.put_into(value);
+    text_ += json_text(value, kOneLine);
 }
 
 void Output::must_be_free(Content content) const {
@@ -69,6 +91,8 @@ void Output::bytes(std::span<const std::uint8_t> bytes) {
 }
 
 bool Output::flush() {
+    add_unread();
+    incomplete_.complain_once();
     const int reason = write_text(STDOUT_FILENO, text_);
     text_.clear();
     if (reason != 0 && reason != EPIPE) {
@@ -78,15 +102,21 @@ bool Output::flush() {
 }
 
 ExitCode Output::report(const Failure& failure) {
-    text_.clear();
-    if (json_) {
-        json(to_json(failure));
+    add_unread();
+    if (!is_uncertain(failure.code())) {
+        incomplete_ = {};  // the failure tells its reason
     }
+    const ExitCode code = incomplete_.empty() ? failure.code() : ExitCode::kFailed;
+    text_ = json_ ? json_text(to_json(failure, code, incomplete_.reasons()), kJsonIndent) : "";
     complain(failure.line());
-    return failure.code();
+    incomplete_.complain_once();
+    return code;
 }
 
-ExitCode Output::finish(ExitCode code) {
+ExitCode Output::finish(ExitCode whole) {
+    add_unread();
+    incomplete_.complain_once();
+    const ExitCode code = incomplete_.code(whole);
     if (text_.empty()) {
         return code;
     }
@@ -95,7 +125,7 @@ ExitCode Output::finish(ExitCode code) {
         return code;
     }
     complain(fmt::format("standard output: {}", std::strerror(reason)));
-    return code == ExitCode::kDone ? ExitCode::kFailed : code;
+    return whole == ExitCode::kDone ? ExitCode::kFailed : code;
 }
 
 }  // namespace kx::ctl

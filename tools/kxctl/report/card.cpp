@@ -31,13 +31,14 @@ std::string facts_of(const Json& entry) {
            (failed(adapter) ? failure_line(adapter) : "");
 }
 
-std::string duplex_text(std::uint64_t duplex) {
-    return duplex == 1 ? "full" : duplex == 0 ? "half" : "";
+PageCell link_cell(const Json& port) {
+    const Json link = port.value("link_detected", Json());
+    return link.is_null() ? PageCell("")
+           : link == true ? PageCell("up", "good")
+                          : PageCell("down", "bad");
 }
 
-std::string speed_text(const std::string& speed) {
-    return speed.empty() || speed == "0" || speed == "65535" ? "" : speed + " Mb/s";
-}
+std::string speed_text(const std::string& speed) { return speed.empty() ? "" : speed + " Mb/s"; }
 
 std::string ports_of(const Json& entry, std::size_t card) {
     const std::string heading = fmt::format("<h3 id=\"{}\">Ports</h3>\n", place_id("ports", card));
@@ -54,11 +55,10 @@ std::string ports_of(const Json& entry, std::size_t card) {
         if (failed(port)) {
             return heading + failure_line(port);
         }
-        const bool up = number_of(port, "link_detected") != 0;
         table.add_row(
-            {text_of(port, "instance"), text_of(port, "interface"),
-             PageCell(up ? "up" : "down", up ? "good" : "bad"), speed_text(text_of(port, "speed")),
-             duplex_text(number_of(port, "duplex")), text_of(port, "mtu"), text_of(port, "mac"),
+            {text_of(port, "instance"), text_of(port, "interface"), link_cell(port),
+             speed_text(text_of(port, "speed")), text_of(port, "duplex"), text_of(port, "mtu"),
+             text_of(port, "mac"),
              first_of(text_of(port, "ipv4_address"), text_of(port, "ipv6_address"))});
     }
     return table.empty() ? "" : heading + table.html();

@@ -24,7 +24,7 @@ std::string table_or_failure(const PageTable& table, const Json& answer) {
 std::string modules_section(const Json& answer) {
     PageTable table({{"Module"}, {"State"}, {"Version"}, {"Description"}});
     for (const Json& module : list_in(answer, "modules")) {
-        const bool loaded = number_of(module, "loaded") == 1;
+        const bool loaded = module.value("loaded", Json()) == true;
         table.add_row(
             {text_of(module, "module"),
              PageCell(loaded ? "loaded" : "not loaded", loaded ? "good" : ""),

@@ -71,7 +71,7 @@ void add_ports(Problems& problems, const Json& entry, std::size_t card, const st
             continue;
         }
         const std::string interface = text_of(port, "interface");
-        if (port.contains("link_detected") && number_of(port, "link_detected") == 0) {
+        if (port.value("link_detected", Json()) == false) {
             problems.add(place_id("ports", card), fmt::format("{}: the link is down", interface));
         }
         add_errors(

@@ -147,6 +147,12 @@ std::string Setting::range_text() const {
     return limit == kNoLimit ? unit : fmt::format("in {}, up to the driver's limit", unit);
 }
 
+Json Setting::json_of(std::int64_t value) const {
+    const bool is_word = (value == 0 || value == 1) && words.zero != nullptr;
+    const bool is_switch = words.one != nullptr && std::string_view(words.one) == kOnOff.one;
+    return is_word && is_switch ? Json(value == 1) : is_word ? Json(text_of(value)) : Json(value);
+}
+
 std::string Setting::text_of(std::int64_t value) const {
     const char* const word = value == 0 ? words.zero : value == 1 ? words.one : nullptr;
     return word != nullptr ? word : fmt::format("{}", value);

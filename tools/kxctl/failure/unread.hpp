@@ -1,0 +1,23 @@
+// What could not be read of the host while a command ran. Functions of the library return no
+// failure for most of it: their answer then lacks the data.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kx::ctl {
+
+// May be called where nothing may be thrown. object: a path, or an interface with what was asked of
+// its driver. The same reason counts once.
+void note_unread(std::string_view object, int reason) noexcept;
+void note_no_memory() noexcept;
+
+// Whether an object with this ending could not be read.
+[[nodiscard]] bool is_unread(std::string_view ending);
+
+// "OBJECT: REASON" of each, in the order in which they were noted.
+[[nodiscard]] const std::vector<std::string>& unread_reasons();
+[[nodiscard]] std::vector<std::string> take_unread_reasons();
+
+}  // namespace kx::ctl
