@@ -213,10 +213,13 @@ TEST_P(Completion, GoesOnBehindColonsAndEqualSigns) {
 TEST_P(Completion, OffersTheCardsAndPortsOfTheHostThatTheLineNames) {
     auto all = offers(
         {"kxctl --sim lab port show ", "kxctl port show --sim=nic-only-q3 ",
-         "kxctl port stats --sim 04:00.4 "});
+         "kxctl port stats --sim 04:00.4 ", "kxctl --sim lab port set eth2 ts"});
     EXPECT_THAT(
-        all["kxctl --sim lab port show "], UnorderedElementsAre("03:00.4", "04:00.4", "05:00.0"));
-    EXPECT_THAT(all["kxctl port show --sim=nic-only-q3 "], ElementsAre("05:00.0"));
+        all["kxctl --sim lab port show "], UnorderedElementsAre(
+                                               "03:00.4", "04:00.4", "05:00.0", "eth2", "eth3",
+                                               "eth4", "eth5", "eth6", "eth7", "eth8", "eth9"));
+    EXPECT_THAT(all["kxctl port show --sim=nic-only-q3 "], testing::Contains("05:00.0"));
+    EXPECT_THAT(all["kxctl --sim lab port set eth2 ts"], UnorderedElementsAre("tso=off", "tso=on"));
     EXPECT_THAT(all["kxctl port stats --sim 04:00.4 "], UnorderedElementsAre("1", "2", "3", "4"));
 }
 

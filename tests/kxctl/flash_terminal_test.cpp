@@ -1,6 +1,7 @@
 // The question and the progress of kxctl flash on a terminal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <kxlinhw/vpd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -82,6 +83,24 @@ TEST_F(FlashTerminal, InterruptedAtTheQuestionChangesNothing) {
     const Session session = run({"flash", "config-erase", "03:00.4"}, "\x03", "Go on? [y/N] ");
     EXPECT_EQ(session.exit, 128 + SIGINT);
     EXPECT_EQ(host_.hardware("03:00.4").flash(0x70000, 4), "CBIO");
+    EXPECT_TRUE(files().empty());
+}
+
+// A card was exchanged, or the bus was numbered again, while the question waited.
+TEST_F(FlashTerminal, AnotherAdapterAfterTheQuestionIsNotChanged) {
+    const auto attached = host_.attach();
+    test::Terminal terminal({"flash", "config-erase", "03:00.4"}, {.directory = directory_.path()});
+    ASSERT_TRUE(terminal.wait_for("Go on? [y/N] "));
+    kxsim::Hardware hardware = host_.hardware("03:00.4");
+    const std::size_t serial = hardware.eeprom(0, KX_Q4_EEPROM_SIZE).find("PT\033[2J1");
+    ASSERT_NE(serial, std::string::npos);
+    hardware.write_eeprom(serial, "QX");
+    terminal.type("yes\n");
+    EXPECT_EQ(terminal.finish(), 5);
+    EXPECT_THAT(terminal.screen(), HasSubstr("serial number PT"));
+    EXPECT_THAT(terminal.screen(), HasSubstr("serial number QX"));
+    EXPECT_THAT(terminal.screen(), HasSubstr("nothing was changed"));
+    EXPECT_EQ(hardware.flash(0x70000, 4), "CBIO");
     EXPECT_TRUE(files().empty());
 }
 

@@ -157,11 +157,12 @@ TEST_F(ThreeAdapters, HaveTheirPortsListedForPeople) {
     EXPECT_EQ(result.err, "");
     EXPECT_THAT(
         result.out,
-        StartsWith("PORT  INTERFACE  LINK  SPEED  DUPLEX   MTU  MAC                IPV4\n"));
+        StartsWith("PORT  INTERFACE  LINK  SPEED  DUPLEX   MTU  MAC                IPV4       "
+                   "LOCATION\n"));
     EXPECT_THAT(result.out, HasSubstr("\n   1  eth2  "));
-    EXPECT_THAT(result.out, HasSubstr("  9000  00:11:22:33:44:55  192.0.2.1\n"));
+    EXPECT_THAT(result.out, HasSubstr("  9000  00:11:22:33:44:55  192.0.2.1  03:00.4\n"));
     EXPECT_THAT(result.out, HasSubstr("\n   2  eth10  "));
-    EXPECT_THAT(result.out, HasSubstr("  1500  00:11:22:33:44:56  -\n"));
+    EXPECT_THAT(result.out, HasSubstr("  1500  00:11:22:33:44:56  -          03:00.4\n"));
 }
 
 TEST_F(ThreeAdapters, HaveTheirPortsListedForMachines) {

@@ -24,7 +24,8 @@ protected:
             {.chip = "Q5",
              .location = "03:00.4",
              .ports = {
-                 {.name = "eth2", .mac = "02:00:00:00:00:02", .nic = nic}, {.name = "eth3"}}});
+                 {.name = "eth2", .mac = "02:00:00:00:00:02", .nic = nic},
+                 {.name = "eth3", .mac = "02:00:00:00:00:03"}}});
         host_.file(kFile, "head\nInSegs: 20\nOutSegs: 21\n");
     }
 
@@ -50,6 +51,7 @@ TEST_F(Statistics, OfAPortForPeople) {
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(
         result.out,
+        "Port eth2 (03:00.4 port 1, MAC 02:00:00:00:00:02)\n"
         "COUNTER                   VALUE\n"
         "rx_frames                   100\n"
         "errors                        3\n"
@@ -73,6 +75,7 @@ TEST_F(Statistics, OfAPortForMachines) {
 TEST_F(Statistics, OfACardForPeopleAndMachines) {
     EXPECT_EQ(
         run_on(host_, {"card", "stats", "03:00.4"}).out,
+        "Card 03:00.4 (eth2 MAC 02:00:00:00:00:02, eth3 MAC 02:00:00:00:00:03)\n"
         "GROUP  COUNTER  VALUE\n"
         "    2  InSegs      20\n"
         "    2  OutSegs     21\n");
@@ -80,6 +83,9 @@ TEST_F(Statistics, OfACardForPeopleAndMachines) {
         json_on(host_, {"card", "stats", "03:00.4"}),
         Json(
             {{"location", "03:00.4"},
+             {"ports",
+              {{{"instance", 1}, {"interface", "eth2"}, {"mac", "02:00:00:00:00:02"}},
+               {{"instance", 2}, {"interface", "eth3"}, {"mac", "02:00:00:00:00:03"}}}},
              {"counters",
               {{{"group", 2}, {"name", "InSegs"}, {"value", 20}},
                {{"group", 2}, {"name", "OutSegs"}, {"value", 21}}}}}));
@@ -90,7 +96,10 @@ TEST_F(Statistics, OfAPortWithoutCountersAreAnEmptyList) {
     silent.counters.clear();
     host_.nic("eth2", silent);
     EXPECT_EQ(json_on(host_, {"port", "stats", "03:00.4", "1"}).at("counters"), Json::array());
-    EXPECT_EQ(run_on(host_, {"port", "stats", "03:00.4", "1"}).out, "COUNTER  VALUE\n");
+    EXPECT_EQ(
+        run_on(host_, {"port", "stats", "03:00.4", "1"}).out,
+        "Port eth2 (03:00.4 port 1, MAC 02:00:00:00:00:02)\n"
+        "COUNTER  VALUE\n");
 }
 
 TEST_F(Statistics, OfNoSuchThingFail) {
@@ -106,7 +115,8 @@ TEST_F(Statistics, WatchedShowChangeAndRateForPeople) {
         run_on(host_, {"port", "stats", "03:00.4", "1", "--watch", "0.1", "--count", "2"});
     EXPECT_EQ(result.exit, 0) << result.err;
     EXPECT_THAT(
-        result.out, StartsWith("COUNTER                   VALUE  CHANGE  PER SECOND\n"
+        result.out, StartsWith("Port eth2 (03:00.4 port 1, MAC 02:00:00:00:00:02)\n"
+                               "COUNTER                   VALUE  CHANGE  PER SECOND\n"
                                "rx_frames                   100       -           -\n"
                                "errors                        3       -           -\n"
                                "big        18446744073709551615       -           -\n"

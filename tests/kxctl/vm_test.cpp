@@ -3,6 +3,7 @@
 
 #include "kxctl/machines_on_host.hpp"
 #include "library/hypervisor_messages.hpp"
+#include "library/machines.hpp"
 
 namespace {
 
@@ -43,6 +44,36 @@ TEST_F(Vm, IsFoundByNameThenUuidThenId) {
     EXPECT_EQ(json({"vm", "reboot", "112233445566478899AABBCCDDEEFF01"})["vm"]["name"], "web");
     EXPECT_EQ(json({"vm", "reboot", "1"})["vm"]["name"], "web");
     EXPECT_EQ(json({"vm", "resume", "7"})["vm"]["id"], 2) << "a name of digits is a name";
+}
+
+// The id of one machine, or its UUID, may be the name of another one.
+TEST_F(Vm, AWordThatNamesTwoIsRefused) {
+    host.machine({.name = "1"});
+    const test::Result id = on({"vm", "start", "1"});
+    EXPECT_EQ(id.exit, 3);
+    EXPECT_THAT(
+        id.err, HasSubstr("1 may be web (running), UUID 11223344-5566-4788-99aa-bbccddeeff01, id 1 "
+                          "or 1 (shut off), UUID "));
+    EXPECT_EQ(state("1"), "shut off");
+    host.machine({.name = test::kWebUuid});
+    EXPECT_EQ(on({"vm", "suspend", test::kWebUuid}).exit, 3);
+    EXPECT_EQ(state("web"), "running");
+    EXPECT_EQ(on({"vm", "suspend", "web"}).exit, 0) << "each has another name too";
+}
+
+TEST_F(Vm, AStateThatChangesMeanwhileIsReported) {
+    const auto find = [this] {
+        const auto attached = host.attach();
+        return kx::ctl::find_machine("web");
+    };
+    const auto report = [this](const kx::ctl::Machine& before) {
+        const auto attached = host.attach();
+        return kx::ctl::report_other_state(before);
+    };
+    const kx::ctl::Machine before = find();
+    EXPECT_EQ(report(before), kx::ctl::ExitCode::kDone);
+    virsh("suspend web");
+    EXPECT_EQ(report(before), kx::ctl::ExitCode::kPartly);
 }
 
 TEST_F(Vm, ThatIsUnknownIsNotFound) {

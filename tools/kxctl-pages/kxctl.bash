@@ -52,12 +52,30 @@ _kxctl_bridges() {
     _kxctl_column 3 bridge list "${taken[0]}"
 }
 
+# The locations of the cards, and the interfaces of their ports.
+_kxctl_cards() {
+    local location
+    for location in $(_kxctl_column 1 card list); do
+        echo "$location"
+        _kxctl_column 2 port list "$location"
+    done
+}
+
+# The ports of a card; an interface and LOCATION/PORT need no port, so a setting may follow.
+_kxctl_ports() {
+    if [[ ${taken[0]} == *:* && ${taken[0]} != */* ]]; then
+        _kxctl_column 1 port list "${taken[0]}"
+    else
+        tr ' ' '\n' <<<"$settings"
+    fi
+}
+
 # The words of a kind: its choices, or what the host, the simulator or the disk knows.
 _kxctl_words_of_kind() {
     case $1 in
     '|'*) tr '|' '\n' <<<"${1#|}" ;;
-    LOCATION) _kxctl_column 1 card list ;;
-    PORT) _kxctl_column 1 port list "${taken[0]}" ;;
+    LOCATION) _kxctl_cards ;;
+    PORT) _kxctl_ports ;;
     MODULE) _kxctl_column 1 module list | grep '^iw_' ;;
     VM) _kxctl_column 1 vm list ;;
     VF) _kxctl_functions ;;

@@ -35,15 +35,28 @@ function __kxctl_bridges --no-scope-shadowing
     __kxctl_column 3 bridge list $taken[1]
 end
 
+# The locations of the cards, and the interfaces of their ports.
+function __kxctl_cards --no-scope-shadowing
+    for location in (__kxctl_column 1 card list)
+        echo $location
+        __kxctl_column 2 port list $location
+    end
+end
+
 # The words of a kind: its choices, or what the host, the simulator or the disk knows.
 function __kxctl_words_of_kind --no-scope-shadowing
     switch "$argv"
         case '|*'
             string split '|' -- (string sub -s 2 -- "$argv")
         case LOCATION
-            __kxctl_column 1 card list
+            __kxctl_cards
         case PORT
-            __kxctl_column 1 port list $taken[1]
+            # An interface and LOCATION/PORT need no port, so a setting may follow.
+            if string match -q '*:*' -- $taken[1]; and not string match -q '*/*' -- $taken[1]
+                __kxctl_column 1 port list $taken[1]
+            else
+                string join \n -- $settings
+            end
         case MODULE
             __kxctl_column 1 module list | string match 'iw_*'
         case VM

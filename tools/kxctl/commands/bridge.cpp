@@ -106,7 +106,8 @@ ExitCode attach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to bridge {}", machine.title(), bridge));
     }
-    return tell(arguments, output, machine, After::kChange);
+    static_cast<void>(tell(arguments, output, machine, After::kChange));
+    return report_other_state(machine);
 }
 
 ExitCode detach(const Arguments& arguments, Output& output) {
@@ -140,7 +141,7 @@ ExitCode detach(const Arguments& arguments, Output& output) {
             "{} is out of the definition of {}, which keeps it until its next start\n",
             printable(target), printable(machine.name)));
     }
-    return ExitCode::kDone;
+    return report_other_state(machine);
 }
 
 std::vector<Command> rows() {

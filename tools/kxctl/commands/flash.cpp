@@ -13,6 +13,7 @@
 #include "flash/card.hpp"
 #include "library/call.hpp"
 #include "library/record_text.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 
@@ -156,7 +157,7 @@ Range range_named(const FlashCard& card, const std::string& name) {
 }
 
 ExitCode info(const Arguments& arguments, Output& output) {
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card(adapter_location(arguments));
     const Contents contents = contents_of(card);
     if (output.wants_json()) {
         output.json(info_json(card, contents));
@@ -175,7 +176,7 @@ ExitCode dump(const Arguments& arguments, Output& output) {
     } else {
         must_be_free(path);
     }
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card(adapter_location(arguments));
     const Range range = range_named(card, region);
     const std::string label = "Reading " + (region == "all" ? std::string("flash") : region);
     const std::vector<std::uint8_t> bytes = card.read(range, label);

@@ -15,6 +15,7 @@
 #include "failure/failure.hpp"
 #include "flash/card.hpp"
 #include "library/call.hpp"
+#include "library/target.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 
@@ -170,7 +171,7 @@ std::vector<std::uint8_t> read_record(const FlashCard& card) {
 }
 
 ExitCode config_show(const Arguments& arguments, Output& output) {
-    const FlashCard card(arguments.get("LOCATION"));
+    const FlashCard card(adapter_location(arguments));
     const std::vector<std::uint8_t> record = read_record(card);
     const std::span<const Field> fields =
         card.is_q3() ? std::span<const Field>(kQ3Fields) : std::span<const Field>(kQ4Fields);

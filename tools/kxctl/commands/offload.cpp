@@ -10,7 +10,6 @@
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/call.hpp"
-#include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
@@ -116,13 +115,13 @@ void refuse_unsupported(std::span<ChangeLine> lines, const CardInfo& card, std::
 }
 
 ExitCode set(const Arguments& arguments, Output& output) {
-    std::string location = card_location(arguments);
     const std::vector<Change> changes = parse_changes(kSettings, arguments.all("KEY=VALUE"));
     const auto missing = missing_privilege(Privilege::kOwnFiles, read_security_context());
     const auto lock = lock_for_change(arguments, missing);
-    const CardInfo card = query_card(location);
+    const EngineTarget target(arguments);
+    const CardInfo& card = target.record();
     CardParams params = card.params;
-    ChangeReport report(Json{{"location", location}}, changes, &params);
+    ChangeReport report(target.json(), changes, &params);
     const std::uint64_t mask = apply_changes(changes, &params);
     check_credits(changes, mask);
     if ((mask & KX_CARD_OFFLOAD_BITS) != 0) {
@@ -138,8 +137,15 @@ ExitCode set(const Arguments& arguments, Output& output) {
     params = card.params;
     params.change_mask = static_cast<std::uint32_t>(apply_changes(report.accepted(), &params));
     if (!missing && params.change_mask != 0) {
-        const std::uint32_t status =
-            call_library([&] { return SetCardParam(&params, location.data()); });
+        target.check_before_change();
+        // SetCardParam would make its own list of ports, whose first one may have the engine of
+        // another card. This function applies the same settings in the same order to the card of
+        // the record.
+        std::vector<PortInfo> ports(target.ports().begin(), target.ports().end());
+        CardInfo changed = card;
+        changed.params = params;
+        changed.ports = ports.empty() ? nullptr : ports.data();
+        const std::uint32_t status = call_library([&] { return setCardParams(&changed); });
         if (status != KX_SUCCESS && status != KX_SET_FAILED) {
             throw Failure::of_status(status);
         }
@@ -147,7 +153,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
             report.take_messages(split_detail(GetErrStr(KX_SET_FAILED)));
         }
     }
-    const CardParams after = query_card(location).params;
+    const CardParams after = target.read_again().params;
     return report.tell_result(output, &after);
 }
 

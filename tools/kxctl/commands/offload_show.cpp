@@ -8,7 +8,6 @@
 #include "failure/failure.hpp"
 #include "failure/unread.hpp"
 #include "library/call.hpp"
-#include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
@@ -20,10 +19,10 @@ namespace {
 
 // The library leaves the parameters of a card empty when it cannot find the engine's device, so the
 // device is checked here. For a card without a port it is the first device.
-int device_of(const CardInfo& card, const std::string& location) {
+int device_of(const std::vector<Port>& ports) {
     int index = 0;
-    if (card.port_count > 0) {
-        const std::string interface = field_text(query_ports(location).front().interface_name);
+    if (!ports.empty()) {
+        const std::string interface = field_text(ports.front().interface_name);
         check(call_library([&] { return getTOEDeviceIndex(interface.c_str(), &index); }));
     }
     return index;
@@ -46,10 +45,10 @@ void must_have_engine(const CardInfo& card) {
 namespace {
 
 ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string location = card_location(arguments);
-    const CardInfo card = query_card(location);
+    const EngineTarget target(arguments);
+    const CardInfo& card = target.record();
     must_have_engine(card);
-    const int device = device_of(card, location);
+    const int device = device_of(target.ports());
     if (card.params.state == kNoControlFiles) {
         check(KX_RESOURCE_UNAVAILABLE);
     }
@@ -66,8 +65,11 @@ ExitCode show(const Arguments& arguments, Output& output) {
         }
     }
     if (output.wants_json()) {
-        output.json(Json{{"location", location}, {"device", device}, {"parameters", parameters}});
+        Json answer = target.json();
+        answer.update(Json{{"device", device}, {"parameters", parameters}});
+        output.json(answer);
     } else {
+        output.text(subject_text(target.json()));
         output.table(table);
     }
     return ExitCode::kDone;

@@ -13,8 +13,16 @@ namespace kx::ctl::port {
 namespace {
 
 std::vector<Column> list_columns() {
-    return {{"PORT", Align::kRight}, {"INTERFACE"}, {"LINK"}, {"SPEED", Align::kRight}, {"DUPLEX"},
-            {"MTU", Align::kRight},  {"MAC"},       {"IPV4"}};
+    return {
+        {"PORT", Align::kRight},
+        {"INTERFACE"},
+        {"LINK"},
+        {"SPEED", Align::kRight},
+        {"DUPLEX"},
+        {"MTU", Align::kRight},
+        {"MAC"},
+        {"IPV4"},
+        {"LOCATION"}};
 }
 
 ExitCode list(const Arguments& arguments, Output& output) {
@@ -25,7 +33,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
         ports.add(
             {fmt::format("{}", port.instance), field_text(port.interface_name), link_cell(port),
              setting_text("speed", port), setting_text("duplex", port), setting_text("mtu", port),
-             field_text(port.mac), field_text(port.ipv4_address)},
+             field_text(port.mac), field_text(port.ipv4_address), location},
             summary_json(port));
     }
     if (output.wants_json()) {
@@ -43,8 +51,8 @@ std::vector<Command> rows() {
             .verb = "list",
             .help = "Show the ports of a card",
             .about = "One line for each port: its number within the card, interface, link, speed "
-                     "in Mb/s, duplex, MTU in bytes, MAC and IPv4 address. A value that the "
-                     "driver does not know appears as \"-\".",
+                     "in Mb/s, duplex, MTU in bytes, MAC and IPv4 address, and the location of the "
+                     "card. A value that the driver does not know appears as \"-\".",
             .arguments = {kLocation},
             .examples = {"kxctl port list 03:00.4", "kxctl --sim port list 03:00.4 --json"},
             .run = list,

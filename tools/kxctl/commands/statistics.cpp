@@ -137,6 +137,7 @@ ExitCode show_once(const Source& source, Output& output) {
     if (output.wants_json()) {
         output.json(to_json(source, now, nullptr, false));
     } else {
+        output.text(subject_text(source.head));
         output.table(to_table(source, now, nullptr, false));
     }
     return ExitCode::kDone;
@@ -153,11 +154,12 @@ void show_reading(
         return;
     }
     if (history != nullptr) {
-        const std::string text = output.table_text(to_table(source, now, old, true, history));
+        const std::string text = subject_text(source.head) +
+                                 output.table_text(to_table(source, now, old, true, history));
         output.text(drawing(text, terminal_height(), old == nullptr));
         return;
     }
-    output.text(old == nullptr ? "" : "\n");
+    output.text(old == nullptr ? subject_text(source.head) : "\n");
     output.table(to_table(source, now, old, true));
 }
 
@@ -184,9 +186,17 @@ ExitCode show_counters(const Arguments& arguments, const Source& source, Output&
     return watch ? show_again(source, *watch, output) : show_once(source, output);
 }
 
+// The counters of a Q3 are those of its engine, which the library finds by an interface.
+void check_counters_of_engine(const Arguments& arguments, const std::string& location) {
+    if (field_text(query_card(location).chip_type) == "Q3") {
+        static_cast<void>(EngineTarget(arguments));
+    }
+}
+
 ExitCode card_stats(const Arguments& arguments, Output& output) {
     const std::string location = card_location(arguments);
-    const Source source{.head = {{"location", location}}, .has_groups = true, .read = [&] {
+    check_counters_of_engine(arguments, location);
+    const Source source{.head = card_json(location), .has_groups = true, .read = [&] {
                             return query_card_counters(location);
                         }};
     return show_counters(arguments, source, output);

@@ -137,8 +137,9 @@ ExitCode attach(const Arguments& arguments, Output& output) {
             ExitCode::kFailed,
             fmt::format("Cannot attach {} to {}", location_text(vf), machine.title()));
     }
-    return tell(
-        arguments, output, Json{{"vm", machine.name}, {"changed", true}}, functions_of(machine));
+    static_cast<void>(tell(
+        arguments, output, Json{{"vm", machine.name}, {"changed", true}}, functions_of(machine)));
+    return report_other_state(machine);
 }
 
 ExitCode detach(const Arguments& arguments, Output& output) {
@@ -164,7 +165,7 @@ ExitCode detach(const Arguments& arguments, Output& output) {
             "{} is out of the definition of {}{}\n", location_text(vf), printable(machine.name),
             machine.is_active() ? ", which keeps it until its next start" : ""));
     }
-    return ExitCode::kDone;
+    return report_other_state(machine);
 }
 
 const Argument kFunction{.name = "VF", .help = "PCI location of the function, such as 04:01.2"};

@@ -1,33 +1,60 @@
 // vm: the virtual machines of the host and their run state.
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "library/machines.hpp"
 #include "output/output.hpp"
+#include "output/standard_streams.hpp"
 
 namespace kx::ctl::vm {
 namespace {
 
-// verb: for the message when the operation fails.
-ExitCode operate(
-    const Arguments& arguments, Output& output, KxStateOperation operation, const char* verb) {
+// An operation, and the states that it leads to, besides an unknown state.
+struct Operation {
+    KxStateOperation code;
+    const char* verb;
+    std::vector<std::int32_t> states;
+};
+
+const std::vector<std::int32_t> kEveryState = {
+    KX_VM_RUNNING, KX_VM_BLOCKED, KX_VM_PAUSED, KX_VM_SHUT_OFF};
+
+// A machine that another program controls at the same time may be in any state.
+ExitCode report_state(const Operation& operation, const Machine& before, const Machine& after) {
+    if (after.state_text().empty() || std::ranges::count(operation.states, after.state) != 0) {
+        return ExitCode::kDone;
+    }
+    complain(fmt::format(
+        "{} changed its state at the same time: after {} it is {}", before.title(), operation.verb,
+        after.state_text()));
+    return ExitCode::kPartly;
+}
+
+ExitCode operate(const Arguments& arguments, Output& output, const Operation& operation) {
     const Machine before = find_machine(arguments.get("VM"));
     std::string uuid = before.uuid;
     std::string time = "0";  // a suspension lasts until the machine is resumed
     const int result = call_machines(Effect::kChange, [&](VMUtils& library) {
         errno = 0;  // an older error would make the suspension fail
-        return library.VMStateOperation(uuid.data(), operation, time.data());
+        return library.VMStateOperation(uuid.data(), operation.code, time.data());
     });
     if (result != 0) {
-        throw machine_failure(ExitCode::kFailed, fmt::format("Cannot {} {}", verb, before.title()));
+        throw machine_failure(
+            ExitCode::kFailed, fmt::format("Cannot {} {}", operation.verb, before.title()));
     }
-    const Machine after = find_machine(uuid);
+    const std::optional<Machine> found = find_same_machine(before);
+    if (!found) {  // a machine without a definition on disk ends with its shutdown
+        complain(before.title() + " is not defined any more");
+        return ExitCode::kPartly;
+    }
+    const Machine& after = *found;
     if (output.wants_json()) {
         const bool changed =
-            operation == KX_VM_OP_REBOOT || machine_json(after) != machine_json(before);
+            operation.code == KX_VM_OP_REBOOT || machine_json(after) != machine_json(before);
         output.json(Json{
             {"vm", machine_json(after)},
             {"changed", changed},
@@ -37,7 +64,7 @@ ExitCode operate(
         table.add_row(machine_cells(after));
         output.table(table);
     }
-    return ExitCode::kDone;
+    return report_state(operation, before, after);
 }
 
 ExitCode list(const Arguments& arguments, Output& output) {
@@ -54,19 +81,20 @@ ExitCode list(const Arguments& arguments, Output& output) {
 }
 
 ExitCode start(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, KX_VM_OP_START, "start");
+    return operate(arguments, output, {KX_VM_OP_START, "start", {KX_VM_RUNNING, KX_VM_BLOCKED}});
 }
 ExitCode suspend(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, KX_VM_OP_SUSPEND, "suspend");
+    return operate(arguments, output, {KX_VM_OP_SUSPEND, "suspend", {KX_VM_PAUSED}});
 }
 ExitCode resume(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, KX_VM_OP_RESUME, "resume");
+    return operate(arguments, output, {KX_VM_OP_RESUME, "resume", {KX_VM_RUNNING, KX_VM_BLOCKED}});
 }
+// The guest may reboot or shut down at once, later or never.
 ExitCode reboot(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, KX_VM_OP_REBOOT, "reboot");
+    return operate(arguments, output, {KX_VM_OP_REBOOT, "reboot", kEveryState});
 }
 ExitCode shutdown(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, KX_VM_OP_SHUT_DOWN, "shut down");
+    return operate(arguments, output, {KX_VM_OP_SHUT_DOWN, "shut down", kEveryState});
 }
 
 std::vector<Command> rows() {

@@ -45,6 +45,10 @@ public:
     // The first members of every answer: location, chip, product, serial number.
     [[nodiscard]] Json json() const;
 
+    // Throws Failure (kBusy) when another adapter is at the location now, or its registers are at
+    // another address.
+    void check_unmoved() const;
+
     // Open the register window unless it is open. Some functions of the library close it.
     void open_window() const;
 
@@ -54,7 +58,18 @@ public:
         const Range& range, std::string_view label = {}) const;
 
 private:
+    // What an adapter is known by.
+    struct Identity {
+        std::uint32_t ids;                 // of maker and device
+        std::uint32_t registers;           // their address
+        std::vector<std::uint8_t> eeprom;  // empty when it cannot be read
+
+        [[nodiscard]] bool operator==(const Identity&) const = default;
+    };
+
     void find();
+    [[nodiscard]] Identity read_identity() const;
+    [[nodiscard]] std::string text_of(const Identity& identity) const;
     void measure();
 
     std::string location_;
@@ -63,6 +78,7 @@ private:
     int revision_ = 0;  // of the chip: 3, 4 or 5
     std::string product_;
     std::string serial_;
+    Identity identity_{};  // of a card that is to be changed
     FlashLayout layout_;
     std::optional<FlashLock> lock_;
 };

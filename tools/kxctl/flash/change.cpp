@@ -16,6 +16,7 @@
 #include "flash/change_report.hpp"
 #include "flash/rewrite.hpp"
 #include "flash/transaction.hpp"
+#include "library/target.hpp"
 #include "output/printable.hpp"
 
 namespace kx::ctl {
@@ -107,6 +108,7 @@ void carry_out(
     Journal journal = journal_of(card);
     journal.lock();
     FlashRecord record = record_of(command, change);
+    card.check_unmoved();
     card.open_window();
     const SignalsHeld held;
     open_change(journal, record, contents.old_bytes, contents.new_bytes);
@@ -142,7 +144,7 @@ std::size_t kept_changes(const Arguments& arguments) {
 }
 
 FlashCard card_to_change(const std::string& command, const Arguments& arguments) {
-    return FlashCard(arguments.get("LOCATION"), arguments.has("--dry-run") ? "" : command);
+    return FlashCard(adapter_location(arguments), arguments.has("--dry-run") ? "" : command);
 }
 
 ExitCode run_change(
@@ -160,6 +162,7 @@ ExitCode run_change(
     const std::optional<std::string> backup = backup_name(change, arguments);
     if (!dry) {
         Confirmation(arguments.has("--yes"), command).ask(change_question(change, backup));
+        change.card->check_unmoved();
         if (backup) {
             write_new_file(*backup, contents.whole);
         }

@@ -121,6 +121,7 @@ void Recovery::finish(bool with_new_content, std::size_t keep) {
     }
     Journal journal = journal_of(card_);
     journal.lock();
+    card_.check_unmoved();
     const SignalsHeld held;
     try {
         rewrite(

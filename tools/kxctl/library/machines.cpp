@@ -9,6 +9,7 @@
 
 #include "library/machine_states.hpp"
 #include "library/record_text.hpp"
+#include "output/standard_streams.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 // By contract the class leaves handles, texts and its parser allocated.
@@ -67,6 +68,13 @@ std::string plain_uuid(const std::string& word) {
     return digits;
 }
 
+// "web1 (running), UUID 0123..., id 1"
+std::string identity_of(const Machine& machine) {
+    return fmt::format(
+        "{}, UUID {}{}", machine.title(), machine.uuid_text(),
+        machine.is_active() ? fmt::format(", id {}", machine.id) : "");
+}
+
 bool is_id(const std::string& word, std::int32_t id) {
     std::int32_t number = 0;
     const char* const end = word.data() + word.size();
@@ -113,22 +121,42 @@ std::vector<Machine> query_machines() {
 }
 
 Machine find_machine(const std::string& word) {
-    const std::vector<Machine> machines = query_machines();
     const std::string uuid = plain_uuid(word);
-    const auto find = [&](auto&& matches) {
-        return std::find_if(machines.begin(), machines.end(), matches);
-    };
-    auto found = find([&](const Machine& machine) { return machine.name == word; });
-    if (found == machines.end()) {
-        found = find([&](const Machine& machine) { return machine.uuid == uuid; });
+    std::vector<Machine> found;
+    for (const Machine& machine : query_machines()) {
+        if (machine.name == word || machine.uuid == uuid || is_id(word, machine.id)) {
+            found.push_back(machine);
+        }
     }
-    if (found == machines.end()) {
-        found = find([&](const Machine& machine) { return is_id(word, machine.id); });
-    }
-    if (found == machines.end()) {
+    if (found.empty()) {
         throw Failure(ExitCode::kNotFound, fmt::format("There is no virtual machine {}", word));
     }
-    return *found;
+    if (found.size() > 1) {
+        throw Failure(
+            ExitCode::kNotFound,
+            fmt::format("{} may be {} or {}", word, identity_of(found[0]), identity_of(found[1])));
+    }
+    return found.front();
+}
+
+std::optional<Machine> find_same_machine(const Machine& machine) {
+    for (const Machine& each : query_machines()) {
+        if (each.uuid == machine.uuid) {
+            return each;
+        }
+    }
+    return std::nullopt;
+}
+
+ExitCode report_other_state(const Machine& before) {
+    const std::optional<Machine> after = find_same_machine(before);
+    if (after && after->state == before.state && after->id == before.id) {
+        return ExitCode::kDone;
+    }
+    complain(fmt::format(
+        "{} changed its state at the same time: it is {} now", identity_of(before),
+        after ? identity_of(*after) : "not defined any more"));
+    return ExitCode::kPartly;
 }
 
 Json machine_json(const Machine& machine) {

@@ -3,6 +3,7 @@
 
 #include <kxlinhw/vmutils.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,9 +33,16 @@ struct Machine {
 // All machines, in any order. Throws Failure when the hypervisor does not answer.
 [[nodiscard]] std::vector<Machine> query_machines();
 
-// The machine that a word names: by its name, otherwise its UUID (hyphens are optional), otherwise
-// its id. Throws Failure (not found) when there is no such machine.
+// The machine that a word names: by its name, its UUID (hyphens are optional) or its id. Throws
+// Failure (not found) when no machine has it, or one as its name and another as its UUID or id.
 [[nodiscard]] Machine find_machine(const std::string& word);
+
+// The machine with the same UUID as it is now; nothing when it is not defined any more.
+[[nodiscard]] std::optional<Machine> find_same_machine(const Machine& machine);
+
+// After a change that leaves the run state as it was: when the state or the id is another one now,
+// report that on standard error and return kPartly.
+[[nodiscard]] ExitCode report_other_state(const Machine& before);
 
 [[nodiscard]] Json machine_json(const Machine& machine);
 [[nodiscard]] std::vector<Column> machine_columns();

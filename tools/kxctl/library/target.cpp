@@ -10,9 +10,11 @@
 #include <vector>
 
 #include "cli/numbers.hpp"
+#include "cli/suggestion.hpp"
 #include "failure/failure.hpp"
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
+#include "library/offload_devices.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 
@@ -31,6 +33,17 @@ std::string described(const HostInterface& interface) {
 
 std::string joined_names(const std::vector<std::string>& names) {
     return names.empty() ? "no interface" : fmt::format("{}", fmt::join(names, ", "));
+}
+
+// What users may have meant when they name an interface that is not there.
+std::vector<std::string> adapter_interfaces() {
+    std::vector<std::string> names;
+    for (const HostInterface& each : host_interfaces()) {
+        if (each.location && !is_stacked(each.name)) {
+            names.push_back(each.name);
+        }
+    }
+    return names;
 }
 
 [[noreturn]] void refuse_ambiguous(const std::string& word, const std::vector<std::string>& all) {
@@ -118,8 +131,8 @@ PciLocation find_serial_number(const std::string& word) {
         throw Failure(
             ExitCode::kNotFound,
             fmt::format(
-                "\"{}\" is not a location, an interface or a serial number of an adapter{}", word,
-                unread));
+                "\"{}\" is not a location, an interface or a serial number of an adapter{}{}", word,
+                did_you_mean(word, adapter_interfaces()), unread));
     }
     if (found.size() > 1) {
         refuse_ambiguous(word, full_texts(found));
@@ -127,8 +140,8 @@ PciLocation find_serial_number(const std::string& word) {
     return found.front();
 }
 
-// The card that a word names.
-std::string find_card(const std::string& word) {
+// The function that a word names; without a domain when the word has none.
+PciLocation find_function(const std::string& word) {
     const std::optional<PciLocation> location = PciLocation::parse(word);
     const std::optional<HostInterface> interface = host_interface(word);
     if (interface && location &&
@@ -139,10 +152,12 @@ std::string find_card(const std::string& word) {
         throw Failure(
             ExitCode::kNotFound, fmt::format("{} belongs to no adapter", described(*interface)));
     }
-    const PciLocation meant = interface  ? *interface->location
-                              : location ? *location
-                                         : find_serial_number(word);
-    return location_in_library(word, meant);
+    return interface ? *interface->location : location ? *location : find_serial_number(word);
+}
+
+// The card that a word names.
+std::string find_card(const std::string& word) {
+    return location_in_library(word, find_function(word));
 }
 
 // The ports at a location; none for a card without a port.
@@ -157,11 +172,37 @@ std::vector<Port> ports_at(const std::string& location) {
     }
 }
 
+std::vector<std::string> names_of(const std::vector<Port>& ports) {
+    std::vector<std::string> names(ports.size());
+    std::ranges::transform(
+        ports, names.begin(), [](const Port& port) { return field_text(port.interface_name); });
+    return names;
+}
+
+Json identity_json(const Port& port) {
+    return {
+        {"instance", port.instance},
+        {"interface", field_text(port.interface_name)},
+        {"mac", text_or_null(field_text(port.mac))},
+    };
+}
+
+// Whether an interface is what the library's records say about it: without a MAC or a domain when
+// those are unknown.
+bool is_same(const HostInterface& expected, const std::optional<HostInterface>& now) {
+    return now && now->location && expected.location->matches(*now->location) &&
+           (expected.mac.empty() || expected.mac == now->mac);
+}
+
+std::string movement(const HostInterface& expected, const std::optional<HostInterface>& now) {
+    return fmt::format(
+        "The interface was {} and is {} now", described(expected),
+        now ? described(*now) : "not there");
+}
+
 // Throws Failure unless the library's ports are the kernel's.
 void check_numbers(const std::string& location, const std::vector<Port>& ports) {
-    std::vector<std::string> answering(ports.size());
-    std::ranges::transform(
-        ports, answering.begin(), [](const Port& port) { return field_text(port.interface_name); });
+    std::vector<std::string> answering = names_of(ports);
     std::ranges::sort(answering);
     const std::vector<std::string> listed = interfaces_at(*PciLocation::parse(location));
     if (answering != listed) {
@@ -185,6 +226,89 @@ const Port* find_record(const std::vector<Port>& ports, const std::string& inter
 std::string card_location(const Arguments& arguments) {
     return find_card(arguments.get("LOCATION"));
 }
+
+std::string adapter_location(const Arguments& arguments) {
+    const std::string word = arguments.get("LOCATION");
+    const PciLocation wanted = find_function(word);
+    const std::vector<PciLocation> found = functions_in_all_domains(wanted);
+    if (found.size() < 2) {
+        return location_in_library(word, wanted);
+    }
+    if (!wanted.domain) {
+        refuse_ambiguous(word, full_texts(found));
+    }
+    return wanted.full_text();
+}
+
+std::string subject_text(const Json& subject) {
+    const auto text = [&subject](const char* key) {
+        const Json& value = subject.at(key);
+        return value.is_string() ? value.get<std::string>() : std::string("unknown");
+    };
+    if (subject.contains("interface")) {
+        return fmt::format(
+            "Port {} ({} port {}, MAC {})\n", text("interface"), text("location"),
+            subject.at("instance").get<unsigned>(), text("mac"));
+    }
+    if (!subject.contains("ports")) {
+        return "";
+    }
+    std::vector<std::string> ports;
+    for (const Json& port : subject.at("ports")) {
+        ports.push_back(fmt::format(
+            "{} MAC {}", port.at("interface").get<std::string>(),
+            port.at("mac").is_null() ? "unknown" : port.at("mac").get<std::string>()));
+    }
+    return fmt::format(
+        "Card {} ({})\n", text("location"),
+        ports.empty() ? std::string("no port") : fmt::format("{}", fmt::join(ports, ", ")));
+}
+
+Json card_json(const std::string& location) {
+    return {{"location", location}, {"ports", json_array(ports_at(location), identity_json)}};
+}
+
+EngineTarget::EngineTarget(const Arguments& arguments) : location_(card_location(arguments)) {
+    static_cast<void>(query_card(location_));  // before its ports: there may be no such card
+    ports_ = ports_at(location_);
+    check_numbers(location_, ports_);
+    record_ = read_card();
+    check_engine();
+}
+
+// The library read the card's parameters from the engine of the first port that answered.
+CardInfo EngineTarget::read_card() const {
+    const CardInfo card = query_card(location_);
+    if (card.port_count != ports_.size()) {
+        throw Failure(
+            ExitCode::kPartly, fmt::format(
+                                   "{} has {} ports, of which {} answered", location_,
+                                   ports_.size(), std::uint16_t{card.port_count}));
+    }
+    return card;
+}
+
+void EngineTarget::check_engine() const {
+    check_offload_lines(names_of(ports_), field_text(record_.chip_type) == "Q3");
+}
+
+Json EngineTarget::json() const {
+    return {{"location", location_}, {"ports", json_array(ports_, identity_json)}};
+}
+
+void EngineTarget::check_before_change() const {
+    for (const Port& port : ports_) {
+        const std::string name = field_text(port.interface_name);
+        const std::optional<HostInterface> now = host_interface(name);
+        const HostInterface expected{name, field_text(port.mac), PciLocation::parse(location_)};
+        if (!is_same(expected, now)) {
+            throw Failure(ExitCode::kBusy, movement(expected, now) + "; nothing was changed");
+        }
+    }
+    check_engine();
+}
+
+CardInfo EngineTarget::read_again() const { return read_card(); }
 
 PortTarget::PortTarget(const Arguments& arguments) {
     const std::string word = arguments.get("LOCATION");
@@ -211,7 +335,10 @@ void PortTarget::find(const std::string& word) {
         refuse_usage(word + " is a card, of which PORT names a port");
     }
     if (!interface) {
-        throw Failure(ExitCode::kNotFound, fmt::format("There is no interface {}", word));
+        throw Failure(
+            ExitCode::kNotFound,
+            fmt::format(
+                "There is no interface {}{}", word, did_you_mean(word, adapter_interfaces())));
     }
     if (!interface->location || is_stacked(word)) {
         throw Failure(
@@ -248,18 +375,10 @@ void PortTarget::identify(const Port& record) {
     const std::string mac = field_text(record_.mac);
     identity_ = {name, mac, PciLocation::parse(location_)};
     const std::optional<HostInterface> now = host_interface(name);
-    const bool same = now && now->location && identity_.location->matches(*now->location) &&
-                      (mac.empty() || mac == now->mac);
-    if (!same) {
-        throw Failure(ExitCode::kBusy, movement(now));
+    if (!is_same(identity_, now)) {
+        throw Failure(ExitCode::kBusy, movement(identity_, now));
     }
     identity_ = *now;
-}
-
-std::string PortTarget::movement(const std::optional<HostInterface>& now) const {
-    return fmt::format(
-        "The interface was {} and is {} now", described(identity_),
-        now ? described(*now) : "not there");
 }
 
 Json PortTarget::json() const {
@@ -273,7 +392,7 @@ Json PortTarget::json() const {
 
 void PortTarget::check_unmoved() const {
     if (const auto now = host_interface(interface()); now != identity_) {
-        throw Failure(ExitCode::kBusy, movement(now));
+        throw Failure(ExitCode::kBusy, movement(identity_, now));
     }
 }
 
@@ -285,7 +404,7 @@ void PortTarget::check_before_change() const {
             fmt::format("{} may be another port; nothing was changed", described(*now)));
     }
     if (now != identity_) {
-        throw Failure(ExitCode::kBusy, movement(now) + "; nothing was changed");
+        throw Failure(ExitCode::kBusy, movement(identity_, now) + "; nothing was changed");
     }
 }
 
@@ -301,7 +420,8 @@ Port PortTarget::read_again() const {
     const std::optional<HostInterface> now = host_interface(interface());
     if (now != identity_) {
         throw Failure(
-            ExitCode::kPartly, movement(now) + ": it is not certain which port was changed");
+            ExitCode::kPartly,
+            movement(identity_, now) + ": it is not certain which port was changed");
     }
     if (record == nullptr) {
         throw Failure(

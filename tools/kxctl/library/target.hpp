@@ -22,6 +22,47 @@ namespace kx::ctl {
 // when no card fits, or more than one.
 [[nodiscard]] std::string card_location(const Arguments& arguments);
 
+// The same for commands that need no driver: with the domain where several domains have an adapter
+// at that location.
+[[nodiscard]] std::string adapter_location(const Arguments& arguments);
+
+// The first members of an answer about a card: its location and the ports that answer.
+[[nodiscard]] Json card_json(const std::string& location);
+
+// The same first members as a line for people: "Port eth2 (03:00.4 port 1, MAC ...)"; empty for
+// what is neither a card nor a port.
+[[nodiscard]] std::string subject_text(const Json& subject);
+
+// A card with all of its ports, for commands that work on its offload engine: the library finds the
+// engine by the first port that answers.
+class EngineTarget {
+public:
+    // The card that LOCATION names. Throws Failure when a port of it does not answer (kPartly), and
+    // when the library would take the engine of another card (kBusy).
+    explicit EngineTarget(const Arguments& arguments);
+
+    [[nodiscard]] const std::string& location() const { return location_; }
+    [[nodiscard]] const CardInfo& record() const { return record_; }
+    [[nodiscard]] const std::vector<Port>& ports() const { return ports_; }
+
+    // The first members of every answer: location and ports.
+    [[nodiscard]] Json json() const;
+
+    // Right before a change: throws Failure as above when something is different now.
+    void check_before_change() const;
+
+    // The library's record after a change.
+    [[nodiscard]] CardInfo read_again() const;
+
+private:
+    [[nodiscard]] CardInfo read_card() const;
+    void check_engine() const;
+
+    std::string location_;
+    std::vector<Port> ports_;
+    CardInfo record_{};
+};
+
 class PortTarget {
 public:
     // The port that LOCATION and PORT name: an interface alone, "LOCATION/PORT", or a card and a
@@ -53,7 +94,6 @@ private:
     void find(const std::string& interface);
     void find(const std::string& card, std::uint32_t instance);
     void identify(const Port& record);
-    [[nodiscard]] std::string movement(const std::optional<HostInterface>& now) const;
 
     std::string location_;
     Port record_{};
