@@ -39,7 +39,8 @@ for page in man3/*.3; do
     grep -q '#include <kxlinhw/' <<<"$text" || complain "$page names no header"
 done
 expect() {
-    mandoc -T ascii -O width=500 "man3/$1.3" | sed 's/.\x08//g' | grep -qF -- "$2" ||
+    # grep reads to the end: with -q the programs before it would fail.
+    mandoc -T ascii -O width=500 "man3/$1.3" | sed 's/.\x08//g' | grep -F -- "$2" >/dev/null ||
         complain "the page of $1 lacks: $2"
 }
 expect GetCardInfo 'uint32_t GetCardInfo(void* buffer, uint32_t* length);'

@@ -160,8 +160,8 @@ const Row kRows[] = {
     {{"flash"},
      2,
      "",
-     "kxctl: flash needs a verb: info, dump, write-boot, erase-boot, config-show, config-default, "
-     "config-erase, config-write (see --help)\n"},
+     "kxctl: flash needs a verb: info, dump, verify, write-boot, erase-boot, config-show, "
+     "config-default, config-erase, config-write, recover, status (see --help)\n"},
     {{"flash", "info"}, 2, "", "kxctl: flash info: LOCATION is required (see --help)\n"},
     {{"flash", "dump", "03:00.4"}, 2, "", "kxctl: flash dump: FILE is required (see --help)\n"},
     {{"flash", "dump", "03:00.4", "x", "--region", "vpd"},

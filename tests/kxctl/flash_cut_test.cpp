@@ -171,7 +171,9 @@ unsigned run_killed(std::vector<std::string> words, unsigned nth) {
     return entered;
 }
 
-TEST_P(CutChange, ByAKillIsFinishedOrTakenBack) {
+class KilledChange : public CutChange {};
+
+TEST_P(KilledChange, IsFinishedOrTakenBack) {
     bench_.begin_again();
     const auto attached = bench_.host.attach();
     const unsigned calls = run_killed(words_, 0);
@@ -193,6 +195,21 @@ INSTANTIATE_TEST_SUITE_P(
         std::string name = std::string(row.param.chip->name) + "_" + row.param.verb;
         std::ranges::replace(name, '-', '_');
         return name;
+    });
+
+// A traced run takes seconds, so that the tests take one change of each chip.
+std::vector<FlashCommand> killed_changes() {
+    std::vector<FlashCommand> some = test::flash_commands();
+    if (!test::thorough()) {
+        std::erase_if(
+            some, [](const auto& row) { return std::string_view(row.verb) != "write-boot"; });
+    }
+    return some;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OneOfEachChip, KilledChange, testing::ValuesIn(killed_changes()), [](const auto& row) {
+        return std::string(row.param.chip->name) + "_" + std::to_string(row.index);
     });
 
 // --- a recovery that is cut itself ---

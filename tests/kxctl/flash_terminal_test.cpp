@@ -97,8 +97,8 @@ TEST_F(FlashTerminal, AnotherAdapterAfterTheQuestionIsNotChanged) {
     hardware.write_eeprom(serial, "QX");
     terminal.type("yes\n");
     EXPECT_EQ(terminal.finish(), 5);
-    EXPECT_THAT(terminal.screen(), HasSubstr("serial number PT"));
-    EXPECT_THAT(terminal.screen(), HasSubstr("serial number QX"));
+    EXPECT_THAT(terminal.screen(), HasSubstr("expected the serial number PT"));
+    EXPECT_THAT(terminal.screen(), HasSubstr("found QX"));
     EXPECT_THAT(terminal.screen(), HasSubstr("nothing was changed"));
     EXPECT_EQ(hardware.flash(0x70000, 4), "CBIO");
     EXPECT_TRUE(files().empty());

@@ -34,7 +34,15 @@ protected:
 
     // The value of a setting in "port show"; 0 when no query reads it.
     std::int64_t shown(const Setting& row) {
-        return row.is_shown() ? port().at(row.key).get<std::int64_t>() : 0;
+        if (!row.is_shown()) {
+            return 0;
+        }
+        const TestJson value = port().at(row.key);
+        if (value.is_boolean()) {
+            return value.get<bool>() ? 1 : 0;
+        }
+        return value.is_string() ? row.parse(value.get<std::string>()).value()
+                                 : value.get<std::int64_t>();
     }
     TestJson port() { return test::json_on(host_, {"port", "show", kPlace, "1"}); }
 

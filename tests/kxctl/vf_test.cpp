@@ -31,7 +31,7 @@ TEST_F(Vf, OfAMachineAreThoseInItsDescription) {
     EXPECT_EQ(json({"vf", "list", "web"})["vfs"], functions({0, 1}));
     EXPECT_EQ(json({"vf", "list", "7"})["vfs"], functions({}));
     EXPECT_EQ(json({"vf", "list", "off one"})["vfs"], functions({0}));
-    EXPECT_EQ(on({"vf", "list", "7"}).out, "VF\n");
+    EXPECT_EQ(on({"vf", "list", "7"}).out, "");
 }
 
 TEST_F(Vf, IsAttachedNowAndForLaterStarts) {

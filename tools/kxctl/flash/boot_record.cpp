@@ -1,5 +1,6 @@
 #include "flash/boot_record.hpp"
 
+#include <dlfcn.h>
 #include <kxlinhw/boot_config.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/flash_images.h>
@@ -54,8 +55,13 @@ extern "C" {
 
 // The library's functions call each other by their exported names, so a program may replace each of
 // them. This one takes the record that q4_load_default_config made; kxctl writes it itself.
-std::int32_t write_flash_for_config(std::uint8_t, const void* record) {
-    if (kx::ctl::caught_record == nullptr || record == nullptr) {
+std::int32_t write_flash_for_config(std::uint8_t adapter, const void* record) {
+    if (kx::ctl::caught_record == nullptr) {
+        static auto* const write = reinterpret_cast<decltype(&write_flash_for_config)>(
+            dlsym(RTLD_NEXT, "write_flash_for_config"));
+        return write == nullptr ? KX_FLASH_INVALID : write(adapter, record);
+    }
+    if (record == nullptr) {
         return KX_FLASH_INVALID;
     }
     const auto* const bytes = static_cast<const std::uint8_t*>(record);

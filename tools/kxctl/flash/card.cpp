@@ -5,7 +5,6 @@
 #include <kxlinhw/adapter_lists.h>
 #include <kxlinhw/flash.h>
 #include <kxlinhw/q3_boot.h>
-#include <kxlinhw/vpd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,7 +20,6 @@ extern "C" {
 #include "library/adapter_fields.hpp"
 #include "library/call.hpp"
 #include "library/record_text.hpp"
-#include "library/vpd_decode.hpp"
 #include "output/printable.hpp"
 #include "output/progress.hpp"
 
@@ -161,45 +159,42 @@ std::string FlashCard::serial_at(const std::string& full_location) const {
     return {};
 }
 
+// The library's data about the bus are those of the first scan, so the configuration space is read.
 FlashCard::Identity FlashCard::read_identity() const {
     Identity identity{};
     call_library([&] {
         pci_dev* const device = kestrix_hbas[index_];
         identity.ids = pci_read_long(device, PCI_VENDOR_ID);
         identity.registers = pci_read_long(device, PCI_BASE_ADDRESS_0);
-        std::uint32_t capability = 0;
-        if (vpd_setup(index_, &capability) != 0) {
-            return;
-        }
-        identity.eeprom.resize(revision_ == 3 ? KX_Q3_EEPROM_SIZE : KX_Q4_EEPROM_SIZE);
-        (revision_ == 3 ? eeprom_rd_all_Q3 : eeprom_rd_all_Q4)(
-            index_, capability, identity.eeprom.data());
     });
     return identity;
 }
 
-std::string FlashCard::text_of(const Identity& identity) const {
-    std::string serial;
-    if (!identity.eeprom.empty()) {
-        std::vector<std::uint8_t> vpd(KX_VPD_READ_SIZE);
-        (revision_ == 3 ? eeprom2vpd_Q3 : eeprom2vpd_Q4)(identity.eeprom.data(), vpd.data());
-        serial = vpd_text(decode_vpd(vpd).value("SN"));
+void FlashCard::check_unmoved() const {
+    check_present();
+    if (const std::string now = product_of(index_).serial; now != serial_) {
+        const auto text = [](const std::string& serial) {
+            return serial.empty() ? std::string("unknown") : printable(serial);
+        };
+        throw Failure(
+            ExitCode::kBusy, fmt::format(
+                                 "{}: expected the serial number {}; found {}; nothing was changed",
+                                 location_, text(serial_), text(now)));
     }
-    constexpr unsigned kIdBits = 16;
-    return fmt::format(
-        "device {:04x}:{:04x}, registers at {:#x}, serial number {}", identity.ids & 0xFFFF,
-        identity.ids >> kIdBits, identity.registers,
-        serial.empty() ? "unknown" : printable(serial));
 }
 
-// The library's data about the bus are those of the first scan, so the configuration space is read.
-void FlashCard::check_unmoved() const {
-    const Identity now = read_identity();
-    if (now != identity_) {
+void FlashCard::check_present() const {
+    const auto text = [](const Identity& identity) {
+        constexpr unsigned kIdBits = 16;
+        return fmt::format(
+            "device {:04x}:{:04x}, registers at {:#x}", identity.ids & 0xFFFF,
+            identity.ids >> kIdBits, identity.registers);
+    };
+    if (const Identity now = read_identity(); now != identity_) {
         throw Failure(
             ExitCode::kBusy, fmt::format(
                                  "{}: expected {}; found {}; nothing was changed", location_,
-                                 text_of(identity_), text_of(now)));
+                                 text(identity_), text(now)));
     }
 }
 

@@ -45,9 +45,11 @@ public:
     // The first members of every answer: location, chip, product, serial number.
     [[nodiscard]] Json json() const;
 
-    // Throws Failure (kBusy) when another adapter is at the location now, or its registers are at
-    // another address.
+    // Throws Failure (kBusy) when another adapter is at the location now: device, address of the
+    // registers and serial number, which takes a reading of its product data.
     void check_unmoved() const;
+    // The same without the serial number, at the cost of two readings of the configuration space.
+    void check_present() const;
 
     // Open the register window unless it is open. Some functions of the library close it.
     void open_window() const;
@@ -58,18 +60,16 @@ public:
         const Range& range, std::string_view label = {}) const;
 
 private:
-    // What an adapter is known by.
+    // What the configuration space says about an adapter.
     struct Identity {
-        std::uint32_t ids;                 // of maker and device
-        std::uint32_t registers;           // their address
-        std::vector<std::uint8_t> eeprom;  // empty when it cannot be read
+        std::uint32_t ids;        // of maker and device
+        std::uint32_t registers;  // their address
 
         [[nodiscard]] bool operator==(const Identity&) const = default;
     };
 
     void find();
     [[nodiscard]] Identity read_identity() const;
-    [[nodiscard]] std::string text_of(const Identity& identity) const;
     void measure();
 
     std::string location_;

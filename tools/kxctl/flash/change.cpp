@@ -108,7 +108,7 @@ void carry_out(
     Journal journal = journal_of(card);
     journal.lock();
     FlashRecord record = record_of(command, change);
-    card.check_unmoved();
+    card.check_present();
     card.open_window();
     const SignalsHeld held;
     open_change(journal, record, contents.old_bytes, contents.new_bytes);
@@ -132,6 +132,9 @@ void check_change_options(const std::string& command, const Arguments& arguments
     }
     if (!arguments.has("--dry-run")) {
         static_cast<void>(Confirmation(arguments.has("--yes"), command));
+    }
+    if (arguments.get("--backup") == "-") {
+        throw Failure(ExitCode::kUsage, command + ": --backup needs a file");
     }
     if (arguments.has("--backup")) {
         must_be_free(arguments.get("--backup"));

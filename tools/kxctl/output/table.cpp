@@ -114,7 +114,9 @@ public:
         char* printed = nullptr;
         need_memory(KX_SCOLS(print_table_to_string)(table_.get(), &printed));
         const std::unique_ptr<char, decltype(&std::free)> owner(printed, std::free);
-        const std::string_view all(printed);
+        // The library does not tell when it cannot complete the text.
+        const std::string_view all(need_memory(printed));
+        need_memory(all.empty() ? -1 : 0);
         return std::string(only_heading ? all.substr(0, all.find('\n')) : all) + "\n";
     }
 
