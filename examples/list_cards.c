@@ -5,7 +5,7 @@
 
 /* The query functions do not know the size of a buffer, so it must hold the largest possible
    result. A host has at most 255 cards; port numbers of a card go up to 255. */
-enum { MOST_RECORDS = 255 };
+enum { kMostRecords = 255 };
 
 /* The text of a status. Some statuses have no text. */
 static void complain(const char* what, uint32_t status) {
@@ -52,8 +52,8 @@ static uint32_t list_cards(char* cards, char* ports) {
 }
 
 int main(void) {
-    char* cards = malloc(MOST_RECORDS * KX_CARD_COPY);
-    char* ports = malloc(MOST_RECORDS * KX_PORT_COPY);
+    char* cards = malloc((size_t)kMostRecords * KX_CARD_COPY);
+    char* ports = malloc((size_t)kMostRecords * KX_PORT_COPY);
     const int listed = cards != NULL && ports != NULL && list_cards(cards, ports) == KX_SUCCESS;
     free(ports);
     free(cards);

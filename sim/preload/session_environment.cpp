@@ -70,7 +70,7 @@ public:
         char* const begin = to_;
         for (const std::string_view part :
              {name, std::string_view("="), value, std::string_view(rest.empty() ? "" : ":"), rest,
-              std::string_view("", 1)}) {
+              std::string_view("\0", 1)}) {
             std::memcpy(to_, part.data(), part.size());
             to_ += part.size();
         }

@@ -159,8 +159,7 @@ int fexecve(int descriptor, char* const arguments[], char* const environment[]) 
 
 int posix_spawn(
     pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
-    const posix_spawnattr_t* attributes, char* const arguments[],
-    char* const environment[]) noexcept {
+    const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
     if (const int error = refusal(path, Search::kNone, environment); error != 0) {
         return error;
     }
@@ -171,8 +170,7 @@ int posix_spawn(
 }
 int posix_spawnp(
     pid_t* child, const char* command, const posix_spawn_file_actions_t* actions,
-    const posix_spawnattr_t* attributes, char* const arguments[],
-    char* const environment[]) noexcept {
+    const posix_spawnattr_t* attributes, char* const arguments[], char* const environment[]) {
     if (const int error = refusal(command, Search::kPath, environment); error != 0) {
         return error;
     }

@@ -20,8 +20,9 @@ struct Operation {
     std::vector<std::int32_t> states;
 };
 
-const std::vector<std::int32_t> kEveryState = {
-    KX_VM_RUNNING, KX_VM_BLOCKED, KX_VM_PAUSED, KX_VM_SHUT_OFF};
+std::vector<std::int32_t> every_state() {
+    return {KX_VM_RUNNING, KX_VM_BLOCKED, KX_VM_PAUSED, KX_VM_SHUT_OFF};
+}
 
 // A machine that another program controls at the same time may be in any state.
 ExitCode report_state(const Operation& operation, const Machine& before, const Machine& after) {
@@ -91,10 +92,10 @@ ExitCode resume(const Arguments& arguments, Output& output) {
 }
 // The guest may reboot or shut down at once, later or never.
 ExitCode reboot(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, {KX_VM_OP_REBOOT, "reboot", kEveryState});
+    return operate(arguments, output, {KX_VM_OP_REBOOT, "reboot", every_state()});
 }
 ExitCode shutdown(const Arguments& arguments, Output& output) {
-    return operate(arguments, output, {KX_VM_OP_SHUT_DOWN, "shut down", kEveryState});
+    return operate(arguments, output, {KX_VM_OP_SHUT_DOWN, "shut down", every_state()});
 }
 
 std::vector<Command> rows() {

@@ -66,7 +66,7 @@ std::string Failure::line() const {
                                                                    : line;
 }
 
-std::string with_simulation_offer(std::string text) {
+std::string with_simulation_offer(const std::string& text) {
     const bool is_simulated = std::getenv("KXSIM_ROOT") != nullptr;
     return text + (is_simulated ? "" : " (--sim runs the command on a simulated host)");
 }

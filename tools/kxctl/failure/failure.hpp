@@ -33,7 +33,7 @@ private:
 };
 
 // A text about a missing adapter. On a real host it also offers the simulated one.
-[[nodiscard]] std::string with_simulation_offer(std::string text);
+[[nodiscard]] std::string with_simulation_offer(const std::string& text);
 
 // Throw the failure of a wrong command line; it refers to the help.
 [[noreturn]] void refuse_usage(const std::string& text);

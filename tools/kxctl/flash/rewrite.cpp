@@ -43,8 +43,9 @@ std::vector<Range> pages_to_write(const SectorContent& content, const std::vecto
             }
         }
     }
-    std::ranges::stable_partition(
-        pages, [&](const Range& page) { return page.begin != content.first_page; });
+    std::stable_partition(pages.begin(), pages.end(), [&](const Range& page) {
+        return page.begin != content.first_page;
+    });
     return pages;
 }
 

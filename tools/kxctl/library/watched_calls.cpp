@@ -37,7 +37,7 @@ using namespace kx::ctl;  // NOLINT: the calls belong to it
 template <class Function>
 class Next {
 public:
-    explicit constexpr Next(const char* name) : name_(name) {}
+    explicit constexpr Next(const char* name) noexcept : name_(name) {}
 
     [[nodiscard]] Function* get() {
         void* function = found_.load(std::memory_order_relaxed);
