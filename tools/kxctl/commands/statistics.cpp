@@ -7,6 +7,8 @@
 
 #include "cli/numbers.hpp"
 #include "commands/commands.hpp"
+#include "library/card_ports.hpp"
+#include "library/engine_target.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"

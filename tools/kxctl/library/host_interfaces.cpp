@@ -95,6 +95,24 @@ bool is_stacked(const std::string& name) {
            name.find("bond") != name.npos;
 }
 
+std::string described(const HostInterface& interface) {
+    return fmt::format(
+        "{} ({}, MAC {})", interface.name,
+        interface.location ? interface.location->full_text() : "no PCI function",
+        interface.mac.empty() ? "unknown" : interface.mac);
+}
+
+bool is_same(const HostInterface& expected, const std::optional<HostInterface>& now) {
+    return now && now->location && expected.location->matches(*now->location) &&
+           (expected.mac.empty() || expected.mac == now->mac);
+}
+
+std::string movement(const HostInterface& expected, const std::optional<HostInterface>& now) {
+    return fmt::format(
+        "The interface was {} and is {} now", described(expected),
+        now ? described(*now) : "not there");
+}
+
 std::vector<std::string> interfaces_at(const PciLocation& location) {
     std::vector<std::string> names;
     for (const HostInterface& each : host_interfaces()) {

@@ -32,4 +32,15 @@ struct HostInterface {
 // The interfaces of a PCI function that the library can have as ports, sorted by name.
 [[nodiscard]] std::vector<std::string> interfaces_at(const PciLocation& location);
 
+// "eth2 (0000:03:00.4, MAC 00:07:43:05:00:01)"
+[[nodiscard]] std::string described(const HostInterface& interface);
+
+// Whether an interface is still what was expected: without a MAC or a domain when those are
+// unknown.
+[[nodiscard]] bool is_same(const HostInterface& expected, const std::optional<HostInterface>& now);
+
+// "The interface was eth2 (...) and is not there now"
+[[nodiscard]] std::string movement(
+    const HostInterface& expected, const std::optional<HostInterface>& now);
+
 }  // namespace kx::ctl
