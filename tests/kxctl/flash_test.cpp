@@ -188,15 +188,15 @@ TEST_F(Flash, InfoChangesNothing) {
 
 TEST_F(Flash, EveryVerbNeedsAnAdapterThatIsThere) {
     const std::string rom = file("rom.bin", make_image(1024));
-    const std::string line = "No adapter with a flash at 09:00.0";
-    expect_refusal({"info", "09:00.0"}, 3, line);
-    expect_refusal({"dump", "09:00.0", path("new")}, 3, line);
-    expect_refusal({"write-boot", "09:00.0", rom, "--yes"}, 3, line);
-    expect_refusal({"erase-boot", "09:00.0", "--yes"}, 3, line);
-    expect_refusal({"config-show", "09:00.0"}, 3, line);
-    expect_refusal({"config-default", "09:00.0", "--yes"}, 3, line);
-    expect_refusal({"config-erase", "09:00.0", "--yes"}, 3, line);
-    expect_refusal({"config-write", "09:00.0", rom, "--yes"}, 3, line);
+    const std::string line = "No adapter with a flash at 9f:1e.0";
+    expect_refusal({"info", "9f:1e.0"}, 3, line);
+    expect_refusal({"dump", "9f:1e.0", path("new")}, 3, line);
+    expect_refusal({"write-boot", "9f:1e.0", rom, "--yes"}, 3, line);
+    expect_refusal({"erase-boot", "9f:1e.0", "--yes"}, 3, line);
+    expect_refusal({"config-show", "9f:1e.0"}, 3, line);
+    expect_refusal({"config-default", "9f:1e.0", "--yes"}, 3, line);
+    expect_refusal({"config-erase", "9f:1e.0", "--yes"}, 3, line);
+    expect_refusal({"config-write", "9f:1e.0", rom, "--yes"}, 3, line);
     EXPECT_EQ(files(), 1U) << "no copy is begun";
 }
 

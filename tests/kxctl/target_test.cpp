@@ -141,6 +141,37 @@ TEST_F(Target, WhatNamesNoPortIsRefused) {
     refused({"zz", "1"}, 3, "\"zz\" is not a location, an interface or a serial number");
 }
 
+TEST_F(Target, WrongNamesGetASuggestion) {
+    host_.adapter({.chip = "Q5", .location = "0b:00.4"});
+    const auto suggested = [this](std::vector<std::string> line, const std::string& text) {
+        const test::Result result = run(line);
+        EXPECT_EQ(result.exit, 3) << line[0] << result.err;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "kxctl: " + text + "\n");
+    };
+    suggested({"port", "list", "0a:00.5"}, "There is no adapter at 0a:00.5; did you mean 0a:00.4?");
+    suggested(
+        {"card", "stats", "0a:01.4"}, "There is no adapter at 0a:01.4; did you mean 0a:00.4?");
+    suggested(
+        {"port", "show", "0000:0b:00.0", "1"},
+        "There is no adapter at 0000:0b:00.0; did you mean 0b:00.4?");
+    suggested({"port", "show", "eht3"}, "There is no interface eht3; did you mean eth3?");
+    suggested(
+        {"iwarp", "show", "iw_zfab5"}, "There is no RDMA driver iw_zfab5; did you mean iw_zfab3?");
+}
+
+TEST(Targets, WrongSerialNumbersGetASuggestion) {
+    EXPECT_THAT(
+        test::run({"--sim=lab", "adapter", "show", "PT05160010"}).err,
+        HasSubstr("a serial number of an adapter; did you mean PT05160001?"));
+}
+
+// A storage function beside the adapter's own one.
+TEST_F(Target, ASiblingOfAnAdapterGetsASuggestion) {
+    host_.pci_device({.location = "0a:00.5", .vendor_id = 0x4B58, .device_id = 0x5510});
+    EXPECT_THAT(run({"port", "list", "0a:00.5"}).err, HasSubstr("; did you mean 0a:00.4?"));
+}
+
 // The library numbers the interfaces that answer. Whichever request fails, in the list or in the
 // change, no other port is changed, and none is shown in place of the one that was meant.
 TEST_F(Target, NoOtherPortIsChangedWhenARequestFailsOnce) {

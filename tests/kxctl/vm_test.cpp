@@ -83,6 +83,10 @@ TEST_F(Vm, ThatIsUnknownIsNotFound) {
     }
 }
 
+TEST_F(Vm, WithASimilarNameIsSuggested) {
+    expect_failure({"vm", "start", "wbe"}, 3, "There is no virtual machine wbe; did you mean web?");
+}
+
 TEST_F(Vm, GoesThroughItsLifeFromOneProcessToTheNext) {
     EXPECT_EQ(json({"vm", "start", "off one"})["vm"]["id"], 3);
     EXPECT_EQ(state("off one"), "running");

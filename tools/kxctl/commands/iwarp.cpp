@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cli/suggestion.hpp"
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
@@ -94,6 +95,18 @@ void check_parameters(std::span<const Change> changes, const std::string& module
     }
 }
 
+// The library says of a wrong word that its driver is not loaded.
+std::string module_of(const Arguments& arguments) {
+    static const std::vector<std::string> drivers = {"iw_zfab3", "iw_zfab4"};
+    std::string module = arguments.get("MODULE");
+    const bool is_wrong = std::ranges::find(drivers, module) == drivers.end();
+    if (const std::string meant = did_you_mean(module, drivers); is_wrong && !meant.empty()) {
+        throw Failure(
+            ExitCode::kNotFound, fmt::format("There is no RDMA driver {}{}", module, meant));
+    }
+    return module;
+}
+
 IwarpProps query_props(const std::string& module) {
     IwarpProps props{};
     std::memcpy(props.module, module.data(), std::min(module.size(), sizeof props.module - 1));
@@ -103,7 +116,7 @@ IwarpProps query_props(const std::string& module) {
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
-    const std::string module = arguments.get("MODULE");
+    const std::string module = module_of(arguments);
     const IwarpProps props = query_props(module);
     Json parameters = Json::object();
     Table table({{"PARAMETER"}, {"VALUE", Align::kRight}});
@@ -123,7 +136,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
 }
 
 ExitCode set(const Arguments& arguments, Output& output) {
-    const std::string module = arguments.get("MODULE");
+    const std::string module = module_of(arguments);
     const std::vector<Setting> settings = settings_of(module);
     const std::vector<Change> changes = parse_changes(settings, arguments.all("KEY=VALUE"));
     IwarpProps props = query_props(module);

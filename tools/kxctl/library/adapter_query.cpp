@@ -108,6 +108,11 @@ Record find_record(const std::vector<Record>& records, const std::string& locati
     throw Failure::of_status(KX_NO_SUCH_DEVICE);
 }
 
+std::string location_in_table(std::uint8_t adapter) {
+    const pci_dev& device = *kestrix_hbas[adapter];
+    return fmt::format("{:02x}:{:02x}.{:x}", device.bus, device.dev, device.func);
+}
+
 // The index of an adapter in the library's table.
 std::uint8_t find_adapter(const std::string& location) {
     const std::uint8_t count = call_library(scan_hbas);
@@ -115,8 +120,7 @@ std::uint8_t find_adapter(const std::string& location) {
         throw Failure::of_status(KX_NO_ADAPTERS);
     }
     for (std::uint8_t adapter = 0; adapter < count; ++adapter) {
-        const pci_dev& device = *kestrix_hbas[adapter];
-        if (fmt::format("{:02x}:{:02x}.{:x}", device.bus, device.dev, device.func) == location) {
+        if (location_in_table(adapter) == location) {
             return adapter;
         }
     }
@@ -182,6 +186,16 @@ std::string refused_reason(const AdapterInfoRecord& adapter) {
     const int reason = mapping_error(memory, device);
     return reason == 0 ? fmt::format("{}: {}", location, kNoWindow)
                        : failed_registers(location, full_location_of(device), reason).what();
+}
+
+std::vector<std::string> query_adapter_locations() {
+    const AdapterState state;
+    const std::uint8_t count = call_library(scan_hbas);
+    std::vector<std::string> locations;
+    for (std::uint8_t adapter = 0; adapter < count; ++adapter) {
+        locations.push_back(location_in_table(adapter));
+    }
+    return locations;
 }
 
 std::size_t query_adapter_count() {

@@ -31,7 +31,10 @@ template <class Record>
 // Why the register window of an adapter of the list was not opened, with its location in front.
 [[nodiscard]] std::string refused_reason(const AdapterInfoRecord& adapter);
 
-// The number of adapters on the bus; nothing else of them is read.
+// The adapters on the bus, by location; nothing else of them is read.
+[[nodiscard]] std::vector<std::string> query_adapter_locations();
+
+// Their number.
 [[nodiscard]] std::size_t query_adapter_count();
 
 // The vital product data in an adapter's EEPROM. Throws Failure when there is no such adapter or

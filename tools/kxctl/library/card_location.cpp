@@ -54,6 +54,18 @@ std::vector<std::string> full_texts(const std::vector<PciLocation>& locations) {
     return texts;
 }
 
+// Throws Failure for what is no adapter when the user may have meant another one. Of other words
+// the library says what is wrong.
+void suggest_adapter(const std::string& word, const PciLocation& wanted) {
+    const std::string name = wanted.text();
+    const std::vector<std::string> adapters = query_adapter_locations();
+    if (std::ranges::find(adapters, name) == adapters.end() && !closest(name, adapters).empty()) {
+        throw Failure(
+            ExitCode::kNotFound,
+            fmt::format("There is no adapter at {}{}", word, did_you_mean(name, adapters)));
+    }
+}
+
 // The library's records have no domain: it takes the first card with that bus, device and function.
 std::string location_in_library(const std::string& word, const PciLocation& wanted) {
     const std::vector<PciLocation> found = functions_in_all_domains(wanted);
@@ -74,25 +86,25 @@ std::string location_in_library(const std::string& word, const PciLocation& want
                 "The library cannot distinguish {}: only their interfaces name them",
                 fmt::join(full_texts(found), " and ")));
     }
-    return wanted.text();
-}
-
-std::vector<PciLocation> with_serial_number(const std::string& serial_number) {
-    std::vector<PciLocation> found;
-    for (const AdapterInfoRecord& each : query_adapter_infos()) {
-        if (product_text(each.serial_number) == serial_number) {
-            found.push_back({each.domain, each.bus, each.device, each.function});
-        }
+    constexpr unsigned kFunctionOfAdapters = 4;  // except of a Q3; their others serve storage
+    if (found.empty() || wanted.function != kFunctionOfAdapters) {
+        suggest_adapter(word, wanted);
     }
-    return found;
+    return wanted.text();
 }
 
 PciLocation find_serial_number(const std::string& word) {
     std::string unread;
     std::vector<PciLocation> found;
+    std::vector<std::string> names = adapter_interfaces();
     try {
-        if (!word.empty()) {  // which the serial number of an unread adapter is
-            found = with_serial_number(word);
+        for (const AdapterInfoRecord& each : query_adapter_infos()) {
+            const std::string serial_number = product_text(each.serial_number);
+            names.push_back(serial_number);
+            // An adapter that was not read has none.
+            if (!word.empty() && serial_number == word) {
+                found.push_back({each.domain, each.bus, each.device, each.function});
+            }
         }
     } catch (const Failure& failure) {
         unread = fmt::format(" (serial numbers cannot be read: {})", failure.what());
@@ -102,7 +114,7 @@ PciLocation find_serial_number(const std::string& word) {
             ExitCode::kNotFound,
             fmt::format(
                 "\"{}\" is not a location, an interface or a serial number of an adapter{}{}", word,
-                did_you_mean(word, adapter_interfaces()), unread));
+                did_you_mean(word, names), unread));
     }
     if (found.size() > 1) {
         refuse_ambiguous(word, full_texts(found));

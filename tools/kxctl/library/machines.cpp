@@ -7,6 +7,7 @@
 #include <charconv>
 #include <memory>
 
+#include "cli/suggestion.hpp"
 #include "library/machine_states.hpp"
 #include "library/record_text.hpp"
 #include "output/standard_streams.hpp"
@@ -123,13 +124,17 @@ std::vector<Machine> query_machines() {
 Machine find_machine(const std::string& word) {
     const std::string uuid = plain_uuid(word);
     std::vector<Machine> found;
+    std::vector<std::string> names;
     for (const Machine& machine : query_machines()) {
+        names.push_back(machine.name);
         if (machine.name == word || machine.uuid == uuid || is_id(word, machine.id)) {
             found.push_back(machine);
         }
     }
     if (found.empty()) {
-        throw Failure(ExitCode::kNotFound, fmt::format("There is no virtual machine {}", word));
+        throw Failure(
+            ExitCode::kNotFound,
+            fmt::format("There is no virtual machine {}{}", word, did_you_mean(word, names)));
     }
     if (found.size() > 1) {
         throw Failure(
