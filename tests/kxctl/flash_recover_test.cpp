@@ -135,6 +135,9 @@ TEST_F(Unfinished, IsListedWithItsRecord) {
     EXPECT_EQ(bench_.host.mode(kOpen), 0700U);
     EXPECT_EQ(bench_.host.mode("/var/lib/kxctl"), 0700U);
     EXPECT_EQ(bench_.host.mode(kOpen + "/record.toml"), 0600U);
+    EXPECT_THAT(
+        bench_.run({"flash", "status"}).out,
+        HasSubstr(change.at("new_sha256").get<std::string>().substr(0, 12)));
     const Json of_card = test::json_on(bench_.host, {"flash", "status", "03:00.4"});
     EXPECT_EQ(of_card.at("changes").size(), 1U);
 }

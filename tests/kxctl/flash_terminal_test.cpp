@@ -60,8 +60,12 @@ TEST_F(FlashTerminal, QuestionNamesCardRegionAndCopy) {
     EXPECT_EQ(session.exit, 0) << session.screen;
     EXPECT_THAT(
         session.screen, HasSubstr("Card 03:00.4 (Q5, Q520-CR, serial number PT\uFFFD[2J1)\r\n"
+                                  "interfaces: none\r\n"
                                   "region config: erase sector 7, 0x70000-0x7ffff\r\n"
-                                  "copy before: kestrix-03.00.4-config-"));
+                                  "SHA-256 before "));
+    EXPECT_THAT(
+        session.screen, testing::ContainsRegex("SHA-256 after  [0-9a-f]{64}\r\ncopy before: "
+                                               "kestrix-03\\.00\\.4-config-"));
     EXPECT_THAT(session.screen, HasSubstr("Z.bin\r\nGo on? [y/N] "));
     EXPECT_EQ(host_.hardware("03:00.4").flash(0x70000, 4), "\xFF\xFF\xFF\xFF");
     ASSERT_EQ(files().size(), 1U);

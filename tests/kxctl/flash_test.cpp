@@ -242,7 +242,9 @@ TEST_F(Flash, DumpHoldsTheFlashByteForByte) {
     hardware(kQ5).write_flash(kFirmware + 5, "firmware");
     const test::Result result = run({"dump", kQ5, path("all")});
     EXPECT_EQ(result.exit, 0) << result.err;
-    EXPECT_EQ(result.out, "4194304 bytes from 0x0 written to " + path("all") + "\n");
+    EXPECT_EQ(
+        result.out, "4194304 bytes from 0x0 written to " + path("all") + "\nSHA-256 " +
+                        sha256_of(whole(kQ5)) + "\n");
     EXPECT_EQ(
         result.err,
         "Reading flash: 1024 of 4096 KiB (25%)\n"
@@ -259,9 +261,23 @@ TEST_F(Flash, DumpOfARegionHoldsThatRegion) {
     EXPECT_EQ(reply.at("address"), 0x70000);
     EXPECT_EQ(reply.at("size_bytes"), 0x10000);
     EXPECT_EQ(reply.at("file"), path("config"));
+    EXPECT_EQ(reply.at("sha256"), sha256_of(hardware(kQ5).flash(kConfig, 0x10000)));
     EXPECT_EQ(content("config"), hardware(kQ5).flash(kConfig, 0x10000));
     EXPECT_EQ(run({"dump", kQ3, path("q3"), "--region=boot"}).exit, 0);
     EXPECT_EQ(content("q3"), hardware(kQ3).flash(0, 0x30000));
+}
+
+TEST_F(Flash, DumpOfAllIsTheWholeFlashWithItsDigest) {
+    const Json reply = json({"dump", kQ3, path("all"), "--all"});
+    EXPECT_EQ(reply.at("region"), "all");
+    EXPECT_EQ(reply.at("sha256"), sha256_of(whole(kQ3)));
+    EXPECT_EQ(content("all"), whole(kQ3));
+    const test::Result copied = run({"dump", kQ3, "-", "--all"});
+    EXPECT_TRUE(copied.out == whole(kQ3));
+    EXPECT_THAT(copied.err, HasSubstr("kxctl: SHA-256 " + sha256_of(whole(kQ3)) + "\n"));
+    expect_refusal(
+        {"dump", kQ3, path("new"), "--all", "--region", "boot"}, 2,
+        "flash dump: --all and --region exclude each other");
 }
 
 TEST_F(Flash, DumpReplacesNoFileAndNeedsARegionThatIsThere) {
@@ -292,14 +308,20 @@ TEST_P(EachFamily, VerifyComparesAFileWithTheFlash) {
     const std::string before = whole(location_);
     const std::string same = file("same", before.substr(0, 1001));
     EXPECT_EQ(
-        run({"verify", location_, same}).out, "1001 bytes from 0x0 are those of " + same + "\n");
+        run({"verify", location_, same}).out, "1001 bytes from 0x0 are those of " + same +
+                                                  "\nSHA-256 " + sha256_of(before.substr(0, 1001)) +
+                                                  "\n");
     std::string changed = before.substr(0, 1001);
     changed[40] = static_cast<char>(changed[40] ^ 1);
     changed[1000] = static_cast<char>(changed[1000] ^ 1);
     const std::string other = file("other", changed);
     const test::Result result = run({"verify", location_, other});
     EXPECT_EQ(result.exit, 4);
-    EXPECT_EQ(result.out, "2 of 1001 bytes differ from " + other + ", the first at 0x28\n");
+    EXPECT_EQ(
+        result.out, "2 of 1001 bytes differ from " + other +
+                        ", the first at 0x28\nSHA-256 of the flash  " +
+                        sha256_of(before.substr(0, 1001)) + "\nSHA-256 of the file   " +
+                        sha256_of(changed) + "\n");
     const Json reply = json({"verify", location_, other}, 4);
     EXPECT_EQ(reply.at("equal"), false);
     EXPECT_EQ(reply.at("different_bytes"), 2);
@@ -350,8 +372,11 @@ TEST_P(EachFamily, WriteBootReplacesTheRomAndSavesTheOldOne) {
         reply.at("erased"),
         Json({{"numbers", {0, 1}}, {"address", 0}, {"size_bytes", 2 * kSector}}));
     EXPECT_EQ(
-        reply.at("backup"),
-        Json({{"file", path("backup")}, {"address", 0}, {"size_bytes", region}}));
+        reply.at("backup"), Json(
+                                {{"file", path("backup")},
+                                 {"address", 0},
+                                 {"size_bytes", region},
+                                 {"sha256", sha256_of(content("backup"))}}));
 }
 
 TEST_P(EachFamily, BackupCanBeWrittenBack) {
@@ -500,6 +525,7 @@ TEST_F(Flash, WriteBootTellsPeopleWhatItDid) {
     EXPECT_EQ(
         result.out,
         "Card            03:00.4 (Q5, Q520-CR, serial number PT05160001)\n"
+        "Interfaces      -\n"
         "Region          boot\n"
         "Erased          sector 0, 0x0-0xffff\n"
         "Written         3 pages, 0x100-0x3ff; then 1 page, 0x0-0xff\n"

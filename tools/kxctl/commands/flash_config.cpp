@@ -14,6 +14,7 @@
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "flash/card.hpp"
+#include "flash/change_report.hpp"
 #include "library/call.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
@@ -187,6 +188,8 @@ ExitCode config_show(const Arguments& arguments, Output& output) {
         json["config"] = values;
         output.json(json);
     } else {
+        output.table(card_table(card));
+        output.text("\n");
         output.table(table);
     }
     return ExitCode::kDone;

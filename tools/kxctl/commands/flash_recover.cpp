@@ -6,7 +6,9 @@
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "flash/change.hpp"
+#include "flash/change_report.hpp"
 #include "flash/recovery.hpp"
+#include "library/target.hpp"
 #include "output/incomplete.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
@@ -43,8 +45,7 @@ Json sectors_json(const Recovery& recovery) {
 }
 
 Table facts_table(const FlashCard& card, const FlashRecord& record) {
-    Table table({{}, {}});
-    table.add_row({"Card", card.name()});
+    Table table = card_table(card);
     table.add_row({"Change", record.command});
     table.add_row({"Started", fmt::format("{} by {}", record.started, record.user)});
     table.add_row({"Region", record.region});
@@ -134,7 +135,7 @@ ExitCode recover(const Arguments& arguments, Output& output) {
     const bool dry = arguments.has("--dry-run");
     Way way = way_of(arguments);
     const std::size_t keep = kept_changes(arguments);
-    const FlashCard card(arguments.get("LOCATION"), dry ? "" : kRecover);
+    const FlashCard card(adapter_location(arguments), dry ? "" : kRecover);
     const std::optional<FlashEntry> entry = unfinished_change(card);
     if (!entry) {
         refuse_other_adapter(card);
@@ -163,25 +164,33 @@ void add_damage(const FlashEntry& entry, Incomplete& incomplete) {
 std::vector<Cell> status_row(const FlashEntry& entry) {
     const Cell state(entry.state, entry.state == kUnfinished ? Style::kBad : Style::kPlain);
     if (!entry.record) {
-        return {"", "", "", state, "", "", "", entry.directory};
+        return {"", "", "", state, "", "", "", "", "", entry.directory};
     }
     const FlashRecord& record = *entry.record;
-    return {record.location, record.serial,  fmt::format("{}", record.number),
-            state,           record.command, record.started,
-            record.user,     entry.directory};
+    return {
+        record.location,
+        record.serial,
+        fmt::format("{}", record.number),
+        state,
+        record.command,
+        record.started,
+        record.user,
+        record.old_digest.substr(0, kDigestDigits),
+        record.new_digest.substr(0, kDigestDigits),
+        entry.directory};
 }
 
 std::vector<Column> status_columns() {
-    return {{"LOCATION"}, {"SERIAL NUMBER"}, {"NUMBER", Align::kRight},
-            {"STATE"},    {"COMMAND"},       {"STARTED"},
-            {"USER"},     {"DIRECTORY"}};
+    return {
+        {"LOCATION"}, {"SERIAL NUMBER"}, {"NUMBER", Align::kRight}, {"STATE"},       {"COMMAND"},
+        {"STARTED"},  {"USER"},          {"OLD SHA-256"},           {"NEW SHA-256"}, {"DIRECTORY"}};
 }
 
 ExitCode status(const Arguments& arguments, Output& output) {
     List changes(arguments, output, status_columns());
     std::vector<FlashEntry> entries = flash_entries();
     if (arguments.has("LOCATION")) {
-        const FlashCard card(arguments.get("LOCATION"));
+        const FlashCard card(adapter_location(arguments));
         std::erase_if(entries, [&](const FlashEntry& entry) { return !is_of(entry, card); });
     }
     for (const FlashEntry& entry : entries) {

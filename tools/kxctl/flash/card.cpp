@@ -26,6 +26,8 @@ extern "C" {
 namespace kx::ctl {
 namespace {
 
+using Words = std::vector<std::string>;
+
 constexpr std::uint32_t kReadAtOnce = 4096;  // bytes; progress is shown after each step
 constexpr std::uint16_t kQ3Ids = 1000;       // Q3 ids are between 0 and this
 constexpr std::uint32_t kReach = 1U << 24;   // of the three address bytes of a flash command
@@ -43,6 +45,22 @@ struct Product {
     std::string name;
     std::string serial;
 };
+
+// No driver has to answer for these.
+std::vector<HostInterface> interfaces_of(const std::string& full_location) {
+    std::vector<HostInterface> interfaces;
+    const auto location = PciLocation::parse(full_location);
+    for (const std::string& name : location ? interfaces_at(*location) : Words()) {
+        if (auto interface = host_interface(name)) {
+            interfaces.push_back(*std::move(interface));
+        }
+    }
+    return interfaces;
+}
+
+Json interface_json(const HostInterface& interface) {
+    return {{"interface", interface.name}, {"mac", text_or_null(interface.mac)}};
+}
 
 // An adapter whose product data cannot be read is known by its location only.
 Product product_of(std::uint8_t index) {
@@ -99,6 +117,7 @@ FlashCard::FlashCard(std::string location, const std::string& writer)
     try {
         find();
         lock_.emplace(location_, full_location(), writer);
+        interfaces_ = interfaces_of(full_location());
         Product product = product_of(index_);
         product_ = std::move(product.name);
         serial_ = std::move(product.serial);
@@ -229,9 +248,20 @@ std::string FlashCard::name() const {
         serial_.empty() ? "unknown" : printable(serial_));
 }
 
+std::string FlashCard::interfaces_text() const {
+    std::string text;
+    for (const HostInterface& each : interfaces_) {
+        text += fmt::format(
+            "{}{} (MAC {})", text.empty() ? "" : ", ", printable(each.name),
+            each.mac.empty() ? "unknown" : printable(each.mac));
+    }
+    return text;
+}
+
 Json FlashCard::json() const {
     return {
         {"location", location_},
+        {"interfaces", json_array(interfaces_, interface_json)},
         {"chip", chip()},
         {"product", text_or_null(product_)},
         {"serial_number", text_or_null(serial_)},

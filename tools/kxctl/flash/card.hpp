@@ -12,6 +12,7 @@
 
 #include "flash/layout.hpp"
 #include "flash/lock.hpp"
+#include "library/host_interfaces.hpp"
 #include "output/json.hpp"
 
 namespace kx::ctl {
@@ -42,7 +43,9 @@ public:
 
     // "03:00.4 (Q5, Q520-CR, serial number PT05160001)"
     [[nodiscard]] std::string name() const;
-    // The first members of every answer: location, chip, product, serial number.
+    // "eth2 (MAC 00:07:43:05:00:01), eth3 (MAC unknown)"; empty for a card without a driver.
+    [[nodiscard]] std::string interfaces_text() const;
+    // The first members of every answer: location, interfaces, chip, product, serial number.
     [[nodiscard]] Json json() const;
 
     // Throws Failure (kBusy) when another adapter is at the location now: device, address of the
@@ -78,6 +81,7 @@ private:
     int revision_ = 0;  // of the chip: 3, 4 or 5
     std::string product_;
     std::string serial_;
+    std::vector<HostInterface> interfaces_;
     Identity identity_{};  // of a card that is to be changed
     FlashLayout layout_;
     std::optional<FlashLock> lock_;

@@ -164,7 +164,8 @@ ExitCode run_change(
     }
     const std::optional<std::string> backup = backup_name(change, arguments);
     if (!dry) {
-        Confirmation(arguments.has("--yes"), command).ask(change_question(change, backup));
+        Confirmation(arguments.has("--yes"), command)
+            .ask(change_question(change, contents, backup));
         change.card->check_unmoved();
         if (backup) {
             write_new_file(*backup, contents.whole);

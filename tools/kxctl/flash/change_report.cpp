@@ -3,7 +3,6 @@
 #include <fmt/core.h>
 
 #include "files/digest.hpp"
-#include "output/table.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -75,14 +74,17 @@ Json page_list(const FlashPlan& plan) {
     return runs;
 }
 
-Json backup_json(const FlashPlan& plan, const std::optional<std::string>& backup) {
+Json backup_json(
+    const FlashPlan& plan, const ChangeContents& contents,
+    const std::optional<std::string>& backup) {
     if (!backup) {
         return nullptr;
     }
     return {
         {"file", *backup},
         {"address", plan.touched().begin},
-        {"size_bytes", plan.touched().size()}};
+        {"size_bytes", plan.touched().size()},
+        {"sha256", sha256(contents.whole)}};
 }
 
 Json report_json(
@@ -98,12 +100,19 @@ Json report_json(
     json["written"] = page_list(plan);
     json["old_sha256"] = sha256(contents.old_bytes);
     json["new_sha256"] = sha256(contents.new_bytes);
-    json["backup"] = backup_json(plan, backup);
+    json["backup"] = backup_json(plan, contents, backup);
     json["verified"] = !dry;
     return json;
 }
 
 }  // namespace
+
+Table card_table(const FlashCard& card) {
+    Table table({{}, {}});
+    table.add_row({"Card", card.name()});
+    table.add_row({"Interfaces", card.interfaces_text()});
+    return table;
+}
 
 // A flash that has the content already is neither erased nor written.
 void report_no_change(
@@ -113,8 +122,7 @@ void report_no_change(
         output.json(report_json(change, nothing, contents, std::nullopt, dry));
         return;
     }
-    Table table({{}, {}});
-    table.add_row({"Card", change.card->name()});
+    Table table = card_table(*change.card);
     table.add_row({"Region", nothing.region->name});
     table.add_row({"Change", "none: the flash has this content already"});
     table.add_row({"SHA-256", sha256(contents.old_bytes)});
@@ -130,8 +138,7 @@ void report_change(
         output.json(report_json(change, plan, contents, backup, dry));
         return;
     }
-    Table table({{}, {}});
-    table.add_row({"Card", change.card->name()});
+    Table table = card_table(*change.card);
     table.add_row({"Region", plan.region->name});
     table.add_row({done ? "Erased" : "Would erase", sectors_text(plan)});
     if (const Names lost = regions_lost(*change.card, plan); !lost.empty()) {
@@ -152,10 +159,14 @@ void report_change(
     output.table(table);
 }
 
-std::string change_question(const FlashChange& change, const std::optional<std::string>& backup) {
+std::string change_question(
+    const FlashChange& change, const ChangeContents& contents,
+    const std::optional<std::string>& backup) {
     const FlashPlan& plan = change.plan;
+    const std::string interfaces = change.card->interfaces_text();
     std::string text = fmt::format(
-        "Card {}\nregion {}: erase {}", change.card->name(), plan.region->name, sectors_text(plan));
+        "Card {}\ninterfaces: {}\nregion {}: erase {}", change.card->name(),
+        interfaces.empty() ? "none" : interfaces, plan.region->name, sectors_text(plan));
     if (const Names lost = regions_lost(*change.card, plan); !lost.empty()) {
         text += fmt::format(" (this also erases part of {})", joined(lost));
     }
@@ -165,6 +176,9 @@ std::string change_question(const FlashChange& change, const std::optional<std::
     if (const Names shared = regions_put_back(*change.card, plan); !shared.empty()) {
         text += fmt::format(", put part of {} back", joined(shared));
     }
+    text += fmt::format(
+        "\nSHA-256 before {}\nSHA-256 after  {}", sha256(contents.old_bytes),
+        sha256(contents.new_bytes));
     return text + "\n" + (backup ? "copy before: " + *backup : "no copy is made before");
 }
 

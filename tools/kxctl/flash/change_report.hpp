@@ -8,6 +8,7 @@
 
 #include "flash/change.hpp"
 #include "output/output.hpp"
+#include "output/table.hpp"
 
 namespace kx::ctl {
 
@@ -20,9 +21,13 @@ struct ChangeContents {
     [[nodiscard]] bool differ() const { return old_bytes != new_bytes; }
 };
 
+// The first rows of every answer about a flash: the card and its interfaces.
+[[nodiscard]] Table card_table(const FlashCard& card);
+
 // The change, before the user agrees to it. backup: the file for a copy, if there is one.
 [[nodiscard]] std::string change_question(
-    const FlashChange& change, const std::optional<std::string>& backup);
+    const FlashChange& change, const ChangeContents& contents,
+    const std::optional<std::string>& backup);
 
 // Print a change that was made, or with `dry` one that would be made.
 void report_change(
