@@ -58,6 +58,27 @@ const Row kRows[] = {
      {.call = "fopen", .error = EIO, .object = "/sys/module/iw_zfab4/parameters/snd_win"},
      "/parameters/snd_win",
      "/sys/module/iw_zfab4/parameters/snd_win: Input/output error"},
+    {{"adapter", "list"},
+     {.call = "write",
+      .nth = 5,
+      .error = EIO,
+      .object = "/sys/bus/pci/devices/0000:03:00.4/config"},
+     "/adapters/0/serial_number",
+     "/sys/bus/pci/devices/0000:03:00.4/config: Input/output error"},
+    {{"adapter", "show", "04:00.4"},
+     {.call = "write",
+      .nth = 9,
+      .error = EIO,
+      .object = "/sys/bus/pci/devices/0000:04:00.4/config"},
+     "/product",
+     "/sys/bus/pci/devices/0000:04:00.4/config: Input/output error"},
+    {{"flash", "info", "03:00.4"},
+     {.call = "write",
+      .nth = 6,
+      .error = EIO,
+      .object = "/sys/bus/pci/devices/0000:03:00.4/config"},
+     "/serial_number",
+     "/sys/bus/pci/devices/0000:03:00.4/config: Input/output error"},
     {{"module", "list"},
      {.call = "open", .error = EIO, .object = "/proc/modules"},
      "/modules/1/loaded",
@@ -94,6 +115,19 @@ TEST(Incomplete, MakesWhatIsNotFoundAFailure) {
     const test::Result result = test::run_on(host, {"port", "list", "03:00.4"});
     EXPECT_EQ(result.exit, 1);
     EXPECT_THAT(result.err, HasSubstr("\nkxctl: /sys/bus/pci/devices: Input/output error\n"));
+}
+
+TEST(Incomplete, ProductDataWithAGapAreNotShown) {
+    kxsim::Host host;
+    kxsim::load_scenario(host, kxsim::find_scenario("lab"));
+    const std::string config = "/sys/bus/pci/devices/0000:03:00.4/config";
+    host.fail({.call = "write", .nth = 40, .error = EIO, .object = config});
+    const test::Result result = test::run_on(host, {"vpd", "show", "03:00.4"});
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(
+        result.err, "kxctl: 03:00.4: The vital product data could not be read: " + config +
+                        ": Input/output error\n");
 }
 
 TEST(AShortRead, DoesNotCutAValue) {
@@ -148,7 +182,8 @@ TEST(TheWatch, StandsInFrontOfEveryCallThatTheLibraryReadsWith) {
               "glob",  "stat",    "stat64",     "lstat",       "lstat64",    "fstatat",
               "statx", "access",  "faccessat",  "readlink",    "readlinkat", "read",
               "pread", "pread64", "__read_chk", "__pread_chk", "mmap",       "mmap64",
-              "ioctl", "socket",  "getifaddrs"}) {
+              "ioctl", "socket",  "getifaddrs", "write",       "pwrite",     "pwrite64",
+              "close", "closedir"}) {
             EXPECT_TRUE(!used.contains(call) || watched.contains(call)) << path << ": " << call;
         }
     }

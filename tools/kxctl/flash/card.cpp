@@ -17,6 +17,7 @@ extern "C" {
 
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
+#include "failure/unread.hpp"
 #include "library/adapter_fields.hpp"
 #include "library/call.hpp"
 #include "library/record_text.hpp"
@@ -79,6 +80,9 @@ Product product_of(std::uint8_t index) {
                                           : q5_get_adapterinfo;
         static_cast<void>(read(index, cap, &record));
     });
+    if (is_unread(full_bus_location_of(*kestrix_hbas[index]) + "/config")) {
+        return {};
+    }
     return {product_text(record.product_name), product_text(record.serial_number)};
 }
 

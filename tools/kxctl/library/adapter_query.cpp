@@ -7,7 +7,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 extern "C" {
@@ -16,6 +18,7 @@ extern "C" {
 
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
+#include "failure/unread.hpp"
 #include "files/descriptor.hpp"
 #include "library/call.hpp"
 #include "library/register_windows.hpp"
@@ -23,6 +26,7 @@ extern "C" {
 namespace kx::ctl {
 namespace {
 
+constexpr char kNotRead[] = "The vital product data could not be read";
 constexpr char kNoWindow[] = "The register window of an adapter cannot be opened";
 
 std::string full_location_of(const pci_dev& device) {
@@ -84,6 +88,23 @@ void check_list(std::uint32_t status) {
     check(status);
 }
 
+// A request that failed leaves bytes of another one, or none, in the product data.
+template <class Record>
+bool product_data_unread(const Record& record) {
+    return is_unread(
+        fmt::format("{:04x}:{}/config", static_cast<unsigned>(record.domain), location_of(record)));
+}
+
+void forget_product_data(AdapterInfoRecord& record) {
+    char* const bytes = reinterpret_cast<char*>(&record);
+    std::fill(
+        bytes + offsetof(AdapterInfoRecord, product_name),
+        bytes + offsetof(AdapterInfoRecord, boot), '\0');
+}
+void forget_product_data(AdapterRecord& record) {
+    std::ranges::fill(record.q3_vpd, std::uint8_t{0});
+}
+
 template <class Record>
 std::vector<Record> copy_list(std::uint32_t (*build)(Record**)) {
     const AdapterState state;
@@ -94,6 +115,9 @@ std::vector<Record> copy_list(std::uint32_t (*build)(Record**)) {
     for (const Record* record = first; record != nullptr; record = record->next) {
         records.push_back(*record);
         records.back().next = nullptr;
+        if (product_data_unread(*record)) {
+            forget_product_data(records.back());
+        }
     }
     return records;
 }
@@ -172,7 +196,7 @@ std::string unread_reason(const AdapterInfoRecord& adapter) {
     } catch (const Failure& failure) {
         return fmt::format("{}: {}", location, failure.what());
     }
-    return location + ": The vital product data could not be read";
+    return fmt::format("{}: {}", location, kNotRead);
 }
 
 std::string refused_reason(const AdapterInfoRecord& adapter) {
@@ -214,6 +238,11 @@ std::vector<std::uint8_t> query_vpd(const std::string& location) {
     const LibraryCall call;
     (is_q3 ? eeprom_rd_all_Q3 : eeprom_rd_all_Q4)(adapter, capability, eeprom.data());
     (is_q3 ? eeprom2vpd_Q3 : eeprom2vpd_Q4)(eeprom.data(), vpd.data());
+    if (is_unread(full_location_of(*kestrix_hbas[adapter]) + "/config")) {
+        throw Failure(
+            ExitCode::kFailed,
+            fmt::format("{}: {}: {}", location, kNotRead, unread_reasons().back()));
+    }
     return vpd;
 }
 

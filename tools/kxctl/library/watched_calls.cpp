@@ -1,9 +1,9 @@
-// The calls of the C library with which the library, and the libraries below it, read the host.
+// The calls of the C library with which the library, and the libraries below it, read the host. A
+// write belongs to them when it asks for data: a request for product data in configuration space.
 // Each passes its arguments on to the next definition of its name, and tells failures to the watch
 // (host_watch.hpp). A read of a file goes on until it has all that was asked for, because the
 // library takes a part of a value as the value.
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <linux/ethtool.h>
@@ -15,65 +15,27 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "failure/unread.hpp"
+#include "library/descriptor_paths.hpp"
 #include "library/host_watch.hpp"
+#include "library/next_function.hpp"
 
 namespace {
 
 using namespace kx::ctl;  // NOLINT: the calls belong to it
-
-// A function behind this program, looked up at its first use; that may be before constructors run.
-template <class Function>
-class Next {
-public:
-    explicit constexpr Next(const char* name) noexcept : name_(name) {}
-
-    [[nodiscard]] Function* get() {
-        void* function = found_.load(std::memory_order_relaxed);
-        if (function == nullptr) {
-            const int reason = errno;
-            function = dlsym(RTLD_NEXT, name_);
-            errno = reason;
-            if (function == nullptr) {
-                std::abort();
-            }
-            found_.store(function, std::memory_order_relaxed);
-        }
-        return reinterpret_cast<Function*>(function);
-    }
-
-private:
-    const char* name_;
-    std::atomic<void*> found_ = nullptr;
-};
-
-// The paths of open descriptors, by descriptor.
-constexpr std::size_t kMostPaths = 64;
-std::array<std::array<char, 256>, kMostPaths> paths;
-
-void remember(int descriptor, const char* path) {
-    if (descriptor >= 0 && static_cast<std::size_t>(descriptor) < kMostPaths) {
-        std::snprintf(
-            paths[static_cast<std::size_t>(descriptor)].data(), paths[0].size(), "%s", path);
-    }
-}
-
-const char* path_of(int descriptor) {
-    return descriptor >= 0 && static_cast<std::size_t>(descriptor) < kMostPaths
-               ? paths[static_cast<std::size_t>(descriptor)].data()
-               : "";
-}
+using descriptor_paths::path_of;
+using descriptor_paths::remember;
 
 // Runs a note, which needs memory, and leaves errno as the caller is to see it.
 template <class Note>
@@ -110,13 +72,23 @@ Result on_path(const char* path, Result failed, Call call) {
 
 bool only_reads(int flags) { return (flags & O_ACCMODE) == O_RDONLY && (flags & O_CREAT) == 0; }
 
+// libpci writes to configuration space to read product data.
+bool asks_by_writing(const char* path) {
+    constexpr std::string_view kSpaces[] = {"/sys/bus/pci/", "/proc/bus/pci/"};
+    return std::ranges::any_of(
+        kSpaces, [&](std::string_view row) { return std::string_view(path).starts_with(row); });
+}
+
 template <class Call>
 int opened(const char* path, int flags, Call call) {
-    if (!host_watch::active() || !only_reads(flags)) {
+    if (!host_watch::active()) {
         return call();
     }
-    const int descriptor = on_path(path, -1, call);
-    remember(descriptor, path);
+    const bool watched = only_reads(flags) || asks_by_writing(path);
+    const int descriptor = watched ? on_path(path, -1, call) : call();
+    if (watched) {
+        remember(descriptor, path);
+    }
     return descriptor;
 }
 
@@ -152,6 +124,23 @@ ssize_t read_whole(int descriptor, std::size_t size, Step step) {
     return total > 0 ? static_cast<ssize_t>(total) : got;
 }
 
+// A write that is cut short sends another request than the one that was meant.
+template <class Call>
+ssize_t written(int descriptor, std::size_t size, Call call) {
+    if (!host_watch::active() || *path_of(descriptor) == '\0') {
+        return call();
+    }
+    before_call();
+    const ssize_t sent = call();
+    if (sent >= 0 && static_cast<std::size_t>(sent) < size) {
+        errno = EIO;
+    }
+    if (sent < 0 || static_cast<std::size_t>(sent) < size) {
+        note_failure(path_of(descriptor));
+    }
+    return sent;
+}
+
 constinit Next<decltype(::open)> next_open("open");
 constinit Next<decltype(::open64)> next_open64("open64");
 constinit Next<decltype(::openat)> next_openat("openat");
@@ -165,6 +154,10 @@ constinit Next<decltype(::access)> next_access("access");
 constinit Next<decltype(::readlink)> next_readlink("readlink");
 constinit Next<decltype(::read)> next_read("read");
 constinit Next<decltype(::pread)> next_pread("pread");
+constinit Next<decltype(::write)> next_write("write");
+constinit Next<decltype(::pwrite)> next_pwrite("pwrite");
+constinit Next<decltype(::close)> next_close("close");
+constinit Next<decltype(::closedir)> next_closedir("closedir");
 constinit Next<decltype(::mmap)> next_mmap("mmap");
 constinit Next<decltype(::mmap64)> next_mmap64("mmap64");
 constinit Next<int(int, unsigned long, void*)> next_ioctl("ioctl");
@@ -297,6 +290,24 @@ ssize_t pread(int descriptor, void* buffer, size_t size, off_t offset) {
             descriptor, static_cast<char*>(buffer) + done, most, offset + static_cast<off_t>(done));
     };
     return host_watch::active() ? read_whole(descriptor, size, step) : step(0, size);
+}
+
+ssize_t write(int descriptor, const void* data, size_t size) {
+    return written(descriptor, size, [=] { return next_write.get()(descriptor, data, size); });
+}
+ssize_t pwrite(int descriptor, const void* data, size_t size, off_t offset) {
+    return written(
+        descriptor, size, [=] { return next_pwrite.get()(descriptor, data, size, offset); });
+}
+
+// The number may be another file's afterwards.
+int close(int descriptor) {
+    descriptor_paths::forget(descriptor);
+    return next_close.get()(descriptor);
+}
+int closedir(DIR* directory) {
+    descriptor_paths::forget(dirfd(directory));
+    return next_closedir.get()(directory);
 }
 
 void* mmap(
