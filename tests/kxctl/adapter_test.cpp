@@ -60,7 +60,15 @@ TEST_F(AdapterCommands, TellPortsThatTheDriverKnows) {
     host_.adapter(with_ports);
     const Json reply = show("03:00.0");
     EXPECT_EQ(reply.at("port_count"), 2);
-    EXPECT_EQ(reply.at("interfaces"), Json({"eth2", "eth3"}));
+    ASSERT_EQ(reply.at("ports").size(), 2U);
+    EXPECT_EQ(reply.at("ports").at(1).at("interface"), "eth3");
+    EXPECT_EQ(reply.at("ports").at(1).at("instance"), 2);
+    EXPECT_TRUE(reply.at("ports").at(1).at("mac").is_string());
+    EXPECT_EQ(
+        json_on(host_, {"adapter", "list"}).at("adapters").at(0).at("ports"), reply.at("ports"));
+    const Json vpd = json_on(host_, {"vpd", "show", "eth2"});
+    EXPECT_EQ(vpd.at("location"), "03:00.0");
+    EXPECT_EQ(vpd.at("ports"), reply.at("ports"));
 }
 
 TEST_F(AdapterCommands, TextsThatFillTheirFieldsAreWhole) {
@@ -174,7 +182,9 @@ TEST_F(AdapterCommands, UnknownLocationIsNotFound) {
         const test::Result result = run_on(host_, {"adapter", "show", location});
         EXPECT_EQ(result.exit, 3);
         EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "kxctl: No device with the specified pci bus location found\n");
+        EXPECT_EQ(
+            result.err,
+            std::string("kxctl: There is no adapter at ") + location + "; did you mean 04:00.4?\n");
     }
 }
 

@@ -189,7 +189,8 @@ TEST(Lists, FitATerminalOf80Columns) {
         words.insert(words.begin(), {"--sim=lab", "--color=never"});
         test::Terminal terminal(words);
         EXPECT_EQ(terminal.finish(), 0);
-        const bool is_wide = row.words[0] == "card" || row.words[0] == "port";
+        const bool is_wide =
+            row.words[0] == "card" || row.words[0] == "port" || row.words[0] == "adapter";
         EXPECT_EQ(terminal.screen().find("\u2026") != std::string::npos, is_wide)
             << terminal.screen();
         for (std::string line : lines_of(terminal.screen())) {

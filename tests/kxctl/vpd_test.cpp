@@ -240,7 +240,9 @@ TEST_F(VpdShow, UnknownLocationIsNotFound) {
     for (const char* location : {"03:00.5", "0000:03:00.5"}) {
         const test::Result result = run_on(host_, {"vpd", "show", location});
         EXPECT_EQ(result.exit, 3);
-        EXPECT_EQ(result.err, "kxctl: No device with the specified pci bus location found\n");
+        EXPECT_EQ(
+            result.err,
+            std::string("kxctl: There is no adapter at ") + location + "; did you mean 03:00.4?\n");
     }
 }
 

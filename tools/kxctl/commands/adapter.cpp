@@ -3,15 +3,14 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <map>
 
 #include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "library/adapter_fields.hpp"
 #include "library/adapter_query.hpp"
+#include "library/card_ports.hpp"
 #include "library/no_adapter.hpp"
-#include "library/query.hpp"
 #include "library/register_windows.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
@@ -20,30 +19,9 @@
 namespace kx::ctl::adapter {
 namespace {
 
-// Only the drivers know the interfaces of adapters, and they may not be loaded.
-std::vector<std::string> interfaces_of(const std::string& location) {
-    std::vector<std::string> names;
-    try {
-        for (const PortInfo& port : query_ports(location)) {
-            names.push_back(field_text(port.interface_name));
-        }
-    } catch (const Failure&) {
-        names.clear();
-    }
-    return names;
-}
-
-// The number of interfaces of each adapter, by its location.
-std::map<std::string, std::size_t> interface_counts() {
-    std::map<std::string, std::size_t> counts;
-    try {
-        for (const CardInfo& card : query_cards()) {
-            counts[field_text(card.pci_bus_location)] = card.port_count;
-        }
-    } catch (const Failure&) {
-        counts.clear();
-    }
-    return counts;
+// The number of ports of an adapter with these interfaces.
+std::optional<std::size_t> count_ports(const AdapterInfoRecord& adapter, const Json& ports) {
+    return port_count(adapter, ports.size());
 }
 
 std::string count_text(std::optional<std::size_t> count) {
@@ -73,7 +51,7 @@ void add_unread(Incomplete& incomplete, const AdapterInfoRecord& adapter) {
 std::string presence(bool present) { return present ? "present" : "none"; }
 
 // The fields of an adapter in a list.
-Json identity_json(const AdapterInfoRecord& adapter, std::optional<std::size_t> ports) {
+Json identity_json(const AdapterInfoRecord& adapter, const Json& ports) {
     return {
         {"location", location_of(adapter)},
         {"domain", std::uint32_t{adapter.domain}},
@@ -84,9 +62,10 @@ Json identity_json(const AdapterInfoRecord& adapter, std::optional<std::size_t> 
         {"product", text_or_null(product_text(adapter.product_name))},
         {"serial_number", text_or_null(product_text(adapter.serial_number))},
         {"mac", text_or_null(mac_text(adapter))},
-        {"port_count", count_json(ports)},
+        {"port_count", count_json(count_ports(adapter, ports))},
         {"option_rom", when_read(adapter, has_option_rom(adapter))},
         {"bios_version", text_or_null(bios_version(adapter))},
+        {"ports", ports},
     };
 }
 
@@ -144,6 +123,12 @@ void add_identity(Table& table, const AdapterInfoRecord& adapter) {
     table.add_row({"MAC", mac_text(adapter)});
 }
 
+void add_ports(Table& table, const AdapterInfoRecord& adapter, const Json& ports) {
+    table.add_row({"Ports", count_text(count_ports(adapter, ports))});
+    table.add_row({"Interfaces", interfaces_text(ports)});
+    table.add_row({"Their MACs", macs_text(ports)});
+}
+
 void add_boot(Table& table, const AdapterInfoRecord& adapter) {
     if (!was_read(adapter)) {
         table.add_row(
@@ -169,22 +154,23 @@ void add_boot(Table& table, const AdapterInfoRecord& adapter) {
 }
 
 std::vector<Column> list_columns() {
-    return {{"LOCATION"},      {"CHIP"}, {"PRODUCT"},
-            {"SERIAL NUMBER"}, {"MAC"},  {"PORTS", Align::kRight},
-            {"BIOS"}};
+    return {{"LOCATION"},      {"CHIP"},      {"PRODUCT"},
+            {"SERIAL NUMBER"}, {"MAC"},       {"PORTS", Align::kRight},
+            {"BIOS"},          {"INTERFACES"}};
 }
 
 ExitCode list(const Arguments& arguments, Output& output) {
     List list(arguments, output, list_columns());
     const std::vector<AdapterInfoRecord> adapters = none_without_adapter(query_adapter_infos);
-    std::map<std::string, std::size_t> interfaces = interface_counts();
+    const PortsOfAdapters ports_of_adapters(output.incomplete());
     for (const AdapterInfoRecord& adapter : adapters) {
         add_unread(output.incomplete(), adapter);
-        const auto ports = port_count(adapter, interfaces[location_of(adapter)]);
+        const Json ports = ports_of_adapters.at(location_of(adapter));
         list.add(
             {location_of(adapter), chip_text(adapter), product_text(adapter.product_name),
-             product_text(adapter.serial_number), mac_text(adapter), count_text(ports),
-             bios_version(adapter)},
+             product_text(adapter.serial_number), mac_text(adapter),
+             count_text(count_ports(adapter, ports)), bios_version(adapter),
+             interfaces_text(ports)},
             identity_json(adapter, ports));
     }
     if (output.wants_json()) {
@@ -204,14 +190,12 @@ ExitCode show(const Arguments& arguments, Output& output) {
     if (window_was_refused(adapter.adapter)) {
         output.incomplete().add(refused_reason(adapter));
     }
-    const std::vector<std::string> interfaces = interfaces_of(location);
-    const std::optional<std::size_t> ports = port_count(adapter, interfaces.size());
+    const Json ports = PortsOfAdapters(output.incomplete()).at(location);
     if (output.wants_json()) {
         Json all = identity_json(adapter, ports);
         const bool is_q3 = adapter.chip_class == KX_CLASS_Q3;
         all.update(Json{
             {"part_number", text_or_null(product_text(adapter.part_number))},
-            {"interfaces", interfaces},
             {"v0", text_or_null(product_text(adapter.v0))},
             {"v5", text_or_null(product_text(adapter.v5))},
             {"default_config_version",
@@ -224,8 +208,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
     }
     Table table({{}, {}});
     add_identity(table, adapter);
-    table.add_row({"Ports", count_text(ports)});
-    table.add_row({"Interfaces", fmt::format("{}", fmt::join(interfaces, ", "))});
+    add_ports(table, adapter, ports);
     table.add_row({"V0", product_text(adapter.v0)});
     table.add_row({adapter.chip_class == KX_CLASS_Q3 ? "V7" : "V5", product_text(adapter.v5)});
     add_boot(table, adapter);
@@ -240,7 +223,8 @@ std::vector<Command> rows() {
             .verb = "list",
             .help = "Show the adapters with data from their EEPROM and flash",
             .about = "One line for each adapter: chip, product, serial number, MAC address of "
-                     "its first port, number of ports, version of the boot option ROM. Reads the "
+                     "its first port, number of ports, version of the boot option ROM, and, with a "
+                     "driver, its interfaces. Reads the "
                      "adapters themselves, so it needs no driver; takes about half a second for "
                      "each adapter.",
             .arguments = {},

@@ -6,6 +6,7 @@
 #include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "failure/unread.hpp"
+#include "library/card_ports.hpp"
 #include "library/no_adapter.hpp"
 #include "library/query.hpp"
 #include "library/record_text.hpp"
@@ -44,7 +45,7 @@ std::string port_count_text(const CardInfo& card) {
     return knows_ports() ? fmt::format("{}", std::uint16_t{card.port_count}) : "";
 }
 
-Json to_json(const CardInfo& card) {
+Json to_json(const CardWithPorts& card) {
     const Offload offload(card);
     const bool class_is_known = !offload.covers_class && !has_unread(card, "class");
     return {
@@ -58,21 +59,24 @@ Json to_json(const CardInfo& card) {
         {"port_count", knows_ports() ? Json(std::uint16_t{card.port_count}) : Json()},
         {"firmware", text_or_null(field_text(card.firmware))},
         {"offload_device", text_or_null(offload.device)},
+        {"ports", ports_json(card.port_records)},
     };
 }
 
 std::vector<Column> list_columns() {
-    return {{"LOCATION"}, {"CHIP"},   {"MODEL"}, {"DEVICE"}, {"PORTS", Align::kRight},
-            {"FIRMWARE"}, {"OFFLOAD"}};
+    return {{"LOCATION"}, {"CHIP"},    {"MODEL"},      {"DEVICE"}, {"PORTS", Align::kRight},
+            {"FIRMWARE"}, {"OFFLOAD"}, {"INTERFACES"}, {"MACS"}};
 }
 
 ExitCode list(const Arguments& arguments, Output& output) {
     List cards(arguments, output, list_columns());
-    for (const CardInfo& card : none_without_adapter(query_cards)) {
+    for (const CardWithPorts& card : none_without_adapter(query_cards_with_ports)) {
+        const Json ports = ports_json(card.port_records);
         cards.add(
             {field_text(card.pci_bus_location), field_text(card.chip_type), field_text(card.model),
              fmt::format("{:04x}", std::uint32_t{card.device_id}), port_count_text(card),
-             field_text(card.firmware), Offload(card).for_people()},
+             field_text(card.firmware), Offload(card).for_people(), interfaces_text(ports),
+             macs_text(ports)},
             to_json(card));
     }
     if (output.wants_json()) {
@@ -91,8 +95,9 @@ std::vector<Command> rows() {
             .help = "Show the adapters of this host",
             .about =
                 "One line for each card: its PCI bus location (the name of the card in all other "
-                "commands), chip, model, PCI device id, number of ports, firmware, and its "
-                "offload engine (\"yes\", \"no\", or the name of the offload device).",
+                "commands), chip, model, PCI device id, number of ports, firmware, its "
+                "offload engine (\"yes\", \"no\", or the name of the offload device), and the "
+                "interfaces of its ports with their MAC addresses.",
             .arguments = {},
             .examples = {"kxctl card list", "kxctl card list --json"},
             .run = list,

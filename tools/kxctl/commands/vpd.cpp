@@ -11,6 +11,7 @@
 #include "files/whole_file.hpp"
 #include "files/working_directory.hpp"
 #include "library/adapter_query.hpp"
+#include "library/card_ports.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "library/vpd_decode.hpp"
@@ -131,6 +132,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
         output.must_be_free(Content::kBytes);
     }
     const std::string location = card_location(arguments);
+    const Json adapter = adapter_json(location, output.incomplete());
     const std::vector<std::uint8_t> bytes = query_vpd(location);
     const VpdContent content = decode_vpd(bytes);
     if (arguments.has("--raw") && !Output::is_named(file)) {
@@ -140,14 +142,16 @@ ExitCode show(const Arguments& arguments, Output& output) {
         output.bytes(bytes);
         std::ranges::for_each(content.problems, complain);
     } else if (output.wants_json()) {
-        output.json(
-            {{"location", location},
-             {"product", text_json(content.product)},
-             {"size_bytes", content.size},
-             {"checksum", checksum_json(content.checksum)},
-             {"problems", content.problems},
-             {"fields", json_array(content.fields, to_json)}});
+        Json answer = adapter;
+        answer.update(Json{
+            {"product", text_json(content.product)},
+            {"size_bytes", content.size},
+            {"checksum", checksum_json(content.checksum)},
+            {"problems", content.problems},
+            {"fields", json_array(content.fields, to_json)}});
+        output.json(answer);
     } else {
+        output.text(subject_text(adapter));
         print(content, output);
     }
     return content.sound() ? ExitCode::kDone : ExitCode::kPartly;

@@ -1,5 +1,6 @@
 #include "library/query.hpp"
 
+#include <kxlinhw/inventory.h>
 #include <kxlinhw/query.h>
 #include <kxlinhw/statistics.h>
 #include <kxlinhw/status.h>
@@ -85,6 +86,24 @@ template std::vector<DriverEntry> records_of<DriverEntry>(std::span<const std::b
 template std::vector<StatEntry> records_of<StatEntry>(std::span<const std::byte>);
 
 std::vector<CardInfo> query_cards() { return ask<CardInfo>(GetCardInfo); }
+
+std::vector<CardWithPorts> query_cards_with_ports() {
+    CardList* list = nullptr;
+    check(call_library(
+        [&] { return InitAndFillInfo_Kxcard(&list, KX_FILL_CARD_PARAMS | KX_FILL_ADDRESSES); }));
+    const auto close = [](CardList* all) { call_library([all] { return Close_Kxcard(all); }); };
+    const std::unique_ptr<CardList, decltype(close)> owner(list, close);
+    std::vector<CardWithPorts> cards;
+    for (const CardInfo* card = list->cards; card != nullptr; card = card->next) {
+        CardWithPorts& copy = cards.emplace_back(CardWithPorts{*card, {}});
+        for (const PortInfo* port = card->ports; port != nullptr; port = port->next) {
+            forget_pointers(copy.port_records.emplace_back(*port));
+        }
+        forget_pointers(copy);
+        copy.next = nullptr;
+    }
+    return cards;
+}
 
 std::vector<Port> query_ports(const std::string& location) {
     forget_driver_answers();

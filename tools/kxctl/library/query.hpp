@@ -20,6 +20,12 @@ namespace kx::ctl {
 [[nodiscard]] std::vector<StatEntry> query_card_counters(const std::string& location);
 [[nodiscard]] std::vector<StatEntry> query_port_counters(const std::string& interface);
 
+// The cards with their ports, of which only interface, number and MAC are read.
+struct CardWithPorts : CardInfo {
+    std::vector<PortInfo> port_records;
+};
+[[nodiscard]] std::vector<CardWithPorts> query_cards_with_ports();
+
 // One of them; throws Failure when it is missing.
 [[nodiscard]] CardInfo query_card(const std::string& location);
 
