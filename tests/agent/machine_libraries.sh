@@ -66,7 +66,7 @@ END
 }
 step "functions of the program answer" own_answers "$libraries" ./agent-with-own
 step "functions of a preloaded library answer" \
-    own_answers "$libraries" env LD_PRELOAD="$work/preloaded.so" ./agent
+    own_answers "$libraries" env LD_PRELOAD=./preloaded.so ./agent
 step "functions of another libvirt answer" own_answers "$work/path:$libraries" ./agent
 
 libvirt_answers() { run "$1" ./agent | tee /dev/stderr | grep -x "count 1"; }

@@ -17,6 +17,7 @@
 #include <optional>
 
 #include "kxctl/on_host.hpp"
+#include "support/other_user.hpp"
 #include "support/scratch_directory.hpp"
 
 namespace {
@@ -166,8 +167,9 @@ TEST_F(RefusedMemory, ThatIsBusyIsNoMatterOfPermission) {
 class RefusedHere : public testing::Test {
 protected:
     void SetUp() override {
-        if (geteuid() != 0) {
-            GTEST_SKIP() << "only root can give up privileges";
+        if (!test::can_become(65534)) {
+            GTEST_SKIP()
+                << "only root can give up privileges, and only where there are other users";
         }
         test::Setup setup;
         setup.program = "setpriv";
@@ -176,6 +178,7 @@ protected:
         }
         chmod(directory_.path().c_str(), 0755);
         directory_.write("saved.conf", "eth2.mtu = 1500\n");
+        chmod(file_.c_str(), 0644);
     }
 
     test::Result restore_with(std::vector<std::string> options) const {

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "kxsim/program.hpp"
+#include "support/other_user.hpp"
 
 namespace {
 
@@ -25,13 +26,12 @@ using test::kxsim;
 using test::on_lab;
 using test::Outcome;
 using test::shell;
+using test::shell_word;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-std::string library() { return fs::path(kxsim()).parent_path() / "libkxsim.so"; }
 
 Outcome run(const std::string& arguments) { return kxsim(arguments); }
 
@@ -67,10 +67,10 @@ TEST(Program, ArgumentsOfTheCommandAreLeftAlone) {
 // In the sanitized build that program is sanitized too.
 TEST(Program, CallsMadeBeforeConstructorsRanWork) {
     const std::string program = test::test_directory() / "early_caller";
-    EXPECT_THAT(run("run -- " + program).output, StartsWith("worked early\nzfab4 "));
-    const std::string preload =
-        "LD_PRELOAD=" + library() + " ASAN_OPTIONS=verify_asan_link_order=0 ";
-    EXPECT_THAT(shell(preload + program + " 2>&1").output, StartsWith("worked early\n"));
+    EXPECT_THAT(run("run -- " + shell_word(program)).output, StartsWith("worked early\nzfab4 "));
+    const std::string preload = test::preloaded() + "ASAN_OPTIONS=verify_asan_link_order=0 ";
+    EXPECT_THAT(
+        shell(preload + shell_word(program) + " 2>&1").output, StartsWith("worked early\n"));
 }
 
 TEST(Program, SettingsOfOneCommandAreThereForTheNext) {
@@ -96,7 +96,7 @@ TEST(Program, NothingReachesTheRealMachine) {
 
 TEST(Program, AHostThatIsKeptGoesOnWhereItWasLeft) {
     const test::ScratchDirectory scratch;
-    const std::string keep = "run --keep " + scratch / "host";
+    const std::string keep = "run --keep " + shell_word(scratch / "host");
     EXPECT_EQ(run(keep + " -s empty -- sh -c 'echo 1 > /etc/sysctl.conf'").code, 0);
     EXPECT_EQ(run(keep + " -- cat /etc/sysctl.conf").output, "1\n");
     const Outcome refused = run(keep + " -s lab -- true");
@@ -107,14 +107,14 @@ TEST(Program, AHostThatIsKeptGoesOnWhereItWasLeft) {
 TEST(Program, AHostThatIsNotKeptLeavesNothingBehind) {
     const test::ScratchDirectory scratch;
     const std::string command =
-        "TMPDIR='" + scratch / "" + "' " + kxsim() + " run -s empty -- true";
+        "TMPDIR=" + shell_word(scratch / "") + " " + shell_word(kxsim()) + " run -s empty -- true";
     EXPECT_EQ(shell(command).status, 0);
     EXPECT_TRUE(fs::is_empty(scratch / ""));
 }
 
 TEST(Program, AHostWhoseSessionIsGoneIsNeverTakenForTheRealMachine) {
     const auto [status, output] =
-        shell("KXSIM_ROOT=/nosuch LD_PRELOAD=" + library() + " cat /proc/modules 2>&1");
+        shell("KXSIM_ROOT=/nosuch " + test::preloaded() + "cat /proc/modules 2>&1");
     EXPECT_EQ(WEXITSTATUS(status), 127);
     EXPECT_THAT(output, HasSubstr("KXSIM_ROOT names no session"));
 }
@@ -135,7 +135,7 @@ public:
     fs::path library() const { return directory_ / "libkxsim.so"; }
 
     Outcome run(const std::string& arguments, const std::string& environment = "") const {
-        const std::string program = "'" + (directory_ / "kxsim").string() + "' ";
+        const std::string program = shell_word(directory_ / "kxsim") + " ";
         const auto [status, output] = shell(environment + " " + program + arguments + " 2>&1");
         return {WEXITSTATUS(status), output};
     }
@@ -160,7 +160,8 @@ TEST(Program, WorksWhenTheDirectoryForTemporaryFilesHasABlankToo) {
     const test::ScratchDirectory scratch;
     fs::create_directory(scratch / "c d");
     EXPECT_EQ(
-        copy.run("run -- cat /sys/class/net/eth2/mtu", "TMPDIR='" + scratch / "c d" + "'").output,
+        copy.run("run -- cat /sys/class/net/eth2/mtu", "TMPDIR=" + shell_word(scratch / "c d"))
+            .output,
         "9000\n");
     EXPECT_TRUE(fs::is_empty(scratch / "c d"));
 }
@@ -169,7 +170,7 @@ TEST(Program, RunsNothingWhenItsLibraryCannotBeLoaded) {
     const Copy copy("plain");
     const test::ScratchDirectory scratch;
     std::ofstream(copy.library()) << "no library";
-    const Outcome outcome = copy.run("run -- touch " + scratch / "ran");
+    const Outcome outcome = copy.run("run -- touch " + shell_word(scratch / "ran"));
     EXPECT_EQ(outcome.code, 126);
     EXPECT_THAT(outcome.output, HasSubstr("libkxsim.so could not be loaded"));
     EXPECT_FALSE(fs::exists(scratch / "ran"));
@@ -181,10 +182,11 @@ TEST(Program, RunsNoStaticProgram) {
     if (program.empty()) {
         GTEST_SKIP() << "no static program can be built here";
     }
-    const std::string script = scratch.write("script", "#! " + program + " -x\n");
+    const test::WorkingDirectory there(scratch.path());
+    const std::string script = scratch.write("script", "#! ./static -x\n");
     fs::permissions(script, fs::perms::owner_all);
     for (const std::string& command : {program, script}) {
-        const Outcome outcome = run("run -- " + command);
+        const Outcome outcome = run("run -- " + shell_word(command));
         EXPECT_EQ(outcome.code, 126) << command;
         EXPECT_THAT(
             outcome.output, AllOf(HasSubstr("it is linked statically"), Not(HasSubstr("ran"))))
@@ -194,8 +196,8 @@ TEST(Program, RunsNoStaticProgram) {
 
 // With their owner's rights they would run without the library.
 TEST(Program, TakesTheRightsFromSetUserIdPrograms) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "giving a program to another user needs root";
+    if (!test::can_become(65534)) {
+        GTEST_SKIP() << "giving a program to another user needs root, and another user";
     }
     const test::ScratchDirectory scratch;
     fs::permissions(scratch / "", fs::perms(0755));
@@ -203,16 +205,18 @@ TEST(Program, TakesTheRightsFromSetUserIdPrograms) {
     fs::copy_file("/bin/cat", program);
     ASSERT_EQ(chown(program.c_str(), 65534, 65534), 0);
     ASSERT_EQ(chmod(program.c_str(), 06755), 0);
-    EXPECT_EQ(run("run -- " + program + " /sys/class/net/eth2/mtu").output, "9000\n");
-    EXPECT_EQ(on_lab(program + " /sys/class/net/eth2/mtu").output, "9000\n");
+    EXPECT_EQ(run("run -- " + shell_word(program) + " /sys/class/net/eth2/mtu").output, "9000\n");
+    EXPECT_EQ(on_lab(shell_word(program) + " /sys/class/net/eth2/mtu").output, "9000\n");
 }
 
 // --- Where the host is ---
 
 TEST(Program, MakesItsHostInMemoryUnlessTmpdirNamesAnotherPlace) {
     const test::ScratchDirectory scratch;
-    const std::string command = kxsim() + " run -s empty -- sh -c 'echo $KXSIM_ROOT'";
-    EXPECT_THAT(shell("TMPDIR=" + scratch / "" + " " + command).output, StartsWith(scratch / ""));
+    const std::string command = shell_word(kxsim()) + " run -s empty -- sh -c 'echo $KXSIM_ROOT'";
+    EXPECT_THAT(
+        shell("TMPDIR=" + shell_word(scratch / "") + " " + command).output,
+        StartsWith(scratch / ""));
     const std::string serves =
         "findmnt -no OPTIONS /dev/shm | grep -qvw noexec && test -w /dev/shm && "
         "test $(df --output=avail /dev/shm | tail -1) -gt 70000";
@@ -228,8 +232,8 @@ TEST(Program, MakesItsHostInMemoryUnlessTmpdirNamesAnotherPlace) {
 class RunningProgram {
 public:
     RunningProgram(const std::string& arguments, const std::string& temporary) {
-        const std::string command =
-            "exec env TMPDIR=" + temporary + " " + kxsim() + " " + arguments + " >/dev/null 2>&1";
+        const std::string command = "exec env TMPDIR=" + shell_word(temporary) + " " +
+                                    shell_word(kxsim()) + " " + arguments + " >/dev/null 2>&1";
         process_ = fork();
         if (process_ == 0) {
             setsid();
@@ -264,7 +268,8 @@ TEST(Program, RemovesItsHostWhenASignalEndsTheCommand) {
         const test::ScratchDirectory scratch;
         const test::ScratchDirectory temporary;
         RunningProgram program(
-            "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'",
+            "run -s empty -- sh -c " +
+                shell_word("touch " + shell_word(scratch / "began") + "; exec sleep 60"),
             temporary / "");
         wait_until([&] { return fs::exists(scratch / "began"); });
         EXPECT_EQ(program.end_by(signal), 128 + signal);
@@ -278,7 +283,8 @@ TEST(Program, RemovesItsHostWhenASignalComesBeforeTheCommandRuns) {
         const test::ScratchDirectory scratch;
         const test::ScratchDirectory temporary;
         ASSERT_EQ(mkfifo((scratch / "pipe.toml").c_str(), 0600), 0);
-        RunningProgram program("run -s " + scratch / "pipe.toml" + " -- true", temporary / "");
+        RunningProgram program(
+            "run -s " + shell_word(scratch / "pipe.toml") + " -- true", temporary / "");
         wait_until([&] { return !fs::is_empty(temporary / ""); });
         std::this_thread::sleep_for(std::chrono::milliseconds(200));  // until it opens the pipe
         EXPECT_EQ(program.end_by(signal), 128 + signal);
@@ -290,10 +296,12 @@ TEST(Program, RemovesTheHostOfARunThatWasKilled) {
     const test::ScratchDirectory scratch;
     const test::ScratchDirectory temporary;
     RunningProgram killed(
-        "run -s empty -- sh -c 'touch " + scratch / "began" + "; exec sleep 60'", temporary / "");
+        "run -s empty -- sh -c " +
+            shell_word("touch " + shell_word(scratch / "began") + "; exec sleep 60"),
+        temporary / "");
     wait_until([&] { return fs::exists(scratch / "began"); });
-    const std::string in_use =
-        "TMPDIR='" + temporary / "" + "' " + kxsim() + " run -s empty -- true";
+    const std::string in_use = "TMPDIR=" + shell_word(temporary / "") + " " + shell_word(kxsim()) +
+                               " run -s empty -- true";
     EXPECT_EQ(shell(in_use).status, 0);
     EXPECT_FALSE(fs::is_empty(temporary / "")) << "the host of a run that goes on was removed";
     EXPECT_EQ(killed.end_by(SIGKILL), 1000 + SIGKILL);
@@ -305,6 +313,7 @@ TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
     const test::ScratchDirectory temporary;
     fs::create_directory(
         temporary / "kxsim-locked-abcdef");  // others can look into it: not a host of a run
+    fs::permissions(temporary / "kxsim-locked-abcdef", fs::perms(0755));
     fs::create_directory(temporary / "kxsim-longer-name");
     // An earlier version, which locks nothing, may be using it.
     fs::create_directory(temporary / "kxsim-earlie");
@@ -317,7 +326,11 @@ TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
     fs::permissions(temporary / "kxsim-locked-GHIJKL", fs::perms::owner_all);
     fs::create_directory_symlink("../elsewhere", temporary / "kxsim-locked-GHIJKL/link");
     EXPECT_EQ(
-        shell("TMPDIR='" + temporary / "" + "' " + kxsim() + " run -s empty -- true").status, 0);
+        shell(
+            "TMPDIR=" + shell_word(temporary / "") + " " + shell_word(kxsim()) +
+            " run -s empty -- true")
+            .status,
+        0);
     EXPECT_TRUE(fs::exists(temporary / "kxsim-locked-abcdef"));
     EXPECT_TRUE(fs::exists(temporary / "kxsim-earlie"));
     EXPECT_TRUE(fs::exists(temporary / "kxsim-longer-name"));
@@ -329,7 +342,7 @@ TEST(Program, RemovesNothingThatIsNotALeftoverOfItsOwn) {
 TEST(Program, TheLibraryAloneChangesNothing) {
     const std::string command = " sh -c 'cat /proc/version; ls /sys/class/net /etc; lspci'";
     EXPECT_EQ(
-        shell("LD_PRELOAD=" + library() + command + " 2>&1").output,
+        shell(test::preloaded() + command + " 2>&1").output,
         shell("env" + command + " 2>&1").output);
 }
 
@@ -349,7 +362,8 @@ TEST(Scenarios, AreListedWithTheirTitles) {
 TEST(Scenarios, CanBeShownAndRunFromTheirText) {
     const test::ScratchDirectory scratch;
     const std::string file = scratch.write("copy.toml", run("show many-ports").output);
-    EXPECT_EQ(run("run -s " + file + " -- sh -c 'ls /sys/class/net | wc -l'").output, "20\n");
+    EXPECT_EQ(
+        run("run -s " + shell_word(file) + " -- sh -c 'ls /sys/class/net | wc -l'").output, "20\n");
 }
 
 TEST(Scenarios, AllThatShipCanBeRun) {
@@ -459,7 +473,7 @@ TEST(Scenarios, MistakesAreToldInOneLineWithTheirPlace) {
     const test::ScratchDirectory scratch;
     for (const Mistake& mistake : kMistakes) {
         const std::string file = scratch.write("wrong.toml", mistake.text);
-        const Outcome outcome = run("run -s " + file + " -- echo ran");
+        const Outcome outcome = run("run -s " + shell_word(file) + " -- echo ran");
         EXPECT_EQ(outcome.code, 2) << mistake.text;
         EXPECT_THAT(
             outcome.output, AllOf(
@@ -497,8 +511,9 @@ target = "text"
 path = "/proc/modules"
 )");
     EXPECT_EQ(
-        run("run -s " + file +
-            " -- sh -c 'cat /etc/kestrix-plexo/link; wc -c < /etc/kestrix-plexo/bytes; "
+        run("run -s " + shell_word(file) +
+            " -- env LC_ALL=C sh -c 'cat /etc/kestrix-plexo/link; wc -c < "
+            "/etc/kestrix-plexo/bytes; "
             "cat /proc/net/zfab3/devices /proc/modules'")
             .output,
         "hello\n4\ncat: /proc/net/zfab3/devices: Permission denied\n"
@@ -539,7 +554,7 @@ TEST(Scenarios, WriteNothingThroughLinksThatLeadOutOfTheHost) {
         for (const std::string& target :
              {precious.directory(), "../../../../../../../../../../.." + precious.directory()}) {
             const std::string file = scratch.write("links.toml", link_to(target) + table);
-            EXPECT_EQ(run("run -s " + file + " -- true").code, 0) << table;
+            EXPECT_EQ(run("run -s " + shell_word(file) + " -- true").code, 0) << table;
             EXPECT_TRUE(precious.untouched()) << table << " by a link to " << target;
         }
     }
@@ -552,7 +567,7 @@ TEST(Scenarios, HaveNoLinksThroughWhichACommandLeavesTheHost) {
          {precious.file(), "../../../../../../../.." + precious.file()}) {
         const std::string file = scratch.write("links.toml", link_to(target));
         const Outcome outcome =
-            run("run -s " + file +
+            run("run -s " + shell_word(file) +
                 " -- sh -c 'readlink /etc/kestrix-plexo/way; cat /etc/kestrix-plexo/way; "
                 "echo new > /etc/kestrix-plexo/way; truncate -s 0 /etc/kestrix-plexo/way; "
                 "chmod 0 /etc/kestrix-plexo/way; true'");
@@ -582,8 +597,8 @@ path = "/etc/kestrix-plexo/circle"
 target = "circle"
 )");
     EXPECT_EQ(
-        run("run -s " + file +
-            " -- sh -c 'cd /etc/kestrix-plexo; cat absolute/file climbing/file; "
+        run("run -s " + shell_word(file) +
+            " -- env LC_ALL=C sh -c 'cd /etc/kestrix-plexo; cat absolute/file climbing/file; "
             "cat circle; echo changed > climbing/file; cat real/file; rm climbing; ls'")
             .output,
         "text\ntext\ncat: circle: Too many levels of symbolic links\nchanged\n"
@@ -603,7 +618,7 @@ TEST(Scenarios, KeepTheirFlashBesideThemselves) {
           std::string("out/file"), std::string("out/new"), std::string("link"),
           std::string("dangling"), std::string("/dev/null")}) {
         const std::string file = scratch.write("flash.toml", adapter + ("file = '" + name + "'\n"));
-        const Outcome outcome = run("run -s " + file + " -- echo ran");
+        const Outcome outcome = run("run -s " + shell_word(file) + " -- echo ran");
         EXPECT_EQ(outcome.code, 2) << name;
         EXPECT_THAT(
             outcome.output, AllOf(StartsWith(file + ":5:1: file is "), Not(HasSubstr("ran"))))
@@ -614,7 +629,7 @@ TEST(Scenarios, KeepTheirFlashBesideThemselves) {
     fs::create_symlink("below", scratch / "inside");
     const std::string file =
         scratch.write("flash.toml", adapter + std::string("file = 'inside/flash'"));
-    EXPECT_EQ(run("run -s " + file + " -- true").code, 0);
+    EXPECT_EQ(run("run -s " + shell_word(file) + " -- true").code, 0);
     EXPECT_TRUE(fs::exists(scratch / "below/flash"));
 }
 
@@ -641,7 +656,8 @@ connector = 0
   step = 5
 )");
     const Outcome outcome =
-        run("run -s " + file + " -- sh -c 'ethtool eth0; ethtool -S eth0; ethtool -S eth0'");
+        run("run -s " + shell_word(file) +
+            " -- sh -c 'ethtool eth0; ethtool -S eth0; ethtool -S eth0'");
     for (const char* part :
          {"Speed: 40000Mb/s", "Duplex: Half", "Auto-negotiation: off", "Port: Twisted Pair",
           "Link detected: no", "     tx_frames: 7\n     rx_frames: 70\n"}) {
@@ -667,12 +683,13 @@ error = "ENFILE"
 object = "/proc/modules"
 )");
     EXPECT_EQ(
-        run("run -s " + file +
-            " -- sh -c 'cat /proc/modules; cat /proc/modules; cat /proc/modules'")
+        run("run -s " + shell_word(file) +
+            " -- env LC_ALL=C sh -c 'cat /proc/modules; cat /proc/modules; cat /proc/modules'")
             .output,
         "cat: /proc/modules: Too many open files in system\n");
     EXPECT_THAT(
-        run("run -s " + file + " -- ethtool -i eth0").output, HasSubstr("Operation not permitted"));
+        run("run -s " + shell_word(file) + " -- ethtool -i eth0").output,
+        HasSubstr("Operation not permitted"));
 }
 
 TEST(Scenarios, MayCutAWriteMidway) {
@@ -696,7 +713,7 @@ object = "/etc/kestrix-plexo/text"
 times = 0
 )");
     EXPECT_EQ(
-        run("run -s " + file +
+        run("run -s " + shell_word(file) +
             " -- sh -c 'printf 12345 2>/dev/null > /etc/kestrix-plexo/text; "
             "dd if=/etc/kestrix-plexo/text bs=9 count=1 2>/dev/null; echo; "
             "cat /etc/kestrix-plexo/text'")

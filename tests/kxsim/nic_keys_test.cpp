@@ -26,7 +26,8 @@ protected:
         const fs::path program =
             fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "kxsim";
         return test::shell(
-                   program.string() + " run -s " + file + " -- sh -c '" + command + "' 2>&1")
+                   test::shell_word(program) + " run -s " + test::shell_word(file) + " -- sh -c '" +
+                   command + "' 2>&1")
             .output;
     }
 
@@ -147,7 +148,9 @@ TEST_F(NicKeys, NicIsATable) {
     const fs::path program =
         fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "kxsim";
     EXPECT_THAT(
-        test::shell(program.string() + " run -s " + file.string() + " -- true 2>&1").output,
+        test::shell(
+            test::shell_word(program) + " run -s " + test::shell_word(file) + " -- true 2>&1")
+            .output,
         HasSubstr("nic is 3, expected a table [nic]"));
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "kxsim/program.hpp"
+#include "support/other_user.hpp"
 
 namespace {
 
@@ -20,6 +21,7 @@ using test::kxsim;
 using test::on_lab;
 using test::Outcome;
 using test::shell;
+using test::shell_word;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -34,14 +36,15 @@ protected:
     static void SetUpTestSuite() {
         scratch_ = std::make_unique<test::ScratchDirectory>();
         static_program_ = test::static_program(*scratch_);
-        ASSERT_EQ(kxsim("run --keep " + *scratch_ / "host" + " -s lab -- true").code, 0);
+        ASSERT_EQ(
+            kxsim("run --keep " + shell_word(*scratch_ / "host") + " -s lab -- true").code, 0);
     }
     static void TearDownTestSuite() { scratch_.reset(); }
 
     static Outcome start(const std::string& command) {
         return kxsim(
-            "run --keep " + *scratch_ / "host" + " -- " + test::test_directory().string() +
-            "/starter " + GetParam() + " " + command);
+            "run --keep " + shell_word(*scratch_ / "host") + " -- " +
+            shell_word(test::test_directory() / "starter") + " " + GetParam() + " " + command);
     }
 
     static inline std::unique_ptr<test::ScratchDirectory> scratch_;
@@ -58,8 +61,8 @@ TEST_P(StartedBy, RunsNoStaticProgram) {
     if (static_program_.empty()) {
         GTEST_SKIP() << "no static program can be built here";
     }
-    EXPECT_EQ(shell(static_program_).output, "ran\n");
-    const Outcome outcome = start(static_program_);
+    EXPECT_EQ(shell(shell_word(static_program_)).output, "ran\n");
+    const Outcome outcome = start(shell_word(static_program_));
     EXPECT_THAT(
         outcome.output,
         AllOf(
@@ -78,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(StartedPrograms, OfEnvAreOnTheSameHost) {
     const std::string clean = "run -- env -i ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0 ";
-    const std::string kxctl = (test::test_directory().parent_path() / "kxctl").string();
+    const std::string kxctl = shell_word(test::test_directory().parent_path() / "kxctl");
     EXPECT_THAT(kxsim(clean + kxctl + " card list").output, HasSubstr("\n03:00.4 "));
     EXPECT_THAT(kxsim(clean + "lspci -d 4b58:").output, StartsWith("03:00.4 Ethernet controller"));
     EXPECT_EQ(kxsim(clean + "sh -c 'env -i cat " + kMtuFile + "'").output, "9000\n");
@@ -98,7 +101,9 @@ TEST(StartedPrograms, KeepTheirEnvironment) {
 }
 
 TEST(StartedPrograms, OfAnotherHostStayThere) {
-    EXPECT_EQ(on_lab(kxsim() + " run -s empty -- env -u LD_PRELOAD ls /sys/class/net").output, "");
+    EXPECT_EQ(
+        on_lab(shell_word(kxsim()) + " run -s empty -- env -u LD_PRELOAD ls /sys/class/net").output,
+        "");
 }
 
 TEST(StartedPrograms, OfAScriptAreRefusedOneByOne) {
@@ -107,10 +112,12 @@ TEST(StartedPrograms, OfAScriptAreRefusedOneByOne) {
     if (program.empty()) {
         GTEST_SKIP() << "no static program can be built here";
     }
-    const std::string script = scratch.write("script", "#! " + program + " -x\n");
+    const test::WorkingDirectory there(scratch.path());
+    const std::string script = scratch.write("script", "#! ./static -x\n");
     fs::permissions(script, fs::perms::owner_all);
-    const Outcome outcome =
-        on_lab(program + "; " + script + "; echo code $?; cat " + std::string(kMtuFile));
+    const Outcome outcome = on_lab(
+        shell_word(program) + "; " + shell_word(script) + "; echo code $?; cat " +
+        std::string(kMtuFile));
     EXPECT_THAT(
         outcome.output, AllOf(
                             HasSubstr("kxsim: " + program + " would run on the real machine"),
@@ -120,21 +127,21 @@ TEST(StartedPrograms, OfAScriptAreRefusedOneByOne) {
 
 // Only kxsim takes the rights away; a process that loads the library by itself still has them.
 TEST(StartedPrograms, ThatGainRightsAreRefused) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "giving a program to another user needs root";
+    if (!test::can_become(65534)) {
+        GTEST_SKIP() << "giving a program to another user needs root, and another user";
     }
     const test::ScratchDirectory scratch;
     const std::string program = scratch / "cat";
     fs::copy_file("/bin/cat", program);
     ASSERT_EQ(chown(program.c_str(), 65534, 65534), 0);
     ASSERT_EQ(chmod(program.c_str(), 04755), 0);
-    const std::string keep = "run --keep " + scratch / "host" + " -s lab -- true";
+    const std::string keep = "run --keep " + shell_word(scratch / "host") + " -s lab -- true";
     ASSERT_EQ(kxsim(keep).code, 0);
-    const std::string library = fs::path(kxsim()).parent_path() / "libkxsim.so";
-    const std::string output = shell(
-                                   "KXSIM_ROOT=" + scratch / "host" + " LD_PRELOAD=" + library +
-                                   " sh -c '" + program + " " + kMtuFile + "' 2>&1")
-                                   .output;
+    const std::string output =
+        shell(
+            "KXSIM_ROOT=" + shell_word(scratch / "host") + " " + test::preloaded() + "sh -c " +
+            shell_word(shell_word(program) + " " + kMtuFile) + " 2>&1")
+            .output;
     EXPECT_THAT(output, HasSubstr("cat: it gains rights when it starts)\n"));
     EXPECT_THAT(output, Not(HasSubstr("9000")));
 }

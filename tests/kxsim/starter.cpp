@@ -36,7 +36,7 @@ int copy_output(const char* command) {
 }
 
 std::string command_line() {
-    return std::string(program) + " " + (words[1] == nullptr ? "" : words[1]);
+    return "'" + std::string(program) + "' " + (words[1] == nullptr ? "" : words[1]);
 }
 
 int open_program(int flags) { return open(program, flags | O_CLOEXEC); }

@@ -70,11 +70,13 @@ Names names_in(const std::string& command) {
 }
 
 Names undefined_in(const std::string& file) {
-    return names_in("nm -D --undefined-only --format=posix " + file + " | cut -d' ' -f1");
+    return names_in(
+        "nm -D --undefined-only --format=posix " + test::shell_word(file) + " | cut -d' ' -f1");
 }
 
 Names offered_by(const std::string& file) {
-    return names_in("nm -D --defined-only --format=posix " + file + " | cut -d' ' -f1");
+    return names_in(
+        "nm -D --defined-only --format=posix " + test::shell_word(file) + " | cut -d' ' -f1");
 }
 
 // The file that an address of this process lies in.
@@ -91,7 +93,8 @@ std::string libkxlinhw() { return file_of(reinterpret_cast<void*>(GetCardInfo));
 // The libraries that a file is linked with, except the C library itself and the sanitizers.
 std::vector<std::string> libraries_of(const std::string& file) {
     std::vector<std::string> libraries;
-    const std::string command = "ldd " + file + " | sed -n 's/.*=> \\(\\/[^ ]*\\).*/\\1/p'";
+    const std::string command =
+        "ldd " + test::shell_word(file) + " | sed -n 's/.*=> \\(\\/[^ ]*\\).*/\\1/p'";
     for (const std::string& library : test::lines_of(test::shell(command).output)) {
         const std::string name = fs::path(library).filename();
         if (name.starts_with("libc.so") || name.starts_with("libkxsim") ||
@@ -205,8 +208,8 @@ TEST(WrappedCalls, DoNotCallOneAnotherByMistake) {
         "lstat64 malloc mmap opendir readdir readdir64 readlink readlinkat realpath stat stat64");
     Names called;
     const Names slots = names_in(
-        "readelf --wide --relocs " + libkxsim() +
-        " | sed -n 's/.*R_X86_64_[A-Z_]* *[0-9a-f]* \\([A-Za-z_0-9]*\\).*/\\1/p'");
+        "readelf --wide --relocs " + test::shell_word(libkxsim()) +
+        " | sed -n 's/.*R_\\(X86_64\\|AARCH64\\)_[A-Z_]* *[0-9a-f]* \\([A-Za-z_0-9]*\\).*/\\2/p'");
     ASSERT_FALSE(slots.empty());
     for (const std::string& name : offered_by(libkxsim())) {
         if (slots.contains(name) && !allowed.contains(name)) {
@@ -218,7 +221,9 @@ TEST(WrappedCalls, DoNotCallOneAnotherByMistake) {
 
 TEST(WrappedCalls, BringNothingIntoAProcessButTheCLibrary) {
     EXPECT_EQ(
-        test::shell("readelf -d " + libkxsim() + " | grep NEEDED | sed 's/.*\\[\\(.*\\)\\]/\\1/'")
+        test::shell(
+            "readelf -d " + test::shell_word(libkxsim()) +
+            " | grep NEEDED | sed 's/.*\\[\\(.*\\)\\]/\\1/'")
             .output,
         "libc.so.6\n");
 }

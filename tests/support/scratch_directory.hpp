@@ -10,11 +10,12 @@
 
 namespace test {
 
-// Below TMPDIR; removed with its content.
+// Below TMPDIR or another directory; removed with its content.
 class ScratchDirectory {
 public:
-    ScratchDirectory() {
-        std::string name = std::filesystem::temp_directory_path() / "kxtest-XXXXXX";
+    explicit ScratchDirectory(
+        const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+        std::string name = parent / "kxtest-XXXXXX";
         if (mkdtemp(name.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), name);
         }

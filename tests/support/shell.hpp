@@ -27,6 +27,15 @@ inline ShellResult shell(const std::string& command) {
     return {pclose(pipe), output};
 }
 
+// One word of a shell's command.
+inline std::string shell_word(const std::string& word) {
+    std::string text = "'";
+    for (const char c : word) {
+        c == '\'' ? text += "'\\''" : text += c;
+    }
+    return text + "'";
+}
+
 inline std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);

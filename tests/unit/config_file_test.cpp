@@ -21,6 +21,7 @@
 
 #include "settings/config_file.hpp"
 #include "support/file_text.hpp"
+#include "support/other_user.hpp"
 #include "support/output.hpp"
 #include "support/scratch_directory.hpp"
 
@@ -203,8 +204,8 @@ TEST_F(ConfigFile, ModeIsKeptWhateverTheUmask) {
 }
 
 TEST_F(ConfigFile, OwnerIsKept) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can give files away";
+    if (!test::can_become(1234)) {
+        GTEST_SKIP() << "only root can give files away, and only where there are other users";
     }
     for (const auto& [user, group] : {std::pair{1234U, 4321U}, {1234U, 0U}, {0U, 4321U}}) {
         hold("key\n");
@@ -233,8 +234,8 @@ TEST_F(ConfigFile, ANewFileIsNeverWiderThan0644) {
 // What a rewrite makes of a file of another owner when the agent has no right to give files away:
 // user 1234 with group 4321.
 TEST_F(ConfigFile, AnAgentThatMayNotGiveFilesAwayRewritesThemAllTheSame) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can become another user";
+    if (!test::can_become(1234)) {
+        GTEST_SKIP() << "only root can become another user, and only where there are others";
     }
     struct Case {
         uid_t user;
@@ -266,10 +267,11 @@ TEST_F(ConfigFile, AnAgentThatMayNotGiveFilesAwayRewritesThemAllTheSame) {
 }
 
 TEST_F(ConfigFile, LeftoversOfAnotherUserDoNotStopARewrite) {
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "only root can become another user";
+    if (!test::can_become(1234)) {
+        GTEST_SKIP() << "only root can become another user, and only where there are others";
     }
     hold("key\n");
+    ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
     std::ofstream(path_ + ".tmp") << "left";
     ASSERT_EQ(chmod((path_ + ".tmp").c_str(), 0600), 0);
     ASSERT_EQ(chmod(directory_.c_str(), 0777), 0);
