@@ -15,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -67,7 +68,7 @@ BridgeUtils* BridgeUtils::ctrl = nullptr;
 // The library reads what virsh and lspci print, in English.
 int BridgeUtils::getOutput(std::string command, std::string& output) {
     log_line(6, "runs: " + command);
-    const std::string untranslated = "export LC_ALL=C; " + command;
+    const std::string untranslated = "export LC_ALL=C; " + std::move(command);
     std::FILE* const pipe = popen(untranslated.c_str(), "re");
     if (pipe == nullptr) {
         return -1;

@@ -237,7 +237,7 @@ TEST_F(PortShow, HasNullAndTheReasonForWhatCouldNotBeRead) {
 }
 
 TEST_F(PortShow, ShowsSpeedsThatTheRecordHasNoRoomFor) {
-    const auto speed_of = [this](unsigned high, unsigned low) {
+    const auto speed_of = [](unsigned high, unsigned low) {
         kxsim::Nic nic = odd_nic();
         nic.link_settings.speed_hi = static_cast<std::uint16_t>(high);
         nic.link_settings.speed = static_cast<std::uint16_t>(low);

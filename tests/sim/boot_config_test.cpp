@@ -34,20 +34,20 @@ constexpr uint32_t read_transfers(uint32_t words) { return kIdentify + 2 + words
 
 class BootConfig : public test::OutputTest {
 protected:
-    BootConfig() { adapter.fill(16, std::array<uint8_t, 4>{1, 2, 3, 4}); }
+    BootConfig() { adapter_.fill(16, std::array<uint8_t, 4>{1, 2, 3, 4}); }
 
     // Counts begin at 0; nothing is printed on standard error.
     template <class Call>
     auto run(const Call& call) {
-        adapter.forget();
+        adapter_.forget();
         const auto result = OutputTest::run(call);
         EXPECT_EQ(told_, "");
         return result;
     }
 
-    void no_option_rom() { adapter.fill(16, std::array<uint8_t, 4>{0xFF, 0xFF, 0xFF, 0xFF}); }
+    void no_option_rom() { adapter_.fill(16, std::array<uint8_t, 4>{0xFF, 0xFF, 0xFF, 0xFF}); }
 
-    bench::Adapter adapter{bench::Family::kQ4};
+    bench::Adapter adapter_{bench::Family::kQ4};
 };
 
 // --- BIOS version ---
@@ -55,7 +55,7 @@ protected:
 TEST_F(BootConfig, BiosVersionIsFourBytesOfTheOptionRom) {
     EXPECT_EQ(run([] { return read_q4biosversion_from_boot(0); }), 0x04030201U);
     EXPECT_EQ(printed_, "Q4 Bios Version: 1.2.3.4\n");
-    EXPECT_EQ(adapter.accesses(), 18U + 4U * 256U);
+    EXPECT_EQ(adapter_.accesses(), 18U + 4U * 256U);
 }
 
 TEST_F(BootConfig, BiosVersionOfAnErasedFlashIsAllOnes) {
@@ -65,7 +65,7 @@ TEST_F(BootConfig, BiosVersionOfAnErasedFlashIsAllOnes) {
 }
 
 TEST_F(BootConfig, BiosVersionThatCannotBeReadIsOne) {
-    adapter.hardware.flash.manufacturer = 0;
+    adapter_.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run([] { return read_q4biosversion_from_boot(0); }), 1U);
     EXPECT_EQ(printed_, "Q4 Bios version read error from flash\n");
 }
@@ -74,7 +74,7 @@ TEST_F(BootConfig, BiosVersionThatCannotBeReadIsOne) {
 
 TEST_F(BootConfig, ReadGives1668BytesWithTheBiosVersionInThem) {
     const auto record = counting(1700);
-    adapter.fill(kConfig, record);
+    adapter_.fill(kConfig, record);
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER + 4, 0xEE);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(printed_, "Q4 Bios Version: 1.2.3.4\nQ4 Adapter 0 bios version: 1.2.3.4\n");
@@ -87,12 +87,12 @@ TEST_F(BootConfig, ReadGives1668BytesWithTheBiosVersionInThem) {
 TEST_F(BootConfig, ReadTakesTwoChunksAndTheOptionRomsHead) {
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
-    EXPECT_EQ(adapter.accesses(), 18 + 4 * 256 + 18 + 4 * 161 + 18 + 4 * 256U);
-    EXPECT_THAT(adapter.addresses(0x0B), ElementsAreArray({0x70000, 0x70400, 0}));
+    EXPECT_EQ(adapter_.accesses(), 18 + 4 * 256 + 18 + 4 * 161 + 18 + 4 * 256U);
+    EXPECT_THAT(adapter_.addresses(0x0B), ElementsAreArray({0x70000, 0x70400, 0}));
 }
 
 TEST_F(BootConfig, ReadMayFillABufferAtAnyAddress) {
-    adapter.fill(kConfig, counting(KX_BOOT_CONFIG_BUFFER));
+    adapter_.fill(kConfig, counting(KX_BOOT_CONFIG_BUFFER));
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER + 1);
     EXPECT_EQ(read_flash_for_config(0, buffer.data() + 1), 0);
     EXPECT_EQ(buffer[1], 1);
@@ -100,7 +100,7 @@ TEST_F(BootConfig, ReadMayFillABufferAtAnyAddress) {
 
 TEST_F(BootConfig, ReadSucceedsWithoutAnOptionRom) {
     no_option_rom();
-    adapter.fill(kConfig, counting(KX_BOOT_CONFIG_BUFFER));
+    adapter_.fill(kConfig, counting(KX_BOOT_CONFIG_BUFFER));
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(
@@ -111,7 +111,7 @@ TEST_F(BootConfig, ReadSucceedsWithoutAnOptionRom) {
 }
 
 TEST_F(BootConfig, ReadTakesTheVersionWordOneForUnreadable) {
-    adapter.fill(16, std::array<uint8_t, 4>{1, 0, 0, 0});
+    adapter_.fill(16, std::array<uint8_t, 4>{1, 0, 0, 0});
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(
@@ -122,7 +122,7 @@ TEST_F(BootConfig, ReadTakesTheVersionWordOneForUnreadable) {
 }
 
 TEST_F(BootConfig, ReadSucceedsWhenOnlyTheVersionCannotBeRead) {
-    adapter.stick_at(read_transfers(256) + read_transfers(161) + 1);
+    adapter_.stick_at(read_transfers(256) + read_transfers(161) + 1);
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), 0);
     EXPECT_EQ(
@@ -134,10 +134,10 @@ TEST_F(BootConfig, ReadSucceedsWhenOnlyTheVersionCannotBeRead) {
 TEST_F(BootConfig, ReadFailsInEitherChunk) {
     std::vector<uint8_t> buffer(KX_BOOT_CONFIG_BUFFER);
     for (const uint32_t at : {1U, read_transfers(256) + 1}) {
-        adapter.stick_at(at);
+        adapter_.stick_at(at);
         EXPECT_EQ(run([&] { return read_flash_for_config(0, buffer.data()); }), KX_FLASH_INVALID);
         EXPECT_EQ(printed_, "flash read error sizeof conf data 417\n");
-        EXPECT_EQ(adapter.hardware.controller.transfers, at);
+        EXPECT_EQ(adapter_.hardware.controller.transfers, at);
     }
     EXPECT_EQ(read_flash_for_config(0, nullptr), KX_FLASH_INVALID);
 }
@@ -146,7 +146,7 @@ TEST_F(BootConfig, ReadFailsInEitherChunk) {
 
 TEST_F(BootConfig, AnyRecordThatBeginsWithItsSignatureIsValid) {
     no_option_rom();
-    adapter.fill(kConfig, std::array<uint8_t, 4>{'C', 'B', 'I', 'O'});
+    adapter_.fill(kConfig, std::array<uint8_t, 4>{'C', 'B', 'I', 'O'});
     EXPECT_EQ(run([] { return Is_Valid_q4config_Present(0); }), 0);
     EXPECT_EQ(
         printed_,
@@ -157,14 +157,14 @@ TEST_F(BootConfig, AnyRecordThatBeginsWithItsSignatureIsValid) {
 
 TEST_F(BootConfig, RecordWithoutItsSignatureIsInvalid) {
     for (const std::string signature : {"CBIX", "cbio", "XBIO", "CXIO", "CBXO"}) {
-        adapter.fill(kConfig, {reinterpret_cast<const uint8_t*>(signature.data()), 4});
+        adapter_.fill(kConfig, {reinterpret_cast<const uint8_t*>(signature.data()), 4});
         EXPECT_EQ(run([] { return Is_Valid_q4config_Present(0); }), KX_FLASH_INVALID);
         EXPECT_THAT(printed_, testing::EndsWith("\nIs_Valid_q4config_Present Failed 1\n"));
     }
 }
 
 TEST_F(BootConfig, RecordThatCannotBeReadIsInvalid) {
-    adapter.hardware.flash.manufacturer = 0;
+    adapter_.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run([] { return Is_Valid_q4config_Present(0); }), KX_FLASH_INVALID);
     EXPECT_EQ(
         printed_, "flash read error sizeof conf data 417\nIs_Valid_q4config_Present Failed 2\n");
@@ -173,37 +173,38 @@ TEST_F(BootConfig, RecordThatCannotBeReadIsInvalid) {
 // --- Write ---
 
 TEST_F(BootConfig, WriteErasesTheSectorAndWritesSevenPages) {
-    std::fill(adapter.content.begin() + 0x60000, adapter.content.begin() + 0x90000, uint8_t{0x5A});
+    std::fill(
+        adapter_.content.begin() + 0x60000, adapter_.content.begin() + 0x90000, uint8_t{0x5A});
     const auto record = counting(kRecord);
     EXPECT_EQ(run([&] { return write_flash_for_config(0, record.data()); }), 0);
     EXPECT_EQ(printed_, "sf_size 4194304 sf_nsec 64\n");
-    EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray({7}));
-    EXPECT_EQ(adapter.hardware.flash.programs, 7U);
-    EXPECT_EQ(adapter.bytes(kConfig, kRecord), record);
-    EXPECT_THAT(adapter.bytes(kConfig + kRecord, 0x10000 - kRecord), Each(0xFF));
-    EXPECT_THAT(adapter.bytes(0x60000, 0x10000), Each(0x5A));
-    EXPECT_THAT(adapter.bytes(0x80000, 0x10000), Each(0x5A));
+    EXPECT_THAT(adapter_.erased_sectors(), ElementsAreArray({7}));
+    EXPECT_EQ(adapter_.hardware.flash.programs, 7U);
+    EXPECT_EQ(adapter_.bytes(kConfig, kRecord), record);
+    EXPECT_THAT(adapter_.bytes(kConfig + kRecord, 0x10000 - kRecord), Each(0xFF));
+    EXPECT_THAT(adapter_.bytes(0x60000, 0x10000), Each(0x5A));
+    EXPECT_THAT(adapter_.bytes(0x80000, 0x10000), Each(0x5A));
 }
 
 TEST_F(BootConfig, WriteTakes3799Accesses) {
     const auto record = counting(kRecord);
     EXPECT_EQ(run([&] { return write_flash_for_config(0, record.data()); }), 0);
-    EXPECT_EQ(adapter.accesses(), 3799U);
+    EXPECT_EQ(adapter_.accesses(), 3799U);
 }
 
 TEST_F(BootConfig, WriteTellsWhatFailed) {
     const auto record = counting(kRecord);
     const auto write = [&] { return write_flash_for_config(0, record.data()); };
-    adapter.hardware.flash.manufacturer = 0;
+    adapter_.hardware.flash.manufacturer = 0;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(printed_, "get flash params sf_size failed\n");
-    adapter.hardware.flash.manufacturer = 0x20;
-    adapter.hardware.flash.capacity_code = 25;
+    adapter_.hardware.flash.manufacturer = 0x20;
+    adapter_.hardware.flash.capacity_code = 25;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(printed_, "get flash params sf_nsec failed\n");
-    adapter.hardware.flash.capacity_code = 22;
+    adapter_.hardware.flash.capacity_code = 22;
 
-    adapter.hardware.faults.endless_write_at = 1;
+    adapter_.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(
         printed_,
@@ -212,15 +213,15 @@ TEST_F(BootConfig, WriteTellsWhatFailed) {
         "q4_flash_erase_sectors failed\n"
         "flash write error sizeof conf data 1664\n");
 
-    adapter.repair();
-    adapter.hardware.faults.endless_write_at = 4;
+    adapter_.repair();
+    adapter_.hardware.faults.endless_write_at = 4;
     EXPECT_EQ(run(write), KX_FLASH_INVALID);
     EXPECT_EQ(
         printed_,
         "sf_size 4194304 sf_nsec 64\n"
         "q4_flash_wait_op failed\n"
         "flash write error sizeof conf data 1664\n");
-    EXPECT_EQ(adapter.hardware.flash.programs, 3U) << "nothing is written behind a failing page";
+    EXPECT_EQ(adapter_.hardware.flash.programs, 3U) << "nothing is written behind a failing page";
 
     EXPECT_EQ(write_flash_for_config(0, nullptr), KX_FLASH_INVALID);
 }
@@ -256,19 +257,19 @@ TEST_F(BootConfig, DefaultRecordHasEveryFieldAndEveryPort) {
     for (const unsigned ports : {0U, 1U, 2U, 4U}) {
         EXPECT_EQ(run([&] { return q4_load_default_config(0, ports); }), 0);
         EXPECT_EQ(printed_, "Q4 Bios Version: 1.2.3.4\nsf_size 4194304 sf_nsec 64\n");
-        EXPECT_EQ(adapter.bytes(kConfig, kRecord), default_record(ports)) << ports;
+        EXPECT_EQ(adapter_.bytes(kConfig, kRecord), default_record(ports)) << ports;
     }
 }
 
 TEST_F(BootConfig, DefaultRecordOfMorePortsRunsIntoWhatFollows) {
     EXPECT_EQ(q4_load_default_config(0, 6), 0);
-    EXPECT_EQ(adapter.bytes(kConfig, kRecord), default_record(6));
+    EXPECT_EQ(adapter_.bytes(kConfig, kRecord), default_record(6));
 }
 
 TEST_F(BootConfig, DefaultRecordOfAnyNumberOfPortsStaysARecord) {
     for (const uint32_t ports : {1000U, 1664U, 0xFFFFFFFFU}) {
         EXPECT_EQ(q4_load_default_config(0, ports), 0);
-        EXPECT_THAT(adapter.bytes(kConfig + kRecord, 256), Each(0xFF));
+        EXPECT_THAT(adapter_.bytes(kConfig + kRecord, 256), Each(0xFF));
     }
 }
 
@@ -279,17 +280,17 @@ TEST_F(BootConfig, DefaultRecordIsNotWrittenWithoutAnOptionRomsVersion) {
         printed_,
         "Q4 Bios Version: 255.255.255.255\n"
         "Valid Option Rom is not presented for adapter index: 0\n");
-    adapter.fill(16, std::array<uint8_t, 4>{1, 0, 0, 0});
+    adapter_.fill(16, std::array<uint8_t, 4>{1, 0, 0, 0});
     EXPECT_EQ(run([] { return q4_load_default_config(0, 2); }), 0);
     EXPECT_EQ(
         printed_,
         "Q4 Bios Version: 1.0.0.0\n"
         "Warning: Unable to get the Q4 bios version for the adapter: 0\n");
-    EXPECT_EQ(adapter.hardware.flash.erases, 0U);
+    EXPECT_EQ(adapter_.hardware.flash.erases, 0U);
 }
 
 TEST_F(BootConfig, DefaultRecordThatCannotBeWrittenSaysSo) {
-    adapter.hardware.faults.endless_write_at = 1;
+    adapter_.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(run([] { return q4_load_default_config(0, 2); }), KX_FLASH_INVALID);
     EXPECT_THAT(
         printed_, testing::EndsWith("flash write error sizeof conf data 1664\n"
@@ -362,11 +363,11 @@ TEST(BootConfigRepair, OtherBytesThanErasedOnesStay) {
 TEST_F(BootConfig, EraseTakesItsSectorOnly) {
     EXPECT_EQ(run([] { return q4_erase_config(0); }), 0);
     EXPECT_EQ(printed_, "sf_size 4194304 sf_nsec 64\n");
-    EXPECT_THAT(adapter.erased_sectors(), ElementsAreArray({7}));
+    EXPECT_THAT(adapter_.erased_sectors(), ElementsAreArray({7}));
 }
 
 TEST_F(BootConfig, EraseThatFailsSaysSo) {
-    adapter.hardware.faults.endless_write_at = 1;
+    adapter_.hardware.faults.endless_write_at = 1;
     EXPECT_EQ(run([] { return q4_erase_config(0); }), KX_FLASH_INVALID);
     EXPECT_THAT(
         printed_, testing::EndsWith(
