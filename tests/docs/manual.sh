@@ -114,4 +114,12 @@ if [[ -e $pages/kxportparams.conf.5 ]]; then
             "$directory/host/tree/etc/kestrix-plexo/kxportparams.conf" | sort -u) ||
         complain "the keys of kxportparams.conf(5) (<) and those that are written (>) differ"
 fi
+
+# kxctl-state(5): each key that "state show" prints.
+if [[ -e $pages/kxctl-state.5 ]]; then
+    page=$(text_of "$pages/kxctl-state.5")
+    for key in $("$build/kxctl" --sim state show | sed -nE 's/^([a-z_]+) = .*/\1/p' | sort -u); do
+        grep -qE "^ +$key$" <<<"$page" || complain "kxctl-state(5) lacks $key"
+    done
+fi
 exit $failed

@@ -23,6 +23,7 @@ constexpr Row kParts[] = {
     {"man_options", man_options},
     {"man_exit_codes", man_exit_codes},
     {"man_saved_settings", man_saved_settings},
+    {"man_state_settings", man_state_settings},
     {"port_setting_keys", port_setting_keys},
     {"port_setting_schemas", port_setting_schemas},
     {"bash_rows", bash_rows},

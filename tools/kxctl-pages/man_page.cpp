@@ -1,6 +1,7 @@
-// The parts of kxctl(8) and kxportparams.conf(5), in the markup of scdoc(5).
+// The parts of kxctl(8), kxctl-state(5) and kxportparams.conf(5), in the markup of scdoc(5).
 #include <fmt/core.h>
 
+#include "change/state_file.hpp"
 #include "cli/command.hpp"
 #include "cli/list.hpp"
 #include "failure/exit_code.hpp"
@@ -157,6 +158,18 @@ std::string man_saved_settings() {
                 bold(setting.saved_as),
                 fmt::format(
                     "{}: {}", bold(setting.key), sentence(setting.description_of_numbers())));
+        }
+    }
+    return out;
+}
+
+std::string man_state_settings() {
+    std::string out;
+    for (const ctl::Setting& setting : ctl::port_settings()) {
+        if (ctl::is_state(setting)) {
+            out += definition(
+                bold(setting.key),
+                sentence(fmt::format("{}; {}", setting.description(), ctl::file_values(setting))));
         }
     }
     return out;

@@ -17,6 +17,8 @@ namespace kx::pages {
 
 // The keys of kxportparams.conf(5), in the same markup.
 [[nodiscard]] std::string man_saved_settings();
+// The keys of kxctl-state(5), in the same markup.
+[[nodiscard]] std::string man_state_settings();
 
 // The settings of a port in the JSON Schema of "port show": the keys that are required, and a
 // property for each. Every line ends in a comma.

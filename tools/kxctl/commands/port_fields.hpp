@@ -11,14 +11,12 @@
 #include "output/json.hpp"
 #include "output/table.hpp"
 #include "settings/port_settings.hpp"
+#include "settings/port_values.hpp"
 
 namespace kx::ctl {
 
 [[nodiscard]] Cell link_cell(const Port& port);
 
-// The value of a setting, as far as the driver tells it.
-[[nodiscard]] std::optional<std::int64_t> known_value(const Setting& setting, const Port& port);
-[[nodiscard]] std::optional<std::int64_t> known_limit(const Setting& setting, const Port& port);
 [[nodiscard]] std::optional<std::uint32_t> known_phy_address(const Port& port);
 
 // The value of a setting as text; empty when the driver does not tell it.
