@@ -29,6 +29,7 @@ public:
         rom.replace(0, 3, "\x55\xAA\x02");
         directory_.write("rom.bin", rom);
         directory_.write("config.bin", "CBIO" + std::string(1660, '\0'));
+        directory_.write("host.toml", "[[port]]\ninterface = \"eth2\"\nmtu = 9000\n");
     }
 
 private:
