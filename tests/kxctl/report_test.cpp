@@ -4,8 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <kxsim/scenario.hpp>
 #include <regex>
 #include <set>
 
@@ -64,7 +66,7 @@ class Report : public testing::Test {
 protected:
     std::string page_of(const std::string& scenario) const {
         const test::Result result = test::run({"--sim=" + scenario, "report", "--html", file_});
-        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_EQ(result.exit, scenario == "damaged-vpd" ? 4 : 0) << result.err;
         return content();
     }
 
@@ -195,6 +197,54 @@ TEST_F(Report, TellsWhatCannotBeReadInItsPlace) {
     const auto answer = nlohmann::json::parse(result.out);
     EXPECT_GT(answer.at("failures").size(), 0U);
     EXPECT_THAT(content(), HasSubstr("class=\"failure\""));
+}
+
+struct Gap {
+    kxsim::Fault fault;
+    const char* reason;
+    const char* on_page;
+};
+
+TEST_F(Report, PassesOnWhatItsAnswersLack) {
+    const Gap gaps[] = {
+        {{.call = "ioctl", .error = EIO, .object = "eth2"},
+         "eth2: driver: Input/output error",
+         "<li>Not read: eth2: driver: Input/output error</li>"},
+        {{.call = "open", .nth = 3, .error = EIO, .object = "/sys/class/net/eth2/mtu"},
+         "/sys/class/net/eth2/mtu: Input/output error",
+         "<li>Not read: /sys/class/net/eth2/mtu"},
+        {{.call = "libvirt", .error = EIO, .object = "virConnectListDefinedDomains"},
+         "vm list: Cannot list the virtual machines: Error getting domain details",
+         ">Virtual machines: Cannot list the virtual machines"},
+        {{.call = "libvirt", .error = EIO, .object = "virDomainGetUUID"},
+         "The UUID of the virtual machine batch1 is not known",
+         "<li>Not read: The UUID of"},
+    };
+    for (const Gap& gap : gaps) {
+        kxsim::Host host;
+        kxsim::load_scenario(host, kxsim::find_scenario("lab"));
+        host.fail(gap.fault);
+        const test::Result result = test::run_on(host, {"report", "--json", "--html", file_});
+        EXPECT_EQ(result.exit, 4) << gap.reason;
+        EXPECT_THAT(
+            Json::parse(result.out).value("incomplete", Json()),
+            testing::Contains(testing::ResultOf(
+                [](const Json& each) { return each.get<std::string>(); },
+                testing::StartsWith(gap.reason))));
+        EXPECT_EQ(fault_in(content()), "");
+        EXPECT_THAT(content(), HasSubstr(gap.on_page));
+    }
+}
+
+// Exit code 4 for each report of such a host would hide the others.
+TEST_F(Report, OfAHostWithoutLibvirtIsWhole) {
+    kxsim::Host host;
+    kxsim::load_scenario(host, kxsim::find_scenario("lab"));
+    host.remove("/var/lib/libvirt/kxsim/node.xml");
+    EXPECT_EQ(test::run_on(host, {"report", "--html", file_}).exit, 4);
+    host.fail({.call = "stat", .times = 0, .error = ENOENT, .object = "/usr/bin/virsh"});
+    const test::Result result = test::run_on(host, {"report", "--html", file_});
+    EXPECT_EQ(result.exit, 0) << result.err;
 }
 
 constexpr char kHostile[] = "<script>alert('x')</script>\" onload=\"y & z\x01\xff";

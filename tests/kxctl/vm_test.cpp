@@ -1,6 +1,9 @@
 // kxctl vm: machines by name, UUID and id; their states agree with those that virsh shows.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cerrno>
+
 #include "kxctl/machines_on_host.hpp"
 #include "library/hypervisor_messages.hpp"
 #include "library/machines.hpp"
@@ -74,6 +77,53 @@ TEST_F(Vm, AStateThatChangesMeanwhileIsReported) {
     EXPECT_EQ(report(before), kx::ctl::ExitCode::kDone);
     virsh("suspend web");
     EXPECT_EQ(report(before), kx::ctl::ExitCode::kPartly);
+}
+
+// libvirt lists them in any order.
+TEST_F(Vm, WhatLibvirtDoesNotTellIsNullWithItsReason) {
+    struct Row {
+        const char* call;
+        unsigned nth;
+        const char* key;
+        const char* what;
+    };
+    for (const Row& row :
+         {Row{"virDomainGetName", 1, "name", "name"}, Row{"virDomainGetName", 2, "state", "state"},
+          Row{"virDomainGetUUID", 1, "uuid", "UUID"},
+          Row{"virDomainGetOSType", 1, "os_type", "type"}}) {
+        kxsim::FaultRule rule =
+            host.fail({.call = "libvirt", .nth = row.nth, .error = EIO, .object = row.call});
+        const auto answer = json({"vm", "list"}, 4);
+        EXPECT_THAT(
+            answer["incomplete"][0].get<std::string>(),
+            testing::MatchesRegex(
+                std::string("The ") + row.what + " of the virtual machine .* is not known"));
+        EXPECT_EQ(
+            std::ranges::count_if(
+                answer["vms"], [&](const auto& machine) { return machine[row.key].is_null(); }),
+            1)
+            << answer;
+        rule.remove();
+    }
+}
+
+TEST_F(Vm, AStateThatVirshDoesNotTellIsNull) {
+    host.fail(
+        {.call = "libvirt",
+         .times = 0,
+         .error = EIO,
+         .object = "virConnectOpenAuth",
+         .program = "virsh"});
+    EXPECT_EQ(json({"vm", "list"}, 4)["vms"][2]["state"], nullptr);
+}
+
+// The machine that the user means may be the one that has no name now.
+TEST_F(Vm, AWordIsRefusedWhileANameIsNotKnown) {
+    host.fail({.call = "libvirt", .error = EIO, .object = "virDomainGetName"});
+    expect_failure(
+        {"vm", "suspend", "web"}, 1,
+        "The virtual machine web cannot be found: libvirt did not give each name and UUID");
+    EXPECT_EQ(state("web"), "running");
 }
 
 TEST_F(Vm, ThatIsUnknownIsNotFound) {

@@ -122,9 +122,6 @@ constexpr Unseen kUnseen[] = {
     {"", "calloc", "", "", "a record that gets no memory is left out"},
     {"", "malloc", "", "", "a record that gets no memory is left out"},
     {"", "realloc", "", "", "a machine's state is unknown"},
-    {"vm list", "libvirt", "", "virDomainGet", "a machine without a name or a UUID"},
-    {"vm list", "read", "", "", "the output of virsh: the state of a machine is unknown"},
-    {"report", "", "", "", "the page does not pass on what its answers lack"},
 };
 
 bool is_for(const Unseen& row, const Command& command) {

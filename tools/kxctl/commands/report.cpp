@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <string_view>
 
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/replaced_file.hpp"
+#include "library/machine_states.hpp"
 #include "output/counted.hpp"
 #include "output/output.hpp"
 #include "report/answers.hpp"
@@ -24,6 +26,33 @@ std::string host_name() {
 }
 
 bool has_failed(const Json& answer) { return answer.contains("failure"); }
+
+// The answers of commands; what they lack is noted.
+class Answers {
+public:
+    [[nodiscard]] Json to(std::string_view command, GivenWords words = {}) {
+        Json answer = answer_or_failure(command, words);
+        if (answer.contains("incomplete")) {
+            gaps_.add(answer.at("incomplete").get<std::vector<std::string>>());
+        }
+        if (has_failed(answer) && !answer.at("absent").get<bool>()) {
+            std::string line(command);
+            for (const auto& word : words) {
+                line += " " + word.second;
+            }
+            failed_.add(fmt::format("{}: {}", line, answer.at("failure").get<std::string>()));
+        }
+        return answer;
+    }
+
+    // What is null in them, and the commands that failed.
+    [[nodiscard]] const Incomplete& gaps() const { return gaps_; }
+    [[nodiscard]] const Incomplete& failed() const { return failed_; }
+
+private:
+    Incomplete gaps_;
+    Incomplete failed_;
+};
 
 // The locations of all cards: cards with a driver, and adapters without one.
 std::vector<std::string> locations_in(const Json& cards, const Json& adapters) {
@@ -55,55 +84,60 @@ Json record_at(const Json& answer, const char* key, const std::string& location)
     return Json::object();
 }
 
-Json ports_at(const std::string& location) {
-    const Json answer = answer_or_failure("port list", {{"LOCATION", location}});
+Json ports_at(Answers& answers, const std::string& location) {
+    const Json answer = answers.to("port list", {{"LOCATION", location}});
     if (has_failed(answer)) {
         return Json::array({answer});
     }
     Json ports = answer.at("ports");
     for (Json& one : ports) {
         one["counters"] =
-            answer_or_failure("port stats", {{"LOCATION", one.at("interface").get<std::string>()}});
+            answers.to("port stats", {{"LOCATION", one.at("interface").get<std::string>()}});
     }
     return ports;
 }
 
-Json card_at(const std::string& location, const Json& cards) {
+Json card_at(Answers& answers, const std::string& location, const Json& cards) {
     return {
         {"location", location},
         {"card", record_at(cards, "cards", location)},
-        {"adapter", answer_or_failure("adapter show", {{"LOCATION", location}})},
-        {"ports", ports_at(location)},
-        {"counters", answer_or_failure("card stats", {{"LOCATION", location}})},
-        {"flash", answer_or_failure("flash info", {{"LOCATION", location}})},
-        {"vpd", answer_or_failure("vpd show", {{"LOCATION", location}})}};
+        {"adapter", answers.to("adapter show", {{"LOCATION", location}})},
+        {"ports", ports_at(answers, location)},
+        {"counters", answers.to("card stats", {{"LOCATION", location}})},
+        {"flash", answers.to("flash info", {{"LOCATION", location}})},
+        {"vpd", answers.to("vpd show", {{"LOCATION", location}})}};
 }
 
-Json machines_with_functions() {
-    Json answer = answer_or_failure("vm list");
+Json machines_with_functions(Answers& answers) {
+    if (!has_virsh()) {
+        return {{"vms", Json::array()}};  // a host without libvirt has no machines
+    }
+    Json answer = answers.to("vm list");
     if (!has_failed(answer)) {
         for (Json& machine : answer.at("vms")) {
-            machine["functions"] =
-                answer_or_failure("vf list", {{"VM", machine.at("uuid").get<std::string>()}});
+            const Json& uuid = machine.at("uuid");
+            machine["functions"] = uuid.is_null()
+                                       ? Json{{"failure", "The UUID of the machine is not known"}}
+                                       : answers.to("vf list", {{"VM", uuid.get<std::string>()}});
         }
     }
     return answer;
 }
 
-Json host_answers() {
-    const Json cards = answer_or_failure("card list");
-    const Json adapters = answer_or_failure("adapter list");
+Json host_answers(Answers& answers) {
+    const Json cards = answers.to("card list");
+    const Json adapters = answers.to("adapter list");
     Json all = Json::array();
     for (const std::string& location : locations_in(cards, adapters)) {
-        all.push_back(card_at(location, cards));
+        all.push_back(card_at(answers, location, cards));
     }
     return {
         {"name", host_name()},
         {"time", fmt::format("{:%Y-%m-%d %H:%M:%S UTC}", fmt::gmtime(std::time(nullptr)))},
-        {"version", answer_or_failure("version")},
+        {"version", answers.to("version")},
         {"cards", all.empty() && has_failed(cards) ? cards : all},
-        {"modules", answer_or_failure("module list")},
-        {"vms", machines_with_functions()}};
+        {"modules", answers.to("module list")},
+        {"vms", machines_with_functions(answers)}};
 }
 
 // Every failure in the answers, in their order.
@@ -117,18 +151,6 @@ void collect_failures(const Json& value, Json& failures) {
     }
 }
 
-// What the answers say that they lack.
-void add_incomplete(const Json& value, Incomplete& incomplete) {
-    if (value.is_object() && value.contains("incomplete")) {
-        incomplete.add(value.at("incomplete").get<std::vector<std::string>>());
-    }
-    if (value.is_structured()) {
-        for (const Json& part : value) {
-            add_incomplete(part, incomplete);
-        }
-    }
-}
-
 ExitCode run(const Arguments& arguments, Output& output) {
     const std::string file = arguments.get("--html");
     if (file.empty()) {
@@ -137,8 +159,11 @@ ExitCode run(const Arguments& arguments, Output& output) {
     if (Output::is_named(file)) {
         output.must_be_free(Content::kText);
     }
-    const Json host = host_answers();
-    add_incomplete(host, output.incomplete());
+    Answers answers;
+    Json host = host_answers(answers);
+    answers.gaps().put_into(host);  // the page shows failures in their places
+    output.incomplete().add(answers.gaps().reasons());
+    output.incomplete().add(answers.failed().reasons());
     const std::string text = page::report_page(host);
     if (Output::is_named(file)) {
         output.text(text);

@@ -47,6 +47,14 @@ void note_unread(std::string_view object, int reason) noexcept {
     }
 }
 
+void note_missing(std::string_view what) noexcept {
+    try {
+        add_reason(std::string(what));
+    } catch (const std::exception&) {
+        note_no_memory();
+    }
+}
+
 void note_no_memory() noexcept { notes().lost = true; }
 
 bool is_unread(std::string_view ending) {

@@ -12,6 +12,8 @@ namespace kx::ctl {
 // its driver. The same reason counts once.
 void note_unread(std::string_view object, int reason) noexcept;
 void note_no_memory() noexcept;
+// What is missing when no call failed that has a reason of its own.
+void note_missing(std::string_view what) noexcept;
 
 // Whether an object with this ending could not be read.
 [[nodiscard]] bool is_unread(std::string_view ending);

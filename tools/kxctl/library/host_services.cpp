@@ -101,12 +101,16 @@ int BridgeUtils::getOutput(std::string command, std::string& output) {
         return 0;
     }
     const std::string untranslated = "export LC_ALL=C; " + command;
-    return run_child({"/bin/sh", "-c", untranslated}, [&](const Descriptor& in) {
+    const int status = run_child({"/bin/sh", "-c", untranslated}, [&](const Descriptor& in) {
         std::array<char, 4096> chunk;
         const ssize_t got = read(in.get(), chunk.data(), chunk.size());
         output.append(chunk.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         return got >= 0 || errno == EINTR;
     });
+    if (status == 0) {
+        kx::ctl::MachineStates::note_answer(command);
+    }
+    return status;
 }
 
 int mx_cmd_wraper(int count, char** arguments) {

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 
 #include "library/child.hpp"
 
@@ -19,6 +21,11 @@ constexpr std::string_view kQuestion = "/usr/bin/virsh domstate ";
 MachineStates* active = nullptr;
 
 }  // namespace
+
+bool has_virsh() {
+    std::error_code error;
+    return std::filesystem::exists(kVirsh, error) || error;
+}
 
 MachineStates::MachineStates() { active = this; }
 
@@ -66,6 +73,12 @@ std::optional<std::string> MachineStates::answer(const std::string& command) {
         return std::nullopt;
     }
     return found->second + "\n\n";
+}
+
+void MachineStates::note_answer(const std::string& command) {
+    if (active != nullptr && command.starts_with(kQuestion)) {
+        active->answered_.insert(command.substr(kQuestion.size()));
+    }
 }
 
 }  // namespace kx::ctl

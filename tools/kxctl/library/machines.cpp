@@ -8,9 +8,11 @@
 #include <memory>
 
 #include "cli/suggestion.hpp"
+#include "failure/unread.hpp"
 #include "library/machine_states.hpp"
 #include "library/record_text.hpp"
 #include "output/standard_streams.hpp"
+#include "support/shell.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 // By contract the class leaves handles, texts and its parser allocated.
@@ -44,8 +46,12 @@ constexpr StateName kStateNames[] = {
 
 bool change_answered = false;
 
+// None has a UUID of zeros.
 std::string uuid_digits(const unsigned char (&bytes)[16]) {
     std::string digits;
+    if (std::ranges::all_of(bytes, [](unsigned char byte) { return byte == 0; })) {
+        return digits;
+    }
     for (const unsigned char byte : bytes) {
         digits += fmt::format("{:02x}", byte);
     }
@@ -56,6 +62,45 @@ Machine machine_of(const _KVMInfo& record) {
     return {
         record.id, field_text(record.name), uuid_digits(record.uuid), field_text(record.osType),
         record.state};
+}
+
+// A machine without a name has an id.
+std::string subject_of(const Machine& machine) {
+    return machine.name.empty() ? fmt::format("the virtual machine with id {}", machine.id)
+                                : "the virtual machine " + machine.name;
+}
+
+// virsh may have told a state that the library does not know.
+bool is_state_missing(const Machine& machine, const MachineStates& states) {
+    return machine.is_active() && machine.state_text().empty() &&
+           !states.was_answered(shell_word(machine.name)) &&
+           !states.was_answered(machine.uuid_text());
+}
+
+// The library leaves out what libvirt or virsh did not tell.
+void note_gaps(const Machine& machine, const MachineStates& states) {
+    struct Gap {
+        const char* what;
+        bool exists;
+    };
+    for (const Gap& gap :
+         {Gap{"name", machine.name.empty()}, Gap{"UUID", machine.uuid.empty()},
+          Gap{"type", machine.os_type.empty()}, Gap{"state", is_state_missing(machine, states)}}) {
+        if (gap.exists) {
+            note_missing(fmt::format("The {} of {} is not known", gap.what, subject_of(machine)));
+        }
+    }
+}
+
+// A user may mean a machine that lacks one of these.
+bool is_nameless(const Machine& machine) { return machine.name.empty() || machine.uuid.empty(); }
+
+Failure unknown_machine(const std::string& word) {
+    return {
+        ExitCode::kFailed,
+        fmt::format(
+            "The virtual machine {} cannot be found: libvirt did not give each name and UUID",
+            word)};
 }
 
 // In lower case and without hyphens, for comparison.
@@ -96,6 +141,9 @@ std::string Machine::state_text() const {
 
 std::string Machine::uuid_text() const {
     const std::string_view digits = uuid;
+    if (digits.empty()) {
+        return "";
+    }
     return fmt::format(
         "{}-{}-{}-{}-{}", digits.substr(0, 8), digits.substr(8, 4), digits.substr(12, 4),
         digits.substr(16, 4), digits.substr(20));
@@ -118,6 +166,9 @@ std::vector<Machine> query_machines() {
     }
     std::vector<Machine> machines;
     std::transform(records, records + count, std::back_inserter(machines), machine_of);
+    for (const Machine& machine : machines) {
+        note_gaps(machine, states);
+    }
     return machines;
 }
 
@@ -125,11 +176,16 @@ Machine find_machine(const std::string& word) {
     const std::string uuid = plain_uuid(word);
     std::vector<Machine> found;
     std::vector<std::string> names;
-    for (const Machine& machine : query_machines()) {
+    const std::vector<Machine> machines = query_machines();
+    for (const Machine& machine : machines) {
         names.push_back(machine.name);
-        if (machine.name == word || machine.uuid == uuid || is_id(word, machine.id)) {
+        if (machine.name == word || (!uuid.empty() && machine.uuid == uuid) ||
+            is_id(word, machine.id)) {
             found.push_back(machine);
         }
+    }
+    if (std::ranges::any_of(found.empty() ? machines : found, is_nameless)) {
+        throw unknown_machine(word);
     }
     if (found.empty()) {
         throw Failure(
@@ -146,7 +202,7 @@ Machine find_machine(const std::string& word) {
 
 std::optional<Machine> find_same_machine(const Machine& machine) {
     for (const Machine& each : query_machines()) {
-        if (each.uuid == machine.uuid) {
+        if (each.uuid == machine.uuid || (each.uuid.empty() && each.name == machine.name)) {
             return each;
         }
     }
@@ -166,8 +222,8 @@ ExitCode report_other_state(const Machine& before) {
 
 Json machine_json(const Machine& machine) {
     return {
-        {"name", machine.name},
-        {"uuid", machine.uuid_text()},
+        {"name", text_or_null(machine.name)},
+        {"uuid", text_or_null(machine.uuid_text())},
         {"id", machine.is_active() ? Json(machine.id) : Json()},
         {"state", text_or_null(machine.state_text())},
         {"os_type", text_or_null(machine.os_type)},

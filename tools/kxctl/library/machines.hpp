@@ -20,7 +20,7 @@ namespace kx::ctl {
 struct Machine {
     std::int32_t id;  // libvirt's, of an active machine; -1 of others
     std::string name;
-    std::string uuid;  // 32 digits, as the library expects it
+    std::string uuid;  // 32 digits, as the library expects it; empty when it is not known
     std::string os_type;
     std::int32_t state;  // KxRunState
 

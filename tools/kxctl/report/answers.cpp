@@ -4,17 +4,33 @@
 #include <stdexcept>
 
 #include "failure/failure.hpp"
+#include "failure/unread.hpp"
 #include "output/output.hpp"
 
 namespace kx::ctl {
 namespace {
 
-Verb* verb_of(std::string_view name) {
+const Command& command_named(std::string_view name) {
     const auto found = std::ranges::find(commands(), name, &Command::name);
     if (found == commands().end()) {
         throw std::logic_error("there is no command " + std::string(name));
     }
-    return found->run;
+    return *found;
+}
+
+// What the command is about may just not be there.
+bool is_absence(const std::exception& failure) {
+    const auto* const known = dynamic_cast<const Failure*>(&failure);
+    return known != nullptr &&
+           (known->code() == ExitCode::kNotFound || known->code() == ExitCode::kNotSupported);
+}
+
+Json failed_answer(const std::exception& failure) {
+    Json answer = {{"failure", failure.what()}, {"absent", is_absence(failure)}};
+    Incomplete incomplete;
+    incomplete.add(take_unread_reasons());
+    incomplete.put_into(answer);
+    return answer;
 }
 
 }  // namespace
@@ -25,7 +41,8 @@ Json answer_of(std::string_view command, GivenWords words) {
         arguments.add(name, {value});
     }
     Output output(true);
-    verb_of(command)(arguments, output);
+    output.tell_unread();
+    command_named(command).run(arguments, output);
     return Json::parse(output.take());
 }
 
@@ -33,7 +50,7 @@ Json answer_or_failure(std::string_view command, GivenWords words) {
     try {
         return answer_of(command, words);
     } catch (const std::exception& failure) {
-        return {{"failure", failure.what()}};
+        return failed_answer(failure);
     }
 }
 

@@ -1,4 +1,5 @@
-// The answers of commands with --json, for commands that combine the answers of others.
+// The answers of commands that only read with --json, for commands that combine the answers of
+// others.
 #pragma once
 
 #include <initializer_list>
@@ -16,7 +17,8 @@ using GivenWords = std::initializer_list<std::pair<const char*, std::string>>;
 // The command is named as in the table: "card list". Throws the command's Failure.
 [[nodiscard]] Json answer_of(std::string_view command, GivenWords words = {});
 
-// The same; of a command that fails {"failure": the line that it would print}.
+// The same; of a command that fails {"failure": the line that it would print, "absent": whether it
+// only says that something is not there}.
 [[nodiscard]] Json answer_or_failure(std::string_view command, GivenWords words = {});
 
 }  // namespace kx::ctl

@@ -11,8 +11,8 @@ namespace kx::ctl::page {
 
 // host: {"name", "time", "version": answer, "modules": answer, "vms": answer whose machines have
 // "vfs", "cards": [{"location", "card": answer, "adapter": answer, "ports": [answer with
-// "counters"], "counters": answer, "flash": answer, "vpd": answer}]}. Each answer may be
-// {"failure": text}, which is then shown in its place.
+// "counters"], "counters": answer, "flash": answer, "vpd": answer}], "incomplete": reasons, if
+// there are any}. Each answer may be {"failure": text}, which is then shown in its place.
 [[nodiscard]] std::string report_page(const Json& host);
 
 }  // namespace kx::ctl::page

@@ -21,6 +21,12 @@ public:
         ++count_;
     }
 
+    // Something that is missing from the page.
+    void add_missing(const std::string& reason) {
+        items_ += fmt::format("<li>Not read: {}</li>\n", html_text(reason));
+        ++count_;
+    }
+
     // name: of what the answer is about.
     void add_failure(const std::string& place, const std::string& name, const Json& answer) {
         if (failed(answer)) {
@@ -138,6 +144,9 @@ std::string problems_section(const Json& host) {
     }
     problems.add_failure("modules", "Driver modules", host.at("modules"));
     problems.add_failure("machines", "Virtual machines", host.at("vms"));
+    for (const Json& reason : list_in(host, "incomplete")) {
+        problems.add_missing(reason.get<std::string>());
+    }
     return problems.html();
 }
 
