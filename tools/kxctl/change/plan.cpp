@@ -66,9 +66,8 @@ public:
         for (auto& [port, settings] : wanted) {
             add_port(host_.ports[port], settings);
         }
-        std::ranges::stable_partition(
-            plan_.ports, [](const PlannedPort& port) { return !port.carries_session; });
-        std::ranges::stable_sort(file_.errors, {}, &FileError::place);
+        std::ranges::stable_sort(plan_.ports, {}, &PlannedPort::carries_session);
+        file_.sort_errors();
         return std::move(plan_);
     }
 
@@ -176,7 +175,7 @@ private:
             if (follower == wanted.end()) {
                 continue;
             }
-            if (leader == wanted.end() || follower->second.place > leader->second.place) {
+            if (leader == wanted.end() || follower->second.place.is_behind(leader->second.place)) {
                 file_.add_error(
                     follower->second.place,
                     fmt::format("{}: {} needs autoneg = false", port.identity.name, key));

@@ -109,7 +109,7 @@ public:
                 }
             }
         }
-        std::ranges::stable_sort(file_.errors, {}, &FileError::place);
+        file_.sort_errors();
     }
 
 private:
@@ -125,7 +125,9 @@ private:
                 take_setting(found, name, place_of(key.source()), node);
             }
         }
-        std::ranges::sort(found.settings, {}, &WantedSetting::place);
+        std::ranges::sort(found.settings, [](const WantedSetting& one, const WantedSetting& other) {
+            return other.place.is_behind(one.place);
+        });
         check_names(found, table);
         check_link(found);
         return found;
@@ -272,6 +274,12 @@ std::string file_values(const Setting& setting) {
     return setting.words.zero == nullptr
                ? "a number"
                : fmt::format("\"{}\" or \"{}\"", setting.words.zero, setting.words.one);
+}
+
+void StateFile::sort_errors() {
+    std::ranges::stable_sort(errors, [](const FileError& one, const FileError& other) {
+        return other.place.is_behind(one.place);
+    });
 }
 
 void StateFile::refuse_errors(bool json) const {

@@ -24,7 +24,10 @@ struct FilePlace {
     std::uint32_t line = 0;
     std::uint32_t column = 0;
 
-    [[nodiscard]] auto operator<=>(const FilePlace&) const = default;
+    [[nodiscard]] bool operator==(const FilePlace&) const = default;
+    [[nodiscard]] bool is_behind(const FilePlace& other) const {
+        return line != other.line ? line > other.line : column > other.column;
+    }
 };
 
 struct WantedSetting {
@@ -72,6 +75,7 @@ struct StateFile {
     void add_error(FilePlace place, std::string text) {
         errors.push_back({place, std::move(text)});
     }
+    void sort_errors();
     // "NAME:3:1: TEXT"
     [[nodiscard]] std::string message(FilePlace place, std::string_view text) const;
     // Throws Failure (wrong usage) when the file has errors: each is a line on standard error, and
