@@ -1,7 +1,9 @@
 #include "host/tree.hpp"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +16,6 @@
 
 #include "host/fail_with_errno.hpp"
 #include "host/quiet.hpp"
-#include "support/handle.hpp"
 
 namespace kxsim {
 namespace {
@@ -66,7 +67,17 @@ void write_all(int file, std::string_view content, const std::string& path) {
     }
 }
 
+int open_top(const std::string& top) {
+    const Quiet quiet;
+    return ::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
 }  // namespace
+
+Tree::Tree(const std::string& root)
+    : top_(root + state::kTreeDirectory),
+      directory_(open_top(top_)),
+      order_(root + state::kOrderFile) {}
 
 // ---- Places -------------------------------------------------------------------------------------
 
@@ -160,6 +171,17 @@ void Tree::make_directory(std::string_view path) {
     make_directories(place(path, LastLink::kFollow));
 }
 
+// Most files have a directory and no link on their path: one call then finds them, and cannot leave
+// the tree. Negative when there is a link, when the open fails, or on a kernel without this call.
+int Tree::open_directly(const std::string& path, int flags, mode_t mode) const {
+    open_how how{};
+    how.flags = static_cast<unsigned>(flags | O_CLOEXEC);
+    how.mode = mode;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+    const char* const below_top = path.c_str() + (path.starts_with('/') ? 1 : 0);
+    return static_cast<int>(::syscall(SYS_openat2, directory_.get(), below_top, &how, sizeof how));
+}
+
 // In place, so that a process that has the file open or mapped sees the new content. A link is
 // replaced.
 int Tree::open_existing(const std::string& place, mode_t mode) const {
@@ -177,10 +199,16 @@ int Tree::open_existing(const std::string& place, mode_t mode) const {
 
 void Tree::write(std::string_view path, std::string_view content, mode_t mode) {
     const Quiet quiet;
-    const std::string file = place(path);
-    int opened = make_entry(file, [mode](const char* name) {
-        return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    });
+    std::string file = normal(path);
+    int opened = open_directly(file, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (opened >= 0) {
+        order_.add(file);
+    } else {
+        file = place(path);
+        opened = make_entry(file, [mode](const char* name) {
+            return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        });
+    }
     if (opened < 0 && errno == EEXIST) {
         opened = open_existing(file, mode);
     }
@@ -196,6 +224,10 @@ void Tree::write(std::string_view path, std::string_view content, mode_t mode) {
 
 void Tree::append(std::string_view path, std::string_view content) {
     const Quiet quiet;
+    if (const kx::Descriptor file(open_directly(normal(path), O_WRONLY | O_APPEND)); file) {
+        write_all(file.get(), content, std::string(path));
+        return;
+    }
     const bool is_there = exists(path);
     write(path, (is_there ? read(path) : "") + std::string(content), is_there ? mode(path) : 0644);
 }

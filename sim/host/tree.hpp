@@ -10,13 +10,13 @@
 
 #include "host/entry_order.hpp"
 #include "state/session.hpp"
+#include "support/handle.hpp"
 
 namespace kxsim {
 
 class Tree {
 public:
-    explicit Tree(const std::string& root)
-        : top_(root + state::kTreeDirectory), order_(root + state::kOrderFile) {}
+    explicit Tree(const std::string& root);
 
     void make_directory(std::string_view path);
     void write(std::string_view path, std::string_view content, mode_t mode);
@@ -43,6 +43,7 @@ private:
     template <class Make>
     int make_entry(const std::string& place, Make make);
     void make_directories(const std::string& place);
+    [[nodiscard]] int open_directly(const std::string& path, int flags, mode_t mode = 0) const;
     [[nodiscard]] int open_existing(const std::string& place, mode_t mode) const;
 
     struct Identity {
@@ -53,6 +54,7 @@ private:
     [[nodiscard]] static Identity identity_of(const std::string& real);  // zeros: it is missing
 
     std::string top_;
+    kx::Descriptor directory_;  // the top
     EntryOrder order_;
     // Directories that were found at their place. Others may have replaced them meanwhile.
     mutable std::unordered_map<std::string, Identity> found_;

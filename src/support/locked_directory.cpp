@@ -34,20 +34,54 @@ bool is_private(const Descriptor& directory) {
            (status.st_mode & 0077U) == 0;
 }
 
-// Links are not followed. Fewer system calls than std::filesystem::remove_all makes.
+// The next entries of an open directory, read with one system call.
+class Entries {
+public:
+    explicit Entries(int directory) : left_(::getdents64(directory, bytes_, sizeof bytes_)) {}
+
+    [[nodiscard]] bool at_end() const { return left_ <= 0; }
+    const dirent64& take() {
+        const auto& entry = *reinterpret_cast<const dirent64*>(next_);
+        next_ += entry.d_reclen;
+        left_ -= entry.d_reclen;
+        return entry;
+    }
+
+private:
+    alignas(dirent64) char bytes_[4096];
+    const char* next_ = bytes_;
+    ssize_t left_;
+};
+
+void remove_entry(int parent, const char* name, unsigned type);
+
+// Returns false when there were no more.
+bool remove_next_entries(int directory) {
+    Entries entries(directory);
+    const bool found = !entries.at_end();
+    while (!entries.at_end()) {
+        const dirent64& entry = entries.take();
+        const std::string_view name = entry.d_name;
+        if (name != "." && name != "..") {
+            remove_entry(directory, entry.d_name, entry.d_type);
+        }
+    }
+    return found;
+}
+
+// Links are not followed. A small directory takes four system calls, half as many as with readdir
+// or std::filesystem::remove_all: one reading of its entries, and no second one to find the end.
 void remove_entry(int parent, const char* name, unsigned type) {
     if (type != DT_DIR && (::unlinkat(parent, name, 0) == 0 || errno != EISDIR)) {
         return;
     }
-    const Directory directory(
-        ::fdopendir(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
-    while (const dirent* const entry = directory ? ::readdir(directory.get()) : nullptr) {
-        const std::string_view each = entry->d_name;
-        if (each != "." && each != "..") {
-            remove_entry(::dirfd(directory.get()), entry->d_name, entry->d_type);
-        }
+    const Descriptor directory(
+        ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    bool more = true;
+    while (more) {
+        more = remove_next_entries(directory.get());
+        more = ::unlinkat(parent, name, AT_REMOVEDIR) != 0 && errno == ENOTEMPTY && more;
     }
-    ::unlinkat(parent, name, AT_REMOVEDIR);
 }
 
 bool has_form(const std::string& name, std::string_view prefix) {
