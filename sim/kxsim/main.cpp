@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -14,7 +13,6 @@
 
 #include "host/scratch.hpp"
 #include "kxsim/run.hpp"
-#include "kxsim/start.hpp"
 #include "state/session.hpp"
 
 namespace {
@@ -125,9 +123,6 @@ int command_line(int count, char** arguments) {
 }  // namespace
 
 int main(int count, char** arguments) try {
-    if (count > 2 && std::strcmp(arguments[1], kxsim::kStartStep) == 0) {
-        kxsim::start_step(arguments + 2);
-    }
     return command_line(count, arguments);
 } catch (const std::exception& mistake) {
     std::fprintf(stderr, "%s\n", mistake.what());

@@ -139,6 +139,8 @@ int run_on_host(const std::string& root, const std::vector<std::string>& command
     if (child == 0) {
         leave_stop_signals();
         held.release();
+        // Without a session yet, so that the library has nothing to map.
+        require_library(library.text(), command.front().c_str());
         ::setenv(state::kRootVariable, root.c_str(), 1);
         add_to_environment("LD_PRELOAD", library.text(), ':', true);
         allow_sanitized_programs();

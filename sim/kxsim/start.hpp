@@ -1,4 +1,5 @@
-// The step between kxsim and the command: a process that has loaded libkxsim.so, or ends.
+// The child process of kxsim, until it is the command. Both functions end it with 126 or 127 when
+// the command cannot be run.
 #pragma once
 
 #include <string>
@@ -6,15 +7,11 @@
 
 namespace kxsim {
 
-// The first argument of a kxsim that is this step; the command follows.
-inline constexpr char kStartStep[] = "--start-command";
+// Load libkxsim.so from this path, as the loader of the command will, which would continue without
+// it. program: for the message.
+void require_library(const std::string& library, const char* program);
 
-// Replace this process by the step, which replaces itself by the command. Ends with 126 or 127 when
-// the command cannot be run.
+// Replace this process by the command.
 [[noreturn]] void start(const std::vector<std::string>& command);
-
-// The step itself: when libkxsim.so is in this process, it gets into the command by the same
-// environment. command: ends with a null pointer.
-[[noreturn]] void start_step(char** command);
 
 }  // namespace kxsim
