@@ -8,6 +8,7 @@
 
 #include "cli/command_line.hpp"
 #include "cli/help.hpp"
+#include "cli/plural.hpp"
 #include "cli/simulation.hpp"
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
@@ -103,6 +104,33 @@ TEST_P(EveryCommand, PrintsItsOwnHelp) {
     for (const Argument& argument : command_.arguments) {
         EXPECT_THAT(result.out, HasSubstr(names_of(argument).back()));
     }
+}
+
+TEST_P(EveryCommand, PrintsItsOwnHelpForTheWordHelpToo) {
+    std::vector<std::string> words = words_of("help " + command_.name());
+    const test::Result result = test::run(words);
+    EXPECT_EQ(result.exit, 0);
+    words.erase(words.begin());
+    words.emplace_back("--help");
+    EXPECT_EQ(result.out, test::run(words).out);
+}
+
+TEST_P(EveryCommand, IsMeantByThePluralOfItsNounWhenItIsAList) {
+    const std::string plural = plural_of(command_);
+    ASSERT_EQ(plural.empty(), std::string_view(command_.verb) != "list");
+    if (plural.empty()) {
+        return;
+    }
+    std::vector<std::string> words = words_of(command_.examples[0]);
+    words.erase(words.begin(), words.begin() + 3);  // "kxctl card list"
+    words.insert(words.begin(), {"--color", "never", plural});
+    words.emplace_back("--json");
+    EXPECT_EQ(parse(words).command, &command_);
+    words.insert(words.begin() + 3, "list");
+    EXPECT_EQ(parse(words).command, &command_);
+    const std::string use = "\n\"kxctl " + plural + "\" is short for \"kxctl " + command_.name();
+    EXPECT_THAT(test::run({command_.noun, "--help"}).out, HasSubstr(use));
+    EXPECT_EQ(test::run({"help", plural}).out, test::run({command_.noun, "list", "--help"}).out);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -251,6 +279,14 @@ TEST(GlobalOptions, AreTakenBehindEveryCommand) {
                     << command.name() << name;
             }
         }
+    }
+}
+
+TEST(Plurals, TakeTheirOtherVerbs) {
+    EXPECT_EQ(parse(words_of("ports stats eth2")).command->name(), "port stats");
+    EXPECT_EQ(test::run({"--sim", "cards"}).out, test::run({"--sim=lab", "card", "list"}).out);
+    for (const char* line : {"flashs", "metricss", "cardss", "card lists"}) {
+        EXPECT_THROW(static_cast<void>(parse(words_of(line))), Failure) << line;
     }
 }
 

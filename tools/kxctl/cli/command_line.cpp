@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "cli/plural.hpp"
 #include "cli/suggestion.hpp"
 #include "failure/failure.hpp"
 
@@ -260,7 +261,8 @@ std::string plain_mismatch(std::string text) {
 
 }  // namespace
 
-Invocation parse(const std::vector<std::string>& words) {
+Invocation parse(const std::vector<std::string>& given_words) {
+    const std::vector<std::string> words = without_plural(given_words);
     Tree tree(words);
     std::string complaint;
     Action action = Action::kRun;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/list.hpp"
+#include "cli/plural.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -170,8 +171,23 @@ std::string program_help() {
            "\nInspect and configure Kestrix network adapters and the drivers that run them.\n"
            "A card is served by a driver; an adapter is found on the PCI bus, with or\n"
            "without a driver.\n" +
-           command_section("") + option_section("Options", global_options()) + exit_code_section() +
+           command_section("") +
+           "\nA plural is short for the list: \"kxctl cards\" for \"kxctl card list\".\n" +
+           option_section("Options", global_options()) + exit_code_section() +
            example_section(kProgramExamples) + kManualPage;
+}
+
+// "cards", when the noun has a list.
+std::string plural_section(std::string_view noun) {
+    std::string text;
+    for (const Command& command : commands()) {
+        if (const std::string plural = plural_of(command);
+            noun == command.noun && !plural.empty()) {
+            text =
+                fmt::format("\n\"kxctl {}\" is short for \"kxctl {}\".\n", plural, command.name());
+        }
+    }
+    return text;
 }
 
 std::string noun_help(const std::string& noun) {
@@ -183,8 +199,8 @@ std::string noun_help(const std::string& noun) {
     }
     examples.resize(std::min<std::size_t>(examples.size(), 2));
     return fmt::format("Usage: kxctl [OPTION...] {} VERB [ARGUMENT...]\n", noun) +
-           command_section(noun) + option_section("Options", global_options()) +
-           example_section(examples) + kManualPage;
+           command_section(noun) + plural_section(noun) +
+           option_section("Options", global_options()) + example_section(examples) + kManualPage;
 }
 
 std::string setting_section(const Command& command) {

@@ -1,5 +1,7 @@
 #include "cli/list.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cctype>
 #include <iterator>
@@ -17,9 +19,34 @@ namespace {
 constexpr const char* kColumns = "--columns";
 constexpr const char* kSort = "--sort";
 
+// Titles that are other words than the keys in JSON.
+struct Title {
+    std::string_view title;
+    const char* key;
+};
+
+constexpr Title kTitles[] = {
+    {"ACCESS", "writable"},     {"BIOS", "bios_version"},  {"CHIP", "chip_type"},
+    {"COUNTER", "name"},        {"DEVICE", "device_id"},   {"IPV4", "ipv4_address"},
+    {"LENGTH", "length_bytes"}, {"LINK", "link_detected"}, {"OFFLOAD", "offload_device"},
+    {"OFFSET", "offset_bytes"}, {"PARAMETER", "name"},     {"PER SECOND", "rate_per_second"},
+    {"PORT", "instance"},       {"PORTS", "port_count"},
+};
+
 std::size_t place_of(const std::vector<Column>& columns, const std::string& name) {
     const auto found = std::ranges::find(columns, name, column_name);
+    if (found == columns.end()) {  // the parser knows it, but not every answer has it
+        refuse_usage(fmt::format("This answer has no column {}", name));
+    }
     return static_cast<std::size_t>(found - columns.begin());
+}
+
+std::optional<std::size_t> sorted_by(
+    const Arguments& arguments, const std::vector<Column>& columns, Order order) {
+    if (arguments.has(kSort)) {
+        return place_of(columns, arguments.get(kSort));
+    }
+    return order == Order::kFirstColumn ? std::optional<std::size_t>(0) : std::nullopt;
 }
 
 // The places of the columns in a text such as "location,chip", or of all columns.
@@ -37,7 +64,8 @@ std::vector<std::size_t> places_of(const std::vector<Column>& columns, const std
 }  // namespace
 
 std::string column_name(const Column& column) {
-    std::string name = column.title;
+    const auto* const other = std::ranges::find(kTitles, column.title, &Title::title);
+    std::string name = other == std::end(kTitles) ? column.title : other->key;
     std::ranges::transform(name, name.begin(), [](unsigned char letter) {
         return letter == ' ' ? '_' : static_cast<char>(std::tolower(letter));
     });
@@ -59,16 +87,20 @@ void add_list_options(Command& command) {
          .is_list = true});
     command.arguments.push_back(
         {.name = kSort,
-         .help = "Sort by this column (default: the first one)",
+         .help = std::string_view(command.verb) == "list"
+                     ? "Sort by this column (default: the first one)"
+                     : "Sort by this column (default: in the order of the host)",
          .value = "COLUMN",
          .choices = std::move(names)});
 }
 
-List::List(const Arguments& arguments, const Output& output, const std::vector<Column>& columns)
+List::List(
+    const Arguments& arguments, const Output& output, const std::vector<Column>& columns,
+    Order order)
     : columns_(columns),
       shown_(places_of(columns, arguments.get(kColumns))),
       chosen_(arguments.has(kColumns)),
-      order_(arguments.has(kSort) ? place_of(columns, arguments.get(kSort)) : 0) {
+      order_(sorted_by(arguments, columns, order)) {
     if (output.wants_json() && chosen_) {
         refuse_usage("--columns is for tables; --json prints everything");
     }
@@ -85,9 +117,12 @@ void List::add(std::vector<Cell> cells, Json value) {
 std::vector<const List::Row*> List::sorted() const {
     std::vector<const Row*> rows;
     std::ranges::transform(rows_, std::back_inserter(rows), [](const Row& row) { return &row; });
-    std::ranges::stable_sort(rows, [this](const Row* left, const Row* right) {
-        const std::string& first = left->cells[order_].text;
-        const std::string& second = right->cells[order_].text;
+    if (!order_) {
+        return rows;
+    }
+    std::ranges::stable_sort(rows, [place = *order_](const Row* left, const Row* right) {
+        const std::string& first = left->cells[place].text;
+        const std::string& second = right->cells[place].text;
         if (first.empty() || second.empty()) {
             return !first.empty() && second.empty();
         }

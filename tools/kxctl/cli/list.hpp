@@ -1,6 +1,8 @@
 // Lists: the rows of a table, each with its JSON value, in the same order.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,17 +14,23 @@
 
 namespace kx::ctl {
 
-// The name of a column for --columns and --sort: "SERIAL NUMBER" is serial_number.
+// The name of a column for --columns and --sort, which is its key in JSON: "SERIAL NUMBER" is
+// serial_number.
 [[nodiscard]] std::string column_name(const Column& column);
+
+// How rows are sorted unless the user chose a column.
+enum class Order : std::uint8_t { kFirstColumn, kAsRead };
 
 // Give a command that has columns the options --columns and --sort.
 void add_list_options(Command& command);
 
-// Rows are sorted by the first column, or by the one that the user chose.
+// Rows are sorted by the column that the user chose, otherwise by the first one or not at all.
 class List {
 public:
     // Create it before anything is read: it throws Failure when the options are wrong.
-    List(const Arguments& arguments, const Output& output, const std::vector<Column>& columns);
+    List(
+        const Arguments& arguments, const Output& output, const std::vector<Column>& columns,
+        Order order = Order::kFirstColumn);
 
     // A cell for each column, and the value of the same record.
     void add(std::vector<Cell> cells, Json value);
@@ -42,9 +50,9 @@ private:
     [[nodiscard]] bool is_shown(std::size_t place) const;
 
     std::vector<Column> columns_;
-    std::vector<std::size_t> shown_;  // the places of the columns, in the order of the table
-    bool chosen_;                     // whether the user chose the columns
-    std::size_t order_;               // the place of the column by which rows are sorted
+    std::vector<std::size_t> shown_;    // the places of the columns, in the order of the table
+    bool chosen_;                       // whether the user chose the columns
+    std::optional<std::size_t> order_;  // the place of the column by which rows are sorted
     std::vector<Row> rows_;
 };
 

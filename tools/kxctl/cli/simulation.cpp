@@ -18,6 +18,7 @@
 #include "cli/argument_vector.hpp"
 #include "cli/command.hpp"
 #include "cli/command_line.hpp"
+#include "cli/plural.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
 #include "output/standard_streams.hpp"
@@ -33,7 +34,8 @@ constexpr std::string_view kOptionWithValue = "--sim=";
 
 bool is_command_word(std::string_view word) {
     return std::ranges::any_of(commands(), [word](const Command& command) {
-        return word == command.noun || word == command.verb;
+        return word == command.noun || word == command.verb ||
+               (!word.empty() && word == plural_of(command));
     });
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cli/list.hpp"
 #include "cli/suggestion.hpp"
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
@@ -13,8 +14,6 @@
 #include "failure/permission.hpp"
 #include "failure/unread.hpp"
 #include "library/call.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
 #include "settings/change_report.hpp"
 #include "settings/module_parameters.hpp"
 
@@ -115,22 +114,28 @@ IwarpProps query_props(const std::string& module) {
     return props;
 }
 
+std::vector<Column> show_columns() { return {{"PARAMETER"}, {"VALUE", Align::kRight}}; }
+
 ExitCode show(const Arguments& arguments, Output& output) {
+    List list(arguments, output, show_columns(), Order::kAsRead);
     const std::string module = module_of(arguments);
     const IwarpProps props = query_props(module);
-    Json parameters = Json::object();
-    Table table({{"PARAMETER"}, {"VALUE", Align::kRight}});
     for (const Setting& setting : settings_of(module)) {
         if (const auto value = setting.value_in(&props)) {
             const bool read = !is_unread(fmt::format("/{}", setting.key));
-            parameters[setting.key] = read ? Json(*value) : Json();
-            table.add_row({setting.key, read ? fmt::format("{}", *value) : ""});
+            list.add(
+                {setting.key, read ? fmt::format("{}", *value) : ""},
+                {{setting.key, read ? Json(*value) : Json()}});
         }
     }
     if (output.wants_json()) {
+        Json parameters = Json::object();
+        for (const Json& parameter : list.json()) {
+            parameters.update(parameter);
+        }
         output.json(Json{{"module", module}, {"parameters", parameters}});
     } else {
-        output.table(table);
+        output.table(list.table());
     }
     return ExitCode::kDone;
 }
@@ -178,6 +183,7 @@ std::vector<Command> rows() {
             .arguments = {kModule},
             .examples = {"kxctl iwarp show iw_zfab4", "kxctl --sim iwarp show iw_zfab3 --json"},
             .run = show,
+            .columns = show_columns,
         },
         {
             .noun = "iwarp",

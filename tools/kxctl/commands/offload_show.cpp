@@ -3,6 +3,7 @@
 #include <kxlinhw/offload.h>
 #include <kxlinhw/status.h>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
@@ -11,8 +12,6 @@
 #include "library/card_ports.hpp"
 #include "library/engine_target.hpp"
 #include "library/record_text.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
 #include "settings/setting.hpp"
 
 namespace kx::ctl::offload {
@@ -45,7 +44,10 @@ void must_have_engine(const CardInfo& card) {
 
 namespace {
 
+std::vector<Column> show_columns() { return {{"PARAMETER"}, {"VALUE", Align::kRight}, {"UNIT"}}; }
+
 ExitCode show(const Arguments& arguments, Output& output) {
+    List parameters(arguments, output, show_columns(), Order::kAsRead);
     const EngineTarget target(arguments);
     const CardInfo& card = target.record();
     must_have_engine(card);
@@ -53,25 +55,23 @@ ExitCode show(const Arguments& arguments, Output& output) {
     if (card.params.state == kNoControlFiles) {
         check(KX_RESOURCE_UNAVAILABLE);
     }
-    Json parameters = Json::array();
-    Table table({{"PARAMETER"}, {"VALUE", Align::kRight}, {"UNIT"}});
     for (const Setting& setting : settings()) {
         if (const auto value = setting.value_in(&card.params)) {
             const bool read = !has_unread(setting.key, device);
-            parameters.push_back(
+            parameters.add(
+                {setting.key, read ? fmt::format("{}", *value) : "", setting.unit},
                 {{"name", setting.key},
                  {"value", read ? Json(*value) : Json()},
                  {"unit", text_or_null(setting.unit)}});
-            table.add_row({setting.key, read ? fmt::format("{}", *value) : "", setting.unit});
         }
     }
     if (output.wants_json()) {
         Json answer = target.json();
-        answer.update(Json{{"device", device}, {"parameters", parameters}});
+        answer.update(Json{{"device", device}, {"parameters", parameters.json()}});
         output.json(answer);
     } else {
         output.text(subject_text(target.json()));
-        output.table(table);
+        output.table(parameters.table());
     }
     return ExitCode::kDone;
 }
@@ -89,6 +89,7 @@ std::vector<Command> show_rows() {
             .arguments = {kLocation},
             .examples = {"kxctl offload show 03:00.4", "kxctl --sim offload show 03:00.4 --json"},
             .run = show,
+            .columns = show_columns,
         },
     };
 }

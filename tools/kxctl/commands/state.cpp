@@ -6,6 +6,7 @@
 #include "commands/commands.hpp"
 #include "files/replaced_file.hpp"
 #include "library/record_text.hpp"
+#include "output/counted.hpp"
 #include "output/output.hpp"
 #include "settings/port_settings.hpp"
 
@@ -68,7 +69,8 @@ ExitCode save(const Arguments& arguments, Output& output) {
     if (output.wants_json()) {
         output.json(Json{{"file", file}, {"ports", found.ports.size()}});
     } else {
-        output.text(fmt::format("{} has the settings of {} ports\n", file, found.ports.size()));
+        output.text(
+            fmt::format("{} has the settings of {}\n", file, counted(found.ports.size(), "port")));
     }
     return ExitCode::kDone;
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <thread>
 
+#include "cli/list.hpp"
 #include "cli/numbers.hpp"
 #include "commands/commands.hpp"
 #include "library/card_ports.hpp"
@@ -13,8 +14,6 @@
 #include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "output/live_view.hpp"
-#include "output/output.hpp"
-#include "output/table.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -53,32 +52,6 @@ struct Movement {
     double rate = 0;  // a second
 };
 
-Json to_json(const Source& source, const Reading& now, const Reading* before, bool watching) {
-    Json counters = Json::array();
-    for (std::size_t k = 0; k < now.counters.size(); ++k) {
-        const StatEntry& counter = now.counters[k];
-        Json entry;
-        if (source.has_groups) {
-            entry["group"] = counter.group;
-        }
-        entry["name"] = field_text(counter.name);
-        entry["value"] = std::uint64_t{counter.value};
-        if (watching) {
-            const Movement movement(now, before, k);
-            entry["change"] = movement.change ? Json(*movement.change) : Json();
-            entry["rate_per_second"] = movement.change ? Json(movement.rate) : Json();
-        }
-        counters.push_back(entry);
-    }
-    Json all = source.head;
-    if (watching) {
-        all["elapsed_seconds"] =
-            before == nullptr ? Json() : Json(Seconds(now.time - before->time).count());
-    }
-    all["counters"] = counters;
-    return all;
-}
-
 std::vector<Column> columns(bool has_groups, bool watching, bool with_graphs) {
     std::vector<Column> columns;
     if (has_groups) {
@@ -101,32 +74,65 @@ std::string history_name(const StatEntry& counter) {
     return fmt::format("{} {}", counter.group, field_text(counter.name));
 }
 
-// history: the rates of earlier readings, for a view that shows graphs.
-Table to_table(
-    const Source& source, const Reading& now, const Reading* before, bool watching,
-    RateHistory* history = nullptr) {
-    Table table(columns(source.has_groups, watching, history != nullptr));
+// How readings are shown.
+struct View {
+    View(const Arguments& arguments, const Output& output, bool has_groups, bool watched)
+        : watching(watched),
+          draws(watched && !output.wants_json() && can_draw()),
+          empty(arguments, output, columns(has_groups, watching, draws), Order::kAsRead) {}
+
+    bool watching;  // several readings, with what changed between them
+    bool draws;     // a table that replaces the previous one, with graphs
+    List empty;     // a list without rows
+    RateHistory history = {};
+};
+
+void add_movement(
+    const Movement& movement, const StatEntry& counter, View& view, std::vector<Cell>& cells,
+    Json& entry) {
+    entry["change"] = movement.change ? Json(*movement.change) : Json();
+    entry["rate_per_second"] = movement.change ? Json(movement.rate) : Json();
+    cells.emplace_back(movement.change ? fmt::format("{}", *movement.change) : "");
+    cells.emplace_back(movement.change ? fmt::format("{:.1f}", movement.rate) : "");
+    if (view.draws) {
+        const std::string name = history_name(counter);
+        view.history.add(name, movement.change ? std::optional(movement.rate) : std::nullopt);
+        cells.emplace_back(view.history.graph(name));
+    }
+}
+
+List rows_of(const Source& source, const Reading& now, const Reading* before, View& view) {
+    List rows = view.empty;
     for (std::size_t k = 0; k < now.counters.size(); ++k) {
         const StatEntry& counter = now.counters[k];
-        std::vector<Cell> row;
+        std::vector<Cell> cells;
+        Json entry;
         if (source.has_groups) {
-            row.emplace_back(fmt::format("{}", counter.group));
+            entry["group"] = counter.group;
+            cells.emplace_back(fmt::format("{}", counter.group));
         }
-        row.emplace_back(field_text(counter.name));
-        row.emplace_back(fmt::format("{}", std::uint64_t{counter.value}));
-        if (watching) {
-            const Movement movement(now, before, k);
-            row.emplace_back(movement.change ? fmt::format("{}", *movement.change) : "");
-            row.emplace_back(movement.change ? fmt::format("{:.1f}", movement.rate) : "");
-            if (history != nullptr) {
-                const std::string name = history_name(counter);
-                history->add(name, movement.change ? std::optional(movement.rate) : std::nullopt);
-                row.emplace_back(history->graph(name));
-            }
+        entry["name"] = field_text(counter.name);
+        entry["value"] = std::uint64_t{counter.value};
+        cells.emplace_back(field_text(counter.name));
+        cells.emplace_back(fmt::format("{}", std::uint64_t{counter.value}));
+        if (view.watching) {
+            add_movement(Movement(now, before, k), counter, view, cells, entry);
         }
-        table.add_row(std::move(row));
+        rows.add(std::move(cells), std::move(entry));
     }
-    return table;
+    return rows;
+}
+
+Json to_json(
+    const Source& source, const Reading& now, const Reading* before, const List& rows,
+    bool watching) {
+    Json all = source.head;
+    if (watching) {
+        all["elapsed_seconds"] =
+            before == nullptr ? Json() : Json(Seconds(now.time - before->time).count());
+    }
+    all["counters"] = rows.json();
+    return all;
 }
 
 Reading take_reading(const Source& source) {
@@ -134,47 +140,45 @@ Reading take_reading(const Source& source) {
     return {std::move(counters), Clock::now()};
 }
 
-ExitCode show_once(const Source& source, Output& output) {
+ExitCode show_once(const Source& source, View& view, Output& output) {
     const Reading now = take_reading(source);
+    const List rows = rows_of(source, now, nullptr, view);
     if (output.wants_json()) {
-        output.json(to_json(source, now, nullptr, false));
+        output.json(to_json(source, now, nullptr, rows, false));
     } else {
         output.text(subject_text(source.head));
-        output.table(to_table(source, now, nullptr, false));
+        output.table(rows.table());
     }
     return ExitCode::kDone;
 }
 
-// Prints each reading: with JSON as one line, otherwise as a table; on a terminal (history) the
-// table replaces the previous one.
+// Prints each reading: with JSON as one line, otherwise as a table.
 void show_reading(
-    const Source& source, const Reading& now, const std::optional<Reading>& before,
-    RateHistory* history, Output& output) {
+    const Source& source, const Reading& now, const std::optional<Reading>& before, View& view,
+    Output& output) {
     const Reading* const old = before ? &*before : nullptr;
+    const List rows = rows_of(source, now, old, view);
     if (output.wants_json()) {
-        output.json_line(to_json(source, now, old, true));
+        output.json_line(to_json(source, now, old, rows, true));
         return;
     }
-    if (history != nullptr) {
-        const std::string text = subject_text(source.head) +
-                                 output.table_text(to_table(source, now, old, true, history));
+    if (view.draws) {
+        const std::string text = subject_text(source.head) + output.table_text(rows.table());
         output.text(drawing(text, terminal_height(), old == nullptr));
         return;
     }
     output.text(old == nullptr ? subject_text(source.head) : "\n");
-    output.table(to_table(source, now, old, true));
+    output.table(rows.table());
 }
 
-ExitCode show_again(const Source& source, const Watch& watch, Output& output) {
+ExitCode show_again(const Source& source, View& view, const Watch& watch, Output& output) {
     std::optional<Reading> before;
-    RateHistory history;
-    const bool draws = !output.wants_json() && can_draw();
     Clock::time_point next = Clock::now();
     for (std::uint64_t shown = 0; watch.count == 0 || shown < watch.count; ++shown) {
         std::this_thread::sleep_until(next);
         next += watch.interval;
         Reading now = take_reading(source);
-        show_reading(source, now, before, draws ? &history : nullptr, output);
+        show_reading(source, now, before, view, output);
         if (!output.flush()) {
             break;
         }
@@ -185,7 +189,8 @@ ExitCode show_again(const Source& source, const Watch& watch, Output& output) {
 
 ExitCode show_counters(const Arguments& arguments, const Source& source, Output& output) {
     const std::optional<Watch> watch = watch_option(arguments);
-    return watch ? show_again(source, *watch, output) : show_once(source, output);
+    View view(arguments, output, source.has_groups, watch.has_value());
+    return watch ? show_again(source, view, *watch, output) : show_once(source, view, output);
 }
 
 // The counters of a Q3 are those of its engine, which the library finds by an interface.
@@ -237,6 +242,7 @@ std::vector<Command> card_stats_rows() {
             .arguments = {kLocation, kWatch, kCount},
             .examples = {"kxctl card stats 03:00.4", "kxctl card stats 03:00.4 --watch 5"},
             .run = card_stats,
+            .columns = [] { return columns(true, true, true); },
         },
     };
 }
@@ -253,6 +259,7 @@ std::vector<Command> port_stats_rows() {
             .arguments = {kPortOrCard, kPort, kWatch, kCount},
             .examples = {"kxctl port stats 03:00.4 1", "kxctl port stats 03:00.4 1 --watch 2"},
             .run = port_stats,
+            .columns = [] { return columns(false, true, true); },
         },
     };
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "cli/list.hpp"
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
@@ -15,9 +16,7 @@
 #include "library/record_text.hpp"
 #include "library/target.hpp"
 #include "library/vpd_decode.hpp"
-#include "output/output.hpp"
 #include "output/standard_streams.hpp"
-#include "output/table.hpp"
 
 namespace kx::ctl::vpd {
 namespace {
@@ -98,7 +97,21 @@ Cell checksum_cell(VpdChecksum checksum) {
     return "";
 }
 
-void print(const VpdContent& content, Output& output) {
+std::vector<Column> show_columns() {
+    return {{"KEYWORD"}, {"MEANING"}, {"OFFSET", Align::kRight}, {"LENGTH", Align::kRight},
+            {"ACCESS"},  {"VALUE"}};
+}
+
+void add_fields(List& fields, const VpdContent& content) {
+    for (const VpdField& field : content.fields) {
+        fields.add(
+            {field.keyword, vpd_meaning(field.keyword), fmt::format("{}", field.offset),
+             fmt::format("{}", field.value.size()), field.writable ? "rw" : "ro", shown(field)},
+            to_json(field));
+    }
+}
+
+void print(const VpdContent& content, const List& fields, Output& output) {
     Table summary({{}, {}});
     summary.add_row({"Product", vpd_text(content.product)});
     summary.add_row({"Size", fmt::format("{} bytes", content.size)});
@@ -110,20 +123,8 @@ void print(const VpdContent& content, Output& output) {
     if (content.fields.empty()) {
         return;
     }
-    Table fields(
-        {{"KEYWORD"},
-         {"MEANING"},
-         {"OFFSET", Align::kRight},
-         {"LENGTH", Align::kRight},
-         {"ACCESS"},
-         {"VALUE"}});
-    for (const VpdField& field : content.fields) {
-        fields.add_row(
-            {field.keyword, vpd_meaning(field.keyword), fmt::format("{}", field.offset),
-             fmt::format("{}", field.value.size()), field.writable ? "rw" : "ro", shown(field)});
-    }
     output.text("\n");
-    output.table(fields);
+    output.table(fields.table());
 }
 
 ExitCode show(const Arguments& arguments, Output& output) {
@@ -131,10 +132,12 @@ ExitCode show(const Arguments& arguments, Output& output) {
     if (Output::is_named(file)) {
         output.must_be_free(Content::kBytes);
     }
+    List fields(arguments, output, show_columns(), Order::kAsRead);
     const std::string location = card_location(arguments);
     const Json adapter = adapter_json(location, output.incomplete());
     const std::vector<std::uint8_t> bytes = query_vpd(location);
     const VpdContent content = decode_vpd(bytes);
+    add_fields(fields, content);
     if (arguments.has("--raw") && !Output::is_named(file)) {
         write_raw(file, bytes);
     }
@@ -148,11 +151,11 @@ ExitCode show(const Arguments& arguments, Output& output) {
             {"size_bytes", content.size},
             {"checksum", checksum_json(content.checksum)},
             {"problems", content.problems},
-            {"fields", json_array(content.fields, to_json)}});
+            {"fields", fields.json()}});
         output.json(answer);
     } else {
         output.text(subject_text(adapter));
-        print(content, output);
+        print(content, fields, output);
     }
     return content.sound() ? ExitCode::kDone : ExitCode::kPartly;
 }
@@ -174,6 +177,7 @@ std::vector<Command> rows() {
                   .value = "FILE"}},
             .examples = {"kxctl vpd show 04:00.4", "kxctl --sim vpd show 04:00.4 --raw vpd.bin"},
             .run = show,
+            .columns = show_columns,
         },
     };
 }

@@ -9,6 +9,7 @@
 #include "library/query.hpp"
 #include "library/record_text.hpp"
 #include "library/target.hpp"
+#include "output/counted.hpp"
 
 namespace kx::ctl {
 
@@ -26,8 +27,8 @@ CardInfo EngineTarget::read_card() const {
     if (card.port_count != ports_.size()) {
         throw Failure(
             ExitCode::kPartly, fmt::format(
-                                   "{} has {} ports, of which {} answered", location_,
-                                   ports_.size(), std::uint16_t{card.port_count}));
+                                   "{} has {}, of which {} answered", location_,
+                                   counted(ports_.size(), "port"), std::uint16_t{card.port_count}));
     }
     return card;
 }
