@@ -97,8 +97,9 @@ TEST_F(InterfaceRecords, OfAHostWithoutSpaceStayWhole) {
     host_.fail(
         {.call = "rename", .times = 0, .error = ENOSPC, .object = "/etc/kestrix-plexo/kxctl-i*"});
     const test::Result result = run({"port", "set", "03:00.4", "1", "mtu=9000"});
-    EXPECT_NE(result.exit, 0);
+    EXPECT_EQ(result.exit, 4);
     EXPECT_THAT(result.err, HasSubstr("kxctl-interfaces"));
+    EXPECT_THAT(result.out, HasSubstr("  9000  applied\n"));
     EXPECT_EQ(host_.read(kInterfaceRecordFile), before);
 }
 

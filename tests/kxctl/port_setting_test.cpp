@@ -1,6 +1,10 @@
 // The table of port settings: every row is set, saved, restored and shown under its one name.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+
+#include <cerrno>
 
 #include "kxctl/on_host.hpp"
 #include "settings/port_settings.hpp"
@@ -97,6 +101,21 @@ TEST_P(PortSetting, IsSetSavedRestoredAndShown) {
     if (setting_.is_shown()) {
         EXPECT_EQ(shown(setting_), wanted);
     }
+}
+
+TEST_P(PortSetting, OfABusyDriverIsBusy) {
+    constexpr std::uint32_t kSetters[] = {ETHTOOL_SSET,    ETHTOOL_SMSGLVL,     ETHTOOL_SRXCSUM,
+                                          ETHTOOL_STXCSUM, ETHTOOL_SSG,         ETHTOOL_STSO,
+                                          ETHTOOL_SGSO,    ETHTOOL_SPAUSEPARAM, ETHTOOL_SCOALESCE,
+                                          SIOCSIFMTU,      ETHTOOL_NWAY_RST,    ETHTOOL_SRINGPARAM};
+    for (const std::uint32_t setter : kSetters) {
+        host_.refuse("eth2", setter, EBUSY);
+    }
+    const std::int64_t wanted =
+        setting_.form == Form::kAction ? 1 : value_beside(setting_, shown(setting_));
+    const test::Result result = set(change_to(wanted));
+    EXPECT_EQ(result.exit, 5) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("Device or resource busy\n"));
 }
 
 TEST_P(PortSetting, HasTheRangeThatTheLibraryTakes) {

@@ -48,6 +48,7 @@ TEST_F(SetCommands, PortSetShowsWhatReadsBack) {
     EXPECT_EQ(result.exit, 0) << result.err;
     EXPECT_EQ(
         result.out,
+        "Port eth3 (03:00.4 port 2, MAC 02:4b:58:b1:9b:dd)\n"
         "SETTING   BEFORE   NOW  RESULT\n"
         "mtu         1500  9000  applied\n"
         "tso           on   off  applied\n"
@@ -81,6 +82,7 @@ TEST_F(SetCommands, PortSetPlansWithoutChangingAnything) {
     EXPECT_EQ(result.exit, 0) << result.err;
     EXPECT_EQ(
         result.out,
+        "Port eth2 (03:00.4 port 1, MAC 02:00:00:00:00:02)\n"
         "SETTING    NOW   NEW\n"
         "autoneg     on   off\n"
         "speed    10000  1000\n"
@@ -94,12 +96,13 @@ TEST_F(SetCommands, PortSetAnswersInJson) {
     const Json plan = test::json_on(host_, {"port", "set", "03:00.4", "1", "gso=0", "--dry-run"});
     EXPECT_EQ(plan, Json::parse(R"({"location": "03:00.4", "instance": 1, "interface": "eth2",
             "mac": "02:00:00:00:00:02", "dry_run": true, "changed": false, "failures": [],
-            "settings": [{"key": "gso", "before": 1, "wanted": 0, "result": "applied"}]})"));
+            "settings": [{"key": "gso", "before": true, "wanted": false, "result": "applied"}]})"));
     const Json done =
         test::json_on(host_, {"port", "set", "03:00.4", "1", "gso=0", "ring_tx=99999"}, 4);
     EXPECT_EQ(done, Json::parse(R"({"location": "03:00.4", "instance": 1, "interface": "eth2",
             "mac": "02:00:00:00:00:02", "changed": true,
-            "settings": [{"key": "gso", "before": 1, "wanted": 0, "now": 0, "result": "applied"},
+            "settings": [{"key": "gso", "before": true, "wanted": false, "now": false,
+                          "result": "applied"},
                          {"key": "ring_tx", "before": 2048, "wanted": 99999, "now": 2048,
                           "result": "refused"}],
             "failures": ["ring_tx cannot be 99999: the driver's limit is 16384"]})"));
@@ -159,7 +162,10 @@ TEST_F(SetCommands, OffloadSetKnowsWhatCreditsNeed) {
 
 TEST_F(SetCommands, OffloadSetPlansWithoutChangingAnything) {
     const test::Result result = run({"offload", "set", "03:00.4", "mss=1300", "--dry-run"});
-    EXPECT_EQ(result.out, "SETTING   NOW   NEW\nmss      1400  1300\n");
+    EXPECT_EQ(
+        result.out,
+        "Card 03:00.4 (eth2 MAC 02:00:00:00:00:02, eth3 MAC 02:4b:58:b1:9b:dd)\n"
+        "SETTING   NOW   NEW\nmss      1400  1300\n");
     EXPECT_EQ(host_.read("/proc/sys/toe/toe1_tom/mss"), "1400\n");
     EXPECT_EQ(run({"offload", "set", "09:00.4", "mss=1300"}).exit, 3);
 }
@@ -183,6 +189,7 @@ TEST_F(SetCommands, IwarpSetShowsWhatReadsBack) {
     EXPECT_EQ(result.exit, 0) << result.err;
     EXPECT_EQ(
         result.out,
+        "Module iw_zfab4\n"
         "SETTING          BEFORE  NOW  RESULT\n"
         "snd_win          131072   -5  applied\n"
         "peer2peer             0    1  applied\n"

@@ -119,10 +119,12 @@ TEST_F(Vm, AStateThatVirshDoesNotTellIsNull) {
 
 // The machine that the user means may be the one that has no name now.
 TEST_F(Vm, AWordIsRefusedWhileANameIsNotKnown) {
-    host.fail({.call = "libvirt", .error = EIO, .object = "virDomainGetName"});
+    kxsim::FaultRule rule =
+        host.fail({.call = "libvirt", .times = 0, .error = EIO, .object = "virDomainGetName"});
     expect_failure(
         {"vm", "suspend", "web"}, 1,
         "The virtual machine web cannot be found: libvirt did not give each name and UUID");
+    rule.remove();
     EXPECT_EQ(state("web"), "running");
 }
 

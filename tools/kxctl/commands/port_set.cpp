@@ -34,6 +34,15 @@ void check_forced_link(std::span<const Change> changes, const PortSettings& sett
 
 bool is_saved(const ChangeLine& line) { return !line.refused && *line.setting->saved_as != '\0'; }
 
+// What is applied stays applied, so a failure must not hide it.
+void save_interface(const std::string& interface, ChangeReport& report) {
+    try {
+        record_interface(interface);
+    } catch (const Failure& failure) {
+        report.add_unsaved(failure.what());
+    }
+}
+
 ExitCode set(const Arguments& arguments, Output& output) {
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
     const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
@@ -60,7 +69,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
     wanted.port_instance = target.instance();
     driver.apply(report.lines(), wanted);
     if (std::ranges::any_of(report.lines(), is_saved)) {
-        record_interface(target.interface());
+        save_interface(target.interface(), report);
     }
     const PortInfo after = target.read_again();
     return report.tell_result(output, &after.settings);

@@ -130,6 +130,9 @@ std::string subject_text(const Json& subject) {
             "Port {} ({} port {}, MAC {})\n", text("interface"), text("location"),
             subject.at("instance").get<unsigned>(), text("mac"));
     }
+    if (subject.contains("module")) {
+        return fmt::format("Module {}\n", text("module"));
+    }
     if (!subject.contains("ports")) {
         return "";
     }

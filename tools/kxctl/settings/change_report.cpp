@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "library/card_ports.hpp"
 #include "library/recording.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
@@ -10,7 +11,9 @@
 namespace kx::ctl {
 namespace {
 
-Json json_of(std::optional<std::int64_t> value) { return value ? Json(*value) : Json(); }
+Json json_of(const Setting& setting, std::optional<std::int64_t> value) {
+    return value ? setting.json_of(*value) : Json();
+}
 
 std::string text_of(const Setting& setting, std::optional<std::int64_t> value) {
     return value ? setting.text_of(*value) : "";
@@ -60,9 +63,11 @@ Json ChangeReport::answer(const char* last_value) const {
     all["settings"] = Json::array();
     for (const ChangeLine& line : lines_) {
         Json each = {
-            {"key", line.setting->key}, {"before", json_of(line.before)}, {"wanted", line.wanted}};
+            {"key", line.setting->key},
+            {"before", json_of(*line.setting, line.before)},
+            {"wanted", line.setting->json_of(line.wanted)}};
         if (*last_value != '\0') {
-            each[last_value] = json_of(line.now);
+            each[last_value] = json_of(*line.setting, line.now);
         }
         each["result"] = name_of(line.result());
         all["settings"].push_back(each);
@@ -84,6 +89,7 @@ ExitCode ChangeReport::tell_plan(Output& output) const {
         all["changed"] = false;
         output.json(all);
     } else {
+        output.text(subject_text(subject_));
         Table table({{"SETTING"}, {"NOW", Align::kRight}, {"NEW", Align::kRight}});
         for (const ChangeLine& line : lines_) {
             table.add_row(
@@ -104,7 +110,10 @@ ExitCode ChangeReport::tell_result(Output& output, const void* after) {
     ExitCode code = verdict_of(lines_);
     if (take_unrecorded() != 0) {
         failures.emplace_back("Not all of it could be recorded: a reboot undoes it");
-        code = code == ExitCode::kDone ? ExitCode::kPartly : code;
+    }
+    failures.insert(failures.end(), unsaved_.begin(), unsaved_.end());
+    if (code == ExitCode::kDone && !failures.empty()) {
+        code = ExitCode::kPartly;
     }
     if (output.wants_json()) {
         Json all = answer("now");
@@ -112,6 +121,7 @@ ExitCode ChangeReport::tell_result(Output& output, const void* after) {
         all["changed"] = has_changed(lines_);
         output.json(all);
     } else {
+        output.text(subject_text(subject_));
         Table table({{"SETTING"}, {"BEFORE", Align::kRight}, {"NOW", Align::kRight}, {"RESULT"}});
         for (const ChangeLine& line : lines_) {
             table.add_row(

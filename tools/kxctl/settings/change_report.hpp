@@ -29,6 +29,9 @@ public:
     // message that names none belongs to all.
     void take_messages(const std::vector<std::string>& messages);
 
+    // What belongs to the applied settings could not be saved; the reason.
+    void add_unsaved(const std::string& reason) { unsaved_.push_back(reason); }
+
     // Report what would be changed, with the exit code that the change would have.
     ExitCode tell_plan(Output& output) const;
 
@@ -40,7 +43,7 @@ private:
 
     Json subject_;
     std::vector<ChangeLine> lines_;
-    std::vector<std::string> remarks_;
+    std::vector<std::string> unsaved_;
 };
 
 }  // namespace kx::ctl
