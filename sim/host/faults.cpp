@@ -1,4 +1,5 @@
 // Fault rules and windows.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -6,6 +7,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "host/beneath.hpp"
+#include "host/fail_with_errno.hpp"
 #include "host/host_state.hpp"
 #include "host/quiet.hpp"
 #include "state/calls.hpp"
@@ -123,8 +126,9 @@ void Host::lose_unflushed() {
         throw std::invalid_argument("more files were opened than are watched");
     }
     const Quiet quiet;
-    for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(state_->root + state::kTreeDirectory)) {
+    const std::string top = state_->root + state::kTreeDirectory;
+    const kx::Descriptor directory(::open(top.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
         struct stat status {};
         if (::lstat(entry.path().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
             continue;
@@ -133,8 +137,11 @@ void Host::lose_unflushed() {
             std::begin(session.flushed), std::end(session.flushed),
             [&](const state::FlushedFile& each) { return each.inode == status.st_ino; });
         if (file != std::end(session.flushed) && status.st_size > file->size) {
-            std::filesystem::resize_file(
-                entry.path(), static_cast<std::uintmax_t>(file->size.load()));
+            const std::string place = entry.path().string().substr(top.size());
+            const kx::Descriptor opened = open_beneath(directory.get(), place, O_WRONLY);
+            if (!opened || ::ftruncate(opened.get(), static_cast<off_t>(file->size.load())) != 0) {
+                fail_with_errno(entry.path());
+            }
         }
     }
 }

@@ -1,19 +1,15 @@
 #include "host/tree.hpp"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
+#include "host/beneath.hpp"
 #include "host/fail_with_errno.hpp"
 #include "host/quiet.hpp"
 
@@ -65,6 +61,33 @@ void write_all(int file, std::string_view content, const std::string& path) {
         }
         content.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
     }
+}
+
+std::string read_all(int file, const std::string& path) {
+    std::string content;
+    char part[16384];
+    for (;;) {
+        const ssize_t count = ::read(file, part, sizeof part);
+        if (count == 0) {
+            return content;
+        }
+        if (count < 0 && errno != EINTR) {
+            fail_with_errno(path);
+        }
+        content.append(part, count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+}
+
+// file: one that its owner may not write to, opened with O_PATH.
+bool allow_writing(const kx::Descriptor& file, mode_t mode) {
+    const std::string name = "/proc/self/fd/" + std::to_string(file.get());
+    return file && ::chmod(name.c_str(), mode | S_IWUSR) == 0;
+}
+
+template <class Make>
+int make_in_directory(int top, const std::string& place, Make make) {
+    const Entry entry(top, place);
+    return entry.directory ? make(entry.directory.get(), entry.name.c_str()) : -1;
 }
 
 int open_top(const std::string& top) {
@@ -139,14 +162,13 @@ std::string Tree::place(std::string_view path, LastLink last) const {
 
 // ---- Entries ------------------------------------------------------------------------------------
 
-// make: a system call on the real path, which fails for an entry that is there already.
+// make: a system call on an entry of a directory, which fails for an entry that is there already.
 template <class Make>
 int Tree::make_entry(const std::string& place, Make make) {
-    const std::string path = real(place);
-    int result = make(path.c_str());
+    int result = make_in_directory(directory_.get(), place, make);
     if (result < 0 && errno == ENOENT) {
         make_directories(parent_of(place));
-        result = make(path.c_str());
+        result = make_in_directory(directory_.get(), place, make);
     }
     if (result >= 0) {
         order_.add(place);
@@ -155,12 +177,14 @@ int Tree::make_entry(const std::string& place, Make make) {
 }
 
 void Tree::make_directories(const std::string& place) {
-    const auto make = [](const char* path) { return ::mkdir(path, kNewDirectory); };
+    const auto make = [](int directory, const char* name) {
+        return ::mkdirat(directory, name, kNewDirectory);
+    };
     if (place.empty() || make_entry(place, make) == 0) {
         return;
     }
     const int reason = errno;
-    if (reason != EEXIST || !std::filesystem::is_directory(real(place))) {
+    if (reason != EEXIST || !open(place, O_PATH | O_DIRECTORY)) {
         errno = reason;
         fail_with_errno(real(place));
     }
@@ -171,48 +195,43 @@ void Tree::make_directory(std::string_view path) {
     make_directories(place(path, LastLink::kFollow));
 }
 
-// Most files have a directory and no link on their path: one call then finds them, and cannot leave
-// the tree. Negative when there is a link, when the open fails, or on a kernel without this call.
-int Tree::open_directly(const std::string& path, int flags, mode_t mode) const {
-    open_how how{};
-    how.flags = static_cast<unsigned>(flags | O_CLOEXEC);
-    how.mode = mode;
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-    const char* const below_top = path.c_str() + (path.starts_with('/') ? 1 : 0);
-    return static_cast<int>(::syscall(SYS_openat2, directory_.get(), below_top, &how, sizeof how));
+kx::Descriptor Tree::open(const std::string& place, int flags, mode_t mode) const {
+    return open_beneath(directory_.get(), place, flags, mode);
 }
 
 // In place, so that a process that has the file open or mapped sees the new content. A link is
 // replaced.
-int Tree::open_existing(const std::string& place, mode_t mode) const {
-    const std::string path = real(place);
+kx::Descriptor Tree::open_existing(const std::string& place, mode_t mode) const {
     if (!link_at(place).empty()) {
-        ::unlink(path.c_str());
-        return ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        const Entry entry(directory_.get(), place);
+        if (!entry.directory || ::unlinkat(entry.directory.get(), entry.name.c_str(), 0) != 0) {
+            return {};
+        }
+        return open(place, O_WRONLY | O_CREAT | O_EXCL, mode);
     }
-    const int file = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (file >= 0 || errno != EACCES || ::chmod(path.c_str(), mode | S_IWUSR) != 0) {
-        return file;
+    kx::Descriptor file = open(place, O_WRONLY | O_TRUNC);
+    if (!file && errno == EACCES && allow_writing(open(place, O_PATH | O_NOFOLLOW), mode)) {
+        file = open(place, O_WRONLY | O_TRUNC);
     }
-    return ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    return file;
 }
 
 void Tree::write(std::string_view path, std::string_view content, mode_t mode) {
     const Quiet quiet;
     std::string file = normal(path);
-    int opened = open_directly(file, O_WRONLY | O_CREAT | O_EXCL, mode);
-    if (opened >= 0) {
+    // Most files have a directory, and no link on their path: one call makes them.
+    kx::Descriptor owner = open(file, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (owner) {
         order_.add(file);
     } else {
         file = place(path);
-        opened = make_entry(file, [mode](const char* name) {
-            return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        });
+        owner = kx::Descriptor(make_entry(file, [mode](int directory, const char* name) {
+            return ::openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+        }));
     }
-    if (opened < 0 && errno == EEXIST) {
-        opened = open_existing(file, mode);
+    if (!owner && errno == EEXIST) {
+        owner = open_existing(file, mode);
     }
-    const kx::Descriptor owner(opened);
     if (!owner) {
         fail_with_errno(real(file));
     }
@@ -224,7 +243,7 @@ void Tree::write(std::string_view path, std::string_view content, mode_t mode) {
 
 void Tree::append(std::string_view path, std::string_view content) {
     const Quiet quiet;
-    if (const kx::Descriptor file(open_directly(normal(path), O_WRONLY | O_APPEND)); file) {
+    if (const kx::Descriptor file = open(normal(path), O_WRONLY | O_APPEND)) {
         write_all(file.get(), content, std::string(path));
         return;
     }
@@ -234,9 +253,17 @@ void Tree::append(std::string_view path, std::string_view content) {
 
 void Tree::make_link(std::string_view path, std::string_view target) {
     const Quiet quiet;
-    const std::string link = place(path);
+    std::string link = normal(path);
     const std::string text(target);
-    const auto make = [&](const char* name) { return ::symlink(text.c_str(), name); };
+    const auto make = [&](int directory, const char* name) {
+        return ::symlinkat(text.c_str(), directory, name);
+    };
+    // Most links have a directory, and no link on their path.
+    if (make_in_directory(directory_.get(), link, make) == 0) {
+        order_.add(link);
+        return;
+    }
+    link = place(path);
     if (make_entry(link, make) == 0) {
         return;
     }
@@ -246,7 +273,10 @@ void Tree::make_link(std::string_view path, std::string_view target) {
     if (link_at(link).empty()) {
         throw std::invalid_argument("\"" + std::string(path) + "\" is there already");
     }
-    if (::unlink(real(link).c_str()) != 0 || make(real(link).c_str()) != 0) {
+    const Entry entry(directory_.get(), link);
+    const int directory = entry.directory.get();
+    if (!entry.directory || ::unlinkat(directory, entry.name.c_str(), 0) != 0 ||
+        make(directory, entry.name.c_str()) != 0) {
         fail_with_errno(real(link));
     }
 }
@@ -254,8 +284,11 @@ void Tree::make_link(std::string_view path, std::string_view target) {
 void Tree::remove(std::string_view path) {
     const Quiet quiet;
     const std::string entry = place(path);
+    if (entry.empty()) {
+        throw std::invalid_argument("the root directory of a host stays");
+    }
     order_.remove(entry);
-    std::filesystem::remove_all(real(entry));
+    remove_entry(Entry(directory_.get(), entry));
 }
 
 void Tree::order(std::string_view directory, const std::vector<std::string>& names) {
@@ -267,18 +300,17 @@ void Tree::order(std::string_view directory, const std::vector<std::string>& nam
 
 bool Tree::exists(std::string_view path) const {
     const Quiet quiet;
-    struct stat status {};
-    return ::lstat(real(place(path)).c_str(), &status) == 0;
+    return static_cast<bool>(open(place(path), O_PATH | O_NOFOLLOW));
 }
 
 std::string Tree::read(std::string_view path) const {
     const Quiet quiet;
-    const std::string file = real(place(path, LastLink::kFollow));
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
-        fail_with_errno(file);
+    const std::string file = place(path, LastLink::kFollow);
+    const kx::Descriptor opened = open(file, O_RDONLY);
+    if (!opened) {
+        fail_with_errno(real(file));
     }
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return read_all(opened.get(), real(file));
 }
 
 std::string Tree::read_link(std::string_view path) const {
@@ -289,7 +321,8 @@ std::string Tree::read_link(std::string_view path) const {
 mode_t Tree::mode(std::string_view path) const {
     const Quiet quiet;
     struct stat status {};
-    if (::stat(real(place(path, LastLink::kFollow)).c_str(), &status) != 0) {
+    const kx::Descriptor opened = open(place(path, LastLink::kFollow), O_PATH);
+    if (!opened || ::fstat(opened.get(), &status) != 0) {
         fail_with_errno(std::string(path));
     }
     return status.st_mode & 07777U;

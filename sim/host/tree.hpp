@@ -43,8 +43,9 @@ private:
     template <class Make>
     int make_entry(const std::string& place, Make make);
     void make_directories(const std::string& place);
-    [[nodiscard]] int open_directly(const std::string& path, int flags, mode_t mode = 0) const;
-    [[nodiscard]] int open_existing(const std::string& place, mode_t mode) const;
+    // As open(); fails for a place with a link on its path (host/beneath.hpp).
+    [[nodiscard]] kx::Descriptor open(const std::string& place, int flags, mode_t mode = 0) const;
+    [[nodiscard]] kx::Descriptor open_existing(const std::string& place, mode_t mode) const;
 
     struct Identity {
         dev_t device;
