@@ -128,6 +128,11 @@ const Row kRows[] = {
     {1, "bridge detach web2 testnet0"},
     {3, "bridge detach web1 testnet9"},
     {2, "report"},
+    {2, "revert first"},
+    {2, "confirm first"},
+    {2, "history first"},
+    {5, "revert --no-wait", Trouble::kLocked},
+    {5, "confirm --no-wait", Trouble::kLocked},
     {2, "restore --no-wait --wait 1"},
     {4, "restore damaged.conf", Trouble::kNone, Form::kReport},
     {5, "restore --no-wait", Trouble::kLocked},
@@ -141,6 +146,7 @@ std::string unknown_name(std::string_view argument) {
         {"LOCATION", "09:00.4"},
         {"MODULE", "iw_zfab9"},
         {"FILE", "no-such/file"},
+        {"ID", "99"},
     };
     const auto found = kNames.find(argument);
     return found == kNames.end() ? "nobody" : found->second;

@@ -3,13 +3,12 @@
 // exactly the old content or exactly the new one. KX_THOROUGH (./run faults): at every position.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/ptrace.h>
 
 #include <climits>
-#include <csignal>
 #include <cstdio>
 
 #include "kxctl/flash_changes.hpp"
+#include "kxctl/run_killed.hpp"
 
 namespace {
 
@@ -133,50 +132,12 @@ TEST_P(CutChange, AtAFileOperationIsFinishedOrTakenBack) {
     }
 }
 
-// Starts kxctl and kills it when it enters a system call; returns how many it entered.
-unsigned run_killed(std::vector<std::string> words, unsigned nth) {
-    words.insert(words.begin(), KXCTL_PROGRAM);
-    const std::vector<char*> arguments = test::detail::pointers(words);
-    const pid_t child = fork();
-    if (child == 0) {
-        const int nothing = open("/dev/null", O_RDWR);
-        dup2(nothing, STDIN_FILENO);
-        dup2(nothing, STDOUT_FILENO);
-        dup2(nothing, STDERR_FILENO);
-        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        execv(arguments[0], arguments.data());
-        _exit(127);
-    }
-    unsigned entered = 0;
-    bool entering = true;
-    int status = 0;
-    int signal = 0;
-    while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
-        constexpr int kOptions = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
-        if (entered == 0) {
-            ptrace(PTRACE_SETOPTIONS, child, nullptr, kOptions);
-        }
-        if (WSTOPSIG(status) == (SIGTRAP | 0x80)) {
-            entered += entering ? 1 : 0;
-            if (entering && entered == nth) {
-                kill(child, SIGKILL);
-            }
-            entering = !entering;
-            signal = 0;
-        } else {
-            signal = WSTOPSIG(status) == SIGTRAP ? 0 : WSTOPSIG(status);
-        }
-        ptrace(PTRACE_SYSCALL, child, nullptr, signal);
-    }
-    return entered;
-}
-
 class KilledChange : public CutChange {};
 
 TEST_P(KilledChange, IsFinishedOrTakenBack) {
     bench_.begin_again();
     const auto attached = bench_.host.attach();
-    const unsigned calls = run_killed(words_, 0);
+    const unsigned calls = test::run_killed(words_, 0);
     if (calls < 100) {
         GTEST_SKIP() << "this machine allows no ptrace";
     }
@@ -184,7 +145,7 @@ TEST_P(KilledChange, IsFinishedOrTakenBack) {
     const unsigned late = calls - std::min(calls, 400U);
     for (const unsigned at : positions(calls, late, calls, kKillStep)) {
         bench_.begin_again();
-        run_killed(words_, at);
+        test::run_killed(words_, at);
         expect_recovery(at);
     }
     EXPECT_GT(recovered_, 0U);

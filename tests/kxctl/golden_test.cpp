@@ -79,8 +79,8 @@ TEST(GoldenFiles, ShowEveryOtherNoun) {
     }
     EXPECT_THAT(
         missing, testing::IsSubsetOf(
-                     {"apply", "diff", "history", "iwarp", "metrics", "plan", "repair", "report",
-                      "restore", "revert"}));
+                     {"apply", "confirm", "diff", "history", "iwarp", "metrics", "plan", "repair",
+                      "report", "restore", "revert"}));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "files/working_directory.hpp"
 #include "library/answer_limit.hpp"
 #include "library/call.hpp"
+#include "library/caller.hpp"
 #include "output/live_view.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
@@ -66,6 +67,7 @@ ExitCode execute(const std::vector<std::string>& words, Output& output) {
         run_simulated(*simulation.scenario, simulation.words);
     }
     require_simulated_host();
+    set_command_line(simulation.words);
     check_time_limit();
     leave_working_directory();
     output.set_colour(decide_colour(

@@ -12,7 +12,7 @@ std::string Command::name() const {
 
 bool Command::only_reads() const {
     constexpr std::string_view kReadingVerbs[] = {"list", "show", "stats", "info", "config-show"};
-    constexpr std::string_view kReadingNouns[] = {"metrics", "report", "version"};
+    constexpr std::string_view kReadingNouns[] = {"history", "metrics", "report", "version"};
     return *verb == '\0' ? std::ranges::find(kReadingNouns, noun) != std::end(kReadingNouns)
                          : std::ranges::find(kReadingVerbs, verb) != std::end(kReadingVerbs);
 }

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "change/port_steps.hpp"
+#include "change/transaction.hpp"
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
@@ -14,7 +16,6 @@
 #include "output/output.hpp"
 #include "settings/change_report.hpp"
 #include "settings/configuration_lock.hpp"
-#include "settings/interface_records.hpp"
 #include "settings/port_driver.hpp"
 #include "settings/port_settings.hpp"
 
@@ -32,14 +33,18 @@ void check_forced_link(std::span<const Change> changes, const PortSettings& sett
     }
 }
 
-bool is_saved(const ChangeLine& line) { return !line.refused && *line.setting->saved_as != '\0'; }
-
-// What is applied stays applied, so a failure must not hide it.
-void save_interface(const std::string& interface, ChangeReport& report) {
-    try {
-        record_interface(interface);
-    } catch (const Failure& failure) {
-        report.add_unsaved(failure.what());
+// Through the journal of changes, so that "kxctl revert" takes it back.
+void apply(const PortTarget& target, ChangeReport& report) {
+    const std::vector<Step> steps = port_steps(0, report.lines(), target.record().settings);
+    if (std::ranges::none_of(steps, &Step::is_wanted)) {
+        return;
+    }
+    const ChangeOutcome outcome =
+        run_change({step_target(target.identity())}, steps, {.keep_going = true});
+    take_refusals(report.lines(), outcome.steps);
+    // What is applied stays applied, so a failure must not hide it.
+    for (const std::string& failure : outcome.unsaved) {
+        report.add_unsaved(failure);
     }
 }
 
@@ -65,12 +70,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
         return report.tell_result(output, &port.settings);
     }
     target.check_before_change();
-    // SetPortParam would look for the number in a list of its own, in which it may be another port.
-    wanted.port_instance = target.instance();
-    driver.apply(report.lines(), wanted);
-    if (std::ranges::any_of(report.lines(), is_saved)) {
-        save_interface(target.interface(), report);
-    }
+    apply(target, report);
     const PortInfo after = target.read_again();
     return report.tell_result(output, &after.settings);
 }

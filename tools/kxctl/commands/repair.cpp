@@ -7,19 +7,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string>
-#include <string_view>
 
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "files/directory_lock.hpp"
+#include "files/end_of_links.hpp"
 #include "output/output.hpp"
 #include "output/table.hpp"
 #include "settings/configuration_lock.hpp"
@@ -96,21 +93,6 @@ std::string leftovers_of(const Names& names) {
         }
     }
     return text.empty() ? "" : text + " left behind; the next rewrite replaces them";
-}
-
-// When the file is a symbolic link, the library keeps the link and rewrites the file at the end of
-// the links, which may be absent.
-std::string end_of_links(std::filesystem::path path) {
-    constexpr int kMostLinks = 40;  // as many as the kernel follows
-    std::array<char, PATH_MAX> text;
-    for (int links = 0; links <= kMostLinks; ++links) {
-        const ssize_t length = readlink(path.c_str(), text.data(), text.size());
-        if (length < 0) {
-            return path;
-        }
-        path = path.parent_path() / std::string_view(text.data(), static_cast<size_t>(length));
-    }
-    throw failure_of_file(path.string() + " cannot be looked up", ELOOP);
 }
 
 Finding repair(const std::string& path) {

@@ -12,6 +12,7 @@
 #include "cli/numbers.hpp"
 #include "failure/failure.hpp"
 #include "files/digest.hpp"
+#include "files/signals_held.hpp"
 #include "files/whole_file.hpp"
 #include "flash/change_report.hpp"
 #include "flash/rewrite.hpp"

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "files/digest.hpp"
+#include "files/signals_held.hpp"
 #include "output/printable.hpp"
 
 namespace kx::ctl {

@@ -78,17 +78,6 @@ void read_back(const FlashCard& card, const SectorContent& content, const std::s
 
 }  // namespace
 
-SignalsHeld::SignalsHeld() {
-    sigset_t held;
-    sigemptyset(&held);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
-        sigaddset(&held, signal);
-    }
-    sigprocmask(SIG_BLOCK, &held, &before_);
-}
-
-SignalsHeld::~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-
 std::vector<Range> SectorContent::sectors() const {
     std::vector<Range> all;
     for (std::uint32_t at = range.begin; at < range.end; at += sector_size) {

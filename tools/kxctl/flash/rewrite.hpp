@@ -1,7 +1,6 @@
 // Gives sectors of a flash a new content, and reads it back.
 #pragma once
 
-#include <csignal>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -11,18 +10,6 @@
 #include "flash/layout.hpp"
 
 namespace kx::ctl {
-
-// A partly written flash cannot boot, so signals that end the process wait while this exists.
-class SignalsHeld {
-public:
-    SignalsHeld();
-    ~SignalsHeld();
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-
-private:
-    sigset_t before_;
-};
 
 // The content of a range of whole sectors.
 struct SectorContent {

@@ -1,17 +1,13 @@
 #include "flash/transaction.hpp"
 
-#include <fmt/chrono.h>
 #include <fmt/core.h>
-#include <pwd.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <ctime>
 #include <stdexcept>
 
 #include "files/digest.hpp"
 #include "files/whole_file.hpp"
+#include "library/caller.hpp"
 #include "library/library_version.hpp"
 #include "library/record_text.hpp"
 #include "output/printable.hpp"
@@ -26,15 +22,6 @@ constexpr std::size_t kMostContentBytes = std::size_t{1} << 24U;  // a whole fla
 // The name of an adapter in the journal: its serial number, or its location when that is unknown.
 std::string subject_of(const FlashCard& card) {
     return card.serial().empty() ? "location-" + card.full_location() : "serial-" + card.serial();
-}
-
-// The user who runs kxctl; for sudo the user who called it.
-std::string user_name() {
-    if (const char* const caller = std::getenv("SUDO_USER"); caller != nullptr) {
-        return caller;
-    }
-    const passwd* const user = getpwuid(getuid());
-    return user != nullptr ? user->pw_name : fmt::format("{}", getuid());
 }
 
 std::span<const std::uint8_t> bytes_of(std::string_view text) {
@@ -156,7 +143,7 @@ void open_change(
     const Journal& journal, FlashRecord& record, std::span<const std::uint8_t> old_bytes,
     std::span<const std::uint8_t> new_bytes) {
     record.number = journal.next_number();
-    record.started = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+    record.started = time_text();
     record.user = user_name();
     record.kxctl_version = KXCTL_VERSION;
     record.library_version = query_version().text();

@@ -29,6 +29,9 @@ public:
     // The library's record of the port.
     [[nodiscard]] const Port& record() const { return record_; }
 
+    // What the kernel says about the interface.
+    [[nodiscard]] const HostInterface& identity() const { return identity_; }
+
     // The first members of every answer: location, instance, interface and MAC.
     [[nodiscard]] Json json() const;
 

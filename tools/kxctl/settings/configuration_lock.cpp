@@ -11,6 +11,7 @@
 #include "cli/numbers.hpp"
 #include "failure/failure.hpp"
 #include "output/standard_streams.hpp"
+#include "settings/open_change.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -69,9 +70,13 @@ ConfigurationLock::ConfigurationLock(Purpose purpose, LockTimeout timeout)
 std::optional<ConfigurationLock> lock_for_change(
     const Arguments& arguments, const std::optional<std::string>& missing) {
     const LockTimeout timeout = lock_timeout_option(arguments);
-    return arguments.has("--dry-run") || missing
-               ? std::nullopt
-               : std::optional(ConfigurationLock(ConfigurationLock::Purpose::kWrite, timeout));
+    if (arguments.has("--dry-run") || missing) {
+        return std::nullopt;
+    }
+    std::optional<ConfigurationLock> lock(
+        std::in_place, ConfigurationLock::Purpose::kWrite, timeout);
+    refuse_open_change();
+    return lock;
 }
 
 std::vector<Argument> with_lock_options(std::vector<Argument> arguments) {

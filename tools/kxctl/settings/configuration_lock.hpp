@@ -34,7 +34,8 @@ private:
 };
 
 // The lock of a command that changes settings, unless it changes nothing: it only plans
-// (--dry-run), or lacks the privilege. missing: what it lacks.
+// (--dry-run), or lacks the privilege. missing: what it lacks. Throws Failure (kBusy) also when an
+// earlier change is not finished or not confirmed.
 [[nodiscard]] std::optional<ConfigurationLock> lock_for_change(
     const Arguments& arguments, const std::optional<std::string>& missing);
 

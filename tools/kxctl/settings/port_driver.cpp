@@ -86,10 +86,6 @@ constexpr SpeedModes kSpeedModes[] = {
     {1000, SUPPORTED_1000baseT_Half | SUPPORTED_1000baseT_Full | SUPPORTED_1000baseKX_Full},
 };
 
-bool belongs_together(const Setting& one, const Setting& other) {
-    return one.setter == other.setter && one.reads == other.reads;
-}
-
 bool is_open(const ChangeLine& line) { return !line.refused && line.skipped.empty(); }
 
 }  // namespace
@@ -222,14 +218,14 @@ void PortDriver::apply(std::span<ChangeLine> lines, PortSettings& wanted) const 
         std::vector<ChangeLine*> group;
         std::uint32_t mask = 0;
         for (ChangeLine& line : lines) {
-            if (is_open(line) && belongs_together(*line.setting, first)) {
+            if (is_open(line) && set_together(*line.setting, first)) {
                 group.push_back(&line);
                 mask |= static_cast<std::uint32_t>(line.setting->change_bit);
             }
         }
         const bool begins = std::ranges::none_of(
             port_settings().first(static_cast<std::size_t>(&first - port_settings().data())),
-            [&](const Setting& earlier) { return belongs_together(earlier, first); });
+            [&](const Setting& earlier) { return set_together(earlier, first); });
         if (group.empty() || !begins) {
             continue;
         }

@@ -233,4 +233,8 @@ const Setting& leader_of(const Setting& setting) {
     return *std::ranges::find(kSettings, setting.change_bit, &Setting::change_bit);
 }
 
+bool set_together(const Setting& one, const Setting& other) {
+    return one.setter == other.setter && one.reads == other.reads;
+}
+
 }  // namespace kx::ctl

@@ -22,4 +22,7 @@ namespace kx::ctl {
 // speed and duplex are with auto-negotiation.
 [[nodiscard]] const Setting& leader_of(const Setting& setting);
 
+// Whether one call of a setter sets both.
+[[nodiscard]] bool set_together(const Setting& one, const Setting& other);
+
 }  // namespace kx::ctl
