@@ -5,6 +5,7 @@
 #include <kxsim/host.hpp>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <filesystem>
@@ -46,13 +47,13 @@ public:
         if (address > size || bytes.size() > size - address) {
             throw std::invalid_argument("bytes past the end of " + path_);
         }
-        std::string content = read(0, std::max(address, held()));
-        content.resize(std::max(content.size(), address + bytes.size()), kErased);
-        content.replace(address, bytes.size(), bytes);
-        if (::pwrite(descriptor_, content.data(), content.size(), 0) !=
-            static_cast<ssize_t>(content.size())) {
-            fail_with_errno(path_);
+        for (std::size_t end = held(); end < address;) {
+            const std::string_view erased(kErasedBlock.data(), kErasedBlock.size());
+            const std::string_view part = erased.substr(0, address - end);
+            put(end, part);
+            end += part.size();
         }
+        put(address, bytes);
     }
 
     [[nodiscard]] std::string read(std::size_t address, std::size_t size) const {
@@ -64,6 +65,18 @@ public:
 
 private:
     static constexpr char kErased = '\xFF';
+    static constexpr auto kErasedBlock = [] {
+        std::array<char, 65536> block{};
+        block.fill(kErased);
+        return block;
+    }();
+
+    void put(std::size_t address, std::string_view bytes) const {
+        if (::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(address)) !=
+            static_cast<ssize_t>(bytes.size())) {
+            fail_with_errno(path_);
+        }
+    }
 
     // Bytes that the file has so far.
     [[nodiscard]] std::size_t held() const {
