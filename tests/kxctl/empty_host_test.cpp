@@ -65,6 +65,14 @@ TEST(HostWithADriverOnly, HasEmptyLists) {
     EXPECT_EQ(test::json_on(host, {"module", "list"}).at("modules").size(), 1U);
 }
 
+TEST(GuestWithVirtualFunctions, HasNoAdapter) {
+    kxsim::Host host;
+    kxsim::load_scenario(host, kxsim::find_scenario("guest-vfs-only"));
+    expect_list(host, {{"adapter", "list"}, "adapters", 0}, 0);
+    host.fail({.call = "opendir", .times = 0, .error = EIO, .object = "/sys/bus/pci/devices"});
+    EXPECT_EQ(test::run_on(host, {"adapter", "list"}).exit, 4) << "there may be one";
+}
+
 TEST(HostWithoutDriver, RefusesTheListsThatNeedIt) {
     kxsim::Host host;
     kxsim::load_scenario(host, kxsim::find_scenario("no-driver"));

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "failure/unread.hpp"
 #include "kxctl/process.hpp"
 #include "support/output.hpp"
 #include "support/scratch_directory.hpp"
@@ -19,6 +20,22 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+
+int output_of(const std::string& command) {
+    std::string output;
+    return BridgeUtils::getControl()->getOutput(command, output);
+}
+
+// A program that fails has answered.
+TEST(CommandRunner, TellsThatAnOutputIsMissing) {
+    static_cast<void>(kx::ctl::take_unread_reasons());
+    EXPECT_EQ(output_of("exit 1"), 1);
+    EXPECT_THAT(kx::ctl::take_unread_reasons(), testing::IsEmpty());
+    setenv("KXCTL_TIMEOUT", "1", 1);
+    EXPECT_EQ(output_of("sleep 20"), -1);
+    unsetenv("KXCTL_TIMEOUT");
+    EXPECT_THAT(kx::ctl::take_unread_reasons(), testing::ElementsAre("No output of: sleep 20"));
+}
 
 // A "zfabtool" of the test at the start of PATH.
 class Tool {

@@ -129,6 +129,17 @@ TEST(Incomplete, MakesWhatIsNotFoundAFailure) {
     EXPECT_THAT(result.err, HasSubstr("\nkxctl: /sys/bus/pci/devices: Input/output error\n"));
 }
 
+TEST(Incomplete, ParametersOfOtherCardsAreNotMissing) {
+    kxsim::Host host;
+    kxsim::load_scenario(host, kxsim::find_scenario("lab"));
+    const Json whole = test::json_on(host, {"offload", "show", "04:00.4"});
+    host.fail({.call = "open", .times = 0, .error = EIO, .object = "/proc/sys/toe/toe1_tom/mss"});
+    EXPECT_EQ(test::json_on(host, {"offload", "show", "04:00.4"}), whole);
+    EXPECT_THAT(
+        test::json_on(host, {"offload", "show", "03:00.4"}, 4).at("incomplete"),
+        testing::SizeIs(1));
+}
+
 TEST(Incomplete, ProductDataWithAGapAreNotShown) {
     kxsim::Host host;
     kxsim::load_scenario(host, kxsim::find_scenario("lab"));

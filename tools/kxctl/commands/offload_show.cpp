@@ -34,6 +34,13 @@ bool has_unread(const char* key, int device) {
            is_unread(fmt::format("/parameters/{}", key));
 }
 
+// The library reads the parameters of all cards.
+void forget_other_engines(int device) {
+    forget_unread([own = fmt::format("/proc/sys/toe/toe{}_tom/", device)](std::string_view object) {
+        return object.starts_with("/proc/sys/toe/toe") && !object.starts_with(own);
+    });
+}
+
 }  // namespace
 
 void must_have_engine(const CardInfo& card) {
@@ -52,6 +59,7 @@ ExitCode show(const Arguments& arguments, Output& output) {
     const CardInfo& card = target.record();
     must_have_engine(card);
     const int device = device_of(target.ports());
+    forget_other_engines(device);
     if (card.params.state == kNoControlFiles) {
         check(KX_RESOURCE_UNAVAILABLE);
     }

@@ -62,6 +62,11 @@ bool is_unread(std::string_view ending) {
         notes().objects, [&](const std::string& object) { return object.ends_with(ending); });
 }
 
+void forget_unread(const std::function<bool(std::string_view object)>& is_of_others) {
+    std::erase_if(notes().objects, is_of_others);
+    std::erase_if(notes().reasons, is_of_others);  // they begin with the object
+}
+
 const std::vector<std::string>& unread_reasons() {
     add_lost();
     return notes().reasons;

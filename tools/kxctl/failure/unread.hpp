@@ -2,6 +2,7 @@
 // failure for most of it: their answer then lacks the data.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,9 @@ void note_missing(std::string_view what) noexcept;
 
 // Whether an object with this ending could not be read.
 [[nodiscard]] bool is_unread(std::string_view ending);
+
+// What the answer does not need after all.
+void forget_unread(const std::function<bool(std::string_view object)>& is_of_others);
 
 // "OBJECT: REASON" of each, in the order in which they were noted.
 [[nodiscard]] const std::vector<std::string>& unread_reasons();

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "failure/unread.hpp"
 #include "files/descriptor.hpp"
 #include "library/call.hpp"
 #include "library/child.hpp"
@@ -109,6 +110,9 @@ int BridgeUtils::getOutput(std::string command, std::string& output) {
     });
     if (status == 0) {
         kx::ctl::MachineStates::note_answer(command);
+    } else if (status == kNotRun) {
+        // The library takes it for a program that printed nothing.
+        kx::ctl::note_missing("No output of: " + command);
     }
     return status;
 }
