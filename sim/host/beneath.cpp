@@ -15,7 +15,7 @@
 namespace kxsim {
 namespace {
 
-constexpr int kDirectory = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kOpenDirectory = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // A place as a path that begins in its directory.
 std::string relative(std::string_view place) {
@@ -48,7 +48,7 @@ void remove_below(int directory, const std::string& name) {
         return;
     }
     const int reason = errno;
-    const kx::Descriptor below(::openat(directory, name.c_str(), kDirectory));
+    const kx::Descriptor below(::openat(directory, name.c_str(), kOpenDirectory));
     if (!below) {
         errno = reason;
         fail_with_errno(name);
@@ -78,7 +78,7 @@ kx::Descriptor open_by_steps(int top, std::string_view place, int flags, mode_t 
     std::string rest = relative(place);
     for (std::size_t end = rest.find('/'); end != rest.npos; end = rest.find('/')) {
         const int from = at ? at.get() : top;
-        at = kx::Descriptor(::openat(from, rest.substr(0, end).c_str(), kDirectory));
+        at = kx::Descriptor(::openat(from, rest.substr(0, end).c_str(), kOpenDirectory));
         if (!at) {
             return at;
         }
@@ -89,7 +89,7 @@ kx::Descriptor open_by_steps(int top, std::string_view place, int flags, mode_t 
 }
 
 Entry::Entry(int top, const std::string& place)
-    : directory(open_beneath(top, place.substr(0, place.rfind('/')), kDirectory)),
+    : directory(open_beneath(top, place.substr(0, place.rfind('/')), kOpenDirectory)),
       name(place.substr(place.rfind('/') + 1)) {}
 
 void remove_entry(const Entry& entry) {
