@@ -14,8 +14,11 @@ if ! command -v strace >/dev/null || ! strace -o /dev/null true 2>/dev/null; the
     echo 'Skipped: strace is not installed, or may not trace here.'
     exit 77
 fi
-counts=$(mktemp)
-trap 'rm -f "$counts"' EXIT
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+counts=$work/counts
+export TMPDIR=$work # kxsim looks at what other runs left in it
+export PATH=/usr/bin:/bin
 
 # made_by COMMAND...: the number of system calls on the host
 made_by() {

@@ -10,6 +10,9 @@ if ! command -v valgrind >/dev/null; then
     echo 'Skipped: valgrind is not installed, so instructions are not counted.'
     exit 77
 fi
+TMPDIR=$(mktemp -d) # kxsim looks at what other runs left in it
+export TMPDIR
+trap 'rm -rf "$TMPDIR"' EXIT
 counted=$(valgrind --tool=callgrind --callgrind-out-file=/dev/null "$@" 2>&1 |
     awk '/I +refs/ {gsub(",", "", $NF); print $NF}')
 echo "${1##*/} ${*:2}: ${counted:-0} instructions; at most $most"
