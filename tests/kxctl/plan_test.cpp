@@ -159,6 +159,10 @@ TEST_F(PlanCommand, APortThatDoesNotAnswerCannotBeNamed) {
                "[[port]]\nlocation = \"03:00.4\"\nport = 1\nmtu = 9000\n"),
         ":1:1: The driver of eth3 does not answer\n"
         ":4:1: The ports of 03:00.4 cannot be numbered: name an interface or a MAC\n");
+    EXPECT_EQ(
+        errors("[[port]]\nmatch = {chip = \"Q5\"}\nmtu = 9000\n"),
+        ":1:1: The driver of eth3 does not answer\n");
+    EXPECT_EQ(plan("[[port]]\nmatch = {interface = \"eth2\"}\nmtu = 9000\n").exit, 4);
 }
 
 TEST_F(PlanCommand, ALaterTableTurnsNegotiationOnAgain) {

@@ -21,12 +21,15 @@ bool fits(const std::string& pattern, const std::string& text) {
     return pattern.empty() || fnmatch(pattern.c_str(), text.c_str(), 0) == 0;
 }
 
+bool fits(const PortPatterns& patterns, const HostInterface& interface) {
+    return fits(patterns.interface, interface.name) &&
+           (fits(patterns.location, interface.location->text()) ||
+            fits(patterns.location, interface.location->full_text()));
+}
+
 bool fits(const PortPatterns& patterns, const HostPort& port) {
-    const PciLocation& location = *port.identity.location;
     return fits(patterns.chip, port.chip) && fits(patterns.model, port.model) &&
-           fits(patterns.interface, port.identity.name) &&
-           (fits(patterns.location, location.text()) ||
-            fits(patterns.location, location.full_text()));
+           fits(patterns, port.identity);
 }
 
 bool fits(const NamedPort& named, const HostPort& port) {
@@ -80,6 +83,7 @@ private:
                     found.push_back(i);
                 }
             }
+            check_silent(table);
             if (found.empty()) {
                 plan_.warnings.push_back(
                     file_.message(table.place, "No port has " + table.subject()));
@@ -102,6 +106,16 @@ private:
             found.clear();
         }
         return found;
+    }
+
+    // A port that does not answer may be one of those that are meant.
+    void check_silent(const PortTable& table) {
+        for (const HostInterface& silent : host_.silent) {
+            if (fits(*table.patterns, silent)) {
+                file_.add_error(
+                    table.place, fmt::format("The driver of {} does not answer", silent.name));
+            }
+        }
     }
 
     // Why a table does not name exactly one port.
