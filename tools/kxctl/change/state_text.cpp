@@ -35,8 +35,8 @@ std::string state_text(std::span<const HostPort> ports) {
         ++owners[port.mac()];
     }
     std::string text =
-        "# Port settings of this host. \"kxctl plan FILE\" shows what differs from them.\n"
-        "# kxctl-state(5) describes the file.\n";
+        "# Port settings of this host. \"kxctl plan FILE\" shows what differs from them,\n"
+        "# \"kxctl apply FILE\" sets it. kxctl-state(5) describes the file.\n";
     for (const HostPort& port : ports) {
         text += fmt::format("\n[[port]]  # {}\n", printable(port.text()));
         const bool has_mac = !port.mac().empty() && owners[port.mac()] == 1;

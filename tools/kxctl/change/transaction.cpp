@@ -13,6 +13,7 @@
 #include "failure/failure.hpp"
 #include "files/signals_held.hpp"
 #include "library/caller.hpp"
+#include "library/recording.hpp"
 #include "settings/open_change.hpp"
 
 namespace kx::ctl {
@@ -116,6 +117,9 @@ private:
     }
 
     void save() {
+        if (!options_.keep_going && take_unrecorded() != 0) {
+            throw Failure(ExitCode::kFailed, "Not every setting could be saved");
+        }
         for (std::size_t target = 0; target < ports_.size(); ++target) {
             try {
                 ports_[target].record_saved(steps_of(target));

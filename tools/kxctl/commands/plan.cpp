@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "change/rounded.hpp"
 #include "commands/commands.hpp"
 #include "library/record_text.hpp"
 #include "output/output.hpp"
@@ -24,8 +25,8 @@ Json steps_json(const Plan& plan) {
                  {"mac", text_or_null(port.port.mac())},
                  {"location", port.port.identity.location->text()},
                  {"key", line.setting->key},
-                 {"before", line.before ? Json(*line.before) : Json()},
-                 {"wanted", line.wanted},
+                 {"before", line.before ? line.setting->json_of(*line.before) : Json()},
+                 {"wanted", line.setting->json_of(line.wanted)},
                  {"line", port.places[i].line}});
         }
     }
@@ -54,8 +55,10 @@ ExitCode run(const Arguments& arguments, Output& output) {
     if (file.ports.empty()) {
         file.refuse_errors(output.wants_json());  // not TOML at all
     }
-    const Plan plan = make_plan(file, read_host_ports());
+    Plan plan = make_plan(file, read_host_ports());
     file.refuse_errors(output.wants_json());
+    const std::vector<std::string> rounded = leave_out_rounded(plan);
+    plan.warnings.insert(plan.warnings.end(), rounded.begin(), rounded.end());
     std::ranges::for_each(plan.warnings, complain);
     if (output.wants_json()) {
         output.json(Json{
@@ -70,8 +73,9 @@ ExitCode run(const Arguments& arguments, Output& output) {
 }
 
 constexpr char kAbout[] =
-    "Compares a state file with the ports of this host and prints what differs, port after port; "
-    "the port that carries your session is the last one. Changes nothing. Ends with 0 when "
+    "Compares a state file with the ports of this host and prints what \"kxctl apply\" would "
+    "change, port after port; the port that carries your session is the last one. A value that "
+    "the driver rounded before is left out. Changes nothing. Ends with 0 when "
     "nothing differs, with 4 when something does, and with 2 when the file has errors or wants "
     "what a driver cannot do; each error has a line with its place in the file.";
 
