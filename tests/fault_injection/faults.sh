@@ -39,7 +39,7 @@ run() {
 }
 
 status=0
-for program in fault_injection_failing_calls fault_injection_failing_machines fault_injection_failing_commands fault_injection_released kxctl_flash_cut kxctl_change_cut; do
+for program in fault_injection_failing_calls fault_injection_failing_machines fault_injection_failing_commands fault_injection_released kxctl_flash_cut kxctl_change_cut kxctl_apply_cut; do
     run "$program" || status=1
 done
 exit "$status"
