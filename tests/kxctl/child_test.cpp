@@ -1,5 +1,5 @@
 // Programs that are run for their output.
-#include "library/child.hpp"
+#include "cli/child.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

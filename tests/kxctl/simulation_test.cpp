@@ -116,6 +116,16 @@ TEST(SimulatedRun, ForAMachineLooksAtTheScenarioFirst) {
                         installation.kxctl().string() + "|-j|card|list|");
 }
 
+TEST(SimulatedRun, ForAMachineDoesNotWaitForever) {
+    const Installation installation;
+    installation.add_kxsim(".", "[ \"$5\" = true ] && sleep 30\nexit 0\n");
+    setenv("KXCTL_TIMEOUT", "1", 1);
+    const test::Result result = installation.run({"-j", "card", "list", "--sim"});
+    unsetenv("KXCTL_TIMEOUT");
+    EXPECT_EQ(result.exit, 1);
+    EXPECT_THAT(result.out, HasSubstr("The simulated host did not start within 1 seconds"));
+}
+
 TEST(SimulatedRun, FallsBackToTheSimulatorInThePath) {
     const Installation installation;
     const fs::path other = installation.add_kxsim("other", kTell);

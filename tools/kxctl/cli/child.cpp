@@ -1,4 +1,4 @@
-#include "library/child.hpp"
+#include "cli/child.hpp"
 
 #include <fcntl.h>
 #include <fmt/core.h>
@@ -25,7 +25,7 @@ constexpr int kNoChild = -1;
 constexpr std::chrono::milliseconds kWaitStep{5};  // while a program without output goes on
 
 // With no signal ignored. The process id, or kNoChild.
-pid_t spawn(std::vector<std::string>& words, const Descriptor& out) {
+pid_t spawn(std::vector<std::string>& words, const Descriptor& out, int stream) {
     sigset_t defaults;
     sigemptyset(&defaults);
     sigaddset(&defaults, SIGPIPE);
@@ -36,7 +36,7 @@ pid_t spawn(std::vector<std::string>& words, const Descriptor& out) {
     posix_spawnattr_setpgroup(&attributes, 0);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out.get(), STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out.get(), stream);
     pid_t child = kNoChild;
     const int reason = posix_spawnp(
         &child, words[0].c_str(), &actions, &attributes, argument_vector(words).data(), environ);
@@ -94,14 +94,15 @@ void kill_group(pid_t child) {
 }  // namespace
 
 int run_child(
-    std::vector<std::string> words, const ChildReader& read, std::chrono::milliseconds limit) {
+    std::vector<std::string> words, const ChildReader& read, std::chrono::milliseconds limit,
+    int stream) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return kNoChild;
     }
     Descriptor in(ends[0]);
     Descriptor out(ends[1]);
-    const pid_t child = spawn(words, out);
+    const pid_t child = spawn(words, out, stream);
     if (child == kNoChild) {
         return kNoChild;
     }

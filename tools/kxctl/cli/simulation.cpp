@@ -1,24 +1,24 @@
 #include "cli/simulation.hpp"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
 
 #include "cli/argument_vector.hpp"
+#include "cli/child.hpp"
 #include "cli/command.hpp"
 #include "cli/command_line.hpp"
 #include "cli/plural.hpp"
+#include "cli/time_limit.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
 #include "output/standard_streams.hpp"
@@ -59,32 +59,26 @@ std::string simulator_path(const std::filesystem::path& own) {
 }
 
 // The message of a failed program on standard error; nothing when it succeeded or could not be run.
-std::string complaint_of(std::vector<std::string> line) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return "";
-    }
-    const Descriptor in(ends[0]);
-    Descriptor out(ends[1]);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out.get(), STDERR_FILENO);
-    pid_t child = -1;
-    const int reason = posix_spawnp(
-        &child, line[0].c_str(), &actions, nullptr, argument_vector(line).data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    out.reset();
-    if (reason != 0) {
-        return "";
-    }
+// One that is stopped after the time limit is a failure of its own.
+std::string complaint_of(const std::vector<std::string>& line) {
+    const auto deadline = std::chrono::steady_clock::now() + time_limit();
     std::string text;
-    std::array<char, 512> chunk;
-    for (ssize_t got; (got = read(in.get(), chunk.data(), chunk.size())) > 0;) {
-        text.append(chunk.data(), static_cast<std::size_t>(got));
+    const int status = run_child(
+        line,
+        [&text](const Descriptor& in) {
+            std::array<char, 512> chunk;
+            const ssize_t got = read(in.get(), chunk.data(), chunk.size());
+            text.append(chunk.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+            return got >= 0 || errno == EINTR;
+        },
+        time_limit(), STDERR_FILENO);
+    if (status < 0 && std::chrono::steady_clock::now() >= deadline) {
+        throw Failure(
+            ExitCode::kFailed,
+            fmt::format(
+                "The simulated host did not start within {} seconds", time_limit().count()));
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? "" : text;
+    return status == 0 ? "" : text;
 }
 
 // The simulator prints mistakes of a scenario for people. With --json kxctl must report them like

@@ -1,4 +1,4 @@
-#include "library/time_limit.hpp"
+#include "cli/time_limit.hpp"
 
 #include <fmt/core.h>
 

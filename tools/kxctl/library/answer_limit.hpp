@@ -10,8 +10,8 @@
 #include <mutex>
 #include <thread>
 
+#include "cli/time_limit.hpp"
 #include "failure/failure.hpp"
-#include "library/time_limit.hpp"
 
 namespace kx::ctl {
 

@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "cli/child.hpp"
 #include "failure/unread.hpp"
 #include "files/descriptor.hpp"
 #include "library/call.hpp"
-#include "library/child.hpp"
 #include "library/machine_states.hpp"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "library/child.hpp"
+#include "cli/child.hpp"
 
 namespace kx::ctl {
 namespace {
