@@ -188,6 +188,8 @@ bool can_put_back(const Step& step, std::span<Step* const> steps) {
     return autoneg != steps.end() && (*autoneg)->before == 0;
 }
 
+bool is_lasting(const Step& step) { return setting_of_step(step).form != Form::kAction; }
+
 bool differs(const Step& step, bool exact) {
     if (!step.is_wanted() || step.now.is_null() || step.now == step.wanted) {
         return false;

@@ -64,6 +64,9 @@ private:
 // then: the link chooses speed and duplex while auto-negotiation is on. steps: all of the port.
 [[nodiscard]] bool can_put_back(const Step& step, std::span<Step* const> steps);
 
+// Whether a step sets a value that stays; an action has none.
+[[nodiscard]] bool is_lasting(const Step& step);
+
 // Whether a step ended with another value than the one that was wanted. A number that the driver
 // rounded is another value only when `exact`.
 [[nodiscard]] bool differs(const Step& step, bool exact);

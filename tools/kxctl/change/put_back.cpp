@@ -34,8 +34,7 @@ void put_port_back(
     port.check();
     port.put_back(steps);
     for (const Step* const step : steps) {
-        const bool is_action = !port_setting(step->key).is_shown() && step->key != "advertise";
-        const bool unknown = step->is_wanted() && step->before.is_null() && !is_action;
+        const bool unknown = step->is_wanted() && step->before.is_null() && is_lasting(*step);
         if (unknown || (can_put_back(*step, steps) && step->now != step->before)) {
             left.push_back(left_text(target, *step));
         }

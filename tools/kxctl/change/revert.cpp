@@ -177,6 +177,21 @@ Reverted revert_done(const ChangeEntry& entry, bool force) {
     return report_of(done, now.steps, files, std::move(left));
 }
 
+std::optional<Reverted> revert_at_start() {
+    const auto entry = open_entry();
+    if (!entry) {
+        return std::nullopt;
+    }
+    const bool waits = entry->state == kWaiting && entry->record->boot_id == boot_id();
+    if (waits) {
+        refuse_open_change();
+    }
+    return revert_open(
+        *entry, false,
+        entry->state == kWaiting ? "not confirmed before the machine started again"
+                                 : "not finished before the machine started again");
+}
+
 std::vector<std::string> states_of(const std::vector<ChangeEntry>& entries) {
     std::set<unsigned> undone;
     std::vector<std::string> states;

@@ -34,6 +34,11 @@ struct Reverted {
 // something was changed since, unless `force`.
 [[nodiscard]] Reverted revert_done(const ChangeEntry& entry, bool force);
 
+// For the start of the machine: take back the change that was not finished, or not confirmed before
+// the machine started; nothing when there is none. Throws Failure (kBusy) when it waits since this
+// start.
+[[nodiscard]] std::optional<Reverted> revert_at_start();
+
 // The state of each entry for people: a change that a later one took back is "reverted". Entries
 // are those of change_entries().
 [[nodiscard]] std::vector<std::string> states_of(const std::vector<ChangeEntry>& entries);

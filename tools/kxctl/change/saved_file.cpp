@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 
 #include "files/descriptor.hpp"
@@ -105,6 +106,20 @@ SavedFile copy_file(const std::string& path) {
     saved.group = status.st_gid;
     saved.bytes.assign(bytes.begin(), bytes.end());
     return saved;
+}
+
+void flush_file(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file ? fsync(file.get()) != 0 : errno != ENOENT && errno != ENOTDIR) {
+        throw file_failure(path, errno);
+    }
+    const std::string parent = std::filesystem::path(path).parent_path();
+    const Descriptor directory(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const bool flushed = directory ? fsync(directory.get()) == 0 || errno == EINVAL
+                                   : errno == ENOENT || errno == ENOTDIR;
+    if (!flushed) {
+        throw file_failure(parent, errno);
+    }
 }
 
 void put_file_back(const SavedFile& file) {

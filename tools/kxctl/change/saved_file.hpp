@@ -25,6 +25,9 @@ struct SavedFile {
 // The file as it is now. Throws Failure when it cannot be read.
 [[nodiscard]] SavedFile copy_file(const std::string& path);
 
+// The file and its name are on the disk when this returns. Throws Failure.
+void flush_file(const std::string& path);
+
 // Gives the file the content, mode and owner of the copy, or removes it; flushed to the disk.
 // Throws Failure, and the file is as it was then.
 void put_file_back(const SavedFile& file);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "change/confirm_timer.hpp"
 #include "change/port_steps.hpp"
 #include "change/put_back.hpp"
 #include "change/record.hpp"
@@ -39,8 +40,14 @@ public:
         try {
             journal_.lock();
             refuse_open_change();
+            if (options.confirm_within > 0) {
+                check_confirmable();
+            }
             record_.files = copies_of(port_setting_files());
             open_record(journal_, record_);
+            if (options.confirm_within > 0) {
+                start_timer();
+            }
         } catch (const Failure& failure) {
             throw with_remark(failure, "nothing was changed");
         }
@@ -57,10 +64,39 @@ public:
             options_.keep_going ? close_after(failure) : take_back(failure);
         }
         finish();
-        return {record_.number, record_.steps, unsaved_};
+        return {record_.number, waits(), record_.steps, unsaved_};
     }
 
 private:
+    // A change that was refused as a whole has nothing to confirm.
+    [[nodiscard]] bool waits() const {
+        return options_.confirm_within > 0 &&
+               std::ranges::any_of(record_.steps, [](const Step& step) {
+                   return step.is_wanted() && !step.refused;
+               });
+    }
+
+    // Nobody may have to confirm what cannot be taken back.
+    void check_confirmable() const {
+        for (const Step& step : record_.steps) {
+            if (step.is_wanted() && step.before.is_null() && is_lasting(step)) {
+                throw Failure(
+                    ExitCode::kNotSupported,
+                    fmt::format("{} cannot be taken back: its value is not known", step.key));
+            }
+        }
+    }
+
+    void start_timer() {
+        try {
+            start_confirm_timer(record_.number, options_.confirm_within);
+        } catch (const Failure& failure) {
+            write_end(failure.what());
+            close_record(journal_, record_.number, kReverted);
+            throw;
+        }
+    }
+
     // The steps of one target, all or the wanted ones.
     std::vector<Step*> steps_of(std::size_t target) {
         std::vector<Step*> steps;
@@ -136,8 +172,9 @@ private:
         for (std::size_t target = 0; target < ports_.size(); ++target) {
             ports_[target].read_back(steps_of(target));
         }
-        write_result(
-            journal_, record_.steps, {time_text(), remark, copies_of(port_setting_files())});
+        const std::vector<std::string> files = port_setting_files();
+        std::ranges::for_each(files, flush_file);
+        write_result(journal_, record_.steps, {time_text(), remark, copies_of(files)});
     }
 
     void finish() {
@@ -147,7 +184,7 @@ private:
             });
         try {
             write_end("");
-            if (options_.confirm_within == 0) {
+            if (!waits()) {
                 close_record(journal_, record_.number, whole ? kApplied : kPartly);
             }
         } catch (const Failure& failure) {

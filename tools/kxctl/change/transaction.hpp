@@ -17,6 +17,7 @@ struct ChangeOptions {
 
 struct ChangeOutcome {
     unsigned number = 0;
+    bool waits = false;                     // for "kxctl confirm"
     std::vector<Step> steps = {};           // with the values read back, and what was refused
     std::vector<std::string> unsaved = {};  // why it is not recorded which port an interface was
 };

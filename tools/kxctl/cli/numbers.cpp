@@ -2,7 +2,9 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <string>
 
 #include "failure/failure.hpp"
@@ -40,6 +42,14 @@ std::uint64_t parse_count(const std::string& word) {
     return *count;
 }
 
+struct TimeUnit {
+    std::string_view name;
+    double seconds;
+};
+
+constexpr TimeUnit kTimeUnits[] = {{"", 1},     {"s", 1},    {"m", 60},
+                                   {"min", 60}, {"h", 3600}, {"d", 86400}};
+
 }  // namespace
 
 std::uint32_t port_number(const std::string& word) {
@@ -61,6 +71,22 @@ std::size_t number_option(const Arguments& arguments, const std::string& option,
 
 std::chrono::nanoseconds seconds_option(const Arguments& arguments, const std::string& option) {
     return parse_seconds(option, arguments.get(option));
+}
+
+double time_option(const Arguments& arguments, const std::string& option) {
+    const std::string word = arguments.get(option);
+    double number = 0;
+    const char* const end = word.data() + word.size();
+    const auto [rest, error] = std::from_chars(word.data(), end, number);
+    const auto* const unit = std::ranges::find(
+        kTimeUnits, std::string_view(rest, static_cast<std::size_t>(end - rest)), &TimeUnit::name);
+    const bool known = error == std::errc() && unit != std::end(kTimeUnits);
+    const double seconds = known ? number * unit->seconds : 0;
+    if (!(seconds >= 1 && seconds <= kLongestInterval)) {
+        refuse_usage(fmt::format(
+            "{} {}: expected a time from 1s to 1d, such as 90s, 5min or 1h", option, word));
+    }
+    return seconds;
 }
 
 std::optional<Watch> watch_option(const Arguments& arguments) {

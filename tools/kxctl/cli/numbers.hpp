@@ -23,6 +23,10 @@ namespace kx::ctl {
 [[nodiscard]] std::chrono::nanoseconds seconds_option(
     const Arguments& arguments, const std::string& option);
 
+// The value of a given option as a time: "90", "90s", "5min" or "1h", 1 second to 1 day. In
+// seconds.
+[[nodiscard]] double time_option(const Arguments& arguments, const std::string& option);
+
 // How a command repeats its output.
 struct Watch {
     std::chrono::nanoseconds interval;

@@ -8,12 +8,14 @@
 
 #include "change/port_steps.hpp"
 #include "change/transaction.hpp"
+#include "cli/numbers.hpp"
 #include "commands/commands.hpp"
 #include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/target.hpp"
 #include "output/output.hpp"
+#include "output/standard_streams.hpp"
 #include "settings/change_report.hpp"
 #include "settings/configuration_lock.hpp"
 #include "settings/port_driver.hpp"
@@ -21,6 +23,12 @@
 
 namespace kx::ctl::port {
 namespace {
+
+const Argument kConfirmWithin{
+    .name = "--confirm-within",
+    .help = "Take the change back unless \"kxctl confirm\" comes within this time (90s, 5min, 1h)",
+    .value = "TIME",
+};
 
 // With auto-negotiation on, the library ignores speed and duplex and reports nothing.
 void check_forced_link(std::span<const Change> changes, const PortSettings& settings) {
@@ -34,13 +42,19 @@ void check_forced_link(std::span<const Change> changes, const PortSettings& sett
 }
 
 // Through the journal of changes, so that "kxctl revert" takes it back.
-void apply(const PortTarget& target, ChangeReport& report) {
+void apply(const PortTarget& target, ChangeReport& report, double confirm_within) {
     const std::vector<Step> steps = port_steps(0, report.lines(), target.record().settings);
     if (std::ranges::none_of(steps, &Step::is_wanted)) {
         return;
     }
-    const ChangeOutcome outcome =
-        run_change({step_target(target.identity())}, steps, {.keep_going = true});
+    const ChangeOutcome outcome = run_change(
+        {step_target(target.identity())}, steps,
+        {.keep_going = true, .confirm_within = confirm_within});
+    if (outcome.waits) {
+        complain(fmt::format(
+            "change {} is taken back in {} seconds unless \"kxctl confirm\" keeps it",
+            outcome.number, confirm_within));
+    }
     take_refusals(report.lines(), outcome.steps);
     // What is applied stays applied, so a failure must not hide it.
     for (const std::string& failure : outcome.unsaved) {
@@ -50,6 +64,8 @@ void apply(const PortTarget& target, ChangeReport& report) {
 
 ExitCode set(const Arguments& arguments, Output& output) {
     const std::vector<Change> changes = parse_changes(port_settings(), arguments.all("KEY=VALUE"));
+    const double confirm_within =
+        arguments.has("--confirm-within") ? time_option(arguments, "--confirm-within") : 0;
     const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
     const auto lock = lock_for_change(arguments, missing);
     const PortTarget target(arguments);
@@ -70,7 +86,7 @@ ExitCode set(const Arguments& arguments, Output& output) {
         return report.tell_result(output, &port.settings);
     }
     target.check_before_change();
-    apply(target, report);
+    apply(target, report, confirm_within);
     const PortInfo after = target.read_again();
     return report.tell_result(output, &after.settings);
 }
@@ -86,7 +102,7 @@ std::vector<Command> set_rows() {
                 "as read back. A setting that fails does not stop the others; each failure has "
                 "its own line. Applied settings are saved; \"kxctl restore\" applies them again "
                 "after a reboot.",
-            .arguments = with_lock_options({kPortOrCard, kPort, kChanges, kDryRun}),
+            .arguments = with_lock_options({kPortOrCard, kPort, kChanges, kDryRun, kConfirmWithin}),
             .examples =
                 {"kxctl port set 03:00.4 1 mtu=9000 tso=on",
                  "kxctl --sim port set 03:00.4 1 autoneg=off speed=1000 duplex=full --dry-run"},

@@ -12,6 +12,7 @@
 #include <optional>
 #include <span>
 
+#include "change/revert.hpp"
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
@@ -211,7 +212,26 @@ std::vector<ChangeLine> changes_of(const Restorer& restorer) {
     return {restorer.lines.begin(), restorer.lines.end()};
 }
 
-void tell_json(Output& output, const std::string& path, const Restorer& restorer) {
+Json json_of_revert(const std::optional<Reverted>& reverted) {
+    return reverted ? Json{{"number", reverted->number},
+                           {"command", reverted->command},
+                           {"failures", reverted->left}}
+                    : Json();
+}
+
+void tell_revert(const std::optional<Reverted>& reverted) {
+    if (!reverted) {
+        return;
+    }
+    std::ranges::for_each(reverted->left, complain);
+    complain(fmt::format(
+        "change {} ({}) was not finished or not confirmed and is {}", reverted->number,
+        reverted->command, reverted->left.empty() ? "taken back" : "not taken back completely"));
+}
+
+void tell_json(
+    Output& output, const std::string& path, const Restorer& restorer,
+    const std::optional<Reverted>& reverted) {
     Json settings = Json::array();
     for (const SavedLine& line : restorer.lines) {
         const std::string reason = reason_of(line);
@@ -233,7 +253,8 @@ void tell_json(Output& output, const std::string& path, const Restorer& restorer
         {"file", path},
         {"changed", has_changed(changes_of(restorer))},
         {"settings", settings},
-        {"damaged", damaged}});
+        {"damaged", damaged},
+        {"reverted_change", json_of_revert(reverted)}});
 }
 
 void tell_people(Output& output, const Restorer& restorer) {
@@ -275,12 +296,14 @@ ExitCode run(const Arguments& arguments, Output& output) {
     const std::string path = arguments.get("FILE", KX_PORT_PARAMETER_FILE);
     const ConfigurationLock lock(ConfigurationLock::Purpose::kRead, lock_timeout_option(arguments));
     const auto missing = missing_privilege(Privilege::kNetworkAdmin, read_security_context());
+    // Before the saved settings are read: the change may have written some of them.
+    const std::optional<Reverted> reverted = missing ? std::nullopt : revert_at_start();
     const InterfaceRecords records = read_interface_records();
     const Restorer restorer(
         parse_saved_settings(read_file(path, arguments.has("FILE"))), records, missing,
         arguments.has("--force"));
     if (output.wants_json()) {
-        tell_json(output, path, restorer);
+        tell_json(output, path, restorer, reverted);
     } else {
         tell_people(output, restorer);
     }
@@ -290,8 +313,10 @@ ExitCode run(const Arguments& arguments, Output& output) {
     for (const DamagedLine& line : records.damaged) {
         complain(fmt::format("{}:{}: {}", kInterfaceRecordFile, line.line, line.reason));
     }
+    tell_revert(reverted);
     const ExitCode code = verdict(restorer, missing);
-    return code == ExitCode::kDone && !records.damaged.empty() ? ExitCode::kPartly : code;
+    const bool whole = records.damaged.empty() && (!reverted || reverted->left.empty());
+    return code == ExitCode::kDone && !whole ? ExitCode::kPartly : code;
 }
 
 std::vector<Command> rows() {
@@ -300,7 +325,8 @@ std::vector<Command> rows() {
             .noun = "restore",
             .verb = "",
             .help = "Apply the saved port settings again",
-            .about = "Reads " KX_PORT_PARAMETER_FILE
+            .about = "First takes back a change that was not finished, or not confirmed before the "
+                     "machine started (see \"kxctl revert\"). Then reads " KX_PORT_PARAMETER_FILE
                      " and reports for each saved setting whether it was applied, was so already "
                      "(unchanged), reads back differently (differs), was refused, or was skipped: "
                      "its interface is missing, or is another port than the one whose settings "

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "change/confirm_timer.hpp"
 #include "change/put_back.hpp"
 #include "change/record.hpp"
 #include "change/revert.hpp"
@@ -116,7 +117,22 @@ void need_privilege() {
     }
 }
 
+// For the timer of a change: by then it may be confirmed, or taken back.
+ExitCode run_unconfirmed(const Arguments& arguments, Output& output) {
+    const unsigned number = number_of_change(arguments);
+    const ConfigurationLock lock(
+        ConfigurationLock::Purpose::kWrite, lock_timeout_option(arguments));
+    const auto entry = open_entry();
+    if (number == 0 || !entry || entry->number != number) {
+        throw Failure(ExitCode::kNotFound, fmt::format("Change {} does not wait", number));
+    }
+    return tell(revert_open(*entry, false, "not confirmed in time"), output);
+}
+
 ExitCode run(const Arguments& arguments, Output& output) {
+    if (arguments.has("--unconfirmed")) {
+        return run_unconfirmed(arguments, output);
+    }
     const unsigned number = number_of_change(arguments);
     const bool force = arguments.has("--force");
     const LockTimeout timeout = lock_timeout_option(arguments);
@@ -152,6 +168,7 @@ ExitCode confirm(const Arguments& arguments, Output& output) {
     const bool whole = std::ranges::none_of(
         entry->record->steps, [](const Step& step) { return step.refused.has_value(); });
     close_record(journal, entry->number, whole ? kApplied : kPartly);
+    stop_confirm_timer(entry->number);
     if (output.wants_json()) {
         output.json(Json{
             {"number", entry->number}, {"command", entry->record->command}, {"changed", true}});
@@ -179,6 +196,9 @@ std::vector<Command> rows() {
                 "done (exit status 5). What cannot be put back has its own line (exit status 4).",
             .arguments = with_lock_options(
                 {change,
+                 {.name = "--unconfirmed",
+                  .help = "Only a change ID that still waits to be confirmed, or is not finished "
+                          "(what the timer of --confirm-within runs)"},
                  {.name = "--force",
                   .help = "Also put back what was changed since, and end an unfinished change of "
                           "which something cannot be put back"}}),
@@ -189,7 +209,9 @@ std::vector<Command> rows() {
             .noun = "confirm",
             .verb = "",
             .help = "Keep a change that waits to be confirmed",
-            .about = "Keeps the settings of a change that would otherwise be taken back.",
+            .about = "Keeps the settings that \"kxctl port set --confirm-within TIME\" would "
+                     "otherwise take back at the end of the time, or at the next start of the "
+                     "machine.",
             .arguments = with_lock_options({change}),
             .examples = {"kxctl confirm", "kxctl confirm 17 --json"},
             .run = confirm,
