@@ -290,6 +290,7 @@ protected:
             __FILE__, __LINE__,
             GetParam()->name() + ": " + test::describe(failure, position.nth) + " " +
                 rule.struck());
+        EXPECT_TRUE(position.nth > 1 || rule.fired() > 0) << "the first call does not fail";
         const bool unseen = is_unseen(*GetParam(), failure, rule.struck());
         judge(result, unseen);
         const bool done = result.exit == undisturbed_.exit;
