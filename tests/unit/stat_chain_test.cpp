@@ -55,7 +55,7 @@ TEST(StatChain, OverwritesAnExistingChainAndEndsWithIt) {
     Chain chain({{"a", 1}, {"b", 2}});
     StatEntry* const first = chain.first;
     StatChain writer(&chain.first);
-    for (const uint64_t value : {7, 8}) {
+    for (const uint64_t value : {uint64_t{7}, uint64_t{8}}) {
         StatEntry* const entry = writer.next();
         ASSERT_NE(entry, nullptr);
         EXPECT_EQ(kx::field_text(entry->name), "");

@@ -17,12 +17,16 @@ HEADER_DIRECTORY = "/kxlinhw"
 BASE_TYPES = {
     "char": "ctypes.c_char",
     "signed char": "ctypes.c_int8",
+    "short": "ctypes.c_int16",  # so clang calls it
     "short int": "ctypes.c_int16",
     "int": "ctypes.c_int32",
+    "long": "ctypes.c_int64",
     "long int": "ctypes.c_int64",
     "unsigned char": "ctypes.c_uint8",
+    "unsigned short": "ctypes.c_uint16",
     "short unsigned int": "ctypes.c_uint16",
     "unsigned int": "ctypes.c_uint32",
+    "unsigned long": "ctypes.c_uint64",
     "long unsigned int": "ctypes.c_uint64",
 }
 RECORDS = {"structure_type": "ctypes.Structure", "union_type": "ctypes.Union"}
@@ -74,18 +78,24 @@ def read_entries(dump):
     entries = {}
     parents = {}
     entry = None
+    pointer_size = "8"
     for line in dump.splitlines():
         head = re.match(r"\s*<(\d+)><([0-9a-f]+)>: Abbrev Number: \d+ \(DW_TAG_(\w+)\)", line)
         attribute = re.match(r"\s*<[0-9a-f]+>\s+DW_AT_(\w+)\s*: (.*)", line)
+        unit = re.match(r"\s*Pointer Size:\s*(\d+)$", line)
         if head:
             depth, offset = int(head[1]), int(head[2], 16)
             entry = Entry(head[3])
             entries[offset] = entry
+            if entry.tag == "pointer_type":  # clang does not say it of each
+                entry.attributes["byte_size"] = pointer_size
             parents[depth] = entry
             if depth > 0:
                 parents[depth - 1].children.append(entry)
         elif attribute and entry is not None:
             entry.attributes[attribute[1]] = attribute[2].strip()
+        elif unit:
+            pointer_size = unit[1]
     return entries
 
 
@@ -95,7 +105,7 @@ def read_header_files(dump):
     table = None
     for line in dump.splitlines():
         title = re.match(r"\s*The (Directory|File Name) Table", line)
-        row = re.match(r"\s+(\d+)\t(?:(\d+)\t)?(?:\([^)]*\): )?(\S+)$", line)
+        row = re.match(r"\s+(\d+)\t(?:(\d+)(?: 0x[0-9a-f]+)?\t)?(?:\([^)]*\): )?(\S+)$", line)
         if title:
             table = rows[title[1]]
         elif row and table is not None:
@@ -210,7 +220,7 @@ class Generator:
 def lengths_of(entry):
     """An array's lengths, in the order of its dimensions; none for other types."""
     return [
-        child.number("upper_bound") + 1
+        child.number("count") if "count" in child.attributes else child.number("upper_bound") + 1
         for child in entry.children
         if child.tag == "subrange_type"
     ]
