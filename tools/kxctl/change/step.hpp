@@ -14,8 +14,8 @@
 
 namespace kx::ctl {
 
-// kPort: a setting of the table of port settings.
-enum class StepKind : std::uint8_t { kPort };
+// kPortSetting: a setting of the table of port settings.
+enum class StepKind : std::uint8_t { kPortSetting };
 
 // What steps work on: a port by its interface, its MAC and its PCI function.
 struct StepTarget {
@@ -28,7 +28,7 @@ struct StepTarget {
 
 // Values are numbers as settings have them; null when a value is not known.
 struct Step {
-    StepKind kind = StepKind::kPort;
+    StepKind kind = StepKind::kPortSetting;
     std::size_t target = 0;  // its place in the list of targets
     std::string key = {};
     Json before = {};
