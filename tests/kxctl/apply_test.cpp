@@ -183,6 +183,21 @@ TEST_F(ApplyCommand, KeepGoingAppliesTheRest) {
     EXPECT_EQ(test::json_on(host_, {"history"})["changes"][0]["state"], "partly");
 }
 
+TEST_F(ApplyCommand, KeepGoingReportsWhatCouldNotBeSaved) {
+    for (const char* const object : {kRecords, kSaved}) {
+        host_.fail(
+            {.call = "write",
+             .times = 0,
+             .error = ENOSPC,
+             .object = std::string(object) + ".*",
+             .program = "kxctl"});
+        const test::Result result = apply(kWanted, {"--keep-going"});
+        EXPECT_EQ(result.exit, 4) << object << result.out << result.err;
+        host_.clear_faults();
+        EXPECT_EQ(run({"revert", "--force"}).exit, 0);
+    }
+}
+
 TEST_F(ApplyCommand, ErrorsAreFoundBeforeAnythingIsChanged) {
     const test::Result result =
         apply("[[port]]\ninterface = \"eth2\"\nmtu = 9000\nring_rx = 99999\n");

@@ -86,6 +86,7 @@ Applied apply(Plan plan, const ChangeOptions& options) {
     Applied applied{.number = outcome.number, .plan = std::move(plan)};
     read_back(applied.plan, outcome.steps);
     judge(applied);
+    applied.failures.insert(applied.failures.end(), outcome.unsaved.begin(), outcome.unsaved.end());
     if (take_unrecorded() != 0) {
         applied.failures.emplace_back("Not all of it could be recorded: a reboot undoes it");
     }
