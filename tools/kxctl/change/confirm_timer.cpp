@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
+#include "cli/child.hpp"
 #include "failure/failure.hpp"
 #include "files/descriptor.hpp"
-#include "library/child.hpp"
 
 namespace kx::ctl {
 namespace {
