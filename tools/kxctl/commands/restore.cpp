@@ -17,6 +17,7 @@
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "files/working_directory.hpp"
+#include "flash/unfinished.hpp"
 #include "library/recording.hpp"
 #include "output/output.hpp"
 #include "output/standard_streams.hpp"
@@ -231,7 +232,7 @@ void tell_revert(const std::optional<Reverted>& reverted) {
 
 void tell_json(
     Output& output, const std::string& path, const Restorer& restorer,
-    const std::optional<Reverted>& reverted) {
+    const std::optional<Reverted>& reverted, const UnfinishedChanges& unfinished) {
     Json settings = Json::array();
     for (const SavedLine& line : restorer.lines) {
         const std::string reason = reason_of(line);
@@ -254,7 +255,8 @@ void tell_json(
         {"changed", has_changed(changes_of(restorer))},
         {"settings", settings},
         {"damaged", damaged},
-        {"reverted_change", json_of_revert(reverted)}});
+        {"reverted_change", json_of_revert(reverted)},
+        {"unfinished_flash_changes", unfinished.json()}});
 }
 
 void tell_people(Output& output, const Restorer& restorer) {
@@ -302,8 +304,9 @@ ExitCode run(const Arguments& arguments, Output& output) {
     const Restorer restorer(
         parse_saved_settings(read_file(path, arguments.has("FILE"))), records, missing,
         arguments.has("--force"));
+    const UnfinishedChanges unfinished;
     if (output.wants_json()) {
-        tell_json(output, path, restorer, reverted);
+        tell_json(output, path, restorer, reverted, unfinished);
     } else {
         tell_people(output, restorer);
     }
@@ -314,8 +317,12 @@ ExitCode run(const Arguments& arguments, Output& output) {
         complain(fmt::format("{}:{}: {}", kInterfaceRecordFile, line.line, line.reason));
     }
     tell_revert(reverted);
+    for (const std::string& line : unfinished.lines()) {
+        complain(line);
+    }
     const ExitCode code = verdict(restorer, missing);
-    const bool whole = records.damaged.empty() && (!reverted || reverted->left.empty());
+    const bool whole =
+        records.damaged.empty() && (!reverted || reverted->left.empty()) && unfinished.none();
     return code == ExitCode::kDone && !whole ? ExitCode::kPartly : code;
 }
 
@@ -330,8 +337,9 @@ std::vector<Command> rows() {
                      " and reports for each saved setting whether it was applied, was so already "
                      "(unchanged), reads back differently (differs), was refused, or was skipped: "
                      "its interface is missing, or is another port than the one whose settings "
-                     "\"kxctl port set\" saved. The number of each damaged line follows. The "
-                     "service kxlinhw-restore runs it at start-up.",
+                     "\"kxctl port set\" saved. The number of each damaged line follows, and each "
+                     "change of a flash that is not finished (exit status 4). The service "
+                     "kxlinhw-restore runs it at start-up.",
             .arguments = with_lock_options(
                 {{.name = "FILE", .help = "Read this file instead", .count = Count::kOptional},
                  {.name = "--force",

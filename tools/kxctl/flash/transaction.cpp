@@ -39,17 +39,6 @@ FlashEntry entry_in(const std::string& directory, const std::string& state) {
     return entry;
 }
 
-// The unfinished change of each adapter that has one.
-std::vector<FlashEntry> unfinished_entries() {
-    std::vector<FlashEntry> entries;
-    for (const Journal& journal : Journal::all(kFlashArea)) {
-        if (journal.has_open()) {
-            entries.push_back(entry_in(journal.open_directory(), kUnfinished));
-        }
-    }
-    return entries;
-}
-
 std::vector<std::uint8_t> content_in(
     const FlashEntry& entry, const char* file, const std::string& digest) {
     const std::string path = entry.directory + "/" + file;
@@ -96,6 +85,16 @@ std::vector<FlashEntry> flash_entries() {
         }
         for (const DoneChange& done : journal.done()) {
             entries.push_back(entry_in(done.directory, done.outcome));
+        }
+    }
+    return entries;
+}
+
+std::vector<FlashEntry> unfinished_entries() {
+    std::vector<FlashEntry> entries;
+    for (const Journal& journal : Journal::all(kFlashArea)) {
+        if (journal.has_open()) {
+            entries.push_back(entry_in(journal.open_directory(), kUnfinished));
         }
     }
     return entries;

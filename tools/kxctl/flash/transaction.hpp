@@ -39,6 +39,9 @@ struct FlashEntry {
 // Every change of every adapter: unfinished ones first for each adapter, then the newest first.
 [[nodiscard]] std::vector<FlashEntry> flash_entries();
 
+// The unfinished change of each adapter that has one.
+[[nodiscard]] std::vector<FlashEntry> unfinished_entries();
+
 // Whether a change belongs to an adapter, as far as the record says: by its serial number, or by
 // its location when one of the two serial numbers is unknown.
 [[nodiscard]] bool is_of(const FlashEntry& entry, const FlashCard& card);
