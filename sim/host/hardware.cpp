@@ -235,6 +235,8 @@ void Hardware::faults(const HardwareFaults& faults) {
         .endless_write_at = from(faults.endless_write_at, flash.programs + flash.erases),
         .flipped_bit_at = from(faults.flipped_bit_at, flash.programs),
         .power_cut_at = from(faults.power_cut_at, controller.transfers),
+        .misread_at = from(faults.misread_at, flash.reads),
+        .stuck_sector = faults.stuck_sector,
     };
 }
 
@@ -251,6 +253,8 @@ HardwareCounts Hardware::counts() const {
         .programs = hardware.flash.programs,
         .erases = hardware.flash.erases,
         .dwords_read = hardware.dwords_read,
+        .reads = hardware.flash.reads,
+        .last_change = hardware.controller.last_change,
     };
 }
 

@@ -74,6 +74,10 @@ void FlashController::transfer(std::uint32_t operation) {
     }
 }
 
+std::uint32_t FlashController::flash_changes() const {
+    return hardware_.flash.programs + hardware_.flash.erases;
+}
+
 void FlashController::release() {
     deselect();
     latches_.operation = 0;
@@ -82,8 +86,12 @@ void FlashController::release() {
 
 void FlashController::deselect() {
     if (latches_.selected != 0) {
+        const std::uint32_t changes = flash_changes();
         flash_.deselect();
         latches_.selected = 0;
+        if (flash_changes() != changes) {
+            controller_.last_change = controller_.transfers;
+        }
     }
 }
 

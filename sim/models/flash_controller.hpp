@@ -26,6 +26,7 @@ public:
 private:
     [[nodiscard]] bool busy() const;
     void transfer(std::uint32_t operation);
+    [[nodiscard]] std::uint32_t flash_changes() const;
     void release();
     void deselect();
 

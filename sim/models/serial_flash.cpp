@@ -3,7 +3,7 @@
 // its page of 256 bytes; an erase sets a whole sector to 0xFF; while either is in progress,
 // everything except a status read is ignored. A write is complete or does not happen, because the
 // power fails only between transfers. What can be made to fail: an endless write, a wrong bit in a
-// page program (see state::FlashFaults).
+// page program or in an answer, a sector that does not erase (see state::FlashFaults).
 #include "models/serial_flash.hpp"
 
 #include <cstring>
@@ -65,7 +65,7 @@ std::uint8_t SerialFlash::answer(std::uint8_t in, std::uint32_t position) {
         case kReadStatus:
             return status();
         case kFastRead:
-            return position < kReadHeader ? kFloating : next_byte();
+            return position < kReadHeader ? kFloating : read_byte(position);
         case kPageProgram:
             take_page_byte(in);
             return kFloating;
@@ -88,6 +88,12 @@ std::uint8_t SerialFlash::status() {
         }
     }
     return bits;
+}
+
+std::uint8_t SerialFlash::read_byte(std::uint32_t position) {
+    const std::uint8_t byte = next_byte();
+    const bool misread = position == kReadHeader && ++chip_.reads == faults_.misread_at;
+    return misread ? byte ^ 1U : byte;
 }
 
 std::uint8_t SerialFlash::next_byte() {
@@ -137,8 +143,9 @@ void SerialFlash::program() {
 
 void SerialFlash::erase() {
     ++chip_.erases;
-    if (!content_.empty()) {
-        const std::size_t sector = chip_.sector_size == 0 ? kSmallSector : chip_.sector_size;
+    const std::size_t sector = chip_.sector_size == 0 ? kSmallSector : chip_.sector_size;
+    const bool stuck = latches_.address / sector + 1 == faults_.stuck_sector;
+    if (!content_.empty() && !stuck) {
         const std::size_t start = latches_.address % content_.size() / sector * sector;
         const std::size_t rest = content_.size() - start;
         std::memset(content_.data() + start, kErasedFlash, sector < rest ? sector : rest);

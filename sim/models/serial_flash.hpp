@@ -26,6 +26,7 @@ private:
     std::uint8_t answer(std::uint8_t in, std::uint32_t position);
     std::uint8_t identification(std::uint32_t position) const;
     std::uint8_t status();
+    std::uint8_t read_byte(std::uint32_t position);
     std::uint8_t next_byte();
     std::size_t wrapped(std::size_t address) const;
     void take_page_byte(std::uint8_t in);

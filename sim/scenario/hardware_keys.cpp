@@ -89,7 +89,9 @@ void read_flash(TableReader& table, Adapter& adapter) {
         .number("stuck_busy_at", faults.stuck_busy_at)
         .number("endless_write_at", faults.endless_write_at)
         .number("flipped_bit_at", faults.flipped_bit_at)
-        .number("power_cut_at", faults.power_cut_at);
+        .number("power_cut_at", faults.power_cut_at)
+        .number("misread_at", faults.misread_at)
+        .number("stuck_sector", faults.stuck_sector);
     if (table.has("capacity_code")) {
         flash.capacity_code = capacity_code;
     }

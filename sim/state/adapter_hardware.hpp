@@ -33,6 +33,7 @@ struct SerialFlash {
     std::uint32_t erase_polls;    // and a sector erase
     std::uint32_t programs;       // page programs and sector erases that were carried out
     std::uint32_t erases;
+    std::uint32_t reads;  // read commands that returned at least one byte
     FlashLatches latches;
 };
 
@@ -50,7 +51,8 @@ struct ControllerLatches {
 struct FlashController {
     std::uint32_t
         busy_polls;  // reads of the operation register that still find a transfer in progress
-    std::uint32_t transfers;  // that were started
+    std::uint32_t transfers;    // that were started
+    std::uint32_t last_change;  // the transfer that carried out the last program or erase
     ControllerLatches latches;
 };
 
@@ -60,6 +62,8 @@ struct FlashFaults {
     std::uint32_t endless_write_at;  // page program or sector erase that never ends
     std::uint32_t flipped_bit_at;    // page program whose first byte takes a wrong bit
     std::uint32_t power_cut_at;      // transfer at which the power fails
+    std::uint32_t misread_at;        // read command whose first byte arrives with a wrong bit
+    std::uint32_t stuck_sector;      // sector that no erase changes
 };
 
 // The VPD capability in configuration space, and the values of its registers.

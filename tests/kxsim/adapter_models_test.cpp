@@ -173,6 +173,31 @@ TEST_F(FlashChip, FlippedBitStrikesOneProgram) {
     EXPECT_EQ(content_[0x200], 0x10);
 }
 
+TEST_F(FlashChip, MisreadStrikesOneReadAndLeavesTheContent) {
+    content_[0x100] = 0x10;
+    faults_.misread_at = 2;
+    EXPECT_THAT(send({0x0B, 0, 1, 0, 0}, 2), ElementsAre(0x10, 0xFF));
+    EXPECT_THAT(send({0x0B, 0, 1, 0, 0}, 2), ElementsAre(0x11, 0xFF));
+    EXPECT_THAT(send({0x0B, 0, 1, 0, 0}, 2), ElementsAre(0x10, 0xFF));
+    EXPECT_EQ(chip_.reads, 3U);
+}
+
+TEST_F(FlashChip, StuckSectorIsNotErased) {
+    faults_.stuck_sector = 2;
+    for (uint8_t sector = 0; sector < 3; ++sector) {
+        content_[std::size_t{sector} << 16] = 0x10;
+        send({0x06});
+        send({0xD8, sector, 0, 0});
+        while (status() != 0) {
+        }
+    }
+    EXPECT_EQ(content_[0], 0xFF);
+    EXPECT_EQ(content_[0x10000], 0x10);
+    EXPECT_EQ(content_[0x20000], 0xFF);
+    program(0x10000, {0x0F});
+    EXPECT_EQ(content_[0x10000], 0x00) << "a program clears bits";
+}
+
 TEST_F(FlashChip, WithoutContentNothingIsRead) {
     content_.clear();
     EXPECT_THAT(send({0x0B, 0, 0, 0, 0}, 2), Each(0xFF));

@@ -167,7 +167,8 @@ TEST_F(HardwareKeys, FileKeepsWhatIsWritten) {
 TEST_F(HardwareKeys, FaultsAreInForceFromTheStart) {
     EXPECT_EQ(
         complaint("[adapter.flash]\nstuck_busy_at = 1\nendless_write_at = 2\nflipped_bit_at = 3\n"
-                  "power_cut_at = 4\nmanufacturer = 0xEF\ntype = 1\nbusy_polls = 3\n"
+                  "power_cut_at = 4\nmisread_at = 5\nstuck_sector = 6\nmanufacturer = 0xEF\ntype = "
+                  "1\nbusy_polls = 3\n"
                   "program_polls = 4\nerase_polls = 5\n"
                   "[adapter.eeprom]\ncapability = true\nsilent = true\nloses_writes = true\n"),
         "");

@@ -71,6 +71,8 @@ struct HardwareFaults {
     unsigned endless_write_at = 0;  // page program or sector erase that never ends
     unsigned flipped_bit_at = 0;    // page program that writes a wrong bit
     unsigned power_cut_at = 0;      // transfer at which the power fails
+    unsigned misread_at = 0;        // read command whose first byte arrives with a wrong bit
+    unsigned stuck_sector = 0;      // sector, counted from 1, that no erase changes
 };
 
 struct HardwareCounts {
@@ -80,6 +82,8 @@ struct HardwareCounts {
     std::uint32_t programs;     // pages
     std::uint32_t erases;       // sectors
     std::uint64_t dwords_read;  // of the EEPROM
+    std::uint32_t reads;        // read commands of the flash
+    std::uint32_t last_change;  // the transfer that carried out the last program or erase
     friend bool operator==(const HardwareCounts&, const HardwareCounts&) = default;
 };
 
