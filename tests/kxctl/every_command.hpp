@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "cli/command.hpp"
+#include "kxctl/boot_rom.hpp"
 #include "kxctl/process.hpp"
 #include "support/scratch_directory.hpp"
 
@@ -25,9 +26,7 @@ inline std::vector<std::string> words_of(const std::string& line) {
 class ExampleDirectory {
 public:
     ExampleDirectory() {
-        std::string rom(1024, '\0');
-        rom.replace(0, 3, "\x55\xAA\x02");
-        directory_.write("rom.bin", rom);
+        directory_.write("rom.bin", boot_rom({}));
         directory_.write("config.bin", "CBIO" + std::string(1660, '\0'));
         directory_.write("host.toml", "[[port]]\ninterface = \"eth2\"\nmtu = 9000\n");
     }

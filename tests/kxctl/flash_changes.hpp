@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ostream>
 
+#include "kxctl/boot_rom.hpp"
 #include "kxctl/on_host.hpp"
 #include "support/scratch_directory.hpp"
 
@@ -14,15 +15,12 @@ namespace test {
 inline constexpr char kFlashSerial[] = "PT1";
 inline constexpr char kFlashJournal[] = "/var/lib/kxctl/flash/serial-PT1";
 
-// A boot image of a size: its signature, and bytes that depend on their address.
+// A boot image of a size, for every chip below.
 inline std::string boot_image(std::size_t size, unsigned seed) {
-    std::string image(size, '\0');
-    for (std::size_t i = 0; i < size; ++i) {
-        image[i] = static_cast<char>(i * 7 + (i >> 8) + seed);
-    }
-    image.replace(0, 2, "\x55\xAA");
-    return image;
+    return boot_rom({.size = size, .seed = seed});
 }
+
+constexpr std::size_t kNewRomSize = 1024;
 
 struct FlashChip {
     const char* name;  // of the test
@@ -90,7 +88,7 @@ public:
     explicit FlashHost(const FlashChip& chip) : chip_(&chip) {
         host.adapter(adapter_of(chip));
         host.directory("/etc/kestrix-plexo");
-        directory_.write("new-rom", boot_image(700, 1));
+        directory_.write("new-rom", boot_image(kNewRomSize, 1));
         directory_.write("new-record", "CBIO" + std::string(1660, 'n'));
         directory_.write("new-block", std::string("CIB\0\1\xBC\1", 7) + std::string(441, 'n'));
         old_content = whole();

@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstdio>
+#include <set>
 
 #include "kxctl/flash_changes.hpp"
 #include "kxctl/run_killed.hpp"
@@ -17,22 +18,52 @@ using test::FlashHost;
 
 constexpr const char* kWays[] = {"--continue", "--roll-back"};
 constexpr unsigned kSamples = 3;
+constexpr unsigned kNear = 100;     // transfers
+constexpr unsigned kClose = 1000;   // and these
 constexpr unsigned kKillStep = 16;  // a run that is traced takes long
 
 class CutChange : public testing::TestWithParam<FlashCommand> {
 protected:
     CutChange() {
-        const unsigned start = bench_.transfers();
-        std::vector<std::string> plan = words_;
-        plan.emplace_back("--dry-run");
-        const auto planned = test::json_on(bench_.host, plan);
-        reading_ = bench_.transfers() - start;
+        const kxsim::HardwareCounts start = bench_.hardware().counts();
         EXPECT_EQ(bench_.run(words_).exit, 0);
-        all_ = bench_.transfers() - start - reading_;
-        const auto erased = planned.at("erased").at("size_bytes").get<unsigned>();
-        written_ = all_ - erased / 4;  // the rest reads the sectors back
+        const kxsim::HardwareCounts end = bench_.hardware().counts();
+        all_ = end.transfers - start.transfers;
+        changes_ = end.erases + end.programs - start.erases - start.programs;
         new_content_ = bench_.whole();
         EXPECT_FALSE(new_content_ == bench_.old_content);
+    }
+
+    // The transfers that change the flash, counted from the beginning of the command.
+    std::vector<unsigned> changing_transfers() {
+        std::vector<unsigned> all;
+        for (unsigned i = 1; i <= changes_; ++i) {
+            bench_.begin_again();
+            const unsigned start = bench_.transfers();
+            bench_.hardware().faults({.endless_write_at = i});
+            EXPECT_EQ(bench_.run(words_).exit, 4) << i;
+            all.push_back(bench_.hardware().counts().last_change - start);
+        }
+        return all;
+    }
+
+    // Every transfer between two changes of the flash, or where those are far apart (whole sectors
+    // are read between them) the transfers near a change; and samples of the others.
+    [[nodiscard]] std::vector<unsigned> cuts(const std::vector<unsigned>& changing) const {
+        const unsigned near = test::thorough() ? kNear : 1;
+        std::set<unsigned> all;
+        unsigned last = 0;
+        for (const unsigned change : changing) {
+            const bool is_close = test::thorough() && last != 0 && change - last <= kClose;
+            for (unsigned at = is_close ? last : change - near; at <= change + near; ++at) {
+                all.insert(at);
+            }
+            last = change;
+        }
+        for (unsigned at = 1; at <= all_; at += 1 + all_ / (test::thorough() ? kNear : kSamples)) {
+            all.insert(at);
+        }
+        return {all.begin(), all.end()};
     }
 
     // What must be true after a cut, and recovers.
@@ -79,16 +110,16 @@ protected:
     FlashHost bench_{*GetParam().chip};
     const std::vector<std::string> words_ = GetParam().words();
     std::string new_content_;
-    unsigned reading_ = 0;  // transfers until the question
-    unsigned written_ = 0;  // until all is written
-    unsigned all_ = 0;      // of the whole command
+    unsigned all_ = 0;      // transfers of the whole command
+    unsigned changes_ = 0;  // erases and page programs
     unsigned cuts_ = 0;
     unsigned recovered_ = 0;
 };
 
-// Between reading what is there and verifying, each transfer may change the flash.
 TEST_P(CutChange, AtATransferIsFinishedOrTakenBack) {
-    for (const unsigned at : positions(all_, reading_, written_)) {
+    const std::vector<unsigned> changing = changing_transfers();
+    ASSERT_TRUE(std::ranges::is_sorted(changing) && changing.front() > 0);
+    for (const unsigned at : cuts(changing)) {
         bench_.begin_again();
         bench_.host.watch_flushes();
         bench_.hardware().faults({.power_cut_at = at});
@@ -101,9 +132,9 @@ TEST_P(CutChange, AtATransferIsFinishedOrTakenBack) {
                                 std::string("\"kxctl flash recover ") + GetParam().chip->location +
                                 "\" continues it or takes it back"));
         }
-        if (at >= written_) {
-            EXPECT_TRUE(bench_.whole() == new_content_) << at;
-        }
+        const std::string now = bench_.whole();
+        EXPECT_EQ(now == bench_.old_content, at <= changing.front()) << at;
+        EXPECT_TRUE(at <= changing.back() || now == new_content_) << at;
         bench_.host.lose_unflushed();
         expect_recovery(at);
     }

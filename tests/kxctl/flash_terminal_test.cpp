@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "kxctl/boot_rom.hpp"
 #include "kxctl/on_host.hpp"
 #include "kxctl/terminal.hpp"
 #include "support/scratch_directory.hpp"
@@ -109,8 +110,7 @@ TEST_F(FlashTerminal, AnotherAdapterAfterTheQuestionIsNotChanged) {
 }
 
 TEST_F(FlashTerminal, InterruptedWhileItWritesFinishesFirst) {
-    std::string image(0x60000, 'i');
-    image.replace(0, 2, "\x55\xAA");
+    const std::string image = test::boot_rom({.size = 0x60000});
     directory_.write("rom", image);
     const Session session =
         run({"flash", "write-boot", "03:00.4", "rom", "--yes", "--no-backup"}, "\x03", "Erasing");

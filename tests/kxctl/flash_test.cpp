@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "kxctl/boot_rom.hpp"
 #include "kxctl/on_host.hpp"
 #include "support/file_text.hpp"
 #include "support/scratch_directory.hpp"
@@ -28,14 +29,8 @@ constexpr std::size_t kSector = 0x10000;
 constexpr std::size_t kConfig = 0x70000;
 constexpr std::size_t kFirmware = 0x80000;
 
-// An option ROM of a size: its signature, a version, and bytes that depend on their address.
 std::string make_image(std::size_t size, unsigned seed = 1) {
-    std::string image(size, '\0');
-    for (std::size_t i = 0; i < size; ++i) {
-        image[i] = static_cast<char>(i * 7 + (i >> 8) + seed);
-    }
-    image.replace(0, 2, "\x55\xAA");
-    return image;
+    return test::boot_rom({.size = size, .seed = seed});
 }
 
 // As sha256sum prints it.
@@ -59,7 +54,7 @@ protected:
         kxsim::Adapter adapter{.chip = chip, .location = location};
         adapter.device_id = device_id;
         adapter.eeprom.product_data = data;
-        adapter.flash.content = {{0, make_image(64, 99)}, {0x60000, "between"}};
+        adapter.flash.content = {{0, make_image(1024, 99)}, {0x60000, "between"}};
         host_.adapter(adapter);
     }
 
@@ -483,7 +478,7 @@ TEST_P(EachFamily, NothingIsChangedUnasked) {
 }
 
 TEST_P(EachFamily, ImagesThatAreNoneAreRefused) {
-    const std::string small = file("small", make_image(27));
+    const std::string small = file("small", "\x55\xAA" + std::string(25, 'x'));
     const std::string large = file("large", make_image(0x80001));
     const std::string other = file("other", "ELF" + make_image(1024));
     expect_refusal(
@@ -521,12 +516,13 @@ TEST_F(Flash, LargestImageOfEachFamily) {
 TEST_F(Flash, WriteBootTellsPeopleWhatItDid) {
     const std::string before = whole(kQ5).substr(0, kSector);
     const test::Result result =
-        run({"write-boot", kQ5, file("rom", make_image(1000)), "--yes", "--backup", path("b")});
+        run({"write-boot", kQ5, file("rom", make_image(1024)), "--yes", "--backup", path("b")});
     EXPECT_EQ(
         result.out,
         "Card            03:00.4 (Q5, Q520-CR, serial number PT05160001)\n"
         "Interfaces      -\n"
         "Region          boot\n"
+        "Image           x86\n"
         "Erased          sector 0, 0x0-0xffff\n"
         "Written         3 pages, 0x100-0x3ff; then 1 page, 0x0-0xff\n"
         "Copy            " +

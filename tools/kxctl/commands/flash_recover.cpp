@@ -77,11 +77,29 @@ Way ask_way(const FlashCard& card, const Recovery& recovery) {
     throw Failure(ExitCode::kFailed, "Nothing was changed");
 }
 
+// An adapter whose serial number is unknown needs somebody who knows that it is the right one.
+void make_sure(const FlashCard& card, const Recovery& recovery, const Arguments& arguments) {
+    if (!recovery.is_doubtful() || arguments.has("--force")) {
+        return;
+    }
+    const std::string answer = ask_word(
+        kRecover, "--force",
+        fmt::format(
+            "{}Serial number in the journal: {}\nLocation, chip and the rest of the flash are "
+            "those of the change. Is it this adapter? [y/N] ",
+            card_table(card).text(false),
+            recovery.record().serial.empty() ? "unknown" : recovery.record().serial));
+    if (answer != "y" && answer != "yes") {
+        throw Failure(ExitCode::kFailed, "Nothing was changed");
+    }
+}
+
 ExitCode report_none(const FlashCard& card, bool dry, Output& output) {
     if (output.wants_json()) {
         Json json = card.json();
         json["dry_run"] = dry;
         json["change"] = nullptr;
+        json["identified_by"] = nullptr;
         json["sectors"] = Json::array();
         json["changed"] = false;
         json["verified"] = false;
@@ -101,6 +119,7 @@ void report_recovery(
         Json json = card.json();
         json["dry_run"] = dry;
         json["change"] = entry_json(entry);
+        json["identified_by"] = recovery.is_by_content() ? "content" : "serial_number";
         json["sectors"] = sectors_json(recovery);
         if (!dry) {
             json["change"]["state"] = outcome;
@@ -146,6 +165,7 @@ ExitCode recover(const Arguments& arguments, Output& output) {
         report_recovery(card, *entry, recovery, Way::kNone, false, output);
         return ExitCode::kDone;
     }
+    make_sure(card, recovery, arguments);
     if (way == Way::kNone) {
         way = ask_way(card, recovery);
     }
@@ -218,12 +238,17 @@ std::vector<Command> recover_rows() {
                      "content, the new content, both (they are the same there), nothing "
                      "(erased), or a mixture. It then writes the new content or puts the old "
                      "content back, and reads it back. Without --continue and --roll-back it "
-                     "asks. Until then other changes of this flash end with exit status 5.",
+                     "asks. Until then other changes of this flash end with exit status 5. An "
+                     "adapter whose serial number cannot be read is known by its location, its "
+                     "chip and what is in its flash beside the sectors of the change; recover then "
+                     "asks whether it is the right one.",
             .arguments =
                 {kLocation,
                  {.name = "--continue", .help = "Write the new content"},
                  {.name = "--roll-back", .help = "Put the old content back"},
                  kKeep,
+                 {.name = "--force",
+                  .help = "Do not ask whether an adapter without a serial number is the right one"},
                  {.name = "--dry-run", .help = "Show the sectors, change nothing"}},
             .examples =
                 {"kxctl flash recover 03:00.4 --continue",

@@ -10,6 +10,7 @@
 #include "commands/commands.hpp"
 #include "failure/failure.hpp"
 #include "files/whole_file.hpp"
+#include "flash/boot_image.hpp"
 #include "flash/boot_record.hpp"
 #include "flash/change.hpp"
 #include "flash/transaction.hpp"
@@ -33,31 +34,11 @@ bool begins_with(const FileBytes& bytes, std::string_view signature) {
            std::memcmp(bytes.data(), signature.data(), signature.size()) == 0;
 }
 
-// A file that fits no adapter is refused before any adapter is read.
-FileBytes read_image(const std::string& path) {
-    FileBytes image = read_whole_file(path, KX_BOOT_IMAGE_MAX);
-    if (image.size() < KX_BOOT_IMAGE_MIN) {
-        refuse(path, fmt::format("a boot image has at least {} bytes", int{KX_BOOT_IMAGE_MIN}));
-    }
-    if (!begins_with(image, "\x55\xAA")) {
-        refuse(path, "a boot image begins with 55 aa");
-    }
-    return image;
-}
-
 void must_have(const FlashCard& card, const char* region) {
     if (card.layout().region(region) == nullptr) {
         throw Failure(
             ExitCode::kNotSupported,
             fmt::format("{}: the flash is too small for a boot image", card.location()));
-    }
-}
-
-void must_fit(const FlashCard& card, const std::string& path, const FileBytes& image) {
-    if (card.is_q3() && image.size() > KX_Q3_BOOT_IMAGE_MAX) {
-        refuse(
-            path,
-            fmt::format("a boot image of Q3 has at most {} bytes", int{KX_Q3_BOOT_IMAGE_MAX}));
     }
 }
 
@@ -137,16 +118,16 @@ ExitCode run_write_record(
 ExitCode write_boot(const Arguments& arguments, Output& output) {
     constexpr const char* kCommand = "flash write-boot";
     check_change_options(kCommand, arguments);
-    const std::string path = arguments.get("FILE");
-    const FileBytes image = read_image(path);
+    BootImage image(arguments.get("FILE"), arguments.has("--force"));
     const FlashCard card = card_to_change(kCommand, arguments);
     must_have(card, "boot");
-    must_fit(card, path, image);
+    image.check(card);
     const FlashChange change{
         .card = &card,
-        .plan = plan_boot_image(card.layout(), static_cast<std::uint32_t>(image.size())),
+        .plan = plan_boot_image(card.layout(), static_cast<std::uint32_t>(image.bytes().size())),
         .doing = "writing the boot image",
-        .content = image,
+        .content = image.bytes(),
+        .image = &image,
     };
     return run_change(kCommand, change, arguments, output);
 }
@@ -207,13 +188,16 @@ std::vector<Command> boot_rows() {
             .noun = "flash",
             .verb = "write-boot",
             .help = "Write a boot option ROM",
-            .about = "Erases the sectors for the image, writes the image and reads it back. Asks "
+            .about = "Checks the structure of the images in the file and that they are for the "
+                     "adapter. Erases the sectors for the image, writes it and reads it back. Asks "
                      "first, and saves everything that may change. The first page is written "
                      "last, so that an interrupted write leaves no valid option ROM instead of a "
                      "partial one; \"flash recover\" then finishes the write or takes it back.",
             .arguments =
                 {kLocation,
                  {.name = "FILE", .help = "The image, which begins with 55 aa"},
+                 {.name = "--force",
+                  .help = "Write an image with mistakes or for another adapter; names them"},
                  kYes,
                  kBackup,
                  kNoBackup,

@@ -71,6 +71,21 @@ ChangeContents contents_of(const FlashChange& change) {
     return contents;
 }
 
+// What is read wrong now would be put back wrong later.
+void check_reading(const FlashChange& change, const ChangeContents& contents) {
+    const Range touched = change.plan.touched();
+    const std::vector<std::uint8_t> again = change.card->read(touched, "Reading again");
+    const auto difference = std::ranges::mismatch(again, contents.whole).in1;
+    if (difference != again.end()) {
+        throw Failure(
+            ExitCode::kFailed,
+            fmt::format(
+                "{}: two readings of the flash differ at {:#x}; nothing was changed",
+                change.card->location(),
+                touched.begin + static_cast<std::uint32_t>(difference - again.begin())));
+    }
+}
+
 // A change must not leave old bytes between those that it writes.
 void check_plan(const FlashChange& change) {
     const FlashLayout& layout = change.card->layout();
@@ -111,6 +126,7 @@ void carry_out(
     FlashRecord record = record_of(command, change);
     card.check_present();
     card.open_window();
+    record.rest_digest = digest_beside(card, record.range);
     const SignalsHeld held;
     open_change(journal, record, contents.old_bytes, contents.new_bytes);
     try {
@@ -168,6 +184,7 @@ ExitCode run_change(
         Confirmation(arguments.has("--yes"), command)
             .ask(change_question(change, contents, backup));
         change.card->check_unmoved();
+        check_reading(change, contents);
         if (backup) {
             write_new_file(*backup, contents.whole);
         }

@@ -13,11 +13,14 @@
 
 namespace kx::ctl {
 
+class BootImage;
+
 struct FlashChange {
     const FlashCard* card;
     FlashPlan plan;
     const char* doing;                           // "writing the boot image"
     std::span<const std::uint8_t> content = {};  // the first bytes of the written pages
+    const BootImage* image = nullptr;            // that is written
 };
 
 // The steps are: read what is there; show the plan (--dry-run ends here); ask (unless --yes); save

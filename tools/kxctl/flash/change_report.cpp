@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include "files/digest.hpp"
+#include "flash/boot_image.hpp"
 
 namespace kx::ctl {
 namespace {
@@ -87,11 +88,22 @@ Json backup_json(
         {"sha256", sha256(contents.whole)}};
 }
 
+void add_image(const FlashChange& change, Table& table) {
+    if (change.image == nullptr) {
+        return;
+    }
+    table.add_row({"Image", change.image->text()});
+    for (const std::string& mistake : change.image->mistakes()) {
+        table.add_row({"Forced", Cell(mistake, Style::kBad)});
+    }
+}
+
 Json report_json(
     const FlashChange& change, const FlashPlan& plan, const ChangeContents& contents,
     const std::optional<std::string>& backup, bool dry) {
     Json json = change.card->json();
     json["region"] = plan.region->name;
+    json["image"] = change.image == nullptr ? Json() : change.image->json();
     json["dry_run"] = dry;
     json["changed"] = contents.differ() && !dry;
     json["erased"] = sector_list(plan);
@@ -124,6 +136,7 @@ void report_no_change(
     }
     Table table = card_table(*change.card);
     table.add_row({"Region", nothing.region->name});
+    add_image(change, table);
     table.add_row({"Change", "none: the flash has this content already"});
     table.add_row({"SHA-256", sha256(contents.old_bytes)});
     output.table(table);
@@ -140,6 +153,7 @@ void report_change(
     }
     Table table = card_table(*change.card);
     table.add_row({"Region", plan.region->name});
+    add_image(change, table);
     table.add_row({done ? "Erased" : "Would erase", sectors_text(plan)});
     if (const Names lost = regions_lost(*change.card, plan); !lost.empty()) {
         table.add_row({done ? "Also erased" : "Would also erase", Cell(joined(lost), Style::kBad)});
@@ -179,6 +193,9 @@ std::string change_question(
     text += fmt::format(
         "\nSHA-256 before {}\nSHA-256 after  {}", sha256(contents.old_bytes),
         sha256(contents.new_bytes));
+    for (const std::string& mistake : change.image ? change.image->mistakes() : Names()) {
+        text += "\nalthough " + mistake;
+    }
     return text + "\n" + (backup ? "copy before: " + *backup : "no copy is made before");
 }
 

@@ -62,6 +62,18 @@ std::string range_text(const Range& range) {
     return fmt::format("{:#x}-{:#x}", range.begin, range.end - 1);
 }
 
+std::vector<Range> beside(const FlashLayout& layout, const Range& sectors) {
+    constexpr std::uint32_t kEnd = 0x90000;
+    std::vector<Range> parts;
+    for (const Range& part :
+         {Range{0, sectors.begin}, Range{sectors.end, std::min(layout.size, kEnd)}}) {
+        if (!part.empty()) {
+            parts.push_back(part);
+        }
+    }
+    return parts;
+}
+
 const FlashRegion* FlashLayout::region(std::string_view name) const {
     const auto found = std::ranges::find(
         regions, name, [](const FlashRegion& row) { return std::string_view(row.name); });

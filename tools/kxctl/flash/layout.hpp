@@ -34,6 +34,12 @@ struct FlashRegion {
     Range range;
 };
 
+struct FlashLayout;
+
+// The parts of the flash that a change of these sectors leaves alone, up to the first sectors of
+// the firmware: enough to tell adapters apart.
+[[nodiscard]] std::vector<Range> beside(const FlashLayout& layout, const Range& sectors);
+
 enum class FlashFamily : std::uint8_t { kQ3, kQ4 };  // Q5 has the layout of Q4
 
 struct FlashLayout {

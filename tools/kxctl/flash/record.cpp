@@ -34,6 +34,9 @@ constexpr std::array kTextFields = {
     TextField{"new_sha256", &FlashRecord::new_digest},
 };
 
+// The newest field, which old records do not have.
+constexpr const char* kRestDigest = "rest_sha256";
+
 struct NumberField {
     const char* key;
     std::uint32_t& (*member)(FlashRecord&);
@@ -92,6 +95,7 @@ std::string record_text(const FlashRecord& record) {
     for (const NumberField& field : kNumberFields) {
         table.insert(field.key, std::int64_t{field.member(copy)});
     }
+    table.insert(kRestDigest, printable(record.rest_digest));
     std::ostringstream text;
     text << table << '\n';
     return text.str();
@@ -112,6 +116,13 @@ FlashRecord parse_record(std::string_view text) {
     }
     for (const NumberField& field : kNumberFields) {
         field.member(record) = number_in(table, field.key);
+    }
+    if (table.contains(kRestDigest)) {
+        const auto value = table[kRestDigest].value_exact<std::string>();
+        if (!value) {
+            refuse_key(kRestDigest);
+        }
+        record.rest_digest = *value;
     }
     check_numbers(record);
     return record;

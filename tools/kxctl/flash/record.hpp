@@ -26,6 +26,7 @@ struct FlashRecord {
     std::uint32_t first_page = 0;   // the address of the page that is written last
     std::string old_digest = {};    // SHA-256 of the sectors
     std::string new_digest = {};
+    std::string rest_digest = {};  // of what is beside them; empty in old records
 };
 
 [[nodiscard]] std::string record_text(const FlashRecord& record);

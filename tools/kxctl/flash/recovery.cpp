@@ -34,33 +34,6 @@ using FlashBytes = std::span<const std::uint8_t>;
 
 std::string or_unknown(const std::string& text) { return text.empty() ? "unknown" : text; }
 
-// The change must be of this adapter, whatever slot it is in now.
-void check_adapter(const FlashCard& card, const FlashRecord& record) {
-    const std::string serial = printable(card.serial());
-    if (record.serial != serial) {
-        refuse_adapter(
-            card, fmt::format(
-                      "its serial number is {}, the number of this adapter is {}",
-                      or_unknown(record.serial), or_unknown(serial)));
-    }
-    if (record.location != card.full_location() &&
-        printable(card.serial_at(record.location)) == serial) {
-        refuse_adapter(
-            card, fmt::format("the adapter at {} has the same serial number", record.location));
-    }
-    if (record.chip != card.chip() || record.device_id != card.device_id()) {
-        refuse_adapter(
-            card,
-            fmt::format(
-                "it is a {} with device id {:04x}, this adapter is a {} with device id {:04x}",
-                record.chip, record.device_id, card.chip(), card.device_id()));
-    }
-    if (record.sector_size != card.layout().sector_size() ||
-        record.range.end > card.layout().size) {
-        refuse_adapter(card, "the sectors of its flash differ");
-    }
-}
-
 }  // namespace
 
 const char* state_name(SectorState state) {
@@ -68,12 +41,62 @@ const char* state_name(SectorState state) {
     return kNames[static_cast<std::size_t>(state)];
 }
 
-Recovery::Recovery(const FlashCard& card, const FlashEntry& entry) : card_(card) {
+// The change must be of this adapter, whatever slot it is in now.
+void Recovery::check_adapter() {
+    const std::string serial = printable(card_.serial());
+    if (record_.chip != card_.chip() || record_.device_id != card_.device_id()) {
+        refuse_adapter(
+            card_,
+            fmt::format(
+                "it is a {} with device id {:04x}, this adapter is a {} with device id {:04x}",
+                record_.chip, record_.device_id, card_.chip(), card_.device_id()));
+    }
+    if (record_.sector_size != card_.layout().sector_size() ||
+        record_.range.end > card_.layout().size) {
+        refuse_adapter(card_, "the sectors of its flash differ");
+    }
+    if (record_.serial.empty() || serial.empty()) {
+        check_content();
+        by_content_ = true;
+        doubtful_ = record_.serial != serial;
+    } else if (record_.serial != serial) {
+        refuse_adapter(
+            card_, fmt::format(
+                       "its serial number is {}, the number of this adapter is {}", record_.serial,
+                       serial));
+    } else if (
+        record_.location != card_.full_location() &&
+        printable(card_.serial_at(record_.location)) == serial) {
+        refuse_adapter(
+            card_, fmt::format("the adapter at {} has the same serial number", record_.location));
+    }
+}
+
+// Nobody changed what is beside the sectors since the change began.
+void Recovery::check_content() const {
+    const auto refuse = [this](const std::string& why) {
+        refuse_adapter(
+            card_, fmt::format(
+                       "its serial number is {}, the number of this adapter is {}, {}",
+                       or_unknown(record_.serial), or_unknown(printable(card_.serial())), why));
+    };
+    if (record_.location != card_.full_location()) {
+        refuse("and it was at " + record_.location);
+    }
+    if (record_.rest_digest.empty()) {
+        refuse("and the record does not say what is beside the sectors of the change");
+    }
+    if (digest_beside(card_, record_.range) != record_.rest_digest) {
+        refuse("and what is in the flash beside the sectors of the change differs");
+    }
+}
+
+Recovery::Recovery(const FlashCard& card, const FlashEntry& entry) : card_(card), entry_(entry) {
     if (!entry.record) {
         refuse_damaged(card, entry, entry.damage);
     }
     record_ = *entry.record;
-    check_adapter(card, record_);
+    check_adapter();
     try {
         contents_ = contents_of_change(entry);
     } catch (const Failure& failure) {
@@ -120,7 +143,7 @@ void Recovery::finish(bool with_new_content, std::size_t keep) {
             different.push_back(sector.range);
         }
     }
-    Journal journal = journal_of(card_);
+    Journal journal = journal_of(entry_);
     journal.lock();
     card_.check_unmoved();
     const SignalsHeld held;

@@ -27,6 +27,12 @@ public:
     // when it is of another adapter.
     Recovery(const FlashCard& card, const FlashEntry& entry);
 
+    // Without a serial number the adapter is known by its location and by what is in its flash
+    // beside the sectors of the change.
+    [[nodiscard]] bool is_by_content() const { return by_content_; }
+    // It had a serial number when the change began, or has one only now.
+    [[nodiscard]] bool is_doubtful() const { return doubtful_; }
+
     [[nodiscard]] const FlashRecord& record() const { return record_; }
     [[nodiscard]] const std::vector<SectorNow>& sectors() const { return sectors_; }
 
@@ -42,8 +48,14 @@ private:
     [[nodiscard]] SectorNow look_at(
         const Range& sector, const std::vector<std::uint8_t>& now) const;
 
+    void check_adapter();
+    void check_content() const;
+
     const FlashCard& card_;
+    const FlashEntry& entry_;
     FlashRecord record_;
+    bool by_content_ = false;
+    bool doubtful_ = false;
     BothContents contents_;
     std::vector<SectorNow> sectors_;
 };

@@ -4,6 +4,8 @@
 #include <kxlinhw/flash.h>
 
 #include <algorithm>
+#include <optional>
+#include <string_view>
 
 #include "failure/failure.hpp"
 #include "library/call.hpp"
@@ -14,6 +16,39 @@ namespace {
 
 constexpr std::uint8_t kErasedByte = 0xFF;
 constexpr std::uint32_t kEraseCommandUnit = 0x10000;
+
+// What two readings of a range say about the bytes that should be there. The second reading is made
+// only when the first one differs.
+struct Readings {
+    std::optional<std::uint32_t> first_difference;  // its address
+    bool second_is_right = false;
+};
+
+Readings read_twice(
+    const FlashCard& card, const Range& range, std::span<const std::uint8_t> wanted,
+    std::string_view label = {}) {
+    const std::vector<std::uint8_t> now = card.read(range, label);
+    const auto difference = std::ranges::mismatch(now, wanted).in1;
+    if (difference == now.end()) {
+        return {};
+    }
+    const auto at = static_cast<std::uint32_t>(difference - now.begin());
+    return {range.begin + at, std::ranges::equal(card.read(range), wanted)};
+}
+
+// A sector that does not erase is found before anything is written into it: it still has its
+// content, so that the change can be taken back.
+void check_erased(const FlashCard& card, const Range& sector, const std::string& what) {
+    const std::vector<std::uint8_t> blank(sector.size(), kErasedByte);
+    const Readings readings = read_twice(card, sector, blank);
+    if (readings.first_difference && !readings.second_is_right) {
+        throw Failure(
+            ExitCode::kFailed,
+            fmt::format(
+                "{}: the sector {} does not erase: it has other bits than 1 at {:#x}", what,
+                range_text(sector), *readings.first_difference));
+    }
+}
 
 void erase_sectors(
     const FlashCard& card, const std::vector<Range>& sectors, const std::string& region,
@@ -27,6 +62,7 @@ void erase_sectors(
     for (const Range& sector : sectors) {
         const auto number = static_cast<int>(sector.begin / kEraseCommandUnit);
         check_flash(call_library([&] { return erase(card.index(), number, number); }), what);
+        check_erased(card, sector, what);
         progress.add(sector.size());
     }
 }
@@ -65,15 +101,15 @@ void write_pages(
 }
 
 void read_back(const FlashCard& card, const SectorContent& content, const std::string& what) {
-    const std::vector<std::uint8_t> now = card.read(content.range, "Verifying");
-    const auto difference = std::ranges::mismatch(now, content.bytes).in1;
-    if (difference != now.end()) {
-        throw Failure(
-            ExitCode::kVerification,
-            fmt::format(
-                "{}: verification failed at {:#x}", what,
-                content.range.begin + static_cast<std::uint32_t>(difference - now.begin())));
+    const Readings readings = read_twice(card, content.range, content.bytes, "Verifying");
+    if (!readings.first_difference) {
+        return;
     }
+    const std::string where =
+        fmt::format("{}: verification failed at {:#x}", what, *readings.first_difference);
+    throw readings.second_is_right
+        ? Failure(ExitCode::kFailed, where + ", although a second reading was right")
+        : Failure(ExitCode::kVerification, where);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "files/digest.hpp"
 #include "files/whole_file.hpp"
@@ -74,6 +75,7 @@ Json entry_json(const FlashEntry& entry) {
     json["size_bytes"] = record.range.size();
     json["old_sha256"] = record.old_digest;
     json["new_sha256"] = record.new_digest;
+    json["rest_sha256"] = text_or_null(record.rest_digest);
     return json;
 }
 
@@ -131,6 +133,24 @@ void refuse_unfinished(const FlashCard& card) {
 }
 
 Journal journal_of(const FlashCard& card) { return {kFlashArea, subject_of(card)}; }
+
+Journal journal_of(const FlashEntry& entry) {
+    for (Journal& journal : Journal::all(kFlashArea)) {
+        if (journal.open_directory() == entry.directory) {
+            return std::move(journal);
+        }
+    }
+    throw Failure(ExitCode::kBusy, entry.directory + " is not there any more");
+}
+
+std::string digest_beside(const FlashCard& card, const Range& sectors) {
+    std::vector<std::uint8_t> bytes;
+    for (const Range& part : beside(card.layout(), sectors)) {
+        const std::vector<std::uint8_t> more = card.read(part);
+        bytes.insert(bytes.end(), more.begin(), more.end());
+    }
+    return sha256(bytes);
+}
 
 BothContents contents_of_change(const FlashEntry& entry) {
     return {

@@ -55,8 +55,12 @@ struct FlashEntry {
 // Throws Failure (kBusy) when the adapter has an unfinished change.
 void refuse_unfinished(const FlashCard& card);
 
-// The journal of an adapter.
+// The journal of an adapter, and the one that an unfinished change is in.
 [[nodiscard]] Journal journal_of(const FlashCard& card);
+[[nodiscard]] Journal journal_of(const FlashEntry& entry);
+
+// The digest of what is beside the sectors of a change.
+[[nodiscard]] std::string digest_beside(const FlashCard& card, const Range& sectors);
 
 // The old and the new content of an unfinished change, compared with the digests of its record.
 // Throws Failure when they are damaged.
