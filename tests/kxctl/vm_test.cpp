@@ -79,6 +79,49 @@ TEST_F(Vm, AStateThatChangesMeanwhileIsReported) {
     EXPECT_EQ(report(before), kx::ctl::ExitCode::kPartly);
 }
 
+TEST_F(Vm, AMachineThatStoppedMeanwhileIsNotChanged) {
+    const auto find = [this] {
+        const auto attached = host.attach();
+        return kx::ctl::find_machine("web");
+    };
+    const auto check = [this](const kx::ctl::Machine& machine) {
+        const auto attached = host.attach();
+        kx::ctl::check_before_change(machine);
+    };
+    const kx::ctl::Machine found = find();
+    EXPECT_NO_THROW(check(found));
+    virsh("shutdown web");
+    try {
+        check(found);
+        ADD_FAILURE() << "it is shut off";
+    } catch (const kx::ctl::Failure& failure) {
+        EXPECT_EQ(failure.code(), kx::ctl::ExitCode::kBusy);
+        EXPECT_THAT(failure.what(), HasSubstr("it is web (shut off), UUID "));
+        EXPECT_THAT(failure.what(), HasSubstr("; nothing was changed"));
+    }
+}
+
+// The second look at the machines fails.
+TEST_F(Vm, IsLookedAtRightBeforeAChange) {
+    const std::vector<std::string> changes[] = {
+        {"vf", "attach", "web", "04:01.4"},
+        {"vf", "detach", "web", "04:01.0"},
+        {"bridge", "attach", "web", "br0"},
+        {"bridge", "detach", "web", "testnet0"}};
+    const std::string definition = virsh("dumpxml web; virsh dumpxml --inactive web");
+    for (const auto& change : changes) {
+        kxsim::FaultRule rule = host.fail(
+            {.call = "libvirt",
+             .nth = 2,
+             .error = EIO,
+             .object = "virConnectNumOfDomains",
+             .program = "kxctl"});
+        EXPECT_EQ(on(change).exit, 1) << change[0] << change[1];
+        rule.remove();
+        EXPECT_EQ(virsh("dumpxml web; virsh dumpxml --inactive web"), definition) << change[1];
+    }
+}
+
 // libvirt lists them in any order.
 TEST_F(Vm, WhatLibvirtDoesNotTellIsNullWithItsReason) {
     struct Row {

@@ -98,6 +98,7 @@ ExitCode list(const Arguments& arguments, Output& output) {
 ExitCode attach(const Arguments& arguments, Output& output) {
     const Machine machine = find_active(arguments);
     std::string bridge = arguments.get("BRIDGE");
+    check_before_change(machine);
     const int result = call_machines(Effect::kChange, [&](VMUtils& library) {
         return library.attachBrdgToVM(machine.id, bridge.data());
     });
@@ -123,6 +124,7 @@ ExitCode detach(const Arguments& arguments, Output& output) {
         throw Failure(
             ExitCode::kNotFound, fmt::format("{} has no interface {}", machine.title(), target));
     }
+    check_before_change(machine);
     const int result = call_redefining(machine, [&](VMUtils& library) {
         return library.dettachInterfaceFromVM(machine.id, *found);
     });

@@ -130,6 +130,7 @@ ExitCode attach(const Arguments& arguments, Output& output) {
     const _VF vf = parse_location(arguments.get("VF"));
     const Machine machine = find_machine(arguments.get("VM"));
     std::string uuid = machine.uuid;
+    check_before_change(machine);
     if (call_redefining(machine, [&](VMUtils& library) {
             return library.attachVFToVM(uuid.data(), vf);
         }) != 0) {
@@ -146,6 +147,7 @@ ExitCode detach(const Arguments& arguments, Output& output) {
     const _VF vf = parse_location(arguments.get("VF"));
     const Machine machine = find_machine(arguments.get("VM"));
     std::string uuid = machine.uuid;
+    check_before_change(machine);
     if (call_redefining(machine, [&](VMUtils& library) {
             return library.dettachVFFromVM(uuid.data(), vf);
         }) != 0) {

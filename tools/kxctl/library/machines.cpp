@@ -209,6 +209,17 @@ std::optional<Machine> find_same_machine(const Machine& machine) {
     return std::nullopt;
 }
 
+void check_before_change(const Machine& found) {
+    const std::optional<Machine> now = find_same_machine(found);
+    if (!now || now->id != found.id) {
+        throw Failure(
+            ExitCode::kBusy,
+            fmt::format(
+                "{} changed meanwhile: it is {} now; nothing was changed", identity_of(found),
+                now ? identity_of(*now) : "not defined any more"));
+    }
+}
+
 ExitCode report_other_state(const Machine& before) {
     const std::optional<Machine> after = find_same_machine(before);
     if (after && after->state == before.state && after->id == before.id) {

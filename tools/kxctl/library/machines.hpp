@@ -40,6 +40,10 @@ struct Machine {
 // The machine with the same UUID as it is now; nothing when it is not defined any more.
 [[nodiscard]] std::optional<Machine> find_same_machine(const Machine& machine);
 
+// Right before a change: throws Failure (busy) when the machine started, stopped or went since it
+// was found.
+void check_before_change(const Machine& found);
+
 // After a change that leaves the run state as it was: when the state or the id is another one now,
 // report that on standard error and return kPartly.
 [[nodiscard]] ExitCode report_other_state(const Machine& before);
