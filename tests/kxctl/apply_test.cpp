@@ -5,6 +5,8 @@
 #include <linux/sockios.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "kxctl/on_host.hpp"
 #include "support/scratch_directory.hpp"
@@ -277,6 +279,31 @@ TEST_F(ApplyCommand, AsksBeforeItChangesThePortOfTheSession) {
     EXPECT_EQ(host_.mtu("eth2"), 1500U);
     EXPECT_EQ(test::run({"apply", file, "--yes"}, setup).exit, 0);
     EXPECT_EQ(host_.mtu("eth2"), 9000U);
+}
+
+TEST_F(ApplyCommand, ComesBackUnlessItIsConfirmed) {
+    test::Setup setup;
+    setup.environment = {"SSH_CONNECTION=192.0.2.1 50000 192.0.2.12 22"};
+    const std::string file = directory_.write("host.toml", kWanted);
+    {
+        const auto attached = host_.attach();
+        const test::Result result =
+            test::run({"apply", file, "--confirm-within", "2", "--json"}, setup);
+        EXPECT_EQ(result.exit, 0) << result.err;
+        EXPECT_EQ(Json::parse(result.out)["waits_for_confirm"], true);
+        EXPECT_THAT(result.err, HasSubstr("change 1 is taken back in 2 seconds"));
+    }
+    EXPECT_EQ(host_.mtu("eth2"), 9000U);
+    const auto is_open = [this] { return host_.exists("/var/lib/kxctl/changes/host/open"); };
+    EXPECT_TRUE(is_open());
+    for (int look = 0; look < 600 && is_open(); ++look) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    expect_as_before();
+    EXPECT_EQ(apply(kWanted, {"--confirm-within", "60"}).exit, 0);
+    EXPECT_EQ(run({"confirm"}).exit, 0);
+    EXPECT_EQ(host_.mtu("eth2"), 9000U);
+    EXPECT_EQ(apply(kWanted, {"--confirm-within", "never"}).exit, 2);
 }
 
 }  // namespace

@@ -8,7 +8,9 @@
 #include "change/rounded.hpp"
 #include "change/transaction.hpp"
 #include "cli/confirmation.hpp"
+#include "cli/numbers.hpp"
 #include "commands/commands.hpp"
+#include "commands/set_commands.hpp"
 #include "failure/failure.hpp"
 #include "failure/permission.hpp"
 #include "library/record_text.hpp"
@@ -24,6 +26,7 @@ namespace {
 // The result of a plan.
 struct Applied {
     unsigned number = 0;  // of the change; 0 when nothing had to be changed
+    bool waits = false;   // for "kxctl confirm"
     Plan plan = {};
     std::vector<std::string> remarks = {};  // what drivers rounded
     std::vector<std::string> failures = {};
@@ -83,7 +86,12 @@ Applied apply(Plan plan, const ChangeOptions& options) {
         targets.push_back(step_target(port.port.identity));
     }
     const ChangeOutcome outcome = run_change(std::move(targets), std::move(steps), options);
-    Applied applied{.number = outcome.number, .plan = std::move(plan)};
+    Applied applied{.number = outcome.number, .waits = outcome.waits, .plan = std::move(plan)};
+    if (outcome.waits) {
+        applied.remarks.push_back(fmt::format(
+            "change {} is taken back in {} seconds unless \"kxctl confirm\" keeps it",
+            outcome.number, options.confirm_within));
+    }
     read_back(applied.plan, outcome.steps);
     judge(applied);
     applied.failures.insert(applied.failures.end(), outcome.unsaved.begin(), outcome.unsaved.end());
@@ -119,6 +127,7 @@ Json answer_json(const Applied& applied) {
     return {
         {"change", applied.number == 0 ? Json() : Json(applied.number)},
         {"changed", applied.number != 0},
+        {"waits_for_confirm", applied.waits},
         {"steps", steps},
         {"remarks", applied.remarks},
         {"failures", applied.failures}};
@@ -157,13 +166,16 @@ ExitCode tell(const Applied& applied, Output& output) {
 }
 
 void ask_for_session(const Plan& plan, const Arguments& arguments) {
-    if (std::ranges::any_of(plan.ports, &PlannedPort::carries_session)) {
+    const bool comes_back = arguments.has("--confirm-within");
+    if (!comes_back && std::ranges::any_of(plan.ports, &PlannedPort::carries_session)) {
         Confirmation(arguments.has("--yes"), "kxctl apply")
             .ask("The change may end this session. Apply it?");
     }
 }
 
 ExitCode run(const Arguments& arguments, Output& output) {
+    const double confirm_within =
+        arguments.has("--confirm-within") ? time_option(arguments, "--confirm-within") : 0;
     StateFile file = read_state_file(arguments.get("FILE"));
     if (file.ports.empty()) {
         file.refuse_errors(output.wants_json());  // not TOML at all
@@ -182,8 +194,10 @@ ExitCode run(const Arguments& arguments, Output& output) {
         return tell({.remarks = std::move(remarks)}, output);
     }
     ask_for_session(plan, arguments);
-    Applied applied =
-        apply(std::move(plan), {.keep_going = arguments.has("--keep-going"), .exact = exact});
+    Applied applied = apply(
+        std::move(plan), {.keep_going = arguments.has("--keep-going"),
+                          .exact = exact,
+                          .confirm_within = confirm_within});
     applied.remarks.insert(applied.remarks.begin(), remarks.begin(), remarks.end());
     return tell(applied, output);
 }
@@ -200,13 +214,14 @@ std::vector<Command> rows() {
                 "or a value reads back differently, all of it is taken back, and the saved "
                 "settings too. Sizes of rings and delays of interrupts that a driver rounds are "
                 "reported; with --exact they are failures. Asks before it changes the port that "
-                "carries your session.",
+                "carries your session, unless --confirm-within takes the change back by itself.",
             .arguments = with_lock_options(
                 {{.name = "FILE", .help = "State file, as \"kxctl state save\" writes it"},
                  {.name = "--keep-going",
                   .help = "Apply the rest when a step fails, and take nothing back"},
                  {.name = "--exact", .help = "Take the change back when a driver rounds a value"},
-                 {.name = "--yes", .help = "Do not ask"}}),
+                 {.name = "--yes", .help = "Do not ask"},
+                 kConfirmWithin}),
             .examples = {"kxctl apply host.toml", "kxctl apply host.toml --exact --json"},
             .run = run,
         },

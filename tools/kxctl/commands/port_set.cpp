@@ -24,12 +24,6 @@
 namespace kx::ctl::port {
 namespace {
 
-const Argument kConfirmWithin{
-    .name = "--confirm-within",
-    .help = "Take the change back unless \"kxctl confirm\" comes within this time (90s, 5min, 1h)",
-    .value = "TIME",
-};
-
 // With auto-negotiation on, the library ignores speed and duplex and reports nothing.
 void check_forced_link(std::span<const Change> changes, const PortSettings& settings) {
     for (const Change& change : changes) {

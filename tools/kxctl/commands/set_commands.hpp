@@ -1,11 +1,23 @@
-// Parts of the commands that set settings: the settings that each knows, and what a card must have.
+// Parts of the commands that set settings: the settings that each knows, what a card must have, and
+// the option of a change that waits to be confirmed.
 #pragma once
 
 #include <kxlinhw/records.h>
 
 #include <span>
 
+#include "cli/command.hpp"
 #include "settings/setting.hpp"
+
+namespace kx::ctl {
+
+inline const Argument kConfirmWithin{
+    .name = "--confirm-within",
+    .help = "Take the change back unless \"kxctl confirm\" comes within this time (90s, 5min, 1h)",
+    .value = "TIME",
+};
+
+}  // namespace kx::ctl
 
 namespace kx::ctl::offload {
 
