@@ -4,7 +4,6 @@
 #include <kxlinhw/settings.h>
 
 #include <algorithm>
-#include <ranges>
 #include <utility>
 
 #include "failure/failure.hpp"
@@ -28,7 +27,7 @@ StepTarget found_again(StepTarget target) {
         return target;
     }
     for (const HostInterface& each : host_interfaces()) {
-        const StepTarget other = step_target(each);
+        StepTarget other = step_target(each);
         if (other.mac == target.mac && other.location == target.location &&
             !is_stacked(each.name)) {
             return other;
@@ -156,7 +155,9 @@ void PortSteps::put_back(std::span<Step* const> steps) const {
     read_back(steps);
     std::vector<Step*> open = not_back(steps);
     for (int pass = 0; pass < kMostPasses && !open.empty(); ++pass) {
-        for (const std::vector<Step*>& group : groups_of(open) | std::views::reverse) {
+        std::vector<std::vector<Step*>> groups = groups_of(open);
+        std::ranges::reverse(groups);
+        for (const std::vector<Step*>& group : groups) {
             check();
             set(group, &Step::before);
         }
