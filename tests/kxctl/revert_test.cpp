@@ -55,8 +55,8 @@ TEST_F(Revert, HistoryTellsWhoDidWhatAndWhatBecameOfIt) {
     EXPECT_EQ(changes[0]["state"], "reverted");
     EXPECT_EQ(changes[0]["settings"].size(), 3U);
     EXPECT_EQ(changes[0]["settings"][1]["key"], "tso");
-    EXPECT_EQ(changes[0]["settings"][1]["before"], 1);
-    EXPECT_EQ(changes[0]["settings"][1]["now"], 0);
+    EXPECT_EQ(changes[0]["settings"][1]["before"], true);
+    EXPECT_EQ(changes[0]["settings"][1]["now"], false);
     EXPECT_EQ(changes[1]["reverts"], 1);
     EXPECT_EQ(changes[1]["state"], "applied");
     const test::Result one = run({"history", "1"});

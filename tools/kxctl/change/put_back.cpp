@@ -58,6 +58,10 @@ std::string value_text(const Step& step, const Json& value) {
                            : port_setting(step.key).text_of(value.get<std::int64_t>());
 }
 
+Json value_json(const Step& step, const Json& value) {
+    return value.is_null() ? Json() : port_setting(step.key).json_of(value.get<std::int64_t>());
+}
+
 std::vector<Step*> concerned_steps(ChangeRecord& record, std::size_t target, Beside beside) {
     std::vector<Step*> steps;
     for (Step& step : record.steps) {

@@ -20,6 +20,9 @@ enum class Beside : std::uint8_t { kAll, kChanged, kNone };
 // A value for people: "9000", "on", "not known".
 [[nodiscard]] std::string value_text(const Step& step, const Json& value);
 
+// The same for JSON.
+[[nodiscard]] Json value_json(const Step& step, const Json& value);
+
 // What could not be put back: "eth2: mtu is 9000, it was 1500". Empty when all is as before. The
 // values of the steps are those read back.
 [[nodiscard]] std::vector<std::string> put_back(ChangeRecord& record, Beside beside);

@@ -105,10 +105,6 @@ Applied apply(Plan plan, const ChangeOptions& options) {
     return applied;
 }
 
-Json value_json(const ChangeLine& line, std::optional<std::int64_t> value) {
-    return value ? line.setting->json_of(*value) : Json();
-}
-
 Json answer_json(const Applied& applied) {
     Json steps = Json::array();
     for (const PlannedPort& port : applied.plan.ports) {
@@ -118,9 +114,9 @@ Json answer_json(const Applied& applied) {
                  {"mac", text_or_null(port.port.mac())},
                  {"location", port.port.identity.location->text()},
                  {"key", line.setting->key},
-                 {"before", value_json(line, line.before)},
+                 {"before", line.setting->json_of(line.before)},
                  {"wanted", line.setting->json_of(line.wanted)},
-                 {"now", value_json(line, line.now)},
+                 {"now", line.setting->json_of(line.now)},
                  {"result", result_name(line)}});
         }
     }

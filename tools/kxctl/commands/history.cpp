@@ -18,7 +18,7 @@ namespace kx::ctl::history {
 namespace {
 
 std::vector<Column> columns() {
-    return {{"ID", Align::kRight}, {"STARTED"}, {"USER"}, {"RESULT"}, {"COMMAND"}};
+    return {{"NUMBER", Align::kRight}, {"STARTED"}, {"USER"}, {"STATE"}, {"COMMAND"}};
 }
 
 Json settings_json(const ChangeRecord& record) {
@@ -30,9 +30,9 @@ Json settings_json(const ChangeRecord& record) {
                  {"mac", record.targets[step.target].mac},
                  {"location", record.targets[step.target].location},
                  {"key", step.key},
-                 {"before", step.before},
-                 {"wanted", step.wanted},
-                 {"now", step.now},
+                 {"before", value_json(step, step.before)},
+                 {"wanted", value_json(step, step.wanted)},
+                 {"now", value_json(step, step.now)},
                  {"failure", step.refused ? Json(step.refused->reason) : Json()}});
         }
     }
@@ -80,7 +80,7 @@ void print_entry(const ChangeEntry& entry, const std::string& state, Output& out
     facts.add_row({"Command", entry.record->command});
     facts.add_row({"Started", entry.record->started});
     facts.add_row({"User", entry.record->user});
-    facts.add_row({"Result", state});
+    facts.add_row({"State", state});
     if (entry.result && !entry.result->remark.empty()) {
         facts.add_row({"Remark", entry.result->remark});
     }
@@ -169,8 +169,8 @@ std::vector<Command> rows() {
             .verb = "",
             .help = "Show the changes of port settings",
             .about =
-                "Lists the changes that kxctl made: number, time, user, result and command. The "
-                "result is applied, partly (some settings failed, the others stayed), reverted "
+                "Lists the changes that kxctl made: number, time, user, state and command. The "
+                "state is applied, partly (some settings failed, the others stayed), reverted "
                 "(all is as before), unconfirmed or unfinished. With ID it shows each setting "
                 "before and after that change. The journal keeps the last 100 changes.",
             .arguments = {{.name = "ID", .help = "Number of a change", .count = Count::kOptional}},

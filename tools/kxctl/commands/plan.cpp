@@ -25,7 +25,7 @@ Json steps_json(const Plan& plan) {
                  {"mac", text_or_null(port.port.mac())},
                  {"location", port.port.identity.location->text()},
                  {"key", line.setting->key},
-                 {"before", line.before ? line.setting->json_of(*line.before) : Json()},
+                 {"before", line.setting->json_of(line.before)},
                  {"wanted", line.setting->json_of(line.wanted)},
                  {"line", port.places[i].line}});
         }

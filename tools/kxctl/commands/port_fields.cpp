@@ -14,8 +14,7 @@ namespace {
 constexpr std::string_view kListed[] = {"speed", "duplex", "autoneg", "mtu"};
 
 Json value_or_null(const Setting& setting, const Port& port) {
-    const auto value = known_value(setting, port);
-    return value ? setting.json_of(*value) : Json();
+    return setting.json_of(known_value(setting, port));
 }
 
 // A field that one request fills.

@@ -240,8 +240,8 @@ void tell_json(
             {{"interface", line.interface},
              {"key", line.setting->key},
              {"value", line.value},
-             {"before", line.before ? Json(*line.before) : Json()},
-             {"now", line.now ? Json(*line.now) : Json()},
+             {"before", line.setting->json_of(line.before)},
+             {"now", line.setting->json_of(line.now)},
              {"line", line.number},
              {"result", name_of(line.result())},
              {"reason", reason.empty() ? Json() : Json(reason)}});

@@ -60,9 +60,9 @@ void tell_json(const Reverted& reverted, bool changed, Output& output) {
         settings.push_back(
             {{"interface", each.interface},
              {"key", each.step.key},
-             {"before", each.previous},
-             {"wanted", each.step.before},
-             {"now", each.step.now}});
+             {"before", value_json(each.step, each.previous)},
+             {"wanted", value_json(each.step, each.step.before)},
+             {"now", value_json(each.step, each.step.now)}});
     }
     output.json(Json{
         {"number", reverted.number},

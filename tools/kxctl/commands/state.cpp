@@ -18,7 +18,7 @@ Json port_json(const HostPort& port) {
     for (const Setting& setting : port_settings()) {
         if (setting.is_shown()) {
             const auto value = state_value(setting, port.record);
-            settings[setting.key] = value ? setting.json_of(*value) : Json();
+            settings[setting.key] = setting.json_of(value);
         }
     }
     return {

@@ -11,10 +11,6 @@
 namespace kx::ctl {
 namespace {
 
-Json json_of(const Setting& setting, std::optional<std::int64_t> value) {
-    return value ? setting.json_of(*value) : Json();
-}
-
 std::string text_of(const Setting& setting, std::optional<std::int64_t> value) {
     return value ? setting.text_of(*value) : "";
 }
@@ -64,10 +60,10 @@ Json ChangeReport::answer(const char* last_value) const {
     for (const ChangeLine& line : lines_) {
         Json each = {
             {"key", line.setting->key},
-            {"before", json_of(*line.setting, line.before)},
+            {"before", line.setting->json_of(line.before)},
             {"wanted", line.setting->json_of(line.wanted)}};
         if (*last_value != '\0') {
-            each[last_value] = json_of(*line.setting, line.now);
+            each[last_value] = line.setting->json_of(line.now);
         }
         each["result"] = name_of(line.result());
         all["settings"].push_back(each);

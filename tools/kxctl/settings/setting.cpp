@@ -147,10 +147,13 @@ std::string Setting::range_text() const {
     return limit == kNoLimit ? unit : fmt::format("in {}, up to the driver's limit", unit);
 }
 
-Json Setting::json_of(std::int64_t value) const {
+Json Setting::json_of(std::optional<std::int64_t> value) const {
+    if (!value) {
+        return nullptr;
+    }
     const bool is_word = (value == 0 || value == 1) && words.zero != nullptr;
     const bool is_switch = words.one != nullptr && std::string_view(words.one) == kOnOff.one;
-    return is_word && is_switch ? Json(value == 1) : is_word ? Json(text_of(value)) : Json(value);
+    return is_word && is_switch ? Json(*value == 1) : is_word ? Json(text_of(*value)) : Json(*value);
 }
 
 std::string Setting::text_of(std::int64_t value) const {

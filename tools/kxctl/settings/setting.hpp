@@ -94,8 +94,8 @@ struct Setting {
 
     // The words for its values, such as "off" and "on".
     [[nodiscard]] std::vector<std::string> value_words() const;
-    // A value for JSON: true or false for on or off, another word, or the number.
-    [[nodiscard]] Json json_of(std::int64_t value) const;
+    // A value for JSON: true or false for on or off, another word, or the number; null for none.
+    [[nodiscard]] Json json_of(std::optional<std::int64_t> value) const;
     // A value as text: its word, or the number.
     [[nodiscard]] std::string text_of(std::int64_t value) const;
     // A value as users write it: a word, a decimal or 0x hexadecimal number.
