@@ -96,7 +96,8 @@ public:
 
 TEST_F(ThreeAdapters, AreListedForPeople) {
     const test::Result result = run_on(
-        host, {"card", "list", "--columns", "location,chip,model,device,ports,firmware,offload"});
+        host, {"card", "list", "--columns",
+               "location,chip_type,model,device_id,port_count,firmware,offload_device"});
     EXPECT_EQ(result.exit, 0);
     EXPECT_EQ(result.err, "");
     const Json card = json_on(host, {"card", "list"}).at("cards").at(2);
@@ -150,7 +151,7 @@ TEST_F(ThreeAdapters, WithoutAnOffloadDeviceAQ3SaysNo) {
     kxsim::Host plain;
     load_drivers(plain);
     plain.adapter({.chip = "Q3", .location = "05:00.0", .ports = {{.name = "eth5"}}});
-    EXPECT_EQ(run_on(plain, {"card", "list", "--columns=offload"}).out, "OFFLOAD\nno\n");
+    EXPECT_EQ(run_on(plain, {"card", "list", "--columns=offload_device"}).out, "OFFLOAD\nno\n");
     EXPECT_EQ(json_on(plain, {"card", "list"}).at("cards").at(0).at("offload_device"), "nic_dev");
 }
 

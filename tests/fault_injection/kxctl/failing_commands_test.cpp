@@ -327,7 +327,8 @@ protected:
         for (const auto& [path, content] : files) {
             const bool same =
                 is_content(before_, path, content) || is_content(after_, path, content);
-            EXPECT_TRUE(same || has_whole_lines(path, content)) << path << ": " << content;
+            EXPECT_TRUE(same || has_whole_lines(path, content) || is_part_of_state(path, content))
+                << path << ": " << content;
         }
     }
 
@@ -335,6 +336,17 @@ protected:
         const Files& files, const std::string& path, const std::string& content) {
         const auto found = files.find(path);
         return found != files.end() && found->second == content;
+    }
+
+    // A state file lacks what could not be read, which exit code 4 says; also in its remarks.
+    bool is_part_of_state(const std::string& path, const std::string& content) const {
+        const auto whole = after_.find(path);
+        if (!path.ends_with(".toml") || whole == after_.end()) {
+            return false;
+        }
+        static const std::regex remark(" *#.*");
+        const std::set<std::string> known = lines_of(std::regex_replace(whole->second, remark, ""));
+        return std::ranges::includes(known, lines_of(std::regex_replace(content, remark, "")));
     }
 
     // Nothing of the old configuration is lost, except lines that were replaced.
@@ -425,7 +437,7 @@ TEST(ASettingThatIsNotRecorded, IsPartlyDone) {
     for (const char* name : {"port set", "offload set"}) {
         const bool port = std::string_view(name) == "port set";
         const test::Result result = run_with(
-            name, {.call = "open",
+            name, {.call = port ? "rename" : "open",
                    .times = 0,
                    .error = EROFS,
                    .object = port ? "/etc/kestrix-plexo/kxportparams.conf" : "/etc/sysctl.conf",

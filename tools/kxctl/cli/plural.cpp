@@ -28,8 +28,9 @@ std::string plural_of(const Command& command) {
 
 std::vector<std::string> without_plural(std::vector<std::string> words) {
     const std::size_t place = place_of_noun(words);
+    const std::string word = place < words.size() ? words[place] : "";
     const auto list = std::ranges::find_if(commands(), [&](const Command& command) {
-        return place < words.size() && words[place] == plural_of(command);
+        return !word.empty() && word == plural_of(command);
     });
     if (list == commands().end()) {
         return words;

@@ -153,7 +153,9 @@ Json Setting::json_of(std::optional<std::int64_t> value) const {
     }
     const bool is_word = (value == 0 || value == 1) && words.zero != nullptr;
     const bool is_switch = words.one != nullptr && std::string_view(words.one) == kOnOff.one;
-    return is_word && is_switch ? Json(*value == 1) : is_word ? Json(text_of(*value)) : Json(*value);
+    return is_word && is_switch ? Json(*value == 1)
+           : is_word            ? Json(text_of(*value))
+                                : Json(*value);
 }
 
 std::string Setting::text_of(std::int64_t value) const {
