@@ -1,9 +1,10 @@
 // The scenarios that come with the program.
-#include <toml++/toml.h>
 #include <kxsim/scenario.hpp>
 
 #include <algorithm>
 #include <cstdlib>
+
+#include "scenario/toml.hpp"
 
 namespace kxsim {
 namespace {

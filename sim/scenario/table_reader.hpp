@@ -2,8 +2,6 @@
 // mistake in the scenario.
 #pragma once
 
-#include <toml++/toml.h>
-
 #include <cstdint>
 #include <functional>
 #include <kxsim/scenario.hpp>
@@ -11,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "scenario/toml.hpp"
 
 namespace kxsim {
 

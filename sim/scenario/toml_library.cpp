@@ -1,3 +1,3 @@
 // The parser of TOML, compiled once: the programs load no library for it.
 #define TOML_IMPLEMENTATION
-#include <toml++/toml.h>
+#include "scenario/toml.hpp"

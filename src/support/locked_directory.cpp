@@ -48,7 +48,7 @@ public:
     }
 
 private:
-    alignas(dirent64) char bytes_[4096];
+    alignas(dirent64) char bytes_[4096] = {};
     const char* next_ = bytes_;
     ssize_t left_;
 };

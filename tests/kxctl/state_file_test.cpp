@@ -74,6 +74,13 @@ TEST(StateFile, NamesPortsAndTheirSettings) {
 
 TEST(StateFile, MayBeEmpty) { EXPECT_TRUE(parse_state_file("host.toml", "").ports.empty()); }
 
+// The parser's own assertions fail on them.
+TEST(StateFile, ManyBracketsAreAnError) {
+    for (const char* const text : {"[[[[port]]\n", "[[[", "[[[\"\n"}) {
+        EXPECT_EQ(parse_state_file("host.toml", text).errors.size(), 1U) << text;
+    }
+}
+
 TEST(StateFile, EveryErrorIsToldWithItsPlace) {
     EXPECT_THAT(
         errors_of("[[port]]\n"

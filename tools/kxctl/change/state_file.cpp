@@ -2,7 +2,6 @@
 
 #include <fmt/core.h>
 #include <fmt/ranges.h>
-#include <toml++/toml.h>
 
 #include <algorithm>
 #include <cctype>
@@ -11,6 +10,7 @@
 
 #include "cli/suggestion.hpp"
 #include "failure/failure.hpp"
+#include "files/toml.hpp"
 #include "files/whole_file.hpp"
 #include "output/standard_streams.hpp"
 #include "settings/port_settings.hpp"

@@ -55,8 +55,8 @@ public:
 
     ChangeOutcome run() {
         try {
-            for (std::size_t target = 0; target < record_.targets.size(); ++target) {
-                ports_.emplace_back(record_.targets[target]);
+            for (const StepTarget& target : record_.targets) {
+                ports_.emplace_back(target);
             }
             do_steps();
             save();
@@ -197,10 +197,11 @@ private:
         }
     }
 
+    // In the handler of the failure.
     [[noreturn]] void close_after(const Failure& failure) {
         write_end(failure.what());
         close_record(journal_, record_.number, kPartly);
-        throw failure;
+        throw;
     }
 
     [[noreturn]] void take_back(const Failure& failure) {

@@ -1,13 +1,13 @@
 #include "flash/record.hpp"
 
 #include <fmt/core.h>
-#include <toml++/toml.h>
 
 #include <array>
 #include <cstdint>
 #include <sstream>
 #include <stdexcept>
 
+#include "files/toml.hpp"
 #include "output/printable.hpp"
 
 namespace kx::ctl {

@@ -103,7 +103,8 @@ PciLocation find_serial_number(const std::string& word) {
             names.push_back(serial_number);
             // An adapter that was not read has none.
             if (!word.empty() && serial_number == word) {
-                found.push_back({each.domain, each.bus, each.device, each.function});
+                const std::uint16_t domain = each.domain;  // of a packed record, so not aligned
+                found.push_back({domain, each.bus, each.device, each.function});
             }
         }
     } catch (const Failure& failure) {
