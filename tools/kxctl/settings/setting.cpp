@@ -151,7 +151,7 @@ Json Setting::json_of(std::optional<std::int64_t> value) const {
     if (!value) {
         return nullptr;
     }
-    const bool is_word = (value == 0 || value == 1) && words.zero != nullptr;
+    const bool is_word = (*value == 0 || *value == 1) && words.zero != nullptr;
     const bool is_switch = words.one != nullptr && std::string_view(words.one) == kOnOff.one;
     return is_word && is_switch ? Json(*value == 1)
            : is_word            ? Json(text_of(*value))
